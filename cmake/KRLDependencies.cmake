@@ -1,0 +1,19 @@
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+
+# The provider alone needs the mux; without it the library is built and reports that no phone can be
+# reached.
+pkg_check_modules(USBMUXD IMPORTED_TARGET libusbmuxd-2.0)
+
+pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
+find_package(CLI11 REQUIRED)
+find_package(fmt REQUIRED)
+find_package(nlohmann_json REQUIRED)
+
+if(BUILD_TESTING)
+    find_package(GTest REQUIRED)
+    # The peer: its library and tools prove the virtual phone.
+    pkg_check_modules(IMOBILEDEVICE REQUIRED IMPORTED_TARGET libimobiledevice-1.0)
+endif()

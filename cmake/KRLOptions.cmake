@@ -1,0 +1,39 @@
+# How everything here is compiled, on three interface targets: the language, warnings, sanitizers.
+
+option(KRL_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
+option(KRL_BENCH "Build the benchmarks" OFF)
+option(KRL_FUZZ "Build the fuzz targets (needs Clang)" OFF)
+set(KRL_SANITIZE "" CACHE STRING "Sanitizers, as for -fsanitize=")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# All binaries of a build tree stand side by side, as they do once installed: the library finds the
+# provider in its own folder, and a test finds the programs.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+add_library(krl_options INTERFACE)
+add_library(krl::options ALIAS krl_options)
+target_compile_options(krl_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wsuggest-override -Wduplicated-cond -Wduplicated-branches
+                                    -Wlogical-op>
+    $<$<BOOL:${KRL_WARNINGS_AS_ERRORS}>:-Werror>)
+
+if(KRL_SANITIZE)
+    # For the whole tree, libraries of ours included, so that none runs unwatched.
+    add_compile_options(-fsanitize=${KRL_SANITIZE} -fno-omit-frame-pointer
+                        -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${KRL_SANITIZE})
+endif()
