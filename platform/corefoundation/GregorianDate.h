@@ -1,0 +1,21 @@
+/** Absolute times as calendar dates in UTC, in the form 2001-01-01T00:00:00Z. Internal. */
+#ifndef COREFOUNDATION_GREGORIANDATE_H
+#define COREFOUNDATION_GREGORIANDATE_H
+
+#include <CoreFoundation/CFDate.h>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace krl::cf {
+
+/** Whole seconds, rounded down; the year with at least four digits, and a minus when there is one. */
+std::string formatDate(CFAbsoluteTime time);
+
+/** Reads exactly that form. The year may have any number of digits; fields beyond their range carry
+ *  over into the next larger one. */
+std::optional<CFAbsoluteTime> parseDate(std::string_view text);
+
+} // namespace krl::cf
+
+#endif

@@ -1,0 +1,149 @@
+/**
+ * What every CoreFoundation object has in common.
+ *
+ * Conventions of all these headers:
+ *  1. A function with "Create" or "Copy" in its name hands a new reference to the caller, who gives
+ *     it back with CFRelease. A result of any other function ("Get") is lent: it lives as long as
+ *     the object that it came from and keeps holding it; CFRetain keeps it longer.
+ *  2. Object arguments must not be NULL and must be of the declared type, unless a declaration says
+ *     otherwise. Indices and ranges must lie inside the object; this is not checked.
+ *  3. The allocator argument is there for the platform's sake. All memory comes from malloc,
+ *     whichever allocator is named. Running out of memory ends the process; no function returns
+ *     NULL for it.
+ *  4. Reference counts are atomic. An immutable object may be used by several threads at once, a
+ *     mutable one by one thread at a time.
+ *  5. Callbacks must not throw.
+ */
+#ifndef COREFOUNDATION_CFBASE_H
+#define COREFOUNDATION_CFBASE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define CF_EXPORT extern "C" __attribute__((visibility("default")))
+#define CF_NOEXCEPT noexcept
+#else
+#define CF_EXPORT extern __attribute__((visibility("default")))
+#define CF_NOEXCEPT
+#endif
+
+#ifndef TRUE
+#define TRUE 1
+#endif
+#ifndef FALSE
+#define FALSE 0
+#endif
+
+typedef unsigned char Boolean;
+typedef uint8_t UInt8;
+typedef int8_t SInt8;
+typedef uint16_t UInt16;
+typedef int16_t SInt16;
+typedef uint32_t UInt32;
+typedef int32_t SInt32;
+typedef uint64_t UInt64;
+typedef int64_t SInt64;
+typedef float Float32;
+typedef double Float64;
+/** One UTF-16 code unit. */
+typedef UInt16 UniChar;
+typedef UInt32 UTF32Char;
+
+typedef long CFIndex;
+typedef unsigned long CFOptionFlags;
+typedef unsigned long CFTypeID;
+typedef unsigned long CFHashCode;
+
+/** Any object. */
+typedef const void* CFTypeRef;
+/** An object that a property list is made of: string, number, boolean, date, data, array or
+ *  dictionary. */
+typedef CFTypeRef CFPropertyListRef;
+
+typedef const struct __CFAllocator* CFAllocatorRef;
+typedef const struct __CFNull* CFNullRef;
+typedef const struct __CFString* CFStringRef;
+typedef struct __CFString* CFMutableStringRef;
+
+typedef struct {
+    CFIndex location;
+    CFIndex length;
+} CFRange;
+
+static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
+    CFRange range;
+    range.location = location;
+    range.length = length;
+    return range;
+}
+
+typedef CFIndex CFComparisonResult;
+enum { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
+
+/** The index that stands for "not there". */
+static const CFIndex kCFNotFound = -1;
+
+typedef CFComparisonResult (*CFComparatorFunction)(const void* value1, const void* value2,
+                                                   void* context);
+
+/**
+ * What every object begins with. Only the library looks inside; it is declared here because the
+ * compiler lays out the objects of CFSTR.
+ */
+struct CFObjectHeader {
+    uint16_t typeID;
+    uint16_t flags;
+    uint32_t retainCount;
+};
+
+/** NULL: the default allocator. */
+CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;
+CF_EXPORT const CFAllocatorRef kCFAllocatorSystemDefault;
+/** As a deallocator: the bytes are freed with free. */
+CF_EXPORT const CFAllocatorRef kCFAllocatorMalloc;
+/** As a deallocator: the bytes are not freed, and must outlive the object. */
+CF_EXPORT const CFAllocatorRef kCFAllocatorNull;
+
+/** The object that stands for "nothing" where an object is asked for. Immortal. */
+CF_EXPORT const CFNullRef kCFNull;
+
+CF_EXPORT CFTypeID CFAllocatorGetTypeID(void) CF_NOEXCEPT;
+CF_EXPORT CFTypeID CFNullGetTypeID(void) CF_NOEXCEPT;
+
+/** The object's type, to be compared with the result of CFStringGetTypeID and the like. */
+CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef object) CF_NOEXCEPT;
+
+/**
+ * Takes one more reference.
+ * @param object  may be NULL; constants are left as they are.
+ * @return object.
+ */
+CF_EXPORT CFTypeRef CFRetain(CFTypeRef object) CF_NOEXCEPT;
+
+/**
+ * Gives one reference back; with the last one the object goes.
+ * @param object  may be NULL; constants are left as they are.
+ */
+CF_EXPORT void CFRelease(CFTypeRef object) CF_NOEXCEPT;
+
+/** The number of references now, for tests; a huge number for constants. */
+CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef object) CF_NOEXCEPT;
+
+/**
+ * Whether two objects are of one type and mean the same. Numbers compare by value whatever their
+ * size; a boolean equals no number. Equal objects have equal hashes.
+ * @param object1, object2  may be NULL, which equals NULL only.
+ */
+CF_EXPORT Boolean CFEqual(CFTypeRef object1, CFTypeRef object2) CF_NOEXCEPT;
+
+/** The platform's own hash, bit for bit. That of a mutable object changes with its contents. */
+CF_EXPORT CFHashCode CFHash(CFTypeRef object) CF_NOEXCEPT;
+
+/** A text for people. The caller releases it. */
+CF_EXPORT CFStringRef CFCopyDescription(CFTypeRef object) CF_NOEXCEPT;
+
+/** Writes the description and a line end to standard error. @param object may be NULL. */
+CF_EXPORT void CFShow(CFTypeRef object) CF_NOEXCEPT;
+
+#endif

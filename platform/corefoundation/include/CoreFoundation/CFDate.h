@@ -1,0 +1,25 @@
+/** Points in time, as seconds since the start of 2001 in UTC. */
+#ifndef COREFOUNDATION_CFDATE_H
+#define COREFOUNDATION_CFDATE_H
+
+#include <CoreFoundation/CFBase.h>
+
+typedef double CFTimeInterval;
+/** Seconds since 2001-01-01T00:00:00Z. */
+typedef CFTimeInterval CFAbsoluteTime;
+typedef const struct __CFDate* CFDateRef;
+
+/** Seconds from the start of 1970 to the start of 2001. */
+CF_EXPORT const CFTimeInterval kCFAbsoluteTimeIntervalSince1970;
+
+/** The time of the computer's clock, which may be set back. */
+CF_EXPORT CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) CF_NOEXCEPT;
+
+CF_EXPORT CFTypeID CFDateGetTypeID(void) CF_NOEXCEPT;
+CF_EXPORT CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at) CF_NOEXCEPT;
+CF_EXPORT CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) CF_NOEXCEPT;
+/** @param context NULL. */
+CF_EXPORT CFComparisonResult CFDateCompare(CFDateRef date, CFDateRef otherDate,
+                                           void* context) CF_NOEXCEPT;
+
+#endif

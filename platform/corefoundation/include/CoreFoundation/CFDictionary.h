@@ -1,0 +1,101 @@
+/**
+ * Collections of key and value pairs.
+ *
+ * A dictionary enumerates in the order in which its keys were first added: replacing a value keeps
+ * the place, removing a key and adding it again moves it to the end, and a copy keeps the order.
+ * Looking up, adding and removing are O(1) on average.
+ */
+#ifndef COREFOUNDATION_CFDICTIONARY_H
+#define COREFOUNDATION_CFDICTIONARY_H
+
+#include <CoreFoundation/CFBase.h>
+
+typedef const void* (*CFDictionaryRetainCallBack)(CFAllocatorRef allocator, const void* value);
+typedef void (*CFDictionaryReleaseCallBack)(CFAllocatorRef allocator, const void* value);
+typedef CFStringRef (*CFDictionaryCopyDescriptionCallBack)(const void* value);
+typedef Boolean (*CFDictionaryEqualCallBack)(const void* value1, const void* value2);
+typedef CFHashCode (*CFDictionaryHashCallBack)(const void* value);
+
+/** What a dictionary does with its keys. A NULL member: keys are neither retained nor released,
+ *  equal only when they are the same pointer, and hashed by their address. Keys that are equal must
+ *  have equal hashes, and a key must not change in the dictionary. */
+typedef struct {
+    CFIndex version; /**< 0 */
+    CFDictionaryRetainCallBack retain;
+    CFDictionaryReleaseCallBack release;
+    CFDictionaryCopyDescriptionCallBack copyDescription;
+    CFDictionaryEqualCallBack equal;
+    CFDictionaryHashCallBack hash;
+} CFDictionaryKeyCallBacks;
+
+/** What a dictionary does with its values; a NULL member as above. */
+typedef struct {
+    CFIndex version; /**< 0 */
+    CFDictionaryRetainCallBack retain;
+    CFDictionaryReleaseCallBack release;
+    CFDictionaryCopyDescriptionCallBack copyDescription;
+    CFDictionaryEqualCallBack equal;
+} CFDictionaryValueCallBacks;
+
+/** For keys and values that are objects: retained, released, compared with CFEqual. A dictionary
+ *  with these holds no NULL: adding one changes nothing. */
+CF_EXPORT const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
+CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
+
+typedef const struct __CFDictionary* CFDictionaryRef;
+typedef struct __CFDictionary* CFMutableDictionaryRef;
+typedef void (*CFDictionaryApplierFunction)(const void* key, const void* value, void* context);
+
+CF_EXPORT CFTypeID CFDictionaryGetTypeID(void) CF_NOEXCEPT;
+
+/**
+ * @param keys, values  numValues pointers each, a repeated key replaces the value; may be NULL when
+ *                      there are none.
+ * @param keyCallBacks, valueCallBacks  copied; NULL is the same as all members NULL.
+ */
+CF_EXPORT CFDictionaryRef CFDictionaryCreate(
+    CFAllocatorRef allocator, const void** keys, const void** values, CFIndex numValues,
+    const CFDictionaryKeyCallBacks* keyCallBacks,
+    const CFDictionaryValueCallBacks* valueCallBacks) CF_NOEXCEPT;
+/** An immutable copy with the same callbacks and order. */
+CF_EXPORT CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator,
+                                                 CFDictionaryRef dictionary) CF_NOEXCEPT;
+/** @param capacity a hint; the dictionary may grow beyond it. */
+CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutable(
+    CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keyCallBacks,
+    const CFDictionaryValueCallBacks* valueCallBacks) CF_NOEXCEPT;
+/** @param capacity a hint; the dictionary may grow beyond it. */
+CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(
+    CFAllocatorRef allocator, CFIndex capacity, CFDictionaryRef dictionary) CF_NOEXCEPT;
+
+CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) CF_NOEXCEPT;
+/** The key's value, or NULL when it is not there. @param key may be NULL. */
+CF_EXPORT const void* CFDictionaryGetValue(CFDictionaryRef dictionary,
+                                           const void* key) CF_NOEXCEPT;
+/** @param value may be NULL; receives the value, and stays as it is when the key is not there.
+ *  @return whether the key is there. */
+CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, const void* key,
+                                                const void** value) CF_NOEXCEPT;
+CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key) CF_NOEXCEPT;
+/** @param keys, values  room for as many pointers as there are pairs; either may be NULL. */
+CF_EXPORT void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
+                                            const void** values) CF_NOEXCEPT;
+/** Calls the function for each pair in order; it must not change the dictionary. */
+CF_EXPORT void CFDictionaryApplyFunction(CFDictionaryRef dictionary,
+                                         CFDictionaryApplierFunction applier,
+                                         void* context) CF_NOEXCEPT;
+
+/** Adds the pair, or replaces the value of a key that is there (the key object stays). */
+CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
+                                    const void* value) CF_NOEXCEPT;
+/** Adds the pair when the key is not there, else changes nothing. */
+CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key,
+                                    const void* value) CF_NOEXCEPT;
+/** Replaces the value of a key that is there, else changes nothing. */
+CF_EXPORT void CFDictionaryReplaceValue(CFMutableDictionaryRef dictionary, const void* key,
+                                        const void* value) CF_NOEXCEPT;
+CF_EXPORT void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary,
+                                       const void* key) CF_NOEXCEPT;
+CF_EXPORT void CFDictionaryRemoveAllValues(CFMutableDictionaryRef dictionary) CF_NOEXCEPT;
+
+#endif

@@ -1,0 +1,63 @@
+/** Notifications from anyone to anyone in this process. */
+#ifndef COREFOUNDATION_CFNOTIFICATIONCENTER_H
+#define COREFOUNDATION_CFNOTIFICATIONCENTER_H
+
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFDictionary.h>
+
+typedef struct __CFNotificationCenter* CFNotificationCenterRef;
+typedef CFStringRef CFNotificationName;
+
+typedef void (*CFNotificationCallback)(CFNotificationCenterRef center, void* observer,
+                                       CFNotificationName name, const void* object,
+                                       CFDictionaryRef userInfo);
+
+/** Makes no difference to the local centre. */
+typedef CFIndex CFNotificationSuspensionBehavior;
+enum {
+    CFNotificationSuspensionBehaviorDrop = 1,
+    CFNotificationSuspensionBehaviorCoalesce = 2,
+    CFNotificationSuspensionBehaviorHold = 3,
+    CFNotificationSuspensionBehaviorDeliverImmediately = 4
+};
+
+CF_EXPORT CFTypeID CFNotificationCenterGetTypeID(void) CF_NOEXCEPT;
+
+/** The process's own centre: delivers to all observers, in the order in which they were added, on the
+ *  posting thread and before the post returns. May be used from any thread. Immortal. */
+CF_EXPORT CFNotificationCenterRef CFNotificationCenterGetLocalCenter(void) CF_NOEXCEPT;
+
+/**
+ * Adds an observer; adding twice delivers twice. One that is added while a notification is delivered is
+ * not told of that one.
+ * @param observer  any pointer, to remove it by and handed to the callback; may be NULL.
+ * @param name      retained; NULL: whatever the name.
+ * @param object    compared as a pointer and not retained; NULL: whatever the object.
+ */
+CF_EXPORT void CFNotificationCenterAddObserver(
+    CFNotificationCenterRef center, const void* observer, CFNotificationCallback callBack,
+    CFStringRef name, const void* object,
+    CFNotificationSuspensionBehavior suspensionBehavior) CF_NOEXCEPT;
+
+/**
+ * Removes the observer's registrations. One that is removed while a notification is delivered is not
+ * called any more, unless it is being called on another thread right now.
+ * @param name, object  only the registrations made with this name and object; NULL: whatever it was.
+ */
+CF_EXPORT void CFNotificationCenterRemoveObserver(CFNotificationCenterRef center,
+                                                  const void* observer, CFNotificationName name,
+                                                  const void* object) CF_NOEXCEPT;
+CF_EXPORT void CFNotificationCenterRemoveEveryObserver(CFNotificationCenterRef center,
+                                                       const void* observer) CF_NOEXCEPT;
+
+/**
+ * @param object    may be NULL; reaches the observers of this object and those of any.
+ * @param userInfo  may be NULL; handed to the callbacks as it is.
+ * @param deliverImmediately  makes no difference to the local centre.
+ */
+CF_EXPORT void CFNotificationCenterPostNotification(CFNotificationCenterRef center,
+                                                    CFNotificationName name, const void* object,
+                                                    CFDictionaryRef userInfo,
+                                                    Boolean deliverImmediately) CF_NOEXCEPT;
+
+#endif
