@@ -1,0 +1,235 @@
+/**
+ * MobileDevice: how this library reaches a phone.
+ *
+ * Every function of the platform's device framework that the library calls is a variable of
+ * function-pointer type here, so that `AMDeviceConnect(device)` reads as a call and
+ * `AMDeviceConnect == NULL` means "not there", as with a weakly linked framework. When
+ * libKRLVesk.so is loaded it fills them from MobileDevice.so beside it, all of them or none; another
+ * provider, or a test, may assign them before the first phone is looked for. Assigning them while a
+ * call is under way is undefined.
+ *
+ * What a provider promises, for all functions:
+ *  - Statuses are 0 for success; any other value is handed on to the application unchanged. A status
+ *    of 0 is only given when the phone has answered that very request, completely.
+ *  - Null or stale handles (closed, or of a phone that is gone) are answered with a status, never
+ *    with a crash. Closing a handle twice is such a case.
+ *  - A silent phone fails a call once the deadline is over (AMDeviceSetCallTimeout); a phone that is
+ *    pulled out fails it at once.
+ *  - Calls may come from any thread, for one phone from one thread at a time.
+ *  - On failure, out-parameters are left as they were unless the function says otherwise.
+ */
+#ifndef MOBILEDEVICE_MOBILEDEVICE_H
+#define MOBILEDEVICE_MOBILEDEVICE_H
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define MOBILEDEVICE_EXTERN extern __attribute__((visibility("default")))
+
+/** One plugging-in of a phone. Counted: AMDeviceRetain, AMDeviceRelease. */
+typedef struct am_device am_device;
+/** A subscription to arrivals and removals. */
+typedef struct am_device_notification am_device_notification;
+/** A connection to a service on the phone. Belongs to its device and ends with it at the latest. */
+typedef struct am_service am_service;
+/** A file-service connection. */
+typedef struct afc_connection afc_connection;
+/** A directory being read. */
+typedef struct afc_directory afc_directory;
+/** Key-value pairs being read. */
+typedef struct afc_dictionary afc_dictionary;
+/** An open file on the phone, meaningful on its file connection only. */
+typedef uint64_t afc_file_ref;
+
+/** What happened to a device. Other numbers exist and are to be ignored. */
+enum {
+    kAMDeviceMessageConnected = 1,
+    kAMDeviceMessageDisconnected = 2
+};
+
+typedef struct am_device_notification_info {
+    am_device* device; /**< lent for the length of the callback: retain it to keep it */
+    uint32_t message;  /**< kAMDeviceMessageConnected, kAMDeviceMessageDisconnected */
+} am_device_notification_info;
+
+typedef void (*am_device_notification_callback)(am_device_notification_info* info);
+
+/** Statuses of the file service, as the phone sends them. A provider itself answers with
+ *  kAFCInvalidArgument for null arguments and stale iterators, kAFCNotConnected for null and stale
+ *  connections and lost ones, kAFCTimedOut after silence, and those of the next list. */
+enum {
+    kAFCSuccess = 0,
+    kAFCUnknownError = 1,
+    kAFCInvalidArgument = 7,
+    kAFCObjectNotFound = 8,
+    kAFCObjectIsDirectory = 9,
+    kAFCPermissionDenied = 10,
+    kAFCNotConnected = 11,
+    kAFCTimedOut = 12,
+    kAFCObjectExists = 16,
+    kAFCNoSpaceLeft = 18,
+    kAFCWouldBlock = 19
+};
+
+/** Statuses that a provider makes itself. All others are the phone's: those of its file service stand
+ *  above, those of its gate keeper (pairing, sessions, services) are below 0. */
+enum {
+    kAMDInvalidHandle = 64,      /**< null, stale, or not what the function asks for */
+    kAMDNotConnected = 65,       /**< no connection, or it was lost, or could not be made */
+    kAMDTimedOut = 66,           /**< the phone was silent for too long; the connection is lost */
+    kAMDBadReply = 67,           /**< no answer to the request; the connection is lost */
+    kAFCBadReply = kAMDBadReply, /**< likewise, from the file service */
+    kAMDNotPaired = 68,          /**< this computer holds no pair record for the phone */
+    kAMDNoSession = 69,          /**< there is no session to stop */
+    kAMDSessionNotSupported = 70, /**< the phone asks for encryption that is not to be had */
+    kAMDRefused = 71,            /**< the phone refused and gave a reason without a number */
+    kAMDNoResources = 72         /**< memory or descriptors ran out on this computer */
+};
+
+/** How AFCFileRefOpen opens a file. */
+enum {
+    kAFCOpenRead = 1,      /**< read; the file must exist */
+    kAFCOpenReadWrite = 2, /**< read and write; created when missing */
+    kAFCOpenWrite = 3      /**< write; created when missing, emptied when not */
+};
+
+/* ------------------------------------------------------------------ devices */
+
+/**
+ * Subscribes to arrivals and removals. For each phone that is there already an arrival follows.
+ * Callbacks come on the run loop of the subscribing thread, while it runs, and never from within
+ * this call. Two words that are 0, a null cookie, and the place for the subscription's handle,
+ * which is ended with AMDShutdownNotificationProxy.
+ */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceNotificationSubscribe)(
+    am_device_notification_callback callback, uint32_t unused0, uint32_t unused1, void* cookie,
+    am_device_notification** notification);
+
+/**
+ * Ends a subscription (am_device_notification), after which no callback comes, or a notification
+ * proxy (am_service), after the phone has confirmed that it read what was posted. The handle is
+ * invalid afterwards, whatever the status.
+ */
+MOBILEDEVICE_EXTERN int32_t (*AMDShutdownNotificationProxy)(void* handle);
+
+/** Takes one more reference on a device and returns it. Null is allowed. */
+MOBILEDEVICE_EXTERN am_device* (*AMDeviceRetain)(am_device* device);
+
+/** Gives a reference back. The last one closes whatever connection of the device is still open. */
+MOBILEDEVICE_EXTERN void (*AMDeviceRelease)(am_device* device);
+
+/** Connects to the phone. Connecting a connected device makes a new connection. */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceConnect)(am_device* device);
+
+/** Closes the connection, and a session with it. Service connections already made stay usable. */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceDisconnect)(am_device* device);
+
+/** Non-zero when this computer holds a pair record for the phone. */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceIsPaired)(am_device* device);
+
+/** Has the phone check the pair record. Early firmware trusts the connection only afterwards. */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceValidatePairing)(am_device* device);
+
+/** Starts a session on the connection, which AMDeviceStartService needs. */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartSession)(am_device* device);
+
+/** Stops the session. */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceStopSession)(am_device* device);
+
+/** Starts a service by name and stores a handle of a connection to it. The last argument is null. */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartService)(am_device* device, CFStringRef serviceName,
+                                                    am_service** service, uint32_t* unused);
+
+/**
+ * A value of the phone, or null when there is none or the phone cannot be asked. The caller releases
+ * it. A null domain is the default one; with a null key the value is a dictionary of all the
+ * domain's values.
+ */
+MOBILEDEVICE_EXTERN CFTypeRef (*AMDeviceCopyValue)(am_device* device, CFStringRef domain,
+                                                   CFStringRef key);
+
+/** Posts a notification on the phone. Posting has no answer: 0 says that it was sent. */
+MOBILEDEVICE_EXTERN int32_t (*AMDPostNotification)(am_service* proxy, CFStringRef name,
+                                                   CFTypeRef userInfo);
+
+/**
+ * Sets for how many milliseconds the phone may be silent before a call fails, in the whole process.
+ * 0 restores the default of 10,000. May be missing in another provider.
+ */
+MOBILEDEVICE_EXTERN void (*AMDeviceSetCallTimeout)(uint32_t timeoutMs);
+
+/* ------------------------------------------------------------------ file service */
+
+/** Opens the file service on a service connection, which belongs to the file connection from then
+ *  on. The timeout is 0. */
+MOBILEDEVICE_EXTERN int32_t (*AFCConnectionOpen)(am_service* service, uint32_t timeout,
+                                                 afc_connection** connection);
+
+/** Closes the connection, and on the phone with it its open files and their locks. */
+MOBILEDEVICE_EXTERN int32_t (*AFCConnectionClose)(afc_connection* connection);
+
+/** Creates one directory; whether a missing parent or an existing one fails is the phone's affair. */
+MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryCreate)(afc_connection* connection, const char* path);
+
+/** Opens a directory for reading; the whole listing is fetched here. */
+MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryOpen)(afc_connection* connection, const char* path,
+                                                afc_directory** directory);
+
+/** The next name, "." and ".." among them, or null at the end. The string lives until the directory
+ *  is closed. */
+MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryRead)(afc_connection* connection,
+                                                afc_directory* directory, char** name);
+
+MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryClose)(afc_connection* connection,
+                                                 afc_directory* directory);
+
+/** Removes a file, a link or an empty directory. */
+MOBILEDEVICE_EXTERN int32_t (*AFCRemovePath)(afc_connection* connection, const char* path);
+
+/** Renames; a file that has the new name is replaced. */
+MOBILEDEVICE_EXTERN int32_t (*AFCRenamePath)(afc_connection* connection, const char* oldPath,
+                                             const char* newPath);
+
+/** Opens a file in one of the modes above. */
+MOBILEDEVICE_EXTERN int32_t (*AFCFileRefOpen)(afc_connection* connection, const char* path,
+                                              uint64_t mode, afc_file_ref* file);
+
+/** Reads up to *length bytes and stores how many came; fewer only at the end of the file. On failure
+ *  *length is the number of bytes that are good. */
+MOBILEDEVICE_EXTERN int32_t (*AFCFileRefRead)(afc_connection* connection, afc_file_ref file,
+                                              void* buffer, uint32_t* length);
+
+/** Writes all bytes; 0 only when the phone has confirmed every one of them. */
+MOBILEDEVICE_EXTERN int32_t (*AFCFileRefWrite)(afc_connection* connection, afc_file_ref file,
+                                               const void* bytes, uint32_t count);
+
+MOBILEDEVICE_EXTERN int32_t (*AFCFileRefClose)(afc_connection* connection, afc_file_ref file);
+
+/** Takes an exclusive lock on an open file without waiting: kAFCWouldBlock while another open file
+ *  holds it. Closing the file or its connection frees it. */
+MOBILEDEVICE_EXTERN int32_t (*AFCFileRefLock)(afc_connection* connection, afc_file_ref file);
+
+MOBILEDEVICE_EXTERN int32_t (*AFCFileRefUnlock)(afc_connection* connection, afc_file_ref file);
+
+/** Key-value pairs about a path: "st_size", "st_ifmt" and others. */
+MOBILEDEVICE_EXTERN int32_t (*AFCFileInfoOpen)(afc_connection* connection, const char* path,
+                                               afc_dictionary** info);
+
+/** Key-value pairs about the media partition: "FSFreeBytes", "FSTotalBytes" and others. */
+MOBILEDEVICE_EXTERN int32_t (*AFCDeviceInfoOpen)(afc_connection* connection,
+                                                 afc_dictionary** info);
+
+/** The next pair; null key and value at the end. The strings live until the iterator is closed. */
+MOBILEDEVICE_EXTERN int32_t (*AFCKeyValueRead)(afc_dictionary* info, char** key, char** value);
+
+MOBILEDEVICE_EXTERN int32_t (*AFCKeyValueClose)(afc_dictionary* info);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

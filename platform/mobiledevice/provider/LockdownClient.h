@@ -1,0 +1,51 @@
+// A client of lockdown, the phone's gate keeper: values, pairing, sessions, services.
+#ifndef KRL_PROVIDER_LOCKDOWNCLIENT_H
+#define KRL_PROVIDER_LOCKDOWNCLIENT_H
+
+#include "PairRecord.h"
+#include "PlistMessenger.h"
+#include "SessionSecurity.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace krl::provider {
+
+inline constexpr uint16_t kLockdownPort = 62078;
+
+/**
+ * Each function is one request and its answer; 0 says that the phone granted it. A refusal leaves
+ * the connection usable; silence, its end, or an answer that is none ends it.
+ */
+class LockdownClient {
+public:
+    LockdownClient(std::shared_ptr<Channel> channel, std::unique_ptr<SessionSecurity> security);
+
+    int32_t validatePair(const PairRecord& record);
+    int32_t startSession(const PairRecord& record, const std::optional<std::string>& systemBuid);
+    int32_t stopSession();
+    int32_t startService(const std::string& name, uint16_t& port);
+
+    /** The whole answer, whose "Value" is the value; it may lack one. */
+    int32_t getValue(const std::optional<std::string>& domain,
+                     const std::optional<std::string>& key, PlistRef& answer);
+
+    void shutdown() noexcept;
+
+private:
+    /** Sends a request and receives its answer. `echoes`: keys of the request that the answer, when
+     *  it has them, must repeat. */
+    int32_t exchange(const PlistRef& request, std::initializer_list<const char*> echoes,
+                     PlistRef& answer);
+
+    PlistMessenger messenger_;
+    std::unique_ptr<SessionSecurity> security_;
+    std::optional<std::string> sessionId_;
+    bool secure_ = false;
+};
+
+} // namespace krl::provider
+
+#endif

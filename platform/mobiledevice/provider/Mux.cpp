@@ -1,0 +1,63 @@
+#include "Mux.h"
+
+#include <fcntl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <usbmuxd.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace krl::provider::mux {
+
+namespace {
+
+using OwnedText = std::unique_ptr<char, decltype(&std::free)>;
+
+// libusbmuxd waits with select(), which ends the process when it meets a descriptor beyond the
+// set's size. Such a number comes only when all smaller ones are taken; a few are left over for
+// other threads that open something meanwhile.
+constexpr int kSelectableDescriptors = FD_SETSIZE - 16;
+
+} // namespace
+
+bool isUsable() {
+    const UniqueDescriptor lowestFree(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return lowestFree && lowestFree.get() < kSelectableDescriptors;
+}
+
+UniqueDescriptor connect(uint32_t muxId, uint16_t port) {
+    if (!isUsable()) {
+        return UniqueDescriptor();
+    }
+    UniqueDescriptor tunnel(usbmuxd_connect(muxId, port));
+    if (tunnel) {
+        // A child process that inherited the tunnel would keep the phone's locks.
+        ::fcntl(tunnel.get(), F_SETFD, FD_CLOEXEC);
+    }
+    return tunnel;
+}
+
+std::optional<std::vector<std::byte>> readPairRecord(const std::string& udid) {
+    char* data = nullptr;
+    uint32_t size = 0;
+    if (!isUsable() || usbmuxd_read_pair_record(udid.c_str(), &data, &size) != 0) {
+        return std::nullopt;
+    }
+    const OwnedText owned(data, &std::free);
+    const auto* bytes = reinterpret_cast<const std::byte*>(owned.get());
+    return bytes == nullptr ? std::nullopt
+                            : std::optional<std::vector<std::byte>>(std::in_place, bytes,
+                                                                    bytes + size);
+}
+
+std::optional<std::string> readSystemBuid() {
+    char* buid = nullptr;
+    if (!isUsable() || usbmuxd_read_buid(&buid) != 0) {
+        return std::nullopt;
+    }
+    const OwnedText owned(buid, &std::free);
+    return owned ? std::optional<std::string>(owned.get()) : std::nullopt;
+}
+
+} // namespace krl::provider::mux

@@ -1,0 +1,30 @@
+// What is asked of the mux daemon; each question is a connection of its own. Answers that do not
+// come are given up after libusbmuxd's own 5 seconds.
+#ifndef KRL_PROVIDER_MUX_H
+#define KRL_PROVIDER_MUX_H
+
+#include "UniqueDescriptor.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace krl::provider::mux {
+
+/** A tunnel to a port of a phone; empty when the daemon, the phone or the port is not there. */
+UniqueDescriptor connect(uint32_t muxId, uint16_t port);
+
+/** The contents of the pair record that this computer holds for a phone, if it holds one. */
+std::optional<std::vector<std::byte>> readPairRecord(const std::string& udid);
+
+/** This computer's own identity towards phones. */
+std::optional<std::string> readSystemBuid();
+
+/** Whether libusbmuxd can be called without harm now. */
+bool isUsable();
+
+} // namespace krl::provider::mux
+
+#endif

@@ -1,0 +1,29 @@
+// A client of the notification proxy, which posts notifications inside the phone.
+#ifndef KRL_PROVIDER_NOTIFICATIONPROXYCLIENT_H
+#define KRL_PROVIDER_NOTIFICATIONPROXYCLIENT_H
+
+#include "PlistMessenger.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace krl::provider {
+
+class NotificationProxyClient {
+public:
+    explicit NotificationProxyClient(std::shared_ptr<Channel> channel);
+
+    /** Posting has no answer: 0 says that it was sent. */
+    int32_t post(const std::string& name);
+
+    /** Waits until the phone has read everything posted, which it says by dying. */
+    int32_t shutdown();
+
+private:
+    PlistMessenger messenger_;
+};
+
+} // namespace krl::provider
+
+#endif

@@ -1,0 +1,36 @@
+// The record of a pairing that this computer holds for one phone.
+#ifndef KRL_PROVIDER_PAIRRECORD_H
+#define KRL_PROVIDER_PAIRRECORD_H
+
+#include "PlistRef.h"
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace krl::provider {
+
+class PairRecord {
+public:
+    /** Nothing if the bytes are no property list or name no host. */
+    static std::optional<PairRecord> parse(std::span<const std::byte> bytes);
+
+    [[nodiscard]] const std::string& hostId() const { return hostId_; }
+
+    /** Missing in some records; the mux daemon knows it too. */
+    [[nodiscard]] std::optional<std::string> systemBuid() const;
+
+    /** What the phone may see: everything but the private keys. */
+    [[nodiscard]] PlistRef withoutPrivateKeys() const;
+
+private:
+    PairRecord(PlistRef contents, std::string hostId);
+
+    PlistRef contents_;
+    std::string hostId_;
+};
+
+} // namespace krl::provider
+
+#endif

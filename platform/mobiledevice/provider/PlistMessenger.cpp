@@ -1,0 +1,75 @@
+#include "PlistMessenger.h"
+
+#include <MobileDevice/MobileDevice.h>
+#include <endian.h>
+
+#include <array>
+#include <limits>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace krl::provider {
+
+namespace {
+
+// All of a phone's values together take some tens of kilobytes.
+constexpr uint32_t kMaxMessageBytes = 4 * 1024 * 1024;
+
+using OwnedXml = std::unique_ptr<char, decltype(&plist_to_xml_free)>;
+
+} // namespace
+
+PlistMessenger::PlistMessenger(std::shared_ptr<Channel> channel) : channel_(std::move(channel)) {}
+
+int32_t PlistMessenger::send(const PlistRef& message) {
+    char* text = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(message.get(), &text, &length);
+    const OwnedXml xml(text, &plist_to_xml_free);
+    if (!xml) {
+        return kAMDNoResources;
+    }
+    uint32_t header = htobe32(length);
+    std::array<iovec, 2> parts{iovec{&header, sizeof header}, iovec{xml.get(), length}};
+    return failed(channel_->send(parts));
+}
+
+int32_t PlistMessenger::receive(PlistRef& message) {
+    uint32_t header = 0;
+    if (const int32_t status =
+            failed(channel_->receive(std::as_writable_bytes(std::span(&header, 1))))) {
+        return status;
+    }
+    const uint32_t length = be32toh(header);
+    if (length > kMaxMessageBytes) {
+        return badReply();
+    }
+    std::vector<std::byte> body(length);
+    if (const int32_t status = failed(channel_->receive(body))) {
+        return status;
+    }
+    message = parseDictionary(body);
+    return message ? 0 : badReply();
+}
+
+int32_t PlistMessenger::badReply() {
+    channel_->shutdown();
+    return kAMDBadReply;
+}
+
+int32_t PlistMessenger::failed(IoResult result) {
+    switch (result) {
+    case IoResult::Done:
+        return 0;
+    case IoResult::Closed:
+        channel_->shutdown();
+        return kAMDNotConnected;
+    case IoResult::TimedOut:
+        channel_->shutdown();
+        return kAMDTimedOut;
+    }
+    return kAMDNotConnected;
+}
+
+} // namespace krl::provider

@@ -1,0 +1,39 @@
+// libplist's nodes with an owner, and checked looks into dictionaries that a phone has sent.
+#ifndef KRL_PROVIDER_PLISTREF_H
+#define KRL_PROVIDER_PLISTREF_H
+
+#include <plist/plist.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace krl::provider {
+
+struct PlistFree {
+    void operator()(plist_t node) const { plist_free(node); }
+};
+
+/** Owns a root node. */
+using PlistRef = std::unique_ptr<void, PlistFree>;
+
+/** Reads a dictionary, XML or binary; null if the bytes are anything else. */
+PlistRef parseDictionary(std::span<const std::byte> bytes);
+
+/** An empty dictionary. */
+PlistRef newDictionary();
+
+void setString(const PlistRef& dictionary, const char* key, const std::string& value);
+
+/** The value under a key if it has the type asked for. */
+std::optional<std::string> stringAt(const PlistRef& dictionary, const char* key);
+std::optional<uint64_t> unsignedAt(const PlistRef& dictionary, const char* key);
+std::optional<bool> booleanAt(const PlistRef& dictionary, const char* key);
+
+bool hasKey(const PlistRef& dictionary, const char* key);
+
+} // namespace krl::provider
+
+#endif

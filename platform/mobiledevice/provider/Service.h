@@ -1,0 +1,43 @@
+// A service that the phone has started on a port, as callers hold it.
+#ifndef KRL_PROVIDER_SERVICE_H
+#define KRL_PROVIDER_SERVICE_H
+
+#include "Device.h"
+#include "Handles.h"
+#include "NotificationProxyClient.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace krl::provider {
+
+/** The port is connected when it is first spoken to, so a service that nobody uses holds no
+ *  descriptor. It is good for one connection: a file connection, or a notification proxy. */
+class Service final : public Object {
+public:
+    Service(std::shared_ptr<Device> device, Handles::Id deviceId, uint16_t port);
+
+    [[nodiscard]] Handles::Id deviceId() const { return deviceId_; }
+
+    /** Connects the port for somebody else to speak on; null if that fails or it was connected. */
+    std::shared_ptr<Channel> openChannel();
+
+    int32_t post(const std::string& notification);
+    int32_t shutdownProxy();
+
+private:
+    const std::shared_ptr<Device> device_;
+    const Handles::Id deviceId_;
+    const uint16_t port_;
+
+    std::mutex mutex_; // held for the length of a call
+    bool opened_ = false;
+    std::optional<NotificationProxyClient> proxy_;
+};
+
+} // namespace krl::provider
+
+#endif

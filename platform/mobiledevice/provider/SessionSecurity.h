@@ -1,0 +1,33 @@
+// How a lockdown connection is encrypted when the phone asks for it.
+#ifndef KRL_PROVIDER_SESSIONSECURITY_H
+#define KRL_PROVIDER_SESSIONSECURITY_H
+
+#include "Channel.h"
+#include "PairRecord.h"
+
+#include <cstdint>
+
+namespace krl::provider {
+
+class SessionSecurity {
+public:
+    virtual ~SessionSecurity() = default;
+
+    /** Called once the phone has answered that the session is encrypted: from here on the channel
+     *  must carry it. A status other than 0 ends the connection. */
+    virtual int32_t begin(Channel& channel, const PairRecord& record) = 0;
+
+    /** Called after the answer to the end of the session: the channel is in clear again. */
+    virtual void end(Channel& channel) = 0;
+};
+
+/** Sessions in clear only: an encrypted one is refused with kAMDSessionNotSupported. */
+class ClearSessionsOnly final : public SessionSecurity {
+public:
+    int32_t begin(Channel& channel, const PairRecord& record) override;
+    void end(Channel& channel) override;
+};
+
+} // namespace krl::provider
+
+#endif
