@@ -1,0 +1,64 @@
+#include "CatalogueFile.h"
+
+#include "Dictionaries.h"
+#include "Names.h"
+
+#include <KRLVesk/KRTRingtoneManager.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace krl::ringtones {
+
+using cf::adopt;
+using cf::cast;
+using cf::CFRef;
+
+namespace {
+
+struct FreeBytes {
+    void operator()(UInt8* bytes) const { std::free(bytes); }
+};
+
+} // namespace
+
+CFRef<CFDataRef> readCatalogue(KRTPhoneRef phone, uint32_t sizeBytes) {
+    // At least one byte, so that an empty file has a buffer too. Not cleared: whatever size the
+    // phone claims, only what it really sends is touched.
+    const std::size_t roomBytes = sizeBytes > 0 ? sizeBytes : 1;
+    const std::unique_ptr<UInt8, FreeBytes> buffer(static_cast<UInt8*>(std::malloc(roomBytes)));
+    uint32_t length = sizeBytes;
+    if (!buffer || KRTPhoneReadFileAtPath(phone, kCataloguePath, buffer.get(), &length) != 1) {
+        return {};
+    }
+    return adopt(CFDataCreate(kCFAllocatorDefault, buffer.get(), static_cast<CFIndex>(length)));
+}
+
+CFRef<CFTypeRef> parseCatalogue(CFDataRef bytes) {
+    if (!CFPropertyListIsValid(bytes, kCFPropertyListXMLFormat_v1_0)) {
+        return {};
+    }
+    return adopt(CFPropertyListCreateFromXMLData(
+        kCFAllocatorDefault, bytes, kCFPropertyListMutableContainersAndLeaves, nullptr));
+}
+
+CFTypeRef ringtonesOf(CFTypeRef root) {
+    const auto dictionary = cast<CFDictionaryRef>(root);
+    return dictionary != nullptr ? CFDictionaryGetValue(dictionary, KRTRingtoneKeyName) : nullptr;
+}
+
+bool isCompanion(CFStringRef fileName, CFDictionaryRef entry) {
+    return CFDictionaryGetCount(entry) == 2 && CFStringHasSuffix(fileName, kM4R);
+}
+
+void writeCatalogue(KRTPhoneRef phone, CFDictionaryRef catalogue) {
+    const auto root = makeDictionary();
+    CFDictionarySetValue(root.get(), KRTRingtoneKeyName, catalogue);
+    const auto bytes = adopt(CFPropertyListCreateXMLData(kCFAllocatorDefault, root.get()));
+    if (bytes) {
+        KRTPhoneWriteDataToFileAtPath(phone, kCataloguePath, CFDataGetBytePtr(bytes.get()),
+                                      static_cast<uintptr_t>(CFDataGetLength(bytes.get())));
+    }
+}
+
+} // namespace krl::ringtones

@@ -1,0 +1,29 @@
+#include "Cleanup.h"
+
+#include "KRTRingtoneManagerInternal.h"
+#include "Names.h"
+
+namespace krl::ringtones {
+
+void cleanUpRingtonesFolder(KRTPhoneRef phone, const NameSet& kept) noexcept {
+    const auto names = cf::adopt(KRTPhoneListDirectoryAtPath(phone, kRingtonesFolder));
+    if (!names) {
+        return;
+    }
+    const CFIndex count = CFArrayGetCount(names.get());
+    for (CFIndex i = 0; i < count; ++i) {
+        const auto name = static_cast<CFStringRef>(CFArrayGetValueAtIndex(names.get(), i));
+        // Contract: what the catalogue says does not matter, only whether the name is kept, letter
+        // for letter. A phone that lists decomposed accents loses files with composed ones.
+        if (!kept.contains(name)) {
+            KRTPhoneRemoveObjectAtPath(phone, orNull(utf8(ringtonePath(name).get())));
+        }
+    }
+}
+
+} // namespace krl::ringtones
+
+void KRTRingtoneManagerCleanupPhoneDirectories(KRTRingtoneManagerRef manager,
+                                               CFArrayRef keptNames) {
+    krl::ringtones::cleanUpRingtonesFolder(manager->phone, krl::ringtones::NameSet(keptNames));
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "NameSets.h"
+
+#include <KRLVesk/KRLBase.h>
+
+namespace krl::ringtones {
+
+/// Deletes from the ringtone folder everything that is not kept.
+void cleanUpRingtonesFolder(KRTPhoneRef phone, const NameSet& kept) noexcept;
+
+} // namespace krl::ringtones

@@ -1,0 +1,58 @@
+#include "Moves.h"
+
+#include "Dictionaries.h"
+#include "Names.h"
+
+#include <KRLVesk/KRTRingtoneManager.h>
+
+namespace krl::ringtones {
+namespace {
+
+cf::CFRef<CFDictionaryRef> makeRenameRecord(CFStringRef newBase, CFStringRef extension) {
+    const auto record = makeDictionary();
+    CFDictionarySetValue(record.get(), kNewBaseName, newBase);
+    CFDictionarySetValue(record.get(), kNewExtension, extension);
+    return record;
+}
+
+bool isOnPhone(CFDictionaryRef entry, CFDictionaryRef unchanged) {
+    const CFTypeRef name = CFDictionaryGetValue(entry, KRTRingtoneName);
+    return name != nullptr && unchanged != nullptr && CFDictionaryContainsKey(unchanged, name);
+}
+
+} // namespace
+
+void moveEntry(const Layout& layout, CFStringRef fileName) {
+    // The layout check may name files that the catalogue does not have, and one file more than
+    // once.
+    const auto entry = take(layout.catalogue, fileName);
+    if (!entry) {
+        return;
+    }
+    const FileName old = splitPath(fileName);
+    cf::CFRef<CFTypeRef> companion;
+    if (!isM4R(old.extension.get())) {
+        companion = take(layout.catalogue, companionName(old.base.get()).get());
+    }
+
+    // Contract: the old base name is free before the new one is drawn, and may come back at once.
+    layout.baseNames.removeFirst(old.base.get());
+    const auto newBase = layout.baseNames.drawUnused();
+    CFDictionarySetValue(layout.catalogue, joinName(newBase.get(), old.extension.get()).get(),
+                         entry.get());
+    layout.baseNames.append(newBase.get());
+    if (companion) {
+        CFDictionarySetValue(layout.catalogue, companionName(newBase.get()).get(), companion.get());
+    }
+
+    // Contract: a companion with a name too long is moved like a ringtone of its own, and the
+    // record then sends the ringtone's file to the companion's new name.
+    const auto tone = cf::cast<CFDictionaryRef>(entry.get());
+    const CFTypeRef guid = tone != nullptr ? CFDictionaryGetValue(tone, KRTFileKey) : nullptr;
+    if (guid != nullptr && isOnPhone(tone, layout.unchanged)) {
+        CFDictionarySetValue(layout.renames, guid,
+                             makeRenameRecord(newBase.get(), old.extension.get()).get());
+    }
+}
+
+} // namespace krl::ringtones
