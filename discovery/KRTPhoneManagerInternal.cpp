@@ -1,0 +1,269 @@
+#include "KRTPhoneManagerInternal.h"
+
+#include "ErrorReport.h"
+#include "RecordLifetime.h"
+
+#include <CoreFoundation/CFRef.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+using krl::cf::adopt;
+using krl::discovery::Manager;
+using krl::discovery::Notification;
+using krl::discovery::Search;
+
+Manager* _gKRTPhoneSharedPhoneManager = nullptr;
+
+namespace {
+
+constexpr krl::ErrorReporter reportError{"KRTPhoneManagerInternal"};
+
+CFMutableArrayRef createPointerArray() {
+    return CFArrayCreateMutable(kCFAllocatorDefault, 0, nullptr);
+}
+
+CFRange wholeOf(CFArrayRef array) {
+    return CFRangeMake(0, CFArrayGetCount(array));
+}
+
+/// Keeps what is never released reachable, each array from the one dropped after it, so that a leak
+/// checker needs no exception for it.
+void dropUnreleased(CFMutableArrayRef array) {
+    static CFMutableArrayRef lastDropped = nullptr;
+    if (lastDropped) {
+        CFArrayAppendValue(array, lastDropped);
+    }
+    lastDropped = array;
+}
+
+const void* takeFirst(CFMutableArrayRef array) {
+    const void* const first = CFArrayGetValueAtIndex(array, 0);
+    CFArrayRemoveValueAtIndex(array, 0);
+    return first;
+}
+
+KRTPhoneRef phoneOf(const void* element) {
+    return static_cast<KRTPhoneRef>(const_cast<void*>(element));
+}
+
+/// Releases a phone that was just taken out of the list. While it was in there, nobody else's
+/// KRTPhoneRelease could end it.
+void releaseUnlisted(KRTPhoneRef phone) {
+    krl::phone::setListed(phone, false);
+    KRTPhoneRelease(phone);
+}
+
+void freeDelegate(const void* delegate) {
+    std::free(const_cast<void*>(delegate));
+}
+
+int32_t subscribe() {
+    return AMDeviceNotificationSubscribe(_amd_callback, 0, 0, nullptr,
+                                         &_gKRTPhoneSharedPhoneManager->notification);
+}
+
+void unsubscribe() {
+    AMDShutdownNotificationProxy(_gKRTPhoneSharedPhoneManager->notification);
+    _gKRTPhoneSharedPhoneManager->notification = nullptr;
+}
+
+/// Tells the delegates, who may add and remove delegates meanwhile, or shut the manager down.
+void tellDelegates(Notification notification) {
+    // Contract: the walk goes by index up to the count at its start. A delegate added meanwhile is
+    // not told, and when one is removed its successor moves into its place and is passed over.
+    const CFIndex count = CFArrayGetCount(_gKRTPhoneSharedPhoneManager->delegates);
+    for (CFIndex i = 0; i < count; ++i) {
+        const Manager* const manager = _gKRTPhoneSharedPhoneManager;
+        if (!manager || i >= CFArrayGetCount(manager->delegates)) {
+            return;
+        }
+        _phone_connection_loop(CFArrayGetValueAtIndex(manager->delegates, i), &notification);
+    }
+}
+
+bool isIPhone(KRTPhoneRef phone) {
+    const auto information = adopt(KRTPhoneGetPhoneInformation(phone));
+    if (!information) {
+        return false;
+    }
+    const void* const phoneClass = CFDictionaryGetValue(information.get(), KRTPhoneClassKey);
+    return phoneClass && CFEqual(phoneClass, CFSTR("iPhone"));
+}
+
+} // namespace
+
+int KRTPhoneManagerInit() {
+    if (_gKRTPhoneSharedPhoneManager) {
+        return 1;
+    }
+    // Contract: 1 also without memory; the manager is then missing.
+    auto* const manager = static_cast<Manager*>(std::malloc(sizeof(Manager)));
+    if (manager) {
+        // Contract: three arrays are made and the first is never released.
+        dropUnreleased(createPointerArray());
+        manager->delegates = createPointerArray();
+        manager->phones = createPointerArray();
+        manager->notification = nullptr;
+    }
+    _gKRTPhoneSharedPhoneManager = manager;
+    return 1;
+}
+
+int32_t KRTGetConnectedPhoneCount() {
+    if (!_gKRTPhoneSharedPhoneManager) {
+        return -1;
+    }
+    return static_cast<int32_t>(CFArrayGetCount(_gKRTPhoneSharedPhoneManager->phones));
+}
+
+void KRTPhoneManagerShutdown() {
+    Manager* const manager = _gKRTPhoneSharedPhoneManager;
+    if (!manager) {
+        return;
+    }
+    for (CFIndex left = CFArrayGetCount(manager->delegates); left > 0; --left) {
+        freeDelegate(takeFirst(manager->delegates));
+    }
+    CFRelease(manager->delegates);
+    for (CFIndex left = CFArrayGetCount(manager->phones); left > 0; --left) {
+        releaseUnlisted(phoneOf(takeFirst(manager->phones)));
+    }
+    CFRelease(manager->phones);
+    // Contract: a subscription that is still there is left alone, and its events find no manager.
+    manager->notification = nullptr;
+    std::free(manager);
+    _gKRTPhoneSharedPhoneManager = nullptr;
+}
+
+int32_t KRTPhoneManagerBeginSearch() {
+    return subscribe();
+}
+
+void KRTPhoneManagerEndSearch() {
+    unsubscribe();
+}
+
+CFArrayRef KRTPhoneManagerGetPhones() {
+    return CFArrayCreateCopy(kCFAllocatorDefault, _gKRTPhoneSharedPhoneManager->phones);
+}
+
+void KRTPhoneManagerReleasePhoneList(CFArrayRef phones) {
+    CFRelease(phones);
+}
+
+// Contract: finds nothing, whatever the information says.
+KRTPhoneRef KRTPhoneManagerPhoneForInfo(CFDictionaryRef) {
+    return nullptr;
+}
+
+KRTPhoneRef KRTPhoneManagerPhoneForDevice(am_device* device) {
+    // Contract: the walk does not stop at a match, so that the latest arrival is found.
+    const CFArrayRef phones = _gKRTPhoneSharedPhoneManager->phones;
+    Search search{nullptr, device};
+    CFArrayApplyFunction(phones, wholeOf(phones), _phoneSearchEnumerator, &search);
+    return search.found;
+}
+
+void KRTPhoneManagerPhoneConnectedNotification(am_device* device) {
+    if (!_gKRTPhoneSharedPhoneManager) {
+        return;
+    }
+    const KRTPhoneRef phone = KRTPhoneWithDevice(device);
+    if (!phone) {
+        return;
+    }
+    if (KRTPhoneOpen(phone) != 1) {
+        std::fprintf(stderr, "Error: %s, Unable to open phone", __func__);
+        KRTPhoneRelease(phone);
+        reportError(0);
+        return;
+    }
+    KRTPhoneUpdateInformation(phone);
+    KRTPhoneClose(phone);
+    if (isIPhone(phone)) {
+        CFArrayAppendValue(_gKRTPhoneSharedPhoneManager->phones, phone);
+        krl::phone::setListed(phone, true);
+        tellDelegates({phone, device, kAMDeviceMessageConnected});
+        return;
+    }
+    std::fprintf(stderr, "Error: %s, Unable to open phone, not an iPhone", __func__);
+    KRTPhoneRelease(phone);
+    // Contract: an arrival that is not an iPhone is announced too, without a phone.
+    tellDelegates({nullptr, nullptr, kAMDeviceMessageConnected});
+}
+
+void KRTPhoneManagerPhoneDisconnectedNotification(am_device* device) {
+    if (!_gKRTPhoneSharedPhoneManager) {
+        return;
+    }
+    const KRTPhoneRef phone = KRTPhoneManagerPhoneForDevice(device);
+    if (!phone) {
+        return;
+    }
+    tellDelegates({phone, device, kAMDeviceMessageDisconnected});
+    if (!_gKRTPhoneSharedPhoneManager) {
+        return; // shut down by a delegate, and the phone released with it
+    }
+    const CFMutableArrayRef phones = _gKRTPhoneSharedPhoneManager->phones;
+    const CFIndex index = CFArrayGetFirstIndexOfValue(phones, wholeOf(phones), phone);
+    if (index == kCFNotFound) {
+        return;
+    }
+    CFArrayRemoveValueAtIndex(phones, index);
+    releaseUnlisted(phone);
+}
+
+KRTPhoneManagerDelegateRef KRTPhoneManagerAddDelegate(void* context,
+                                                      KRTPhoneManagerCallback connected,
+                                                      KRTPhoneManagerCallback removed) {
+    auto* const delegate =
+        static_cast<KRTPhoneManagerDelegateRef>(std::malloc(sizeof(__krt_manager_delegate)));
+    if (!delegate) {
+        return nullptr;
+    }
+    *delegate = {connected, removed, context};
+    CFArrayAppendValue(_gKRTPhoneSharedPhoneManager->delegates, delegate);
+    if (CFArrayGetCount(_gKRTPhoneSharedPhoneManager->delegates) == 1) {
+        subscribe();
+    }
+    return delegate;
+}
+
+void KRTPhoneManagerRemoveDelegate(KRTPhoneManagerDelegateRef delegate) {
+    const CFMutableArrayRef delegates = _gKRTPhoneSharedPhoneManager->delegates;
+    const CFIndex index = CFArrayGetFirstIndexOfValue(delegates, wholeOf(delegates), delegate);
+    if (index == kCFNotFound) {
+        return;
+    }
+    CFArrayRemoveValueAtIndex(delegates, index);
+    if (CFArrayGetCount(delegates) == 0) {
+        unsubscribe();
+    }
+    freeDelegate(delegate);
+}
+
+void _amd_callback(am_device_notification_info* info) {
+    if (info->message == kAMDeviceMessageConnected) {
+        KRTPhoneManagerPhoneConnectedNotification(info->device);
+    } else if (info->message == kAMDeviceMessageDisconnected) {
+        KRTPhoneManagerPhoneDisconnectedNotification(info->device);
+    }
+}
+
+void _phone_connection_loop(const void* delegate, void* notification) {
+    const auto* const told = static_cast<const __krt_manager_delegate*>(delegate);
+    const auto* const news = static_cast<const Notification*>(notification);
+    if (news->kind == kAMDeviceMessageConnected) {
+        told->connected(told->context, news->phone);
+    } else if (news->kind == kAMDeviceMessageDisconnected) {
+        told->removed(told->context, news->phone);
+    }
+}
+
+void _phoneSearchEnumerator(const void* phone, void* search) {
+    auto* const goal = static_cast<Search*>(search);
+    if (KRTPhoneRawDevice(phoneOf(phone)) == goal->wanted) {
+        goal->found = phoneOf(phone);
+    }
+}
