@@ -1,0 +1,82 @@
+// The slot table against std::unordered_map with the same hash and the same equality.
+
+#include "Comparison.h"
+
+#include <CoreFoundation/CFRef.h>
+#include <KRLVesk/KRTDictionary.h>
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace bench {
+namespace {
+
+struct Hash {
+    std::size_t operator()(const void* key) const { return CFHash(key); }
+};
+
+struct Equal {
+    bool operator()(const void* left, const void* right) const {
+        return left == right || CFEqual(left, right);
+    }
+};
+
+using Keys = std::vector<krl::cf::CFRef<CFStringRef>>;
+
+std::shared_ptr<Keys> fileNames(int count) {
+    auto keys = std::make_shared<Keys>();
+    for (int i = 0; i < count; ++i) {
+        keys->push_back(krl::cf::adopt(CFStringCreateWithFormat(
+            nullptr, nullptr, CFSTR("%c%c%c%c.m4r"), 'A' + i % 18, 'A' + i / 18 % 18,
+            'A' + i / 324 % 18, 'A' + i / 5832 % 18)));
+    }
+    return keys;
+}
+
+void walkSlots(KRTDictionary* table, std::size_t count) {
+    std::vector<const void*> keys(count);
+    std::vector<const void*> values(count);
+    KRTDictionaryGetKeysAndValues(table, keys.data(), values.data());
+    benchmark::DoNotOptimize(keys.data());
+}
+
+void fillSlotTable(benchmark::State& state, const Keys& keys) {
+    for (auto _ : state) {
+        KRTDictionary* table = KRTDictionaryWithCapacity(10);
+        for (const auto& key : keys) {
+            KRTDictionarySetObjectForKey(table, key.get(), key.get());
+        }
+        walkSlots(table, keys.size());
+        KRTDictionaryRelease(table);
+    }
+}
+
+void fillUnorderedMap(benchmark::State& state, const Keys& keys) {
+    for (auto _ : state) {
+        std::unordered_map<const void*, const void*, Hash, Equal> table(10);
+        for (const auto& key : keys) {
+            table.insert_or_assign(key.get(), key.get());
+        }
+        std::vector<const void*> walked;
+        walked.reserve(table.size());
+        for (const auto& [key, value] : table) {
+            walked.push_back(key);
+        }
+        benchmark::DoNotOptimize(walked.data());
+    }
+}
+
+} // namespace
+
+void registerSlotTable() {
+    for (const int count : {100, 10000}) {
+        const std::shared_ptr<Keys> keys = fileNames(count);
+        compare({.title = "slot table, " + std::to_string(count),
+                 .ours = [keys](benchmark::State& state) { fillSlotTable(state, *keys); },
+                 .peer = [keys](benchmark::State& state) { fillUnorderedMap(state, *keys); }},
+                "fill and walk; peer std::unordered_map, same hash");
+    }
+}
+
+} // namespace bench

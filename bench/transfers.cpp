@@ -1,0 +1,277 @@
+// The provider against libimobiledevice, both on the same virtual phone in this process.
+
+#include "Comparison.h"
+
+#include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CoreFoundation.h>
+#include <MobileDevice/Provider.h>
+#include <libimobiledevice/afc.h>
+#include <libimobiledevice/libimobiledevice.h>
+#include <libimobiledevice/lockdown.h>
+#include <plist/plist.h>
+#include <usbmuxd.h>
+#include <virtualphone/VirtualPhone.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace bench {
+namespace {
+
+constexpr std::size_t kPieceBytes = 4 * 1024 * 1024;
+constexpr char kRemotePath[] = "/tone.m4r";
+
+const MobileDeviceTable& provider() {
+    return *MobileDeviceProviderTable();
+}
+
+/// A phone on a bus that both sides find.
+class World {
+public:
+    World() {
+        std::string name = (std::filesystem::temp_directory_path() / "krl-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("no temporary folder");
+        }
+        root_ = name;
+        setenv("USBMUXD_SOCKET_ADDRESS", bus_.environmentValue().c_str(), 1);
+        bus_.log().keepAtMost(100);
+        phone_ = std::make_shared<virtualphone::Phone>(virtualphone::PhoneOptions{.root = root_});
+        bus_.plug(phone_);
+    }
+    ~World() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+    }
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    const std::string& udid() const { return phone_->udid(); }
+
+private:
+    std::filesystem::path root_;
+    virtualphone::Bus bus_;
+    std::shared_ptr<virtualphone::Phone> phone_;
+};
+
+// ---------------------------------------------------------------------- ours
+
+class Subscription {
+public:
+    Subscription() {
+        arrived() = nullptr;
+        provider().AMDeviceNotificationSubscribe(&heard, 0, 0, nullptr, &handle_);
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (arrived() == nullptr) {
+            if (std::chrono::steady_clock::now() > limit) {
+                throw std::runtime_error("the phone did not arrive");
+            }
+            CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
+        }
+    }
+    ~Subscription() { provider().AMDShutdownNotificationProxy(handle_); }
+    Subscription(const Subscription&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+
+    am_device* device() const { return arrived(); }
+
+private:
+    static am_device*& arrived() {
+        static am_device* device = nullptr;
+        return device;
+    }
+    static void heard(am_device_notification_info* info) {
+        if (info->message == kAMDeviceMessageConnected) {
+            arrived() = info->device;
+        }
+    }
+    am_device_notification* handle_ = nullptr;
+};
+
+/// The steps that a file operation makes on a phone that is closed; null when one fails.
+afc_connection* reconnect(am_device* device) {
+    const MobileDeviceTable& md = provider();
+    am_service* service = nullptr;
+    afc_connection* connection = nullptr;
+    const bool isOpen = md.AMDeviceConnect(device) == 0 && md.AMDeviceIsPaired(device) != 0 &&
+                        md.AMDeviceValidatePairing(device) == 0 &&
+                        md.AMDeviceStartSession(device) == 0 &&
+                        md.AMDeviceStartService(device, CFSTR("com.apple.afc"), &service,
+                                                nullptr) == 0 &&
+                        md.AMDeviceStopSession(device) == 0 &&
+                        md.AFCConnectionOpen(service, 0, &connection) == 0;
+    return isOpen ? connection : nullptr;
+}
+
+bool uploadOurs(afc_connection* connection, const std::vector<char>& bytes) {
+    const MobileDeviceTable& md = provider();
+    afc_file_ref file = 0;
+    if (md.AFCFileRefOpen(connection, kRemotePath, kAFCOpenWrite, &file) != 0) {
+        return false;
+    }
+    for (std::size_t at = 0; at < bytes.size(); at += kPieceBytes) {
+        const auto count = static_cast<uint32_t>(std::min(kPieceBytes, bytes.size() - at));
+        if (md.AFCFileRefWrite(connection, file, bytes.data() + at, count) != 0) {
+            return false;
+        }
+    }
+    return md.AFCFileRefClose(connection, file) == 0;
+}
+
+// ---------------------------------------------------------------------- the peer
+
+struct PeerConnection {
+    idevice_t device = nullptr;
+    lockdownd_client_t lockdown = nullptr;
+    afc_client_t files = nullptr;
+
+    PeerConnection() = default;
+    PeerConnection(const PeerConnection&) = delete;
+    PeerConnection& operator=(const PeerConnection&) = delete;
+    ~PeerConnection() {
+        afc_client_free(files);
+        lockdownd_client_free(lockdown);
+        idevice_free(device);
+    }
+};
+
+std::string hostIdOf(const std::string& udid) {
+    char* record = nullptr;
+    uint32_t size = 0;
+    if (usbmuxd_read_pair_record(udid.c_str(), &record, &size) != 0) {
+        return {};
+    }
+    plist_t tree = nullptr;
+    plist_from_memory(record, size, &tree);
+    std::free(record);
+    char* id = nullptr;
+    plist_get_string_val(plist_dict_get_item(tree, "HostID"), &id);
+    std::string result = id != nullptr ? id : "";
+    std::free(id);
+    plist_free(tree);
+    return result;
+}
+
+/// The same steps with libimobiledevice.
+bool reconnectPeer(PeerConnection& peer, const std::string& udid) {
+    if (idevice_new(&peer.device, udid.c_str()) != IDEVICE_E_SUCCESS ||
+        lockdownd_client_new(peer.device, &peer.lockdown, "bench") != LOCKDOWN_E_SUCCESS) {
+        return false;
+    }
+    const std::string hostId = hostIdOf(udid);
+    if (lockdownd_validate_pair(peer.lockdown, nullptr) != LOCKDOWN_E_SUCCESS) {
+        return false;
+    }
+    char* session = nullptr;
+    int ssl = 0;
+    if (lockdownd_start_session(peer.lockdown, hostId.c_str(), &session, &ssl) !=
+        LOCKDOWN_E_SUCCESS) {
+        return false;
+    }
+    const std::unique_ptr<char, decltype(&std::free)> sessionOwner(session, std::free);
+    lockdownd_service_descriptor_t service = nullptr;
+    if (lockdownd_start_service(peer.lockdown, "com.apple.afc", &service) != LOCKDOWN_E_SUCCESS) {
+        return false;
+    }
+    lockdownd_stop_session(peer.lockdown, session);
+    const bool isOpen = afc_client_new(peer.device, service, &peer.files) == AFC_E_SUCCESS;
+    lockdownd_service_descriptor_free(service);
+    return isOpen;
+}
+
+bool uploadPeer(afc_client_t files, const std::vector<char>& bytes) {
+    uint64_t file = 0;
+    if (afc_file_open(files, kRemotePath, AFC_FOPEN_WRONLY, &file) != AFC_E_SUCCESS) {
+        return false;
+    }
+    for (std::size_t at = 0; at < bytes.size(); at += kPieceBytes) {
+        const auto count = static_cast<uint32_t>(std::min(kPieceBytes, bytes.size() - at));
+        uint32_t written = 0;
+        errno = 0;
+        if (afc_file_write(files, file, bytes.data() + at, count, &written) != AFC_E_SUCCESS) {
+            return false;
+        }
+    }
+    return afc_file_close(files, file) == AFC_E_SUCCESS;
+}
+
+// ---------------------------------------------------------------------- comparisons
+
+void compareUploads(const std::shared_ptr<World>& world, std::size_t sizeBytes,
+                    const std::string& label) {
+    const auto bytes = std::make_shared<std::vector<char>>(sizeBytes, 'x');
+    compare({.title = "upload, " + label,
+             .ours =
+                 [world, bytes](benchmark::State& state) {
+                     const Subscription subscription;
+                     afc_connection* connection = reconnect(subscription.device());
+                     for (auto _ : state) {
+                         if (!uploadOurs(connection, *bytes)) {
+                             state.SkipWithError("an upload failed");
+                             break;
+                         }
+                     }
+                     provider().AFCConnectionClose(connection);
+                     provider().AMDeviceDisconnect(subscription.device());
+                 },
+             .peer =
+                 [world, bytes](benchmark::State& state) {
+                     PeerConnection peer;
+                     if (!reconnectPeer(peer, world->udid())) {
+                         state.SkipWithError("the peer did not connect");
+                         return;
+                     }
+                     for (auto _ : state) {
+                         if (!uploadPeer(peer.files, *bytes)) {
+                             state.SkipWithError("an upload failed");
+                             break;
+                         }
+                     }
+                 }},
+            "4 MiB pieces; peer a bare libimobiledevice loop");
+}
+
+void compareReconnections(const std::shared_ptr<World>& world) {
+    compare({.title = "one reconnection",
+             .ours =
+                 [world](benchmark::State& state) {
+                     const Subscription subscription;
+                     for (auto _ : state) {
+                         afc_connection* connection = reconnect(subscription.device());
+                         if (connection == nullptr) {
+                             state.SkipWithError("a reconnection failed");
+                             break;
+                         }
+                         provider().AFCConnectionClose(connection);
+                         provider().AMDeviceDisconnect(subscription.device());
+                     }
+                 },
+             .peer =
+                 [world](benchmark::State& state) {
+                     for (auto _ : state) {
+                         PeerConnection peer;
+                         if (!reconnectPeer(peer, world->udid())) {
+                             state.SkipWithError("a reconnection failed");
+                             break;
+                         }
+                     }
+                 }},
+            "connect, pairing, session, service, files; peer libimobiledevice");
+}
+
+} // namespace
+
+void registerTransfers() {
+    const auto world = std::make_shared<World>();
+    compareUploads(world, 300 * 1024, "300 KiB");
+    compareUploads(world, 4 * 1024 * 1024, "4 MiB");
+    compareUploads(world, 32 * 1024 * 1024, "32 MiB");
+    compareReconnections(world);
+}
+
+} // namespace bench

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# fuzz.sh BUILD_DIR [SECONDS]: runs each fuzz target for a while (20 seconds unless said otherwise).
+set -euo pipefail
+seconds=${2:-20}
+for fuzzer in "$1"/fuzz/*_fuzzer; do
+    echo "==== $(basename "$fuzzer")"
+    corpus=$(mktemp -d)
+    trap 'rm -rf "$corpus"' EXIT
+    "$fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -verbosity=0 \
+        -print_final_stats=1 -artifact_prefix="$corpus/" "$corpus" ||
+        { echo "failed; the input:"; find "$corpus" -type f -name '*-*' -exec base64 {} +; exit 1; }
+done

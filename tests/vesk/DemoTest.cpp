@@ -1,0 +1,54 @@
+// The demo, as make demo runs it.
+#include "VeskTest.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace vesk::testing {
+namespace {
+
+class Demo : public ::testing::Test {
+protected:
+    static VeskResult demo(bool terminal, const std::string& temporary) {
+        VeskProcess::Options options;
+        options.program = KRL_DEMO;
+        options.terminal = terminal;
+        options.environment["TMPDIR"] = temporary;
+        return VeskProcess({KRL_BUILD_FOLDER}, options).wait();
+    }
+
+    static void expectWholeShow(const std::string& out) {
+        EXPECT_THAT(out, AllOf(HasSubstr("$ vesk devices"), HasSubstr("$ vesk info"),
+                               HasSubstr("--dry-run"), HasSubstr("$ vesk sync"),
+                               HasSubstr("$ vesk list"), HasSubstr("$ vesk remove")));
+        EXPECT_THAT(out, AllOf(HasSubstr("Glöckchen"), HasSubstr("Sunrise 🌅"),
+                               HasSubstr("<key>Ringtones</key>"), HasSubstr("Next")));
+    }
+
+    virtualphone::testing::TemporaryFolder temporary_;
+};
+
+} // namespace
+
+TEST_F(Demo, ShowsAWholeSyncInAPipeAndLeavesNothingBehind) {
+    const VeskResult result = demo(/*terminal=*/false, temporary_.path());
+    EXPECT_EQ(result.exitCode, 0) << ::testing::PrintToString(result);
+    expectWholeShow(result.out);
+    EXPECT_THAT(result.out, Not(HasSubstr("\x1b")));
+    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()));
+}
+
+TEST_F(Demo, ShowsAWholeSyncOnATerminal) {
+    const VeskResult result = demo(/*terminal=*/true, temporary_.path());
+    EXPECT_EQ(result.exitCode, 0) << ::testing::PrintToString(result);
+    expectWholeShow(result.out);
+    EXPECT_THAT(result.out, HasSubstr("/6  [#"));
+    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()));
+}
+
+} // namespace vesk::testing

@@ -1,0 +1,82 @@
+#include "Progress.h"
+#include "Text.h"
+
+#include <gtest/gtest.h>
+
+using namespace vesk;
+
+namespace {
+
+Progress halfWay() {
+    Progress progress;
+    progress.filesTotal = 4;
+    progress.filesDone = 2;
+    progress.bytesTotal = 40960;
+    progress.bytesDone = 20480;
+    progress.elapsedSeconds = 5;
+    progress.current = "Glöckchen";
+    return progress;
+}
+
+} // namespace
+
+TEST(ProgressValue, TellsRateAndTimeLeftFromWhatHasArrived) {
+    const Progress progress = halfWay();
+    EXPECT_DOUBLE_EQ(progress.fraction(), 0.5);
+    EXPECT_DOUBLE_EQ(progress.bytesPerSecond().value(), 4096);
+    EXPECT_DOUBLE_EQ(progress.secondsLeft().value(), 5);
+}
+
+TEST(ProgressValue, KnowsNoRateBeforeTheFirstFileHasArrived) {
+    Progress progress = halfWay();
+    progress.bytesDone = 0;
+    EXPECT_FALSE(progress.bytesPerSecond().has_value());
+    EXPECT_FALSE(progress.secondsLeft().has_value());
+}
+
+TEST(ProgressValue, SurvivesFilesThatTurnOutLarger) {
+    Progress progress = halfWay();
+    progress.bytesDone = progress.bytesTotal * 2;
+    EXPECT_DOUBLE_EQ(progress.fraction(), 1);
+    EXPECT_FALSE(progress.secondsLeft().has_value());
+}
+
+TEST(ProgressValue, CountsFilesWhereThereAreNoBytes) {
+    Progress progress;
+    EXPECT_DOUBLE_EQ(progress.fraction(), 1);
+    progress.filesTotal = 4;
+    progress.filesDone = 1;
+    EXPECT_DOUBLE_EQ(progress.fraction(), 0.25);
+}
+
+TEST(ProgressLine, ShowsFilesBarPercentBytesRateTimeLeftAndName) {
+    EXPECT_EQ(progressLine(halfWay(), 100),
+              "2/4  [###############...............]   50%  20.0 KiB of 40.0 KiB  4.0 KiB/s  "
+              "0:05 left  Glöckchen");
+}
+
+TEST(ProgressLine, LeavesOutWhatThereIsNoRoomFor) {
+    EXPECT_EQ(progressLine(halfWay(), 80),
+              "2/4  [###########............]   50%  20.0 KiB of 40.0 KiB  4.0 KiB/s  0:05 left");
+    EXPECT_EQ(progressLine(halfWay(), 60),
+              "2/4  [#######.......]   50%  20.0 KiB of 40.0 KiB  0:05 left");
+    EXPECT_EQ(progressLine(halfWay(), 40), "2/4  [########........]   50%  0:05 left");
+    EXPECT_EQ(progressLine(halfWay(), 21), "2/4  [####....]   50%");
+    EXPECT_EQ(progressLine(halfWay(), 10), "2/4   50%");
+}
+
+TEST(ProgressLine, IsNeverWiderThanTheTerminal) {
+    Progress progress = halfWay();
+    progress.current = "着信音 🎵 着信音 🎵 着信音 🎵 着信音 🎵";
+    for (std::size_t columns = 0; columns <= 200; ++columns) {
+        EXPECT_LE(displayWidth(progressLine(progress, columns)), columns) << columns;
+    }
+}
+
+TEST(ProgressLine, MakesNamesSafe) {
+    Progress progress = halfWay();
+    progress.current = "\x1b[2J";
+    const std::string line = progressLine(progress, 120);
+    EXPECT_EQ(line.find('\x1b'), std::string::npos);
+    EXPECT_NE(line.find("\\x1b[2J"), std::string::npos);
+}

@@ -1,0 +1,139 @@
+#include "Output.h"
+#include "Text.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using namespace vesk;
+
+namespace {
+
+struct EscapeCase {
+    const char* rule;
+    std::string text;
+    std::string shown;
+};
+
+void PrintTo(const EscapeCase& row, std::ostream* out) {
+    *out << row.rule;
+}
+
+class ForTerminal : public testing::TestWithParam<EscapeCase> {};
+
+} // namespace
+
+TEST_P(ForTerminal, ShowsUnsafeCharactersAsEscapes) {
+    EXPECT_EQ(forTerminal(GetParam().text), GetParam().shown);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ForTerminal,
+    testing::Values(
+        EscapeCase{"plain text stays", "Marimba 1", "Marimba 1"},
+        EscapeCase{"umlauts stay", "Glöckchen", "Glöckchen"},
+        EscapeCase{"emoji with joiners stay", "👩‍🎤 🇩🇪", "👩‍🎤 🇩🇪"},
+        EscapeCase{"combining accents stay", "e\u0301", "e\u0301"},
+        EscapeCase{"escape sequence", "\x1b[2Jx", "\\x1b[2Jx"},
+        EscapeCase{"bell, newline and tab", "a\a\n\tb", "a\\x07\\x0a\\x09b"},
+        EscapeCase{"zero byte", std::string("a\0b", 3), "a\\x00b"},
+        EscapeCase{"delete", "\x7f", "\\x7f"},
+        EscapeCase{"C1 control sequence introducer", "\u009b2J", "\\u009b2J"},
+        EscapeCase{"right-to-left override", "gp3\u202e4m", "gp3\\u202e4m"},
+        EscapeCase{"isolates", "\u2066x\u2069", "\\u2066x\\u2069"},
+        EscapeCase{"line separator", "a\u2028b", "a\\u2028b"},
+        EscapeCase{"byte order mark", "\ufeffa", "\\ufeffa"},
+        EscapeCase{"a byte that is no UTF-8", "a\xff", "a\\xff"},
+        EscapeCase{"an overlong form", "\xc0\xaf", "\\xc0\\xaf"},
+        EscapeCase{"a surrogate in UTF-8", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
+        EscapeCase{"a character cut short", "\xf0\x9f\x8e", "\\xf0\\x9f\\x8e"}));
+
+TEST(JsonForTerminal, EscapesSoThatTheValueStaysTheSame) {
+    const std::string name = "a\u202eb\u009bc\U000e0001d 🎵 ü";
+    const std::string shown = jsonForTerminal(nlohmann::json{{"name", name}}.dump(2));
+    EXPECT_EQ(shown.find("\u202e"), std::string::npos);
+    EXPECT_EQ(shown.find("\u009b"), std::string::npos);
+    EXPECT_NE(shown.find("🎵 ü"), std::string::npos);
+    EXPECT_EQ(nlohmann::json::parse(shown).at("name"), name);
+}
+
+TEST(DisplayWidth, CountsColumnsNotBytes) {
+    EXPECT_EQ(displayWidth("abc"), 3U);
+    EXPECT_EQ(displayWidth("äöü"), 3U);
+    EXPECT_EQ(displayWidth("e\u0301"), 1U);
+    EXPECT_EQ(displayWidth("着信音"), 6U);
+    EXPECT_EQ(displayWidth("🎵"), 2U);
+}
+
+TEST(Fitted, CutsBetweenCharactersAndSaysSo) {
+    EXPECT_EQ(fitted("Marimba", 7), "Marimba");
+    EXPECT_EQ(fitted("Marimba", 4), "Mar…");
+    EXPECT_EQ(fitted("着信音", 4), "着…");
+    EXPECT_EQ(fitted("Marimba", 1), "…");
+    EXPECT_EQ(fitted("Marimba", 0), "");
+}
+
+TEST(FormatBytes, UsesTheUnitThatFits) {
+    EXPECT_EQ(formatBytes(0), "0 B");
+    EXPECT_EQ(formatBytes(1023), "1023 B");
+    EXPECT_EQ(formatBytes(1024), "1.0 KiB");
+    EXPECT_EQ(formatBytes(1024 * 1024 - 1), "1.0 MiB");
+    EXPECT_EQ(formatBytes(5 * 1024 * 1024 + 512 * 1024), "5.5 MiB");
+    EXPECT_EQ(formatBytes(UINT64_MAX), "16777216.0 TiB");
+}
+
+TEST(FormatDuration, ShowsHoursOnlyWhenThereAreSome) {
+    EXPECT_EQ(formatDuration(0), "0:00");
+    EXPECT_EQ(formatDuration(6.6), "0:07");
+    EXPECT_EQ(formatDuration(754), "12:34");
+    EXPECT_EQ(formatDuration(3723), "1:02:03");
+    EXPECT_EQ(formatDuration(-1), "0:00");
+    EXPECT_EQ(formatDuration(1e12), "99:00:00");
+}
+
+TEST(Counted, KnowsOneFromSeveral) {
+    EXPECT_EQ(counted(0, "file"), "0 files");
+    EXPECT_EQ(counted(1, "file"), "1 file");
+    EXPECT_EQ(counted(2, "entry", "entries"), "2 entries");
+}
+
+TEST(QuotedList, ShortensLongLists) {
+    EXPECT_EQ(quotedList({"A"}), "\"A\"");
+    EXPECT_EQ(quotedList({"A", "B", "C"}), "\"A\", \"B\" and \"C\"");
+    EXPECT_EQ(quotedList({"A", "B", "C", "D"}, 3), "\"A\", \"B\" and 2 more");
+}
+
+TEST(CloseNames, FindsWhatAPersonMayHaveMeant) {
+    const std::vector<std::string> names{"Marimba", "Old Phone", "Glöckchen", "Old Car Horn"};
+    EXPECT_THAT(closeNames("marimba", names), ElementsAre("Marimba"));
+    EXPECT_THAT(closeNames("Marinba", names), ElementsAre("Marimba"));
+    EXPECT_THAT(closeNames("GLÖCKCHEN", names), ElementsAre("Glöckchen"));
+    EXPECT_THAT(closeNames("Phone", names), ElementsAre("Old Phone"));
+    EXPECT_THAT(closeNames("old", names), ElementsAre("Old Phone", "Old Car Horn"));
+    EXPECT_THAT(closeNames("Xylophone Solo", names), IsEmpty());
+}
+
+TEST(TableText, AlignsColumnsByDisplayWidthAndLeavesNoSpacesAtLineEnds) {
+    Table table({{"NAME"}, {"SIZE", Table::Align::Right}, {"NOTE"}});
+    table.add({"着信音", "5", ""});
+    table.add({"ab", "1000", "x"});
+    EXPECT_EQ(table.text(), "NAME    SIZE  NOTE\n"
+                            "着信音     5\n"
+                            "ab      1000  x\n");
+}
+
+TEST(TableText, EscapesBeforeItMeasures) {
+    Table table({{"A"}, {"B"}});
+    table.add({"\x1b", "1"});
+    table.add({"abcd", "2"});
+    EXPECT_EQ(table.text(), "A     B\n\\x1b  1\nabcd  2\n");
+}
+
+TEST(TableText, HasNoLineOfTitlesWithoutTitles) {
+    Table table({{""}, {""}});
+    table.add({"Name", "My Phone"});
+    EXPECT_EQ(table.text(), "Name  My Phone\n");
+}

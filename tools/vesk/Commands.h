@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Options.h"
+#include "Output.h"
+
+namespace vesk {
+
+// Each carries a command out and returns what to exit with; a Failure says why it could not.
+
+ExitCode runDevices(const Options& options, Output& output);
+ExitCode runInfo(const Options& options, Output& output);
+ExitCode runWatch(const Options& options, Output& output);
+
+ExitCode runList(const Options& options, Output& output);
+ExitCode runAdd(const Options& options, Output& output);
+ExitCode runRemove(const Options& options, Output& output);
+ExitCode runSync(const Options& options, Output& output);
+
+ExitCode runCheck(const Options& options, Output& output);
+
+} // namespace vesk

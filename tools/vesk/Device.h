@@ -1,0 +1,54 @@
+#pragma once
+
+#include <MobileDevice/MobileDevice.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+namespace vesk {
+
+/// One reference on a device.
+class Device {
+public:
+    explicit Device(am_device* device) : device_(AMDeviceRetain(device)) {}
+    Device(const Device& other) : Device(other.device_) {}
+    Device& operator=(const Device& other) {
+        Device copy(other);
+        std::swap(device_, copy.device_);
+        return *this;
+    }
+    ~Device() { AMDeviceRelease(device_); }
+
+    am_device* get() const { return device_; }
+    friend bool operator==(const Device& left, const Device& right) {
+        return left.device_ == right.device_;
+    }
+
+private:
+    am_device* device_;
+};
+
+/// What a device says of itself without a session, paired or not.
+struct DeviceDescription {
+    bool reachable = false; ///< it answers; otherwise nothing below is known
+    int32_t connectStatus = 0;
+    bool paired = false;
+    std::string udid;
+    std::string name;
+    std::string deviceClass;
+    std::string firmware;
+
+    bool isIphone() const { return deviceClass == "iPhone"; }
+
+    /// How to call it in a message: its name and UDID as far as they are known.
+    std::string label() const;
+};
+
+/// UDIDs are hexadecimal digits of either case.
+bool sameUdid(const std::string& left, const std::string& right);
+
+/// Connects, asks, disconnects. A device that is silent takes one deadline, not one a value.
+DeviceDescription describe(const Device& device);
+
+} // namespace vesk

@@ -1,0 +1,150 @@
+#include "Commands.h"
+
+#include "Discovery.h"
+#include "Interrupt.h"
+#include "PhoneState.h"
+#include "Status.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace vesk {
+namespace {
+
+/// What stands in the way of using a device; empty when nothing does.
+std::string problemOf(const DeviceDescription& about) {
+    if (!about.reachable) {
+        return about.connectStatus != 0 ? deviceStatusText(about.connectStatus)
+                                        : "it does not answer";
+    }
+    if (!about.isIphone()) {
+        return "not an iPhone";
+    }
+    return about.paired ? "" : "not paired";
+}
+
+Json deviceJson(const DeviceDescription& about) {
+    const std::string problem = problemOf(about);
+    Json json{{"udid", about.udid},     {"name", about.name},
+              {"class", about.deviceClass}, {"firmware", about.firmware},
+              {"paired", about.paired}, {"usable", problem.empty()}};
+    if (!problem.empty()) {
+        json["problem"] = problem;
+    }
+    return json;
+}
+
+std::string orUnknown(const std::string& text) {
+    return text.empty() ? "?" : text;
+}
+
+bool isWanted(const Options& options, const DeviceDescription& about) {
+    return options.udid.empty() || sameUdid(options.udid, about.udid);
+}
+
+} // namespace
+
+ExitCode runDevices(const Options& options, Output& output) {
+    Discovery discovery;
+    Table table({{"UDID"}, {"NAME"}, {"CLASS"}, {"FIRMWARE"}, {"PAIRED"}, {"PROBLEM"}});
+    Json devices = Json::array();
+    for (const Device& device : discovery.attached(options.wait)) {
+        const DeviceDescription about = describe(device);
+        if (isWanted(options, about)) {
+            devices.push_back(deviceJson(about));
+            table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
+                       orUnknown(about.firmware), about.paired ? "yes" : "no", problemOf(about)});
+        }
+    }
+    if (devices.empty()) {
+        throw Failure(ExitCode::NoPhone, "no device is attached",
+                      "Plug the phone in and wake it. Is the usbmuxd daemon running?");
+    }
+    output.table(table);
+    output.document({{"devices", devices}});
+    return ExitCode::Success;
+}
+
+ExitCode runInfo(const Options& options, Output& output) {
+    Discovery discovery;
+    Session session(choosePhone(discovery, options), discovery);
+    const PhoneState state = readRingtones(session, /*tolerateUnreadable=*/true);
+    const PhoneFacts& facts = state.facts;
+    std::uint64_t ringtoneBytes = 0;
+    for (const PhoneRingtone& ringtone : state.ringtones.list) {
+        ringtoneBytes += ringtone.size;
+    }
+    const char* catalogue = !state.catalogueFile              ? "none yet"
+                            : state.catalogueIsUnreadable() ? "unreadable"
+                                                            : "readable";
+    Table table({{""}, {""}});
+    table.add({"Name", facts.name});
+    table.add({"UDID", facts.udid});
+    table.add({"Class", facts.deviceClass});
+    table.add({"Firmware", facts.firmware});
+    table.add({"Layout", facts.olderLayout ? "older (placeholders, slot order)" : "current"});
+    table.add({"Free space", facts.freeBytes ? formatBytes(*facts.freeBytes) : "?"});
+    table.add({"Catalogue", catalogue});
+    table.add({"Ringtones", fmt::format("{} ({})", state.ringtones.list.size(),
+                                        formatBytes(ringtoneBytes))});
+    output.table(table);
+    output.document({{"udid", facts.udid},
+                     {"name", facts.name},
+                     {"class", facts.deviceClass},
+                     {"firmware", facts.firmware},
+                     {"firmwareNumber", facts.firmwareNumber},
+                     {"layout", facts.olderLayout ? "older" : "current"},
+                     {"freeBytes", facts.freeBytes ? Json(*facts.freeBytes) : Json(nullptr)},
+                     {"catalogue", catalogue},
+                     {"ringtones", state.ringtones.list.size()},
+                     {"ringtoneBytes", ringtoneBytes}});
+    return ExitCode::Success;
+}
+
+ExitCode runWatch(const Options& options, Output& output) {
+    const InterruptScope scope(OnInterrupt::EndWatching);
+    Discovery discovery;
+    output.note("watching for phones; Ctrl-C ends");
+    // A device that is gone cannot be asked any more.
+    std::vector<std::pair<Device, DeviceDescription>> known;
+    while (!interrupted()) {
+        const auto event = discovery.next(std::chrono::milliseconds{100});
+        if (!event) {
+            continue;
+        }
+        DeviceDescription about;
+        if (event->arrived) {
+            about = describe(event->device);
+            known.emplace_back(event->device, about);
+        } else {
+            const auto found = std::find_if(known.begin(), known.end(), [&](const auto& one) {
+                return one.first == event->device;
+            });
+            if (found != known.end()) {
+                about = found->second;
+                known.erase(found);
+            }
+        }
+        if (!isWanted(options, about)) {
+            continue;
+        }
+        if (output.json()) {
+            Json object{{"event", event->arrived ? "attached" : "removed"}};
+            object.update(deviceJson(about));
+            output.objectLine(object);
+        } else {
+            const std::string problem = event->arrived ? problemOf(about) : "";
+            output.line(fmt::format("{} {}  {}  {}  {}{}", event->arrived ? "attached" : "removed ",
+                                    orUnknown(about.udid), orUnknown(about.name),
+                                    orUnknown(about.deviceClass), orUnknown(about.firmware),
+                                    problem.empty() ? "" : "  (" + problem + ")"));
+            output.flush();
+        }
+    }
+    return ExitCode::Success;
+}
+
+} // namespace vesk

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Device.h"
+
+#include <chrono>
+#include <deque>
+#include <optional>
+#include <vector>
+
+namespace vesk {
+
+/// The devices that are attached, by a subscription of its own: unlike the phone manager it also
+/// knows devices that are no iPhones or not paired. One at a time, on one thread.
+class Discovery {
+public:
+    struct Event {
+        bool arrived;
+        Device device;
+    };
+
+    /// Subscribes.
+    /// @throw Failure when there is no device layer or no mux daemon
+    Discovery();
+    ~Discovery();
+    Discovery(const Discovery&) = delete;
+    Discovery& operator=(const Discovery&) = delete;
+
+    /// The next arrival or removal; none when nothing happens for so long.
+    std::optional<Event> next(std::chrono::milliseconds wait);
+
+    /// Waits for a first device for as long as `first`, then for more until nothing has arrived for a
+    /// moment, and returns all that are attached. Attached devices are reported one right after the
+    /// other, but nothing says which is the last.
+    std::vector<Device> attached(std::chrono::milliseconds first);
+
+    /// Whether a device that was attached is gone. News of it may lag behind its failing calls.
+    bool isGone(const Device& device);
+
+private:
+    static void callback(am_device_notification_info* info);
+
+    // The callback is given no context.
+    static Discovery* current_;
+
+    am_device_notification* subscription_ = nullptr;
+    std::deque<Event> events_;
+    std::vector<Device> devices_;
+};
+
+} // namespace vesk

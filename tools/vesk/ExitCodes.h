@@ -1,0 +1,55 @@
+#pragma once
+
+namespace vesk {
+
+/// What the process exits with. The numbers are part of the interface (docs/vesk.md, vesk --help):
+/// never reuse or renumber one.
+enum class ExitCode : int {
+    Success = 0,
+    Unexpected = 1,
+    Usage = 2,
+
+    // Which phone
+    NoPhone = 10,
+    SeveralPhones = 11,
+    NotPaired = 12,
+    CannotOpen = 13,
+    NotAnIphone = 14,
+    NoDeviceLayer = 15,
+
+    // What was asked for
+    UnsupportedType = 20,
+    UnreadableFile = 21,
+    EmptyFile = 22,
+    FileTooLarge = 23,
+    BadName = 24,
+    NameTaken = 25,
+    SameNameTwice = 26,
+    NameNotFound = 27,
+    NeedsYes = 28,
+
+    // What the phone's state forbids
+    NoSpace = 30,
+    CatalogueUnreadable = 31,
+    WouldLoseRingtones = 32,
+
+    // How a sync went
+    SyncFailed = 40,
+    PhoneGone = 41,
+    NotAsWanted = 42,
+    CannotBegin = 43,
+
+    // vesk check
+    NotAccepted = 50,
+    NotACatalogue = 51,
+
+    Cancelled = 130,
+};
+
+/// The code's name in JSON, "no-phone" and the like.
+const char* exitCodeName(ExitCode code);
+
+/// The table of all codes, for the help text.
+const char* exitCodeHelp();
+
+} // namespace vesk

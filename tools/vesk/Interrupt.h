@@ -1,0 +1,31 @@
+#pragma once
+
+namespace vesk {
+
+/// What Ctrl-C (SIGINT, and likewise SIGTERM and SIGHUP) does.
+enum class OnInterrupt {
+    LeaveAtOnce, ///< nothing is being written: say so and leave
+    FinishStep,  ///< cancel at the next step of a sync; a second one leaves at once
+    EndWatching, ///< end without a word
+};
+
+/// Takes the signals over for the rest of the process and ignores SIGPIPE: a reader that goes away
+/// must not end a sync half-way.
+void installInterruptHandlers();
+
+/// Sets what the signals do from now on. A signal that came while this was FinishStep stays noticed.
+void setOnInterrupt(OnInterrupt reaction);
+
+/// Whether a signal came under FinishStep or EndWatching.
+bool interrupted();
+
+/// Sets a reaction for a scope and LeaveAtOnce after it.
+class InterruptScope {
+public:
+    explicit InterruptScope(OnInterrupt reaction) { setOnInterrupt(reaction); }
+    ~InterruptScope() { setOnInterrupt(OnInterrupt::LeaveAtOnce); }
+    InterruptScope(const InterruptScope&) = delete;
+    InterruptScope& operator=(const InterruptScope&) = delete;
+};
+
+} // namespace vesk

@@ -1,0 +1,151 @@
+#include "Output.h"
+
+#include "Terminal.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace vesk {
+namespace {
+
+constexpr char kRed[] = "\x1b[1;31m";
+constexpr char kYellow[] = "\x1b[1;33m";
+constexpr char kPlain[] = "\x1b[0m";
+
+std::string dumped(const Json& json, int indent) {
+    // Names that are no UTF-8 are shown with U+FFFD rather than not at all.
+    return jsonForTerminal(
+        json.dump(indent, ' ', /*ensure_ascii=*/false, Json::error_handler_t::replace));
+}
+
+std::string row(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths,
+                const std::vector<Table::Column>& columns) {
+    std::string line;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const std::string gap(widths[i] - displayWidth(cells[i]), ' ');
+        const bool right = columns[i].align == Table::Align::Right;
+        line += i == 0 ? "" : "  ";
+        line += right ? gap + cells[i] : cells[i] + gap;
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line + "\n";
+}
+
+} // namespace
+
+std::string Table::text() const {
+    std::vector<std::vector<std::string>> lines;
+    if (std::any_of(columns_.begin(), columns_.end(),
+                    [](const Column& column) { return !column.title.empty(); })) {
+        auto& titles = lines.emplace_back();
+        std::transform(columns_.begin(), columns_.end(), std::back_inserter(titles),
+                       [](const Column& column) { return column.title; });
+    }
+    for (const auto& cells : rows_) {
+        auto& line = lines.emplace_back();
+        std::transform(cells.begin(), cells.end(), std::back_inserter(line),
+                       [](const std::string& cell) { return forTerminal(cell); });
+    }
+    std::vector<std::size_t> widths(columns_.size());
+    for (const auto& line : lines) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], displayWidth(line[i]));
+        }
+    }
+    std::string result;
+    for (const auto& line : lines) {
+        result += row(line, widths, columns_);
+    }
+    return result;
+}
+
+Output::Output(Options options)
+    : options_(options), colour_(terminalUnderstandsEscapes(stderr) && coloursWanted()) {}
+
+void Output::line(std::string_view text) {
+    if (!options_.json) {
+        writeText(stdout, forTerminal(text) + "\n");
+    }
+}
+
+void Output::table(const Table& table) {
+    if (!options_.json) {
+        writeText(stdout, table.text());
+    }
+}
+
+void Output::summary(std::string_view text) {
+    if (!options_.quiet) {
+        line(text);
+    }
+}
+
+void Output::sideLine(const char* colour, std::string_view label, std::string_view text) {
+    std::fflush(stdout); // so that both streams stand in order where they meet
+    std::string head = label.empty() ? "" : fmt::format("{}:", label);
+    if (colour_ && colour != nullptr) {
+        head = colour + head + kPlain;
+    }
+    writeText(stderr, fmt::format("vesk: {}{}{}\n", head, head.empty() ? "" : " ", forTerminal(text)));
+}
+
+void Output::note(std::string_view text) {
+    if (!options_.quiet) {
+        sideLine(nullptr, "", text);
+    }
+}
+
+void Output::warning(std::string_view text, const std::vector<std::string>& details) {
+    sideLine(kYellow, "warning", text);
+    for (const std::string& detail : details) {
+        writeText(stderr, fmt::format("  {}\n", forTerminal(detail)));
+    }
+}
+
+void Output::document(const Json& document) {
+    if (options_.json) {
+        writeText(stdout, dumped(document, 2) + "\n");
+    }
+}
+
+void Output::objectLine(const Json& object) {
+    writeText(stdout, dumped(object, -1) + "\n");
+    flush();
+}
+
+void Output::failure(const Failure& failure) {
+    sideLine(kRed, "error", failure.what());
+    for (const std::string& detail : failure.details()) {
+        writeText(stderr, fmt::format("  {}\n", forTerminal(detail)));
+    }
+    if (!failure.hint().empty()) {
+        writeText(stderr, fmt::format("  {}\n", forTerminal(failure.hint())));
+    }
+    document({{"error",
+               {{"code", static_cast<int>(failure.code())},
+                {"name", exitCodeName(failure.code())},
+                {"message", failure.what()},
+                {"hint", failure.hint()},
+                {"details", failure.details()}}}});
+}
+
+void Output::flush() {
+    std::fflush(stdout);
+}
+
+void Output::finish() {
+    errno = 0;
+    const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    // A reader that has seen enough (a pager, head) is no failure.
+    if (!written && errno != EPIPE) {
+        throw Failure(ExitCode::Unexpected,
+                      fmt::format("the output could not be written: {}", std::strerror(errno)));
+    }
+}
+
+} // namespace vesk

@@ -1,0 +1,96 @@
+#pragma once
+
+#include "Catalogue.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vesk {
+
+/// A ringtone that is on the phone.
+struct PhoneRingtone {
+    std::string name;
+    std::string guid;
+    std::string type; ///< as the library says it: the last three characters of the file name
+    std::string file; ///< in the ringtone folder
+    std::string companion; ///< the name that its placeholder has or would have
+    std::uint64_t size = 0;
+};
+
+/// A ringtone that is to go there.
+struct NewRingtone {
+    std::string name;
+    std::string path; ///< on this computer
+    std::uint64_t size = 0;
+};
+
+/// One change on the phone.
+struct Operation {
+    enum class Kind {
+        CreateFolder,
+        Rename,         ///< file becomes newFile
+        Upload,         ///< source goes to file
+        Placeholder,    ///< an empty file for a ringtone of another type
+        Remove,         ///< the file of a removed ringtone, or its placeholder
+        WriteCatalogue,
+        DeleteStray     ///< a file that the new catalogue does not account for
+    };
+    Kind kind = Kind::Upload;
+    std::string file = {};
+    std::string newFile = {};
+    std::string name = {};   ///< of the ringtone; empty where there is none
+    std::string source = {}; ///< on this computer
+    std::uint64_t bytes = 0;
+
+    friend bool operator==(const Operation&, const Operation&) = default;
+};
+
+/// "rename", "upload" and so on.
+const char* operationName(Operation::Kind kind);
+
+/// What a sync starts from and what the library would make of it.
+struct PlanInput {
+    std::vector<NewRingtone> added;
+    std::vector<PhoneRingtone> removed;
+    std::vector<PhoneRingtone> unchanged;
+
+    std::vector<CatalogueEntry> oldCatalogue; ///< as it is on the phone
+    std::vector<CatalogueEntry> newCatalogue; ///< as the library generates it
+    std::map<std::string, std::string> moves; ///< GUID to the new file name, likewise
+
+    bool folderExists = true;
+    std::map<std::string, std::uint64_t> folder; ///< files in the ringtone folder and their sizes
+    bool olderLayout = false; ///< the firmware wants placeholders
+    std::uint64_t oldCatalogueBytes = 0;
+    std::uint64_t newCatalogueBytes = 0;
+    bool sameCatalogue = false; ///< old and new are equal byte for byte
+};
+
+/// A ringtone that the phone has, but that the library does not see.
+struct HiddenRingtone {
+    std::string name;
+    std::string file;
+
+    friend bool operator==(const HiddenRingtone&, const HiddenRingtone&) = default;
+};
+
+/// What a sync does, found out by going through it without a phone.
+struct Plan {
+    std::vector<Operation> operations; ///< in the order in which they happen
+    std::uint64_t uploadBytes = 0;
+    std::uint64_t spaceNeeded = 0; ///< most space that it takes at any moment beyond what is taken
+
+    std::vector<std::string> strays; ///< files that will be deleted and that no catalogue lists
+    std::vector<std::string> lost;   ///< names that should stay or come, but would not be there
+    std::vector<HiddenRingtone> hidden; ///< deleted or emptied although nobody asked for it
+
+    std::size_t count(Operation::Kind kind) const;
+    bool changesAnything = false;
+};
+
+Plan makePlan(const PlanInput& input);
+
+} // namespace vesk

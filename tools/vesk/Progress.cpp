@@ -1,0 +1,150 @@
+#include "Progress.h"
+
+#include "Terminal.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace vesk {
+namespace {
+
+constexpr std::size_t kNarrowestBar = 8;
+constexpr std::size_t kWidestBar = 30;
+
+std::string bar(double fraction, std::size_t width) {
+    const auto filled = std::min(width, static_cast<std::size_t>(std::floor(
+                                            fraction * static_cast<double>(width))));
+    return "[" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
+}
+
+std::string joined(const std::string& left, const std::string& right) {
+    return left.empty() ? right : right.empty() ? left : left + "  " + right;
+}
+
+/// The parts behind the bar, from the one that stays longest to the one that goes first.
+std::string details(const Progress& progress, std::size_t parts) {
+    const auto left = progress.secondsLeft();
+    const auto rate = progress.bytesPerSecond();
+    const std::array<std::string, 3> texts{
+        left ? formatDuration(*left) + " left" : "",
+        fmt::format("{} of {}", formatBytes(progress.bytesDone), formatBytes(progress.bytesTotal)),
+        rate ? formatBytes(static_cast<std::uint64_t>(*rate)) + "/s" : ""};
+    constexpr std::array<std::size_t, 3> kShownOrder{1, 2, 0};
+    std::string result;
+    for (const std::size_t index : kShownOrder) {
+        result = joined(result, index < parts ? texts[index] : "");
+    }
+    return result;
+}
+
+std::string withName(const std::string& line, const std::string& name, std::size_t columns) {
+    constexpr std::size_t kShortestName = 8;
+    const std::size_t taken = displayWidth(line) + 2;
+    return columns >= taken + kShortestName
+               ? joined(line, fitted(forTerminal(name), columns - taken))
+               : line;
+}
+
+} // namespace
+
+double Progress::fraction() const {
+    // A file that grew while it was sent must not take the bar beyond its end.
+    if (bytesTotal > 0) {
+        return std::min(1.0, static_cast<double>(bytesDone) / static_cast<double>(bytesTotal));
+    }
+    return filesTotal > 0
+               ? std::min(1.0, static_cast<double>(filesDone) / static_cast<double>(filesTotal))
+               : 1.0;
+}
+
+std::optional<double> Progress::bytesPerSecond() const {
+    if (bytesDone == 0 || elapsedSeconds <= 0) {
+        return std::nullopt;
+    }
+    return static_cast<double>(bytesDone) / elapsedSeconds;
+}
+
+std::optional<double> Progress::secondsLeft() const {
+    const auto rate = bytesPerSecond();
+    if (!rate || bytesDone > bytesTotal) {
+        return std::nullopt;
+    }
+    return static_cast<double>(bytesTotal - bytesDone) / *rate;
+}
+
+std::string progressLine(const Progress& progress, std::size_t columns) {
+    constexpr std::size_t kAroundBar = 2 * 2 + 2; // gaps and brackets
+    const std::string counts = fmt::format("{}/{}", progress.filesDone, progress.filesTotal);
+    const std::string percent =
+        fmt::format("{:3}%", static_cast<int>(std::floor(progress.fraction() * 100)));
+    for (const std::size_t parts : {3U, 2U, 1U, 0U}) {
+        const std::string behind = joined(percent, details(progress, parts));
+        const std::size_t used = displayWidth(counts) + kAroundBar + displayWidth(behind);
+        if (columns >= used + kNarrowestBar) {
+            const std::size_t width = std::min(kWidestBar, columns - used);
+            const std::string line = joined(joined(counts, bar(progress.fraction(), width)), behind);
+            return withName(line, progress.current, columns);
+        }
+    }
+    return fitted(joined(counts, percent), columns);
+}
+
+ProgressDisplay::ProgressDisplay(const Output& output)
+    : kind_(output.quiet()                         ? Kind::None
+            : terminalUnderstandsEscapes(stderr)   ? Kind::Bar
+            : output.json()                        ? Kind::None
+                                                   : Kind::Lines) {}
+
+ProgressDisplay::~ProgressDisplay() {
+    clear();
+}
+
+void ProgressDisplay::stage(const std::string& text) {
+    if (kind_ == Kind::Bar) {
+        draw(fitted(forTerminal(text), terminalColumns(stderr) - 1));
+    }
+}
+
+void ProgressDisplay::fileBegins(const Progress& progress) {
+    if (kind_ == Kind::Lines) {
+        writeText(stderr, fmt::format("vesk: uploading {}/{}: {}\n", progress.filesDone + 1,
+                                      progress.filesTotal, forTerminal(progress.current)));
+    }
+    drawIfDue(progress);
+}
+
+void ProgressDisplay::fileEnds(const Progress& progress) {
+    drawIfDue(progress);
+}
+
+void ProgressDisplay::clear() {
+    if (drawn_) {
+        writeText(stderr, "\r\x1b[K");
+        std::fflush(stderr);
+        drawn_ = false;
+    }
+}
+
+void ProgressDisplay::drawIfDue(const Progress& progress) {
+    constexpr std::chrono::milliseconds kBetweenDrawings{100};
+    const auto now = Clock::now();
+    const bool last = progress.filesDone == progress.filesTotal;
+    if (kind_ != Kind::Bar || (!last && lastDrawn_ && now - *lastDrawn_ < kBetweenDrawings)) {
+        return;
+    }
+    lastDrawn_ = now;
+    // A terminal may wrap once its last column is written, so that one stays free.
+    draw(progressLine(progress, terminalColumns(stderr) - 1));
+}
+
+void ProgressDisplay::draw(const std::string& line) {
+    writeText(stderr, fmt::format("\r{}\x1b[K", line));
+    std::fflush(stderr);
+    drawn_ = true;
+}
+
+} // namespace vesk

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "Output.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace vesk {
+
+/// How far a transfer is: a value apart from the transfer itself.
+struct Progress {
+    std::size_t filesTotal = 0;
+    std::size_t filesDone = 0;
+    std::uint64_t bytesTotal = 0;
+    std::uint64_t bytesDone = 0;
+    double elapsedSeconds = 0;
+    std::string current; ///< name of the file under way
+
+    /// Part done, 0 to 1; by files where there are no bytes to send.
+    double fraction() const;
+
+    /// Bytes a second so far; none before the first file has arrived.
+    std::optional<double> bytesPerSecond() const;
+
+    /// Seconds that the rest takes at that rate.
+    std::optional<double> secondsLeft() const;
+};
+
+/// The progress as one line that is no wider than so many columns. What there is no room for is left
+/// out, the least important first: name, rate, bytes, time left, the bar.
+std::string progressLine(const Progress& progress, std::size_t columns);
+
+/// Shows progress on standard error: a bar that is drawn anew on a terminal, one line a file elsewhere.
+class ProgressDisplay {
+public:
+    explicit ProgressDisplay(const Output& output);
+    ~ProgressDisplay();
+    ProgressDisplay(const ProgressDisplay&) = delete;
+    ProgressDisplay& operator=(const ProgressDisplay&) = delete;
+
+    /// What is going on besides the transfer, such as waiting for the lock.
+    void stage(const std::string& text);
+
+    void fileBegins(const Progress& progress);
+    void fileEnds(const Progress& progress);
+
+    /// Takes the bar off the terminal.
+    void clear();
+
+private:
+    using Clock = std::chrono::steady_clock;
+    enum class Kind { None, Lines, Bar };
+
+    void draw(const std::string& line);
+    void drawIfDue(const Progress& progress);
+
+    Kind kind_;
+    bool drawn_ = false;
+    std::optional<Clock::time_point> lastDrawn_;
+};
+
+} // namespace vesk

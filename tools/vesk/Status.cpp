@@ -1,0 +1,101 @@
+#include "Status.h"
+
+#include <KRLVesk/KRTError.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace vesk {
+namespace {
+
+struct Meaning {
+    int32_t status;
+    const char* text;
+};
+
+constexpr std::array kLockdown{
+    Meaning{-11, "MissingKey"},
+    Meaning{-12, "MissingValue"},
+    Meaning{-13, "GetProhibited"},
+    Meaning{-14, "SetProhibited"},
+    Meaning{-17, "PasswordProtected: unlock the phone with its code first"},
+    Meaning{-18, "UserDeniedPairing: somebody refused this computer on the phone"},
+    Meaning{-19, "PairingDialogResponsePending: answer the question on the phone"},
+    Meaning{-20, "MissingHostID"},
+    Meaning{-21, "InvalidHostID: the phone does not know this computer any more; pair it again"},
+    Meaning{-22, "SessionActive"},
+    Meaning{-23, "SessionInactive"},
+    Meaning{-24, "MissingSessionID"},
+    Meaning{-25, "InvalidSessionID"},
+    Meaning{-26, "MissingService"},
+    Meaning{-27, "InvalidService: this firmware does not have the service"},
+    Meaning{-28, "ServiceLimit: too many connections to the phone"},
+    Meaning{-29, "MissingPairRecord: pair the phone again"},
+    Meaning{-31, "InvalidPairRecord: pair the phone again"},
+    Meaning{-34, "ServiceProhibited"},
+};
+
+constexpr std::array kFile{
+    Meaning{1, "unknown error"},
+    Meaning{2, "bad header"},
+    Meaning{3, "no resources"},
+    Meaning{4, "read error"},
+    Meaning{5, "write error"},
+    Meaning{6, "unknown packet type"},
+    Meaning{7, "invalid argument"},
+    Meaning{8, "object not found"},
+    Meaning{9, "object is a directory"},
+    Meaning{10, "permission denied"},
+    Meaning{11, "not connected: the phone is gone or has closed the connection"},
+    Meaning{12, "timed out: the phone does not answer"},
+    Meaning{13, "too much data"},
+    Meaning{14, "end of data"},
+    Meaning{15, "operation not supported"},
+    Meaning{16, "object exists"},
+    Meaning{17, "object busy"},
+    Meaning{18, "no space left on the phone"},
+    Meaning{19, "operation would block"},
+    Meaning{20, "I/O error on the phone"},
+    Meaning{21, "interrupted"},
+    Meaning{22, "in progress"},
+    Meaning{23, "internal error"},
+};
+
+template <std::size_t N>
+std::string named(const std::array<Meaning, N>& meanings, int32_t status, const char* kind) {
+    const auto found = std::find_if(meanings.begin(), meanings.end(), [&](const Meaning& meaning) {
+        return meaning.status == status;
+    });
+    return found == meanings.end() ? fmt::format("{} status {}", kind, status)
+                                   : fmt::format("{} ({} status {})", found->text, kind, status);
+}
+
+} // namespace
+
+std::string deviceStatusText(int32_t status) {
+    return status < 0 ? named(kLockdown, status, "lockdown") : named(kFile, status, "device");
+}
+
+std::string fileStatusText(int32_t status) {
+    return named(kFile, status, "file service");
+}
+
+std::string lastFailureText() {
+    if (KRTErrorGetLine() == 0) {
+        return "no reason was given";
+    }
+    const int code = KRTErrorGetCode();
+    const std::string_view module = KRTErrorGetFile() != nullptr ? KRTErrorGetFile() : "";
+    // The phone's module reports statuses of the device layer and, below 1 and under -100, its own.
+    if (module == "KRTPhoneInternal" && code > 0) {
+        return fileStatusText(code);
+    }
+    if (module == "KRTPhoneInternal" && code < 0 && code > -100) {
+        return deviceStatusText(code);
+    }
+    return fmt::format("{}, code {}", module, code);
+}
+
+} // namespace vesk

@@ -1,0 +1,358 @@
+#include "Submit.h"
+
+#include "Failure.h"
+#include "Interrupt.h"
+#include "Progress.h"
+#include "Status.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <set>
+#include <tuple>
+#include <unistd.h>
+
+namespace vesk {
+namespace {
+
+/// The store's modes of a status report.
+enum Mode : int32_t { kPreparing = 0, kRemoving = 3, kBeforeUploads = 4, kUploading = 5 };
+
+/// What the store reported, and the answer to it.
+class Reports {
+public:
+    Reports(const Plan& plan, const Output& output) : display_(output) {
+        std::copy_if(plan.operations.begin(), plan.operations.end(), std::back_inserter(uploads_),
+                     [](const Operation& one) { return one.kind == Operation::Kind::Upload; });
+        progress_.filesTotal = uploads_.size();
+        progress_.bytesTotal = plan.uploadBytes;
+    }
+
+    ProgressDisplay& display() { return display_; }
+
+    /// Files that have arrived whole.
+    std::size_t uploaded() const { return progress_.filesDone; }
+    std::size_t uploadsPlanned() const { return progress_.filesTotal; }
+    /// Catalogue entries whose renames were tried.
+    std::size_t entriesRenamed() const { return preparingReports_ > 0 ? preparingReports_ - 1 : 0; }
+    const std::string& underWay() const { return progress_.current; }
+    bool reachedRemovals() const { return reachedRemovals_; }
+    bool answeredCancel() const { return answeredCancel_; }
+
+    // Called from the library, through which no exception may pass.
+    static bool respond(int32_t mode, int32_t status, uint32_t /*max*/, uint32_t /*value*/,
+                        const char* message, void* context) noexcept {
+        auto& self = *static_cast<Reports*>(context);
+        try {
+            self.take(mode, status, message);
+        } catch (...) {
+            // Progress that cannot be shown is no reason to stop a sync half-way.
+        }
+        const bool cancel = interrupted();
+        self.answeredCancel_ = self.answeredCancel_ || cancel;
+        return !cancel;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void take(int32_t mode, int32_t status, const char* message) {
+        switch (mode) {
+        case kPreparing:
+            ++preparingReports_;
+            display_.stage("Preparing ...");
+            break;
+        case kBeforeUploads:
+            start_ = Clock::now();
+            break;
+        case kUploading:
+            takeUpload(status == 1, message);
+            break;
+        case kRemoving:
+            reachedRemovals_ = true;
+            display_.stage("Removing, writing the catalogue ...");
+            break;
+        default:
+            break;
+        }
+    }
+
+    void takeUpload(bool begins, const char* message) {
+        progress_.elapsedSeconds = std::chrono::duration<double>(Clock::now() - start_).count();
+        if (begins) {
+            progress_.current = message != nullptr ? message : "";
+            display_.fileBegins(progress_);
+        } else {
+            progress_.bytesDone += uploads_.at(progress_.filesDone).bytes;
+            ++progress_.filesDone;
+            display_.fileEnds(progress_);
+        }
+    }
+
+    std::vector<Operation> uploads_;
+    Progress progress_;
+    ProgressDisplay display_;
+    Clock::time_point start_ = Clock::now();
+    std::size_t preparingReports_ = 0;
+    bool reachedRemovals_ = false;
+    bool answeredCancel_ = false;
+};
+
+class Submission {
+public:
+    Submission(Session& session, const PhoneState& before, const PreparedChange& change,
+               Output& output)
+        : session_(session), before_(before), change_(change), output_(output),
+          reports_(change.plan, output) {}
+
+    void run() {
+        const InterruptScope scope(OnInterrupt::FinishStep);
+        begin();
+        const bool succeeded = write();
+        const std::string reason = succeeded ? "" : lastFailureText();
+        end();
+        reports_.display().clear();
+        if (!succeeded) {
+            throw failed(reason);
+        }
+        if (reports_.answeredCancel() && !reports_.reachedRemovals()) {
+            throw cancelled();
+        }
+        verify();
+        if (reports_.answeredCancel()) {
+            output_.note("it was too late to cancel: the sync is complete");
+        }
+    }
+
+private:
+    void begin() {
+        reports_.display().stage("Waiting for the phone's sync lock ...");
+        KRTErrorClear();
+        if (KRTPhoneOpen(session_.phone()) != 1) {
+            reports_.display().clear();
+            throw session_.readFailure("the phone cannot be opened");
+        }
+        if (KRTPhoneBeginSync(session_.phone()) != 1) {
+            throw notBegun(lastFailureText());
+        }
+        if (interrupted()) {
+            end();
+            reports_.display().clear();
+            throw Failure(ExitCode::Cancelled, "cancelled; nothing was changed on the phone");
+        }
+    }
+
+    Failure notBegun(const std::string& reason) {
+        end();
+        reports_.display().clear();
+        const bool gone = session_.isGone();
+        return {gone ? ExitCode::PhoneGone : ExitCode::CannotBegin,
+                fmt::format("the sync on {} could not begin: {}", before_.facts.label(),
+                            gone ? "the phone was pulled out" : reason),
+                "Another program may be syncing the phone, or it is going away. Nothing was changed "
+                "on it. Close the other program, plug the phone in and try again."};
+    }
+
+    bool write() {
+        KRTErrorClear();
+        KRTRingtoneManagerSetStatusResponder(session_.store(), Reports::respond, &reports_);
+        const int result =
+            KRTRingtoneManagerSubmitChanges(session_.store(), change_.added.get(),
+                                            change_.removed.get(), change_.unchanged.get());
+        KRTRingtoneManagerSetStatusResponder(session_.store(), nullptr, nullptr);
+        return result == 1;
+    }
+
+    void end() {
+        KRTPhoneEndSync(session_.phone());
+        KRTPhoneClose(session_.phone());
+    }
+
+    std::string uploadedText() const {
+        return fmt::format("{} of {} had been uploaded", reports_.uploaded(),
+                           counted(reports_.uploadsPlanned(), "ringtone"));
+    }
+
+    Failure failed(const std::string& reason) {
+        if (session_.isGone()) {
+            return pulledOut();
+        }
+        const std::string where =
+            reports_.underWay().empty() ? "" : fmt::format(" at \"{}\"", reports_.underWay());
+        return withState(ExitCode::SyncFailed,
+                         fmt::format("the sync of {} failed{}: {}", before_.facts.label(), where,
+                                     unreadableSource().value_or(reason)));
+    }
+
+    /// Of a file on this computer the library only says that it could not be read.
+    std::optional<std::string> unreadableSource() const {
+        for (const Operation& operation : change_.plan.operations) {
+            if (operation.kind == Operation::Kind::Upload &&
+                operation.name == reports_.underWay() &&
+                ::access(operation.source.c_str(), R_OK) != 0) {
+                return fmt::format("\"{}\" cannot be read: {}", operation.source,
+                                   std::strerror(errno));
+            }
+        }
+        return std::nullopt;
+    }
+
+    Failure cancelled() {
+        if (session_.isGone()) {
+            return pulledOut();
+        }
+        return withState(ExitCode::Cancelled,
+                         fmt::format("the sync of {} was cancelled", before_.facts.label()));
+    }
+
+    /// Adds what the phone holds now.
+    Failure withState(ExitCode code, const std::string& message) {
+        std::vector<std::string> details{uploadedText() + "; the phone's catalogue is the old one"};
+        try {
+            undoRenames();
+            describeOldRingtones(details);
+        } catch (const Failure& failure) {
+            details.push_back(fmt::format("the phone could not be looked at: {}", failure.what()));
+        }
+        return {code, message,
+                "Run the same command again: files that no catalogue lists are deleted or "
+                "replaced then.",
+                details};
+    }
+
+    void describeOldRingtones(std::vector<std::string>& details) {
+        const auto now = namesAndSizes(session_.ringtones());
+        const auto then = namesAndSizes(before_.ringtones);
+        for (const auto& [name, size] : then) {
+            const auto found = now.find(name);
+            if (found == now.end()) {
+                details.push_back(fmt::format("\"{}\" is not on the phone any more", name));
+            } else if (found->second != size) {
+                details.push_back(fmt::format(
+                    "\"{}\" has been overwritten by the file that was to replace it", name));
+            }
+        }
+        if (now == then) {
+            details.push_back(then.empty() ? "it had no ringtones before and lists none now"
+                                           : fmt::format("all {} that it had are still there",
+                                                         counted(then.size(), "ringtone")));
+        }
+    }
+
+    /// The old catalogue lists the old names: under the new ones the ringtones would be missing, and
+    /// deleted by the next sync.
+    void undoRenames() {
+        const auto names = session_.folderNames().value_or(std::vector<std::string>{});
+        std::set<std::string> folder(names.begin(), names.end());
+        const auto& operations = change_.plan.operations;
+        for (auto operation = operations.rbegin(); operation != operations.rend(); ++operation) {
+            const auto& [from, to] = std::tie(operation->file, operation->newFile);
+            const bool moved = operation->kind == Operation::Kind::Rename && folder.contains(to) &&
+                               !folder.contains(from);
+            if (moved && KRTPhoneRenameObjectAtPath(session_.phone(), path(to).c_str(),
+                                                    path(from).c_str()) == 1) {
+                folder.erase(to);
+                folder.insert(from);
+            }
+        }
+    }
+
+    static std::string path(const std::string& file) {
+        return fmt::format("{}/{}", kRingtonesFolder, file);
+    }
+
+    Failure pulledOut() {
+        std::vector<std::string> details;
+        if (reports_.reachedRemovals()) {
+            details.emplace_back("all uploads had arrived; whether the new catalogue was written is "
+                                 "not known");
+        } else {
+            details.push_back(uploadedText() + "; the phone's catalogue is the old one");
+            describeMoved(details);
+        }
+        return {ExitCode::PhoneGone,
+                fmt::format("{} was pulled out during the sync", before_.facts.label()),
+                "Plug it in again and run the same command again.", details};
+    }
+
+    void describeMoved(std::vector<std::string>& details) const {
+        if (reports_.entriesRenamed() == 0) {
+            return;
+        }
+        for (const Operation& operation : change_.plan.operations) {
+            if (operation.kind == Operation::Kind::Rename) {
+                details.push_back(fmt::format("\"{}\" may have moved from {} to {}, where the old "
+                                              "catalogue does not find it: keep a copy of it",
+                                              operation.name, operation.file, operation.newFile));
+            }
+        }
+    }
+
+    static std::map<std::string, std::uint64_t> namesAndSizes(const PhoneRingtones& ringtones) {
+        std::map<std::string, std::uint64_t> result;
+        for (const PhoneRingtone& ringtone : ringtones.list) {
+            result[ringtone.name] = ringtone.size;
+        }
+        return result;
+    }
+
+    void verify() {
+        std::map<std::string, std::uint64_t> now;
+        try {
+            now = namesAndSizes(session_.ringtones());
+        } catch (const Failure& failure) {
+            throw failure.code() == ExitCode::PhoneGone ? pulledOut() : unverified(failure);
+        }
+        if (now != change_.wanted) {
+            throw notAsWanted(now);
+        }
+    }
+
+    Failure unverified(const Failure& failure) const {
+        return {ExitCode::NotAsWanted,
+                fmt::format("the sync of {} ended, but the phone cannot be looked at: {}",
+                            before_.facts.label(), failure.what()),
+                "Run \"vesk list\" to see what it holds."};
+    }
+
+    Failure notAsWanted(const std::map<std::string, std::uint64_t>& now) const {
+        std::vector<std::string> details;
+        for (const auto& [name, size] : change_.wanted) {
+            const auto found = now.find(name);
+            if (found == now.end()) {
+                details.push_back(fmt::format("missing: \"{}\"", name));
+            } else if (found->second != size) {
+                details.push_back(fmt::format("\"{}\" has {} instead of {} bytes", name,
+                                              found->second, size));
+            }
+        }
+        for (const auto& [name, size] : now) {
+            if (!change_.wanted.contains(name)) {
+                details.push_back(fmt::format("still there: \"{}\"", name));
+            }
+        }
+        return {ExitCode::NotAsWanted,
+                fmt::format("the sync of {} ended, but the phone does not hold what it should; "
+                            "perhaps its catalogue could not be written",
+                            before_.facts.label()),
+                "Check the free space with \"vesk info\" and run the same command again.", details};
+    }
+
+    Session& session_;
+    const PhoneState& before_;
+    const PreparedChange& change_;
+    Output& output_;
+    Reports reports_;
+};
+
+} // namespace
+
+void submit(Session& session, const PhoneState& before, const PreparedChange& change,
+            Output& output) {
+    Submission(session, before, change, output).run();
+}
+
+} // namespace vesk

@@ -1,0 +1,26 @@
+/** A length, big-endian, and a property list: how lockdown and the notification proxy talk. */
+#ifndef VIRTUALPHONE_FRAMEDLIST_H
+#define VIRTUALPHONE_FRAMEDLIST_H
+
+#include "virtualphone/Channel.h"
+#include "virtualphone/Packet.h"
+#include "virtualphone/PropertyList.h"
+
+#include <cstddef>
+
+namespace virtualphone {
+
+/**
+ * Longest list that is read. Requests are a few hundred bytes, pair records about 10,000; the limit
+ * also bounds how deep lists can be nested.
+ */
+inline constexpr std::size_t kLongestList = std::size_t{64} * 1024;
+
+/** The next dictionary; null when the connection has ended or brings something else. */
+Plist receiveDictionary(Channel& channel);
+
+Packet framed(const Plist& list, bool asBinary);
+
+} // namespace virtualphone
+
+#endif

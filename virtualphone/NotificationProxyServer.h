@@ -1,0 +1,34 @@
+/** The notification proxy on one connection. */
+#ifndef VIRTUALPHONE_NOTIFICATIONPROXYSERVER_H
+#define VIRTUALPHONE_NOTIFICATIONPROXYSERVER_H
+
+#include "virtualphone/PropertyList.h"
+#include "virtualphone/Responder.h"
+
+#include <string>
+
+namespace virtualphone {
+
+class NotificationProxyServer {
+public:
+    explicit NotificationProxyServer(const Client& client);
+    ~NotificationProxyServer();
+    NotificationProxyServer(const NotificationProxyServer&) = delete;
+    NotificationProxyServer& operator=(const NotificationProxyServer&) = delete;
+
+    /** Serves until the connection ends. */
+    void run();
+
+private:
+    bool serve(const Plist& command);
+    bool shutDown(LogEntry entry);
+    void relay(const std::string& name);
+
+    Channel& channel_;
+    PhoneState& phone_;
+    Responder responder_;
+};
+
+} // namespace virtualphone
+
+#endif

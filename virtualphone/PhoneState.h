@@ -1,0 +1,87 @@
+/** What the services of a phone share, and what outlives their connections. */
+#ifndef VIRTUALPHONE_PHONESTATE_H
+#define VIRTUALPHONE_PHONESTATE_H
+
+#include "virtualphone/DeviceValues.h"
+#include "virtualphone/Faults.h"
+#include "virtualphone/Link.h"
+#include "virtualphone/MediaFolder.h"
+#include "virtualphone/Notifications.h"
+#include "virtualphone/PhoneOptions.h"
+#include "virtualphone/UniqueFd.h"
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace virtualphone {
+
+inline constexpr uint16_t kLockdownPort = 62078;
+inline constexpr const char* kSyncLockPath = "/com.apple.itunes.lock_sync";
+
+/** Ports that services were started on; each is good for one connection. */
+class ServicePorts {
+public:
+    /** A port nobody waits on yet, or none when there are none left. */
+    std::optional<uint16_t> open(Service service);
+
+    /** The service that waits on a port, which is used up by this. */
+    std::optional<Service> take(uint16_t port);
+
+    void closeAll();
+
+private:
+    std::mutex mutex_;
+    std::map<uint16_t, Service> waiting_;
+    uint16_t next_ = 0;
+};
+
+/** The hosts that a phone trusts, by their HostID. */
+class TrustedHosts {
+public:
+    bool contains(const std::string& hostId) const;
+    void add(const std::string& hostId);
+    void remove(const std::string& hostId);
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::set<std::string> hosts_;
+};
+
+class PhoneState {
+public:
+    /** The options are complete and checked, the folder exists. */
+    explicit PhoneState(PhoneOptions complete);
+
+    const PhoneOptions options;
+    Faults faults;
+    MediaFolder media;
+    DeviceValues values;
+    Link link;
+    Notifications notifications;
+    ServicePorts ports;
+    TrustedHosts hosts;
+
+    bool holdSyncLock();
+    void releaseSyncLock();
+
+    /** True once: at the first plugging-in, when a paired phone comes to trust its host. */
+    bool isFirstPlugging();
+
+    /** A new session's name. */
+    std::string newSessionId();
+
+private:
+    std::mutex mutex_;
+    UniqueFd syncLock_;
+    bool wasPlugged_ = false;
+    uint64_t sessions_ = 0;
+};
+
+} // namespace virtualphone
+
+#endif

@@ -1,0 +1,49 @@
+/** Property lists on the wire, with their owner. */
+#ifndef VIRTUALPHONE_PROPERTYLIST_H
+#define VIRTUALPHONE_PROPERTYLIST_H
+
+#include <plist/plist.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace virtualphone {
+
+struct PlistDeleter {
+    void operator()(void* node) const { plist_free(node); }
+};
+using Plist = std::unique_ptr<void, PlistDeleter>;
+
+Plist newDictionary();
+Plist newArray();
+Plist newString(const std::string& text);
+Plist newInteger(uint64_t number);
+Plist newBoolean(bool value);
+Plist newData(const std::string& bytes);
+
+/** Puts a value into a dictionary, which owns it from then on. */
+void setItem(const Plist& dictionary, const std::string& key, Plist value);
+void setItem(const Plist& dictionary, const std::string& key, const std::string& text);
+void appendItem(const Plist& array, Plist value);
+
+/** The value, lent by the dictionary; null when it is missing. */
+plist_t itemOf(const Plist& dictionary, const std::string& key);
+
+/** Checked reading: none when the value is missing or of another type. */
+std::optional<std::string> stringOf(plist_t node);
+std::optional<uint64_t> integerOf(plist_t node);
+std::optional<std::string> dataOf(plist_t node);
+bool isDictionary(plist_t node);
+
+std::string toXml(const Plist& list);
+std::string toBinary(const Plist& list);
+
+/** Reads XML or binary; null when it is neither. */
+Plist fromBytes(std::span<const char> bytes);
+
+} // namespace virtualphone
+
+#endif
