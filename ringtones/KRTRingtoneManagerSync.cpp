@@ -170,8 +170,8 @@ void KRTRingtoneManager::sync(const Delegate& delegate, std::unique_ptr<SyncUse>
             KRTPhoneClose(_manager->phone);
             tellStep(delegate, kOver, kUnlocked);
         }
-        _delegate = nullptr;
     }
+    _delegate = nullptr;
     // A phone that was released meanwhile goes before the application hears of the end.
     use.reset();
     postCompletion(this);

@@ -4,6 +4,7 @@ set -euo pipefail
 
 packages=(
     g++ cmake ninja-build pkg-config make git
+    unzip libsystemd-dev dbus-daemon
     libplist-dev libusbmuxd-dev libtag1-dev libcli11-dev libfmt-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev libimobiledevice-dev libimobiledevice-utils ifuse
     clang-format-14 binutils

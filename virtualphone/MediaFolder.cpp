@@ -170,7 +170,8 @@ int MediaFolder::makeDirectory(const std::string& path, bool makesParents,
                           : resultOf(mkdirat(place.folder.get(), place.name.c_str(), kFolderMode));
     if (error == EEXIST && acceptsExisting) {
         UniqueFd existing;
-        return openBelow(path, O_PATH | O_DIRECTORY, existing) == 0 ? 0 : EEXIST;
+        const int lookup = openBelow(path, O_PATH | O_DIRECTORY, existing);
+        return lookup == ENOTDIR ? EEXIST : lookup;
     }
     return error;
 }

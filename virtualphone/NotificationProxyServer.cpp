@@ -34,18 +34,16 @@ bool NotificationProxyServer::serve(const Plist& command) {
     if (request == "Shutdown") {
         return shutDown(std::move(entry));
     }
-    // Logged first: whoever is told of a post finds it in the log.
-    if (!responder_.finish(std::move(entry))) {
-        return false;
+    if (request == "ObserveNotification") {
+        phone_.notifications.observe(this, name,
+                                     [this](const std::string& posted) { relay(posted); });
     }
+    // Whoever is told of a post finds it in the log, whoever finds an observer there can rely on it.
+    const bool goesOn = responder_.finish(std::move(entry));
     if (request == "PostNotification") {
         phone_.notifications.post(name);
-    } else if (request == "ObserveNotification") {
-        phone_.notifications.observe(this, name, [this](const std::string& posted) {
-            relay(posted);
-        });
     }
-    return true;
+    return goesOn;
 }
 
 bool NotificationProxyServer::shutDown(LogEntry entry) {

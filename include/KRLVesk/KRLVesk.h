@@ -8,6 +8,8 @@
 #include <KRLVesk/KRTError.h>
 #include <KRLVesk/KRTPhone.h>
 #include <KRLVesk/KRTPhoneManager.h>
+#include <KRLVesk/KRTPluginValidator.h>
 #include <KRLVesk/KRTRingtoneManager.h>
+#include <KRLVesk/KRTVesk.h>
 
 #endif

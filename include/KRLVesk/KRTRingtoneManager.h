@@ -39,14 +39,17 @@ extern KRL_EXPORT const CFStringRef KRTRingtoneKeyName;
 
 /*
  * Keys without a constant:
- *  "FileType"   extension of the file without the point, a string. A new ringtone must have it;
- * "hrlx" is stored as "m4r". Of a ringtone on the phone, the last three characters of its file
- *               name.
- *  "NeedsSync"  for applications; does not travel to the phone.
- *  "LocalData"  see KRTRingtoneDataFunction.
- * "FileType", "FileSize", "RemotePath" and "NeedsSync" stay on this computer; all else that a
- * ringtone holds travels into the phone's catalogue and must be something that a property list can
- * hold.
+ *
+ * "FileType": the file's extension without the point, a string. A new ringtone must have it, and
+ * "hrlx" is stored as "m4r". Of a loaded ringtone it is the last three characters of the file name.
+ *
+ * "NeedsSync": for applications.
+ *
+ * "LocalData": see KRTRingtoneDataFunction.
+ *
+ * "FileType", "FileSize", "RemotePath" and "NeedsSync" stay on this computer. All else that a
+ * ringtone holds travels into the phone's catalogue; a value that a property list cannot hold keeps
+ * the whole catalogue from being written.
  */
 
 /**

@@ -46,6 +46,7 @@ const ClassTable* const kClasses[kTypeCount] = {
     &kRunLoopSourceClass,
     &kRunLoopTimerClass,
     &kNotificationCenterClass,
+    &kBundleClass,
 };
 
 const CFObjectHeader& headerOf(CFTypeRef object) {

@@ -1,6 +1,7 @@
 #include <CoreFoundation/CFNotificationCenter.h>
 
 #include "CFRuntime.h"
+#include "DistributedCenter.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <algorithm>
@@ -40,6 +41,10 @@ CFNotificationCenterRef createImmortalCenter() {
     return center;
 }
 
+bool isDistributed(CFNotificationCenterRef center) {
+    return center == CFNotificationCenterGetDistributedCenter();
+}
+
 bool isFor(const Registration& registration, CFStringRef name, const void* object) {
     return (!registration.name || CFEqual(registration.name.get(), name)) &&
            (registration.object == nullptr || registration.object == object);
@@ -64,10 +69,19 @@ CFNotificationCenterRef CFNotificationCenterGetLocalCenter() noexcept {
     return center;
 }
 
+CFNotificationCenterRef CFNotificationCenterGetDistributedCenter() noexcept {
+    static const CFNotificationCenterRef center = createImmortalCenter();
+    return center;
+}
+
 void CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void* observer,
                                      CFNotificationCallback callBack, CFStringRef name,
                                      const void* object,
                                      CFNotificationSuspensionBehavior) noexcept {
+    if (isDistributed(center)) {
+        addDistributedObserver({observer, callBack, name, static_cast<CFStringRef>(object)});
+        return;
+    }
     auto registration = std::make_shared<Registration>();
     registration->observer = observer;
     registration->callBack = callBack;
@@ -80,6 +94,10 @@ void CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void*
 
 void CFNotificationCenterRemoveObserver(CFNotificationCenterRef center, const void* observer,
                                         CFNotificationName name, const void* object) noexcept {
+    if (isDistributed(center)) {
+        removeDistributedObserver(observer, name, static_cast<CFStringRef>(object));
+        return;
+    }
     const std::lock_guard lock(center->mutex);
     std::erase_if(center->registrations, [&](const auto& registration) {
         const bool removed =
@@ -99,6 +117,10 @@ void CFNotificationCenterRemoveEveryObserver(CFNotificationCenterRef center,
 void CFNotificationCenterPostNotification(CFNotificationCenterRef center, CFNotificationName name,
                                           const void* object, CFDictionaryRef userInfo,
                                           Boolean) noexcept {
+    if (isDistributed(center)) {
+        postDistributedNotification(name, static_cast<CFStringRef>(object), userInfo);
+        return;
+    }
     Registrations receivers;
     {
         const std::lock_guard lock(center->mutex);

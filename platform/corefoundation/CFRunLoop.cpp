@@ -96,14 +96,14 @@ std::mutex loopsMutex;
 
 // ---------------------------------------------------------------------------- time
 
-/** The moment so many seconds from now. */
+/** The moment so many seconds from now, which may lie in the past. */
 Moment momentIn(double seconds) {
     constexpr double kForever = 1e9;
     if (!(seconds < kForever)) {
         return Moment::max();
     }
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                              std::chrono::duration<double>(std::max(seconds, 0.0)));
+                              std::chrono::duration<double>(std::max(seconds, -kForever)));
 }
 
 timespec asTimespec(Clock::duration duration) {

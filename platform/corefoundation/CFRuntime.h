@@ -28,6 +28,7 @@ enum TypeID : uint16_t {
     kRunLoopSourceTypeID,
     kRunLoopTimerTypeID,
     kNotificationCenterTypeID,
+    kBundleTypeID,
     kTypeCount
 };
 
@@ -66,6 +67,7 @@ extern const ClassTable kRunLoopClass;
 extern const ClassTable kRunLoopSourceClass;
 extern const ClassTable kRunLoopTimerClass;
 extern const ClassTable kNotificationCenterClass;
+extern const ClassTable kBundleClass;
 
 /** malloc and realloc that end the process where those would return null. */
 void* allocate(size_t size);

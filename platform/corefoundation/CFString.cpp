@@ -61,16 +61,15 @@ constexpr CFIndex kHashWindow = 32;
 
 template <typename Unit>
 CFHashCode hashUnits(CFHashCode hash, const Unit* units, CFIndex count) {
-    CFIndex i = 0;
-    for (; i + 4 <= count; i += 4) {
-        CFHashCode four = units[i];
-        four = four * kOneStep + units[i + 1];
-        four = four * kOneStep + units[i + 2];
-        four = four * kOneStep + units[i + 3];
+    for (; count >= 4; count -= 4, units += 4) {
+        CFHashCode four = units[0];
+        four = four * kOneStep + units[1];
+        four = four * kOneStep + units[2];
+        four = four * kOneStep + units[3];
         hash = hash * kFourSteps + (four & 0xFFFFFFFF);
     }
-    for (; i < count; ++i) {
-        hash = hash * kOneStep + units[i];
+    for (; count > 0; --count, ++units) {
+        hash = hash * kOneStep + *units;
     }
     return hash;
 }
@@ -110,6 +109,9 @@ Text::Text(CFStringRef string) : Text(string->contents, string->length, cf::isWi
 bool Text::operator==(const Text& other) const {
     if (length_ != other.length_) {
         return false;
+    }
+    if (length_ == 0) {
+        return true;
     }
     if (wide_ == other.wide_) {
         const auto units = static_cast<size_t>(length_);
@@ -182,7 +184,7 @@ bool isAscii(const Text& text) {
 
 void copyNarrow(const Text& text, char* bytes) {
     if (!text.isWide()) {
-        std::memcpy(bytes, text.narrow(), static_cast<size_t>(text.length()));
+        std::copy_n(text.narrow(), text.length(), bytes);
         return;
     }
     for (CFIndex i = 0; i < text.length(); ++i) {
@@ -310,7 +312,7 @@ CFIndex skipSign(const Text& text, bool& negative) {
     return at;
 }
 
-/** The longest part from at on that is made of digits and what a decimal number may hold. */
+/** The decimal number at a place, empty when there is none. */
 std::string decimalAt(const Text& text, CFIndex at) {
     std::string decimal;
     const auto takeDigits = [&] {
@@ -327,7 +329,7 @@ std::string decimalAt(const Text& text, CFIndex at) {
         hasDigits = takeDigits() || hasDigits;
     }
     if (!hasDigits) {
-        return "0";
+        return {};
     }
     if (at < text.length() && (text[at] == 'e' || text[at] == 'E')) {
         const size_t mantissa = decimal.size();
@@ -617,6 +619,10 @@ double CFStringGetDoubleValue(CFStringRef string) noexcept {
     const Text text(string);
     bool negative = false;
     const CFIndex at = skipSign(text, negative);
-    const double value = parseDecimal(decimalAt(text, at));
+    const std::string decimal = decimalAt(text, at);
+    if (decimal.empty()) {
+        return 0;
+    }
+    const double value = parseDecimal(decimal);
     return negative ? -value : value;
 }

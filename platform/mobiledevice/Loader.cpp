@@ -23,7 +23,7 @@ bool isComplete(const MobileDeviceTable* table) {
         table->size != sizeof(MobileDeviceTable)) {
         return false;
     }
-#define KRL_IS_THERE(function) table->function != nullptr &&
+#define KRL_IS_THERE(function) table->function != nullptr&&
     return MOBILEDEVICE_REQUIRED_FUNCTIONS(KRL_IS_THERE) true;
 #undef KRL_IS_THERE
 }

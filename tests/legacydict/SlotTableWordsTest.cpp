@@ -225,6 +225,19 @@ TEST_F(SlotTableOfWords, ReplacingTestsTheAddressOfTheRecordNotTheKey) {
     }
 }
 
+TEST_F(SlotTableOfWords, OnReplacingTheKeyIsOutOfItsSlotWhileAMarkerIsChosen) {
+    make(0);
+    world.hash = [](KRTUnsignedWord) { return 0; };
+    const auto address = reinterpret_cast<KRTUnsignedWord>(table_);
+    const KRTUnsignedWord key = address - 1;
+    set(key, 1);
+    const KRTWord slot = probe(key).found;
+    table_->_marker = address;
+    set(key, 2);
+    EXPECT_EQ(table_->_marker, key); // nobody saw it
+    EXPECT_EQ(table_->_keys[slot], key);
+}
+
 // ---------------------------------------------------------------------------- probing
 
 TEST_F(SlotTableOfWords, TheSameKeyIsNotComparedEqualOnesAre) {

@@ -16,13 +16,17 @@ namespace {
 
 using namespace std::string_literals;
 
-std::span<std::byte> writable(std::string& text) { return std::as_writable_bytes(std::span(text)); }
+std::span<std::byte> writable(std::string& text) {
+    return std::as_writable_bytes(std::span(text));
+}
 
 std::span<const std::byte> readable(const std::string& text) {
     return std::as_bytes(std::span(text));
 }
 
-std::string texts(const std::vector<char>& bytes) { return {bytes.begin(), bytes.end()}; }
+std::string texts(const std::vector<char>& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
 
 // ------------------------------------------------------------------ what is asked
 
@@ -35,7 +39,9 @@ struct AskCase {
     AfcMessage reply;
 };
 
-void PrintTo(const AskCase& askCase, std::ostream* stream) { *stream << askCase.name; }
+void PrintTo(const AskCase& askCase, std::ostream* stream) {
+    *stream << askCase.name;
+}
 
 const AskCase kAskCases[] = {
     {"MakeDirectory", [](AfcClient& c) { return c.makeDirectory("/a"); }, 0x09, "/a\0"s, "",
@@ -60,8 +66,9 @@ const AskCase kAskCases[] = {
                                  "12\0"s);
          return status;
      },
-     0x0A, "/f\0"s, "", afcData(1, "st_size\0"
-                                   "12\0"s)},
+     0x0A, "/f\0"s, "",
+     afcData(1, "st_size\0"
+                "12\0"s)},
     {"DeviceInfo",
      [](AfcClient& c) {
          std::vector<char> pairs;
@@ -135,7 +142,9 @@ struct Request {
     AfcMessage goodReply;
 };
 
-void PrintTo(const Request& request, std::ostream* stream) { *stream << request.name; }
+void PrintTo(const Request& request, std::ostream* stream) {
+    *stream << request.name;
+}
 
 int32_t readTen(AfcClient& client) {
     std::string target(10, '-');
@@ -411,9 +420,11 @@ public:
         uint64_t operation;
         std::string body;
     };
+
     using Answer = std::function<std::string(const Asked&)>;
 
     AfcPeer(SocketPair& pair, Answer answer) : pair_(pair), answer_(std::move(answer)) {}
+
     AfcPeer(const AfcPeer&) = delete;
     AfcPeer& operator=(const AfcPeer&) = delete;
 

@@ -10,7 +10,9 @@ namespace {
 
 using namespace std::string_literals;
 
-std::vector<char> bytesOf(const std::string& text) { return {text.begin(), text.end()}; }
+std::vector<char> bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
+}
 
 std::vector<std::string> namesOf(Directory& directory) {
     std::vector<std::string> names;

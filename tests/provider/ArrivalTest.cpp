@@ -46,9 +46,8 @@ TEST_F(Arrival, AndRemovalAreToldOnceEach) {
     bus().unplug(id());
     ASSERT_TRUE(watcher.waitForEvents(2));
     runOnce();
-    EXPECT_EQ(watcher.events,
-              (std::vector<DeviceEvent>{{device, kAMDeviceMessageConnected},
-                                        {device, kAMDeviceMessageDisconnected}}));
+    EXPECT_EQ(watcher.events, (std::vector<DeviceEvent>{{device, kAMDeviceMessageConnected},
+                                                        {device, kAMDeviceMessageDisconnected}}));
 }
 
 TEST_F(Arrival, OfAReplugBringsAnotherDevice) {
@@ -225,12 +224,10 @@ TEST_F(Arrival, ASubscriptionEndsOnce) {
 
 TEST_F(Arrival, SubscribingNeedsACallbackAndAPlace) {
     am_device_notification* handle = nullptr;
-    EXPECT_EQ(md.AMDeviceNotificationSubscribe(nullptr, 0, 0, nullptr, &handle),
-              kAMDInvalidHandle);
+    EXPECT_EQ(md.AMDeviceNotificationSubscribe(nullptr, 0, 0, nullptr, &handle), kAMDInvalidHandle);
     EXPECT_EQ(handle, nullptr);
     const auto ignore = [](am_device_notification_info*) {};
-    EXPECT_EQ(md.AMDeviceNotificationSubscribe(ignore, 0, 0, nullptr, nullptr),
-              kAMDInvalidHandle);
+    EXPECT_EQ(md.AMDeviceNotificationSubscribe(ignore, 0, 0, nullptr, nullptr), kAMDInvalidHandle);
 }
 
 TEST_F(Arrival, SubscriptionsComeAndGoOnManyThreads) {

@@ -405,8 +405,7 @@ const FileCall kFileCalls[] = {
     {"FileRefWrite", "Write",
      [](const MobileDeviceTable& md, afc_connection* files, afc_file_ref file) {
          const std::string bytes(200'000, 'x');
-         return md.AFCFileRefWrite(files, file, bytes.data(),
-                                   static_cast<uint32_t>(bytes.size()));
+         return md.AFCFileRefWrite(files, file, bytes.data(), static_cast<uint32_t>(bytes.size()));
      }},
     {"FileRefClose", "Close",
      [](const MobileDeviceTable& md, afc_connection* files, afc_file_ref file) {
@@ -458,9 +457,13 @@ const FileFault kFileFaults[] = {
     {"huge-length", kAFCBadReply, false},
 };
 
-void PrintTo(const FileCall& call, std::ostream* stream) { *stream << call.name; }
+void PrintTo(const FileCall& call, std::ostream* stream) {
+    *stream << call.name;
+}
 
-void PrintTo(const FileFault& fault, std::ostream* stream) { *stream << fault.action; }
+void PrintTo(const FileFault& fault, std::ostream* stream) {
+    *stream << fault.action;
+}
 
 class FaultyFiles : public Files,
                     public ::testing::WithParamInterface<std::tuple<FileCall, FileFault>> {
@@ -490,19 +493,20 @@ TEST_P(FaultyFiles, FailWithThisStatusAndNeverSucceed) {
     EXPECT_EQ(md.AFCDirectoryCreate(files, "/after"), fault.connectionLives ? 0 : kAFCNotConnected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Calls, FaultyFiles,
-    ::testing::Combine(::testing::ValuesIn(kFileCalls), ::testing::ValuesIn(kFileFaults)),
-    [](const auto& param) {
-        std::string name = std::string(std::get<0>(param.param).name) + "_" +
-                           std::get<1>(param.param).action;
-        std::replace_if(
-            name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
-        return name;
-    });
+INSTANTIATE_TEST_SUITE_P(Calls, FaultyFiles,
+                         ::testing::Combine(::testing::ValuesIn(kFileCalls),
+                                            ::testing::ValuesIn(kFileFaults)),
+                         [](const auto& param) {
+                             std::string name = std::string(std::get<0>(param.param).name) + "_" +
+                                                std::get<1>(param.param).action;
+                             std::replace_if(
+                                 name.begin(), name.end(), [](char c) { return !std::isalnum(c); },
+                                 '_');
+                             return name;
+                         });
 
-// What is wrong with the reply depends on its kind: a status of 8 bytes more is no status, a listing
-// of 8 bytes fewer may be cut inside a name or between two.
+// What is wrong with the reply depends on its kind: a status of 8 bytes more is no status, a
+// listing of 8 bytes fewer may be cut inside a name or between two.
 class TruncatedFiles : public Files, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(TruncatedFiles, AreNeverTakenForTheWhole) {
@@ -548,8 +552,7 @@ TEST_F(Files, AConnectionCutWhileWritingFailsTheWrite) {
         const afc_file_ref file = openFile(connection, "/f", kAFCOpenWrite);
         phone().faults().clear();
         phone().faults().dropAfterReceiving(virtualphone::Service::Afc, taken);
-        EXPECT_EQ(md.AFCFileRefWrite(connection, file, bytes.data(), 2'000'000),
-                  kAFCNotConnected);
+        EXPECT_EQ(md.AFCFileRefWrite(connection, file, bytes.data(), 2'000'000), kAFCNotConnected);
     }
 }
 

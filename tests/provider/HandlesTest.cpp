@@ -10,17 +10,21 @@ namespace {
 
 struct Thing final : Object {
     explicit Thing(bool* destroyed = nullptr) : destroyed_(destroyed) {}
+
     ~Thing() override {
         if (destroyed_ != nullptr) {
             *destroyed_ = true;
         }
     }
+
     bool* destroyed_;
 };
 
 struct OtherThing final : Object {};
 
-void* handle(Handles::Id id) { return toHandle<void>(id); }
+void* handle(Handles::Id id) {
+    return toHandle<void>(id);
+}
 
 TEST(Handles, FindWhatWasAdded) {
     Handles table;

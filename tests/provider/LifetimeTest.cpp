@@ -67,8 +67,7 @@ TEST_F(Lifetime, NullPlacesAreAnsweredWithAStatus) {
     EXPECT_EQ(md.AMDeviceStartService(device, nullptr, nullptr, nullptr), kAMDInvalidHandle);
     EXPECT_EQ(md.AMDeviceStartService(device, CFSTR("com.apple.afc"), nullptr, nullptr),
               kAMDInvalidHandle);
-    EXPECT_EQ(md.AFCConnectionOpen(startService("com.apple.afc"), 0, nullptr),
-              kAFCInvalidArgument);
+    EXPECT_EQ(md.AFCConnectionOpen(startService("com.apple.afc"), 0, nullptr), kAFCInvalidArgument);
 }
 
 TEST_F(Lifetime, AFileConnectionIsClosedOnce) {
@@ -292,7 +291,9 @@ const WaitingCall kWaitingCalls[] = {
      }},
 };
 
-void PrintTo(const WaitingCall& call, std::ostream* stream) { *stream << call.name; }
+void PrintTo(const WaitingCall& call, std::ostream* stream) {
+    *stream << call.name;
+}
 
 class Waiting : public Lifetime, public ::testing::WithParamInterface<WaitingCall> {
 protected:
@@ -313,8 +314,8 @@ protected:
     }
 
     void hush() {
-        phone().faults().add(parseFault(std::string(GetParam().service) + "/" +
-                                        GetParam().request + "=silent"));
+        phone().faults().add(
+            parseFault(std::string(GetParam().service) + "/" + GetParam().request + "=silent"));
     }
 
     afc_connection* files = nullptr;
@@ -406,8 +407,7 @@ TEST_F(Lifetime, TwoPhonesAreUsedFromTwoThreads) {
             EXPECT_EQ(md.AMDeviceValidatePairing(phone), 0);
             EXPECT_EQ(md.AMDeviceStartSession(phone), 0);
             am_service* service = nullptr;
-            EXPECT_EQ(md.AMDeviceStartService(phone, CFSTR("com.apple.afc"), &service, nullptr),
-                      0);
+            EXPECT_EQ(md.AMDeviceStartService(phone, CFSTR("com.apple.afc"), &service, nullptr), 0);
             EXPECT_EQ(md.AMDeviceStopSession(phone), 0);
             afc_connection* files = nullptr;
             EXPECT_EQ(md.AFCConnectionOpen(service, 0, &files), 0);

@@ -23,9 +23,8 @@ protected:
     // Puts a shared object where the library stands, or in a folder there.
     void copyTo(const std::string& file, const std::string& place) {
         const fs::path target = folder_.path() / place;
-        fs::create_directories(target.has_filename() && place.ends_with(".so")
-                                   ? target.parent_path()
-                                   : target);
+        fs::create_directories(
+            target.has_filename() && place.ends_with(".so") ? target.parent_path() : target);
         fs::copy(file, place.ends_with(".so") ? target : target / fs::path(file).filename());
     }
 
@@ -57,7 +56,9 @@ TEST_F(Loader, FillsAllFunctionsFromTheFolderBelow) {
     EXPECT_EQ(probe(), kAll);
 }
 
-TEST_F(Loader, LeavesAllFunctionsNullWithoutAProvider) { EXPECT_EQ(probe(), kNone); }
+TEST_F(Loader, LeavesAllFunctionsNullWithoutAProvider) {
+    EXPECT_EQ(probe(), kNone);
+}
 
 TEST_F(Loader, LeavesAllFunctionsNullWhenTheProviderIsNoLibrary) {
     std::ofstream(folder() / "MobileDevice.so") << "not a shared object";
@@ -93,7 +94,8 @@ TEST_F(Loader, TakesAProviderWithoutTheOptionalFunction) {
 
 TEST_F(Loader, LeavesFunctionsOfTheApplicationsOwnAloneAndFillsNone) {
     copyTo(KRL_PROVIDER, "");
-    EXPECT_EQ(probe(KRL_PREASSIGNED_PROBE), "assigned 1 of 32, connect says 815\n");
+    // The own variables of the library are hidden by those of the program; none of them is filled.
+    EXPECT_EQ(probe(KRL_PREASSIGNED_PROBE), "assigned 0 of 32, connect says 815\n");
 }
 
 TEST_F(Loader, ReadsNothingFromTheEnvironment) {

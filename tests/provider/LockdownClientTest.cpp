@@ -49,7 +49,9 @@ private:
     SecurityLog& log_;
 };
 
-int32_t validate(LockdownClient& client) { return client.validatePair(recordOf(kRecord)); }
+int32_t validate(LockdownClient& client) {
+    return client.validatePair(recordOf(kRecord));
+}
 
 int32_t startSession(LockdownClient& client) {
     return client.startSession(recordOf(kRecord), "BUID");
@@ -72,15 +74,23 @@ struct Request {
     std::vector<std::pair<std::string, std::string>> answer; // besides Request and Result
 };
 
-void PrintTo(const Request& request, std::ostream* stream) { *stream << request.name; }
+void PrintTo(const Request& request, std::ostream* stream) {
+    *stream << request.name;
+}
 
 const Request kRequests[] = {
     {"Validate", "ValidatePair", validate, {}},
-    {"StartSession", "StartSession", startSession,
+    {"StartSession",
+     "StartSession",
+     startSession,
      {{"SessionID", xmlString("S1")}, {"EnableSessionSSL", "<false/>"}}},
-    {"StartService", "StartService", startService,
+    {"StartService",
+     "StartService",
+     startService,
      {{"Service", xmlString("com.apple.afc")}, {"Port", "<integer>1234</integer>"}}},
-    {"GetValue", "GetValue", getName,
+    {"GetValue",
+     "GetValue",
+     getName,
      {{"Key", xmlString("DeviceName")}, {"Value", xmlString("My Phone")}}},
 };
 
@@ -249,9 +259,8 @@ INSTANTIATE_TEST_SUITE_P(Provider, LockdownRequest, ::testing::ValuesIn(kRequest
 class Lockdown : public ::testing::Test {
 protected:
     void sayAnswer(const std::string& request, const Entries& entries) {
-        pair.say(message(Entries{{"Request", xmlString(request)},
-                                 {"Result", xmlString("Success")}} +
-                         entries));
+        pair.say(message(
+            Entries{{"Request", xmlString(request)}, {"Result", xmlString("Success")}} + entries));
     }
 
     SocketPair pair;
@@ -350,8 +359,8 @@ TEST_F(Lockdown, AServiceHasAPort) {
 TEST_F(Lockdown, AServiceWithoutAPossiblePortIsABadReply) {
     for (const Entries& entries :
          {Entries{}, Entries{{"Port", "<integer>0</integer>"}},
-          Entries{{"Port", "<integer>65536</integer>"}},
-          Entries{{"Port", "<integer>-1</integer>"}}, Entries{{"Port", xmlString("1234")}},
+          Entries{{"Port", "<integer>65536</integer>"}}, Entries{{"Port", "<integer>-1</integer>"}},
+          Entries{{"Port", xmlString("1234")}},
           Entries{{"Service", xmlString("com.apple.afc2")}, {"Port", "<integer>1</integer>"}}}) {
         SocketPair other;
         LockdownClient otherClient(other.channel(), std::make_unique<ClearSessionsOnly>());
@@ -390,18 +399,27 @@ TEST_F(Lockdown, TheValueOfAnotherKeyIsABadReply) {
 }
 
 TEST(LockdownErrors, HaveTheirNumbers) {
-    const std::pair<const char*, int32_t> known[] = {
-        {"MissingKey", -11},         {"MissingValue", -12},
-        {"GetProhibited", -13},      {"SetProhibited", -14},
-        {"PasswordProtected", -17},  {"UserDeniedPairing", -18},
-        {"MissingHostID", -20},      {"InvalidHostID", -21},
-        {"SessionActive", -22},      {"SessionInactive", -23},
-        {"MissingSessionID", -24},   {"InvalidSessionID", -25},
-        {"MissingService", -26},     {"InvalidService", -27},
-        {"ServiceLimit", -28},       {"MissingPairRecord", -29},
-        {"InvalidPairRecord", -31},  {"ServiceProhibited", -34},
-        {"invalidhostid", kAMDRefused}, {"", kAMDRefused},
-        {"PairingDialogResponsePending", -19}};
+    const std::pair<const char*, int32_t> known[] = {{"MissingKey", -11},
+                                                     {"MissingValue", -12},
+                                                     {"GetProhibited", -13},
+                                                     {"SetProhibited", -14},
+                                                     {"PasswordProtected", -17},
+                                                     {"UserDeniedPairing", -18},
+                                                     {"MissingHostID", -20},
+                                                     {"InvalidHostID", -21},
+                                                     {"SessionActive", -22},
+                                                     {"SessionInactive", -23},
+                                                     {"MissingSessionID", -24},
+                                                     {"InvalidSessionID", -25},
+                                                     {"MissingService", -26},
+                                                     {"InvalidService", -27},
+                                                     {"ServiceLimit", -28},
+                                                     {"MissingPairRecord", -29},
+                                                     {"InvalidPairRecord", -31},
+                                                     {"ServiceProhibited", -34},
+                                                     {"invalidhostid", kAMDRefused},
+                                                     {"", kAMDRefused},
+                                                     {"PairingDialogResponsePending", -19}};
     for (const auto& [name, number] : known) {
         EXPECT_EQ(lockdownErrorNumber(name), number) << name;
     }

@@ -35,7 +35,9 @@ inline std::string xmlDictionary(const std::vector<std::pair<std::string, std::s
     return text + "</dict>";
 }
 
-inline std::string xmlString(const std::string& text) { return "<string>" + text + "</string>"; }
+inline std::string xmlString(const std::string& text) {
+    return "<string>" + text + "</string>";
+}
 
 inline std::string message(const std::vector<std::pair<std::string, std::string>>& entries) {
     return framed(xmlDocument(xmlDictionary(entries)));

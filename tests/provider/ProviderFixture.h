@@ -21,7 +21,9 @@
 
 namespace krl::provider::testing {
 
-inline const MobileDeviceTable& provider() { return *MobileDeviceProviderTable(); }
+inline const MobileDeviceTable& provider() {
+    return *MobileDeviceProviderTable();
+}
 
 /** Runs this thread's loop until something is so; false when half a minute was not enough. */
 inline bool runUntil(const std::function<bool()>& isSo) {
@@ -77,7 +79,9 @@ public:
         current() = nullptr;
     }
 
-    int32_t end() { return provider().AMDShutdownNotificationProxy(std::exchange(handle, nullptr)); }
+    int32_t end() {
+        return provider().AMDShutdownNotificationProxy(std::exchange(handle, nullptr));
+    }
 
     bool waitForEvents(size_t count) {
         return runUntil([&] { return events.size() >= count; });
@@ -85,9 +89,8 @@ public:
 
     am_device* waitForArrival() {
         const size_t before = events.size();
-        runUntil([&] {
-            return !events.empty() && events.back().message == kAMDeviceMessageConnected;
-        });
+        runUntil(
+            [&] { return !events.empty() && events.back().message == kAMDeviceMessageConnected; });
         EXPECT_FALSE(events.empty()) << "no phone arrived; events before: " << before;
         return events.empty() ? nullptr : events.back().device;
     }

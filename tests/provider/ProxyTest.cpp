@@ -67,18 +67,22 @@ TEST_F(Proxy, IsStaleAfterItsShutdown) {
 
 TEST_F(Proxy, IsStaleAlsoAfterAShutdownThatFailed) {
     const std::pair<const char*, int32_t> failures[] = {
-        {"drop", kAMDNotConnected},          {"silent", kAMDTimedOut},
-        {"drop-unanswered", kAMDNotConnected}, {"cut", kAMDNotConnected},
-        {"stall", kAMDTimedOut},             {"short", kAMDBadReply},
-        {"long", kAMDBadReply},              {"garbled", kAMDBadReply},
-        {"tiny-length", kAMDBadReply},       {"huge-length", kAMDBadReply},
+        {"drop", kAMDNotConnected},
+        {"silent", kAMDTimedOut},
+        {"drop-unanswered", kAMDNotConnected},
+        {"cut", kAMDNotConnected},
+        {"stall", kAMDTimedOut},
+        {"short", kAMDBadReply},
+        {"long", kAMDBadReply},
+        {"garbled", kAMDBadReply},
+        {"tiny-length", kAMDBadReply},
+        {"huge-length", kAMDBadReply},
     };
     for (const auto& [action, status] : failures) {
         SCOPED_TRACE(action);
         am_service* proxy = openProxy();
         EXPECT_EQ(md.AMDPostNotification(proxy, CFSTR("x"), nullptr), 0);
-        phone().faults().add(
-            parseFault("notification_proxy/Shutdown=" + std::string(action)));
+        phone().faults().add(parseFault("notification_proxy/Shutdown=" + std::string(action)));
         md.AMDeviceSetCallTimeout(status == kAMDTimedOut ? 50 : 0);
         EXPECT_EQ(md.AMDShutdownNotificationProxy(proxy), status);
         EXPECT_EQ(md.AMDShutdownNotificationProxy(proxy), kAMDInvalidHandle);

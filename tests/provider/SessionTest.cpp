@@ -16,8 +16,8 @@ protected:
     CFTypeRef copy(const char* domain, const char* key) {
         const auto text = [](const char* bytes) {
             return bytes == nullptr ? cf::CFRef<CFStringRef>()
-                                    : cf::adopt(CFStringCreateWithCString(
-                                          nullptr, bytes, kCFStringEncodingUTF8));
+                                    : cf::adopt(CFStringCreateWithCString(nullptr, bytes,
+                                                                          kCFStringEncodingUTF8));
         };
         return md.AMDeviceCopyValue(device, text(domain).get(), text(key).get());
     }
@@ -28,11 +28,10 @@ TEST_F(Session, OneReconnectionAsksForNothingThatIsNotNeeded) {
     afc_connection* files = openFiles();
     EXPECT_EQ(md.AMDeviceDisconnect(device), 0);
     EXPECT_NE(files, nullptr);
-    EXPECT_EQ(requests(),
-              (std::vector<std::string>{"usbmux/Connect", "usbmux/ReadPairRecord",
-                                        "lockdown/ValidatePair", "lockdown/StartSession",
-                                        "lockdown/StartService", "lockdown/StopSession",
-                                        "usbmux/Connect"}));
+    EXPECT_EQ(requests(), (std::vector<std::string>{
+                              "usbmux/Connect", "usbmux/ReadPairRecord", "lockdown/ValidatePair",
+                              "lockdown/StartSession", "lockdown/StartService",
+                              "lockdown/StopSession", "usbmux/Connect"}));
 }
 
 TEST_F(Session, ConnectingSaysNothingToThePhone) {
@@ -64,7 +63,9 @@ TEST_F(Session, EverythingNeedsAConnection) {
     EXPECT_EQ(copy(nullptr, "DeviceName"), nullptr);
 }
 
-TEST_F(Session, PairingIsKnownWithoutAConnection) { EXPECT_NE(md.AMDeviceIsPaired(device), 0); }
+TEST_F(Session, PairingIsKnownWithoutAConnection) {
+    EXPECT_NE(md.AMDeviceIsPaired(device), 0);
+}
 
 TEST_F(Session, DisconnectingTwiceIsAnsweredWithAStatus) {
     openSession();
@@ -274,9 +275,7 @@ const Step kSteps[] = {
      },
      0},
     {"StartSession", "StartSession",
-     [](const MobileDeviceTable& md, am_device* device) {
-         return md.AMDeviceStartSession(device);
-     },
+     [](const MobileDeviceTable& md, am_device* device) { return md.AMDeviceStartSession(device); },
      1},
     {"StopSession", "StopSession",
      [](const MobileDeviceTable& md, am_device* device) { return md.AMDeviceStopSession(device); },
@@ -312,9 +311,13 @@ const StepFault kStepFaults[] = {
 class FaultyStep : public Session,
                    public ::testing::WithParamInterface<std::tuple<Step, StepFault>> {};
 
-void PrintTo(const Step& step, std::ostream* stream) { *stream << step.name; }
+void PrintTo(const Step& step, std::ostream* stream) {
+    *stream << step.name;
+}
 
-void PrintTo(const StepFault& fault, std::ostream* stream) { *stream << fault.action; }
+void PrintTo(const StepFault& fault, std::ostream* stream) {
+    *stream << fault.action;
+}
 
 TEST_P(FaultyStep, FailsWithThisStatusAndNeverSucceeds) {
     const auto& [step, fault] = GetParam();
@@ -327,8 +330,7 @@ TEST_P(FaultyStep, FailsWithThisStatusAndNeverSucceeds) {
     }
     const bool waits = fault.status == kAMDTimedOut;
     md.AMDeviceSetCallTimeout(waits ? 50 : 0);
-    phone().faults().add(
-        parseFault("lockdown/" + std::string(step.request) + "=" + fault.action));
+    phone().faults().add(parseFault("lockdown/" + std::string(step.request) + "=" + fault.action));
     const int32_t status = step.call(md, device);
     const bool hasStatus = step.call != copyName;
     EXPECT_EQ(status, hasStatus ? fault.status : -1);
@@ -353,7 +355,8 @@ INSTANTIATE_TEST_SUITE_P(Steps, FaultyStep,
 // ------------------------------------------------------------------ the bus
 
 TEST_F(Session, AConnectionThatTheBusRefusesIsAStatus) {
-    for (const char* action : {"status:2", "status:3", "status:1", "drop", "cut", "garbled", "wrong-operation"}) {
+    for (const char* action :
+         {"status:2", "status:3", "status:1", "drop", "cut", "garbled", "wrong-operation"}) {
         SCOPED_TRACE(action);
         bus().faults().add(parseFault("usbmux/Connect=" + std::string(action)));
         EXPECT_EQ(md.AMDeviceConnect(device), kAMDNotConnected);

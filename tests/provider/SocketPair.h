@@ -29,6 +29,7 @@ public:
     }
 
     std::shared_ptr<Channel> channel() { return channel_; }
+
     int peer() const { return peer_.get(); }
 
     /** Writes to the channel. */
@@ -79,8 +80,10 @@ private:
 class ShortTimeout {
 public:
     explicit ShortTimeout(uint32_t timeoutMs) { setCallTimeout(timeoutMs); }
+
     ShortTimeout(const ShortTimeout&) = delete;
     ShortTimeout& operator=(const ShortTimeout&) = delete;
+
     ~ShortTimeout() { setCallTimeout(0); }
 };
 

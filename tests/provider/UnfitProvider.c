@@ -7,7 +7,9 @@ static int32_t connectDevice(am_device* device) {
     return 4711;
 }
 
-static int32_t anything(void) { return 0; }
+static int32_t anything(void) {
+    return 0;
+}
 
 const MobileDeviceTable* MobileDeviceProviderTable(void) {
     static MobileDeviceTable table;

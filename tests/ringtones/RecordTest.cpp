@@ -28,6 +28,7 @@ TEST_F(StoreRecord, IsMadeForAPhoneWithoutAResponder) {
     EXPECT_EQ(record->phone, phone);
     EXPECT_EQ(record->statusFunction, nullptr);
     EXPECT_EQ(record->statusContext, nullptr);
+    KRTRingtoneManagerRelease(manager);
     KRTRingtoneManagerRelease(record);
 }
 

@@ -49,6 +49,9 @@ bool isTooBig(size_t bytes, size_t limit) {
 
 } // namespace
 
+// Visible, since the linker wraps the calls of shared libraries by name too.
+#pragma GCC visibility push(default)
+
 extern "C" {
 
 // ---------------------------------------------------------------------------- memory
@@ -229,3 +232,5 @@ CFMutableArrayRef __wrap_KRTPhoneListDirectoryAtPath(KRTPhoneRef phone, const ch
 }
 
 } // extern "C"
+
+#pragma GCC visibility pop

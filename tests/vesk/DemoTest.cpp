@@ -22,7 +22,12 @@ protected:
         return VeskProcess({KRL_BUILD_FOLDER}, options).wait();
     }
 
-    static void expectWholeShow(const std::string& out) {
+    static void expectWholeShow(std::string out) {
+        for (const std::string colour : {"\x1b[0m", "\x1b[1m", "\x1b[2m"}) {
+            for (auto at = out.find(colour); at != std::string::npos; at = out.find(colour)) {
+                out.erase(at, colour.size());
+            }
+        }
         EXPECT_THAT(out, AllOf(HasSubstr("$ vesk devices"), HasSubstr("$ vesk info"),
                                HasSubstr("--dry-run"), HasSubstr("$ vesk sync"),
                                HasSubstr("$ vesk list"), HasSubstr("$ vesk remove")));

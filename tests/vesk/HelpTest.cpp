@@ -15,7 +15,7 @@ namespace vesk::testing {
 namespace {
 
 constexpr const char* kCommands[] = {"devices", "info", "list",  "add",
-                                     "remove",  "sync", "check", "watch"};
+                                     "remove",  "sync", "check", "watch", "plugin"};
 
 } // namespace
 

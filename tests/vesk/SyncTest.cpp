@@ -167,9 +167,7 @@ TEST_F(Sync, APhonePulledOutBeforeTheSyncIsUnchanged) {
 }
 
 TEST_F(Sync, ARefusedBeginWritesNothing) {
-    fault("lockdown/StartService#1+=error:ServiceLimit");
-    phone().faults().clear();
-    phone().faults().failAfc("Open", 10, /*nth=*/2); // the first reads the catalogue
+    phone().faults().failAfc("Open", 10, /*nth=*/3); // two read the catalogue, then the lock file
     const auto before = everything();
     const VeskResult result = vesk({"add", local("a.m4r")});
     EXPECT_THAT(result, ExitsWith(ExitCode::CannotBegin));

@@ -109,8 +109,8 @@ VeskProcess::VeskProcess(const std::vector<std::string>& arguments, const Option
         posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
     }
-    std::map<std::string, std::string> added{{"TERM", "xterm"}};
-    added.insert(options.environment.begin(), options.environment.end());
+    std::map<std::string, std::string> added = options.environment;
+    added.emplace("TERM", "xterm");
     std::vector<std::string> argumentTexts{program};
     argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
     std::vector<std::string> environmentTexts = environmentWith(added);

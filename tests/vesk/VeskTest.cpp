@@ -75,7 +75,8 @@ std::set<std::string> VeskTest::ringtoneFolder() const {
 
 std::set<std::string> VeskTest::listedNames() {
     std::set<std::string> names;
-    for (const auto& ringtone : vesk({"list", "--json"}).json().at("ringtones")) {
+    const nlohmann::json list = vesk({"list", "--json"}).json();
+    for (const auto& ringtone : list.at("ringtones")) {
         names.insert(ringtone.at("name").get<std::string>());
     }
     return names;

@@ -7,10 +7,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -31,10 +31,14 @@ struct Layout {
 };
 
 std::string readFile(const std::string& path) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (!file.is_open() || file.bad() || errno != 0) {
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rbe"),
+                                                                  std::fclose);
+    std::string bytes;
+    std::array<char, 65536> buffer{};
+    while (file && std::feof(file.get()) == 0 && std::ferror(file.get()) == 0) {
+        bytes.append(buffer.data(), std::fread(buffer.data(), 1, buffer.size(), file.get()));
+    }
+    if (!file || std::ferror(file.get()) != 0) {
         throw Failure(ExitCode::UnreadableFile,
                       fmt::format("\"{}\" cannot be read: {}", path, std::strerror(errno)),
                       "Give the path of a catalogue file, \"Ringtones.plist\".");

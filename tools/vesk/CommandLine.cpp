@@ -22,7 +22,8 @@ constexpr char kDescription[] =
     R"(vesk: custom ringtones on early iPhones (firmware 1.0.x and 1.1.x)
 
 Looks at the phone on this computer's USB, shows its ringtones, and adds, removes
-or replaces them. The phone has to be paired (idevicepair pair).)";
+or replaces them. The phone has to be paired (idevicepair pair).
+)";
 
 struct SecondsOptions {
     double timeout = 0;
@@ -39,12 +40,15 @@ public:
     explicit Parser(Options& options) : options_(options), app_(kDescription, "vesk") {
         app_.require_subcommand(1);
         app_.fallthrough();
+        app_.get_formatter()->label("SUBCOMMAND", "COMMAND");
+        app_.get_formatter()->column_width(22);
         app_.set_version_flag("--version", "vesk " VESK_VERSION);
         app_.footer(exitCodeHelp());
         addGlobalOptions();
         addDeviceCommands();
         addRingtoneCommands();
         addOfflineCommands();
+        addPluginCommands();
     }
 
     /// @throw CLI::ParseError also for --help and --version
@@ -69,7 +73,9 @@ public:
 
 private:
     void addGlobalOptions() {
-        const CLI::Range seconds(0.001, 86400.0, "SECONDS");
+        const auto seconds = [](double least) {
+            return CLI::Range(least, 86400.0).description("");
+        };
         app_.add_flag("--json", options_.json,
                       "Answer with one JSON document (watch: one object a line)");
         app_.add_flag("-q,--quiet", options_.quiet,
@@ -80,18 +86,24 @@ private:
             ->type_name("UDID");
         timeout_ = app_.add_option("--timeout", seconds_.timeout,
                                    "How long the phone may be silent before a call fails [10]")
-                       ->check(seconds)
+                       ->check(seconds(0.001))
                        ->type_name("SECONDS");
         app_.add_option("--wait", seconds_.wait, "How long to wait for a phone to appear [2]")
-            ->check(CLI::Range(0.0, 86400.0, "SECONDS"))
+            ->check(seconds(0))
             ->type_name("SECONDS");
     }
 
     CLI::App* command(Command which, const char* name, const char* description,
                       const char* footer) {
-        CLI::App* app = app_.add_subcommand(name, description);
+        return command(app_, which, name, description, footer);
+    }
+
+    CLI::App* command(CLI::App& parent, Command which, const char* name, const char* description,
+                      const char* footer) {
+        CLI::App* app = parent.add_subcommand(name, description);
         app->fallthrough();
-        app->footer(footer);
+        app->group("Commands");
+        app->footer(std::string(footer) + "\n\nOptions that every command takes: vesk --help");
         app->callback([this, which] { options_.command = which; });
         return app;
     }
@@ -129,7 +141,7 @@ private:
             "else the file\nname. Does not convert files, does not check that the phone can play "
             "them, and deletes files in\nthe phone's ringtone folder that no catalogue entry "
             "lists, as every sync does.");
-        arguments(add, "FILE", "m4r, m4a, m4p, mp3, wav, aif or aiff")->type_name("...");
+        arguments(add, "FILE", "m4r, m4a, m4p, mp3, wav, aif or aiff")->type_name("");
         add->add_option("--name", options_.name, "Name of the ringtone, for one file only")
             ->type_name("NAME");
         addForce(add);
@@ -138,7 +150,7 @@ private:
             Command::Remove, "remove", "Take ringtones off a phone",
             "Names are compared exactly, as vesk list --json shows them. Does not keep a copy. Does "
             "not\nchange contacts that use the ringtone.");
-        arguments(remove, "NAME", "Names of ringtones")->type_name("...");
+        arguments(remove, "NAME", "Names of ringtones")->type_name("");
         addForce(remove);
 
         CLI::App* sync = command(
@@ -159,6 +171,29 @@ private:
             "and the file\nnames in the way. Needs no phone. Does not look at ringtone files. Exit "
             "code 0: accepted, 50: not\naccepted, 51: not a catalogue.");
         arguments(check, "CATALOGUE", "A file such as Ringtones.plist")->expected(1)->type_name("");
+    }
+
+    void addPluginCommands() {
+        CLI::App& plugin = *app_.add_subcommand(
+            "plugin", "Install the media library's support plug-in, and see whether it runs");
+        plugin.require_subcommand(1);
+        plugin.fallthrough();
+        plugin.footer("Needs no phone. Does not start the media library.");
+        command(plugin, Command::PluginStatus, "status",
+                "Show which version is installed where, and which one is needed",
+                "Changes nothing. Does not ask whether the plug-in is running (vesk plugin validate). "
+                "Exit code 0:\ncurrent, 60: missing or out of date.");
+        command(plugin, Command::PluginInstall, "install",
+                "Install the plug-in, unless the installed one is current",
+                "Replaces one that is out of date; does not keep it when unpacking fails. Needs the "
+                "device layer,\nas every start-up does, but no phone.");
+        command(plugin, Command::PluginValidate, "validate",
+                "Ask whether a recent plug-in is running",
+                "Changes nothing. Always takes 6 seconds. Does not tell an old plug-in from none. Exit "
+                "code 0: one\nanswered, 62: none did.");
+        command(plugin, Command::PluginRun, "run",
+                "Run the installed plug-in's program here, until Ctrl-C",
+                "Answers on the session bus. Does not install the plug-in first.");
     }
 
     void requireCombination() const {
@@ -192,6 +227,10 @@ ExitCode carryOut(const Options& options, Output& output) {
     case Command::Sync: return runSync(options, output);
     case Command::Check: return runCheck(options, output);
     case Command::Watch: return runWatch(options, output);
+    case Command::PluginStatus: return runPluginStatus(options, output);
+    case Command::PluginInstall: return runPluginInstall(options, output);
+    case Command::PluginValidate: return runPluginValidate(options, output);
+    case Command::PluginRun: return runPluginRun(options, output);
     }
     return ExitCode::Unexpected;
 }

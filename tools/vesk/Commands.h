@@ -18,4 +18,10 @@ ExitCode runSync(const Options& options, Output& output);
 
 ExitCode runCheck(const Options& options, Output& output);
 
+ExitCode runPluginStatus(const Options& options, Output& output);
+ExitCode runPluginInstall(const Options& options, Output& output);
+ExitCode runPluginValidate(const Options& options, Output& output);
+/// Goes on as the plug-in's program; returns only by a Failure.
+ExitCode runPluginRun(const Options& options, Output& output);
+
 } // namespace vesk

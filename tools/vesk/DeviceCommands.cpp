@@ -17,7 +17,7 @@ namespace {
 /// What stands in the way of using a device; empty when nothing does.
 std::string problemOf(const DeviceDescription& about) {
     if (!about.reachable) {
-        return about.connectStatus != 0 ? deviceStatusText(about.connectStatus)
+        return about.connectStatus != 0 ? statusText(about.connectStatus)
                                         : "it does not answer";
     }
     if (!about.isIphone()) {
@@ -51,8 +51,7 @@ ExitCode runDevices(const Options& options, Output& output) {
     Discovery discovery;
     Table table({{"UDID"}, {"NAME"}, {"CLASS"}, {"FIRMWARE"}, {"PAIRED"}, {"PROBLEM"}});
     Json devices = Json::array();
-    for (const Device& device : discovery.attached(options.wait)) {
-        const DeviceDescription about = describe(device);
+    for (const auto& [device, about] : discovery.attached(options.wait)) {
         if (isWanted(options, about)) {
             devices.push_back(deviceJson(about));
             table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
@@ -109,7 +108,7 @@ ExitCode runWatch(const Options& options, Output& output) {
     Discovery discovery;
     output.note("watching for phones; Ctrl-C ends");
     // A device that is gone cannot be asked any more.
-    std::vector<std::pair<Device, DeviceDescription>> known;
+    std::vector<AttachedDevice> known;
     while (!interrupted()) {
         const auto event = discovery.next(std::chrono::milliseconds{100});
         if (!event) {
@@ -118,13 +117,13 @@ ExitCode runWatch(const Options& options, Output& output) {
         DeviceDescription about;
         if (event->arrived) {
             about = describe(event->device);
-            known.emplace_back(event->device, about);
+            known.push_back({event->device, about});
         } else {
             const auto found = std::find_if(known.begin(), known.end(), [&](const auto& one) {
-                return one.first == event->device;
+                return one.device == event->device;
             });
             if (found != known.end()) {
-                about = found->second;
+                about = found->description;
                 known.erase(found);
             }
         }

@@ -65,24 +65,31 @@ std::optional<Discovery::Event> Discovery::next(milliseconds wait) {
     return event;
 }
 
-std::vector<Device> Discovery::attached(milliseconds first) {
-    constexpr milliseconds kMoment{300};
+std::vector<AttachedDevice> Discovery::attached(milliseconds first) {
+    constexpr milliseconds kMoment{100};
+    std::vector<AttachedDevice> result;
     for (auto event = next(first); event; event = next(kMoment)) {
-        // devices_ follows the events
+        if (event->arrived) {
+            result.push_back({event->device, describe(event->device)});
+        }
     }
-    return devices_;
+    result.erase(std::remove_if(result.begin(), result.end(),
+                                [this](const AttachedDevice& one) { return !isAttached(one.device); }),
+                 result.end());
+    return result;
+}
+
+bool Discovery::isAttached(const Device& device) const {
+    return std::find(devices_.begin(), devices_.end(), device) != devices_.end();
 }
 
 bool Discovery::isGone(const Device& device) {
     constexpr milliseconds kLag{1000};
-    const auto attached = [&] {
-        return std::find(devices_.begin(), devices_.end(), device) != devices_.end();
-    };
     const auto end = std::chrono::steady_clock::now() + kLag;
-    while (attached() && std::chrono::steady_clock::now() < end) {
+    while (isAttached(device) && std::chrono::steady_clock::now() < end) {
         next(milliseconds{50});
     }
-    return !attached();
+    return !isAttached(device);
 }
 
 } // namespace vesk

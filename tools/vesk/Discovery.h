@@ -9,6 +9,12 @@
 
 namespace vesk {
 
+/// A device and what it said.
+struct AttachedDevice {
+    Device device;
+    DeviceDescription description;
+};
+
 /// The devices that are attached, by a subscription of its own: unlike the phone manager it also
 /// knows devices that are no iPhones or not paired. One at a time, on one thread.
 class Discovery {
@@ -28,10 +34,11 @@ public:
     /// The next arrival or removal; none when nothing happens for so long.
     std::optional<Event> next(std::chrono::milliseconds wait);
 
-    /// Waits for a first device for as long as `first`, then for more until nothing has arrived for a
-    /// moment, and returns all that are attached. Attached devices are reported one right after the
-    /// other, but nothing says which is the last.
-    std::vector<Device> attached(std::chrono::milliseconds first);
+    /// Waits for a first device for as long as `first`, then until nothing has arrived for a moment,
+    /// and returns what is attached. The mux reports attached devices in one go, before it answers
+    /// anything else, but nothing says which is the last: asking each one as it comes gives the
+    /// others time to get here.
+    std::vector<AttachedDevice> attached(std::chrono::milliseconds first);
 
     /// Whether a device that was attached is gone. News of it may lag behind its failing calls.
     bool isGone(const Device& device);
@@ -41,6 +48,8 @@ private:
 
     // The callback is given no context.
     static Discovery* current_;
+
+    bool isAttached(const Device& device) const;
 
     am_device_notification* subscription_ = nullptr;
     std::deque<Event> events_;

@@ -31,6 +31,9 @@ const char* exitCodeName(ExitCode code) {
     case ExitCode::CannotBegin: return "cannot-begin";
     case ExitCode::NotAccepted: return "not-accepted";
     case ExitCode::NotACatalogue: return "not-a-catalogue";
+    case ExitCode::PluginNotCurrent: return "plugin-not-current";
+    case ExitCode::PluginNotInstalled: return "plugin-not-installed";
+    case ExitCode::PluginSilent: return "plugin-silent";
     case ExitCode::Cancelled: return "cancelled";
     }
     return "unexpected";
@@ -53,8 +56,10 @@ const char* exitCodeHelp() {
   30  too little space on the phone   32  a sync would lose ringtones (--force)
   31  the phone's catalogue cannot be read (--force)
   40  the sync failed half-way        42  the phone does not hold what it should
-  41  the phone was pulled out          43  the sync could not begin
+  41  the phone was pulled out        43  the sync could not begin
   50  check: not accepted             51  check: not a ringtone catalogue
+  60  plugin: missing or out of date  62  plugin: no recent one answers
+  61  plugin: could not be installed
  130  cancelled)";
 }
 

@@ -43,6 +43,11 @@ enum class ExitCode : int {
     NotAccepted = 50,
     NotACatalogue = 51,
 
+    // vesk plugin
+    PluginNotCurrent = 60,
+    PluginNotInstalled = 61,
+    PluginSilent = 62,
+
     Cancelled = 130,
 };
 

@@ -7,7 +7,20 @@
 
 namespace vesk {
 
-enum class Command { Devices, Info, List, Add, Remove, Sync, Check, Watch };
+enum class Command {
+    Devices,
+    Info,
+    List,
+    Add,
+    Remove,
+    Sync,
+    Check,
+    Watch,
+    PluginStatus,
+    PluginInstall,
+    PluginValidate,
+    PluginRun
+};
 
 /// A command line that was understood.
 struct Options {

@@ -13,13 +13,13 @@ namespace {
 
 std::string unreachableText(const DeviceDescription& about) {
     return fmt::format("a device that cannot be reached ({})",
-                       about.connectStatus != 0 ? deviceStatusText(about.connectStatus)
+                       about.connectStatus != 0 ? statusText(about.connectStatus)
                                                 : "it does not answer");
 }
 
-std::vector<std::string> described(const std::vector<ChosenPhone>& phones) {
+std::vector<std::string> described(const std::vector<AttachedDevice>& phones) {
     std::vector<std::string> lines;
-    for (const ChosenPhone& phone : phones) {
+    for (const AttachedDevice& phone : phones) {
         const DeviceDescription& about = phone.description;
         lines.push_back(about.reachable
                             ? fmt::format("{}  {}, {}, firmware {}", about.udid, about.name,
@@ -30,8 +30,8 @@ std::vector<std::string> described(const std::vector<ChosenPhone>& phones) {
 }
 
 /// The device with this UDID as soon as it is there; all devices in `seen`.
-std::optional<ChosenPhone> waitForUdid(Discovery& discovery, const Options& options,
-                                       std::vector<ChosenPhone>& seen) {
+std::optional<AttachedDevice> waitForUdid(Discovery& discovery, const Options& options,
+                                       std::vector<AttachedDevice>& seen) {
     const auto end = std::chrono::steady_clock::now() + options.wait;
     while (true) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -50,7 +50,7 @@ std::optional<ChosenPhone> waitForUdid(Discovery& discovery, const Options& opti
 }
 
 Failure noPhone(const Options& options, const std::string& message,
-                const std::vector<ChosenPhone>& others) {
+                const std::vector<AttachedDevice>& others) {
     const double seconds = std::chrono::duration<double>(options.wait).count();
     return {ExitCode::NoPhone,
             fmt::format("{} (asked the usbmux daemon, waited {:g} s)", message, seconds),
@@ -59,14 +59,13 @@ Failure noPhone(const Options& options, const std::string& message,
             described(others)};
 }
 
-ChosenPhone onlyPhone(Discovery& discovery, const Options& options) {
-    std::vector<ChosenPhone> iphones;
-    std::vector<ChosenPhone> silent;
-    std::vector<ChosenPhone> others;
-    for (const Device& device : discovery.attached(options.wait)) {
-        const DeviceDescription about = describe(device);
-        auto& group = about.isIphone() ? iphones : about.reachable ? others : silent;
-        group.push_back({device, about});
+AttachedDevice onlyPhone(Discovery& discovery, const Options& options) {
+    std::vector<AttachedDevice> iphones;
+    std::vector<AttachedDevice> silent;
+    std::vector<AttachedDevice> others;
+    for (const AttachedDevice& one : discovery.attached(options.wait)) {
+        const DeviceDescription& about = one.description;
+        (about.isIphone() ? iphones : about.reachable ? others : silent).push_back(one);
     }
     if (iphones.size() > 1) {
         throw Failure(ExitCode::SeveralPhones,
@@ -85,8 +84,8 @@ ChosenPhone onlyPhone(Discovery& discovery, const Options& options) {
     throw noPhone(options, "no phone is attached", {});
 }
 
-ChosenPhone namedPhone(Discovery& discovery, const Options& options) {
-    std::vector<ChosenPhone> seen;
+AttachedDevice namedPhone(Discovery& discovery, const Options& options) {
+    std::vector<AttachedDevice> seen;
     if (const auto phone = waitForUdid(discovery, options, seen)) {
         return *phone;
     }
@@ -94,7 +93,7 @@ ChosenPhone namedPhone(Discovery& discovery, const Options& options) {
                   fmt::format("no phone with the UDID {} is attached", options.udid), seen);
 }
 
-void requireUsable(const ChosenPhone& phone) {
+void requireUsable(const AttachedDevice& phone) {
     const DeviceDescription& about = phone.description;
     if (!about.reachable) {
         throw Failure(ExitCode::CannotOpen,
@@ -117,8 +116,8 @@ void requireUsable(const ChosenPhone& phone) {
 
 } // namespace
 
-ChosenPhone choosePhone(Discovery& discovery, const Options& options) {
-    const ChosenPhone phone = options.udid.empty() ? onlyPhone(discovery, options)
+AttachedDevice choosePhone(Discovery& discovery, const Options& options) {
+    const AttachedDevice phone = options.udid.empty() ? onlyPhone(discovery, options)
                                                    : namedPhone(discovery, options);
     requireUsable(phone);
     return phone;

@@ -122,10 +122,10 @@ void ProgressDisplay::fileEnds(const Progress& progress) {
 }
 
 void ProgressDisplay::clear() {
-    if (drawn_) {
+    if (!drawn_.empty()) {
         writeText(stderr, "\r\x1b[K");
         std::fflush(stderr);
-        drawn_ = false;
+        drawn_.clear();
     }
 }
 
@@ -142,9 +142,11 @@ void ProgressDisplay::drawIfDue(const Progress& progress) {
 }
 
 void ProgressDisplay::draw(const std::string& line) {
-    writeText(stderr, fmt::format("\r{}\x1b[K", line));
-    std::fflush(stderr);
-    drawn_ = true;
+    if (line != drawn_) {
+        writeText(stderr, fmt::format("\r{}\x1b[K", line));
+        std::fflush(stderr);
+        drawn_ = line;
+    }
 }
 
 } // namespace vesk

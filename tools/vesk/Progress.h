@@ -58,7 +58,7 @@ private:
     void drawIfDue(const Progress& progress);
 
     Kind kind_;
-    bool drawn_ = false;
+    std::string drawn_; ///< what stands on the terminal's last line
     std::optional<Clock::time_point> lastDrawn_;
 };
 

@@ -56,7 +56,7 @@ std::vector<std::string> PhoneRingtones::names() const {
     return result;
 }
 
-Session::Session(ChosenPhone chosen, Discovery& discovery)
+Session::Session(AttachedDevice chosen, Discovery& discovery)
     : chosen_(std::move(chosen)), discovery_(discovery),
       phone_(KRTPhoneWithDevice(chosen_.device.get())) {
     if (!phone_) {

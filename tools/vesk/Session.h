@@ -48,7 +48,7 @@ struct PhoneRingtones {
 class Session {
 public:
     /// @param discovery  asked whether the phone is still there when a call fails
-    Session(ChosenPhone chosen, Discovery& discovery);
+    Session(AttachedDevice chosen, Discovery& discovery);
 
     /// Reads the phone's facts anew.
     PhoneFacts facts();
@@ -81,7 +81,7 @@ private:
 
     std::optional<std::uint32_t> sizeAt(const std::string& path);
 
-    ChosenPhone chosen_;
+    AttachedDevice chosen_;
     Discovery& discovery_;
     std::unique_ptr<__KRTPhone, ReleasePhone> phone_;
 };

@@ -1,6 +1,7 @@
 #include "Status.h"
 
 #include <KRLVesk/KRTError.h>
+#include <MobileDevice/MobileDevice.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -37,6 +38,18 @@ constexpr std::array kLockdown{
     Meaning{-34, "ServiceProhibited"},
 };
 
+constexpr std::array kProvider{
+    Meaning{kAMDInvalidHandle, "the handle is not valid any more"},
+    Meaning{kAMDNotConnected, "no connection: the phone is gone or has closed it"},
+    Meaning{kAMDTimedOut, "timed out: the phone does not answer"},
+    Meaning{kAMDBadReply, "the phone's answer makes no sense"},
+    Meaning{kAMDNotPaired, "not paired: this computer holds no pair record for the phone"},
+    Meaning{kAMDNoSession, "there is no session"},
+    Meaning{kAMDSessionNotSupported, "the phone asks for an encrypted session, which is not supported"},
+    Meaning{kAMDRefused, "the phone refused"},
+    Meaning{kAMDNoResources, "memory or descriptors have run out on this computer"},
+};
+
 constexpr std::array kFile{
     Meaning{1, "unknown error"},
     Meaning{2, "bad header"},
@@ -64,22 +77,26 @@ constexpr std::array kFile{
 };
 
 template <std::size_t N>
-std::string named(const std::array<Meaning, N>& meanings, int32_t status, const char* kind) {
+const char* find(const std::array<Meaning, N>& meanings, int32_t status) {
     const auto found = std::find_if(meanings.begin(), meanings.end(), [&](const Meaning& meaning) {
         return meaning.status == status;
     });
-    return found == meanings.end() ? fmt::format("{} status {}", kind, status)
-                                   : fmt::format("{} ({} status {})", found->text, kind, status);
+    return found == meanings.end() ? nullptr : found->text;
 }
 
 } // namespace
 
-std::string deviceStatusText(int32_t status) {
-    return status < 0 ? named(kLockdown, status, "lockdown") : named(kFile, status, "device");
-}
-
-std::string fileStatusText(int32_t status) {
-    return named(kFile, status, "file service");
+std::string statusText(int32_t status) {
+    if (const char* text = find(kLockdown, status)) {
+        return fmt::format("{} (lockdown status {})", text, status);
+    }
+    if (const char* text = find(kFile, status)) {
+        return fmt::format("{} (file service status {})", text, status);
+    }
+    if (const char* text = find(kProvider, status)) {
+        return fmt::format("{} (device layer status {})", text, status);
+    }
+    return fmt::format("status {}", status);
 }
 
 std::string lastFailureText() {
@@ -88,12 +105,10 @@ std::string lastFailureText() {
     }
     const int code = KRTErrorGetCode();
     const std::string_view module = KRTErrorGetFile() != nullptr ? KRTErrorGetFile() : "";
-    // The phone's module reports statuses of the device layer and, below 1 and under -100, its own.
-    if (module == "KRTPhoneInternal" && code > 0) {
-        return fileStatusText(code);
-    }
-    if (module == "KRTPhoneInternal" && code < 0 && code > -100) {
-        return deviceStatusText(code);
+    // The phone's module reports statuses of the device layer and, at 0 and below -100, codes of its
+    // own.
+    if (module == "KRTPhoneInternal" && code != 0 && code > -100) {
+        return statusText(code);
     }
     return fmt::format("{}, code {}", module, code);
 }

@@ -46,6 +46,9 @@ public:
     static bool respond(int32_t mode, int32_t status, uint32_t /*max*/, uint32_t /*value*/,
                         const char* message, void* context) noexcept {
         auto& self = *static_cast<Reports*>(context);
+        // Steps that may fail, such as making a folder that is there, leave their reason in the
+        // record, where it would stand for that of a later failure.
+        KRTErrorClear();
         try {
             self.take(mode, status, message);
         } catch (...) {

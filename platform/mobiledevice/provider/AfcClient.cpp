@@ -36,7 +36,9 @@ std::string text(std::string_view path) {
 }
 
 // sendmsg takes no const memory, but does not write to it.
-iovec part(const void* bytes, size_t count) { return {const_cast<void*>(bytes), count}; }
+iovec part(const void* bytes, size_t count) {
+    return {const_cast<void*>(bytes), count};
+}
 
 } // namespace
 
@@ -129,7 +131,9 @@ int32_t AfcClient::writeFile(uint64_t file, std::span<const std::byte> bytes) {
     return failure;
 }
 
-void AfcClient::shutdown() noexcept { channel_->shutdown(); }
+void AfcClient::shutdown() noexcept {
+    channel_->shutdown();
+}
 
 int32_t AfcClient::requestStatus(Operation operation, const std::string& arguments) {
     const uint64_t number = nextNumber_;
@@ -164,6 +168,7 @@ int32_t AfcClient::sendPieces(uint64_t file, std::span<const std::byte>& rest, u
         afc::Header header;
         uint64_t file;
     };
+
     std::array<Prefix, kPiecesAtOnce> prefixes;
     std::array<iovec, 2 * kPiecesAtOnce> parts;
     size_t count = 0;
@@ -194,10 +199,9 @@ int32_t AfcClient::receiveHeader(uint64_t number, Reply& reply) {
     }
     reply = {static_cast<Operation>(le64toh(header.operation)), entireLength - afc::kHeaderBytes};
     // Data is all payload, everything else one word of arguments.
-    const bool wellFormed =
-        reply.operation == Operation::Data
-            ? thisLength == afc::kHeaderBytes
-            : thisLength == entireLength && reply.bodyBytes == sizeof(uint64_t);
+    const bool wellFormed = reply.operation == Operation::Data
+                                ? thisLength == afc::kHeaderBytes
+                                : thisLength == entireLength && reply.bodyBytes == sizeof(uint64_t);
     return wellFormed ? 0 : badReply();
 }
 

@@ -62,8 +62,8 @@ private:
     int32_t sendPieces(uint64_t file, std::span<const std::byte>& rest, uint64_t& pieces);
 
     int32_t receiveHeader(uint64_t number, Reply& reply);
-    /** Receives what stands before the body of a reply of the wanted form; a status of failure, which
-     *  answers any request, is received whole and returned. */
+    /** Receives what stands before the body of a reply of the wanted form; a status of failure,
+     * which answers any request, is received whole and returned. */
     int32_t receiveReply(uint64_t number, afc::Operation wanted, uint64_t& bodyBytes);
     /** For requests that are answered with a status. */
     int32_t receiveStatus(uint64_t number);

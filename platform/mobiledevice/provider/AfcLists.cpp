@@ -44,7 +44,9 @@ std::shared_ptr<Directory> Directory::parse(std::vector<char> bytes) {
     return std::shared_ptr<Directory>(new Directory(std::move(bytes)));
 }
 
-char* Directory::next() { return nextText(bytes_, position_); }
+char* Directory::next() {
+    return nextText(bytes_, position_);
+}
 
 KeyValues::KeyValues(std::vector<char> bytes) : bytes_(std::move(bytes)) {}
 

@@ -110,8 +110,7 @@ IoResult Channel::waitFor(short events) const {
     for (;;) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        const auto waitMs =
-            std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max());
+        const auto waitMs = std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max());
         pollfd entry{descriptor_.get(), events, 0};
         const int ready = ::poll(&entry, 1, static_cast<int>(waitMs));
         if (ready > 0) {

@@ -71,7 +71,8 @@ int32_t Device::stopSession() {
 }
 
 int32_t Device::startService(const std::string& name, uint16_t& port) {
-    return exchange([&](Lockdown& connection) { return connection.client.startService(name, port); });
+    return exchange(
+        [&](Lockdown& connection) { return connection.client.startService(name, port); });
 }
 
 int32_t Device::getValue(const std::optional<std::string>& domain,

@@ -37,7 +37,8 @@ public:
     /** Connects to a port of the phone; null if that cannot be done. */
     std::shared_ptr<Channel> open(uint16_t port);
 
-    /** Ends all connections to the phone, those to come included: it is gone, or nobody holds it. */
+    /** Ends all connections to the phone, those to come included: it is gone, or nobody holds it.
+     */
     void sever() noexcept;
 
 private:

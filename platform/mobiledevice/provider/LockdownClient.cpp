@@ -134,10 +134,12 @@ int32_t LockdownClient::getValue(const std::optional<std::string>& domain,
     return exchange(request, {"Domain", "Key"}, answer);
 }
 
-void LockdownClient::shutdown() noexcept { messenger_.channel().shutdown(); }
+void LockdownClient::shutdown() noexcept {
+    messenger_.channel().shutdown();
+}
 
-int32_t LockdownClient::exchange(const PlistRef& request,
-                                 std::initializer_list<const char*> echoes, PlistRef& answer) {
+int32_t LockdownClient::exchange(const PlistRef& request, std::initializer_list<const char*> echoes,
+                                 PlistRef& answer) {
     if (const int32_t status = messenger_.send(request)) {
         return status;
     }

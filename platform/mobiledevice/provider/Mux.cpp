@@ -46,9 +46,9 @@ std::optional<std::vector<std::byte>> readPairRecord(const std::string& udid) {
     }
     const OwnedText owned(data, &std::free);
     const auto* bytes = reinterpret_cast<const std::byte*>(owned.get());
-    return bytes == nullptr ? std::nullopt
-                            : std::optional<std::vector<std::byte>>(std::in_place, bytes,
-                                                                    bytes + size);
+    return bytes == nullptr
+               ? std::nullopt
+               : std::optional<std::vector<std::byte>>(std::in_place, bytes, bytes + size);
 }
 
 std::optional<std::string> readSystemBuid() {

@@ -147,7 +147,9 @@ int32_t startService(am_device* device, CFStringRef serviceName, am_service** se
         if (const int32_t status = phone->startService(*name, port)) {
             return status;
         }
-        const bool done = handOut(std::make_shared<Service>(phone, reinterpret_cast<Handles::Id>(device), port), device, service);
+        const bool done =
+            handOut(std::make_shared<Service>(phone, reinterpret_cast<Handles::Id>(device), port),
+                    device, service);
         return done ? 0 : kAMDInvalidHandle;
     });
 }
@@ -187,9 +189,8 @@ int32_t connectionOpen(am_service* service, uint32_t, afc_connection** connectio
     return guarded<int32_t>(kAMDNoResources, [&]() -> int32_t {
         const auto taken = handles().take<Service>(service);
         auto channel = taken ? taken->openChannel() : nullptr;
-        const bool done =
-            channel && handOut(std::make_shared<AfcConnection>(std::move(channel)),
-                               toHandle<am_device>(taken->deviceId()), connection);
+        const bool done = channel && handOut(std::make_shared<AfcConnection>(std::move(channel)),
+                                             toHandle<am_device>(taken->deviceId()), connection);
         return done ? 0 : kAFCNotConnected;
     });
 }
@@ -245,11 +246,11 @@ int32_t directoryCreate(afc_connection* connection, const char* path) {
 }
 
 int32_t directoryOpen(afc_connection* connection, const char* path, afc_directory** directory) {
-    return openList<Directory>(
-        connection, directory, [&](AfcClient& client, std::vector<char>& bytes) -> int32_t {
-            return path == nullptr ? int32_t{kAFCInvalidArgument}
-                                   : client.readDirectory(path, bytes);
-        });
+    return openList<Directory>(connection, directory,
+                               [&](AfcClient& client, std::vector<char>& bytes) -> int32_t {
+                                   return path == nullptr ? int32_t{kAFCInvalidArgument}
+                                                          : client.readDirectory(path, bytes);
+                               });
 }
 
 int32_t directoryRead(afc_connection*, afc_directory* directory, char** name) {
@@ -290,9 +291,8 @@ int32_t fileRead(afc_connection* connection, afc_file_ref file, void* buffer, ui
     }
     const std::span target(static_cast<std::byte*>(buffer), *length);
     size_t received = 0;
-    const int32_t status = withConnection(connection, [&](AfcClient& client) {
-        return client.readFile(file, target, received);
-    });
+    const int32_t status = withConnection(
+        connection, [&](AfcClient& client) { return client.readFile(file, target, received); });
     *length = static_cast<uint32_t>(received);
     return status;
 }
@@ -312,15 +312,13 @@ int32_t fileClose(afc_connection* connection, afc_file_ref file) {
 }
 
 int32_t fileLock(afc_connection* connection, afc_file_ref file) {
-    return withConnection(connection, [&](AfcClient& client) {
-        return client.lockFile(file, afc::Lock::Exclusive);
-    });
+    return withConnection(
+        connection, [&](AfcClient& client) { return client.lockFile(file, afc::Lock::Exclusive); });
 }
 
 int32_t fileUnlock(afc_connection* connection, afc_file_ref file) {
-    return withConnection(connection, [&](AfcClient& client) {
-        return client.lockFile(file, afc::Lock::Unlock);
-    });
+    return withConnection(
+        connection, [&](AfcClient& client) { return client.lockFile(file, afc::Lock::Unlock); });
 }
 
 int32_t fileInfoOpen(afc_connection* connection, const char* path, afc_dictionary** info) {
@@ -347,7 +345,9 @@ int32_t keyValueRead(afc_dictionary* info, char** key, char** value) {
     });
 }
 
-int32_t keyValueClose(afc_dictionary* info) { return closeList<KeyValues>(info); }
+int32_t keyValueClose(afc_dictionary* info) {
+    return closeList<KeyValues>(info);
+}
 
 const MobileDeviceTable kTable{
     .version = MOBILEDEVICE_PROVIDER_VERSION,
@@ -389,4 +389,6 @@ const MobileDeviceTable kTable{
 } // namespace
 } // namespace krl::provider
 
-const MobileDeviceTable* MobileDeviceProviderTable() { return &krl::provider::kTable; }
+const MobileDeviceTable* MobileDeviceProviderTable() {
+    return &krl::provider::kTable;
+}

@@ -4,7 +4,9 @@
 
 namespace krl::provider {
 
-int32_t ClearSessionsOnly::begin(Channel&, const PairRecord&) { return kAMDSessionNotSupported; }
+int32_t ClearSessionsOnly::begin(Channel&, const PairRecord&) {
+    return kAMDSessionNotSupported;
+}
 
 void ClearSessionsOnly::end(Channel&) {}
 

@@ -1,4 +1,4 @@
-/** Notifications from anyone to anyone in this process. */
+/** Notifications from anyone to anyone, in this process or among the user's processes. */
 #ifndef COREFOUNDATION_CFNOTIFICATIONCENTER_H
 #define COREFOUNDATION_CFNOTIFICATIONCENTER_H
 
@@ -12,7 +12,7 @@ typedef void (*CFNotificationCallback)(CFNotificationCenterRef center, void* obs
                                        CFNotificationName name, const void* object,
                                        CFDictionaryRef userInfo);
 
-/** Makes no difference to the local centre. */
+/** Makes no difference here. */
 typedef CFIndex CFNotificationSuspensionBehavior;
 enum {
     CFNotificationSuspensionBehaviorDrop = 1,
@@ -28,11 +28,31 @@ CF_EXPORT CFTypeID CFNotificationCenterGetTypeID(void) CF_NOEXCEPT;
 CF_EXPORT CFNotificationCenterRef CFNotificationCenterGetLocalCenter(void) CF_NOEXCEPT;
 
 /**
+ * The centre that the user's processes share. Immortal; may be used from any thread.
+ *
+ * Notifications travel as signals on the session bus and reach all observers, those of the posting
+ * process too, in the order in which they were posted. Each callback comes on the run loop of the
+ * thread that added the observer, in whatever mode that runs, and while it runs. Names and objects are
+ * strings and compare as such; an empty object counts as none. Without a session bus nothing is
+ * delivered. A connection that is lost is made anew when the next observer is added or the next
+ * notification posted.
+ *
+ * Where the functions below differ here:
+ *  - an object is a CFStringRef, which adding an observer retains;
+ *  - of the user information, strings, numbers and booleans under string keys arrive, the rest is left
+ *    out; none arrives when nothing is left. It belongs to the callback for the time of the call;
+ *  - a post does nothing when name or object are no Unicode text or hold a zero character. It returns
+ *    when the notification was handed to the bus, or after a second when the bus does not take it.
+ */
+CF_EXPORT CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void) CF_NOEXCEPT;
+
+/**
  * Adds an observer; adding twice delivers twice. One that is added while a notification is delivered is
  * not told of that one.
  * @param observer  any pointer, to remove it by and handed to the callback; may be NULL.
  * @param name      retained; NULL: whatever the name.
- * @param object    compared as a pointer and not retained; NULL: whatever the object.
+ * @param object    compared as a pointer and not retained (a string in the distributed centre);
+ *                  NULL: whatever the object.
  */
 CF_EXPORT void CFNotificationCenterAddObserver(
     CFNotificationCenterRef center, const void* observer, CFNotificationCallback callBack,
@@ -53,7 +73,7 @@ CF_EXPORT void CFNotificationCenterRemoveEveryObserver(CFNotificationCenterRef c
 /**
  * @param object    may be NULL; reaches the observers of this object and those of any.
  * @param userInfo  may be NULL; handed to the callbacks as it is.
- * @param deliverImmediately  makes no difference to the local centre.
+ * @param deliverImmediately  makes no difference.
  */
 CF_EXPORT void CFNotificationCenterPostNotification(CFNotificationCenterRef center,
                                                     CFNotificationName name, const void* object,

@@ -4,17 +4,17 @@
  * Every function of the platform's device framework that the library calls is a variable of
  * function-pointer type here, so that `AMDeviceConnect(device)` reads as a call and
  * `AMDeviceConnect == NULL` means "not there", as with a weakly linked framework. When
- * libKRLVesk.so is loaded it fills them from MobileDevice.so beside it, all of them or none; another
- * provider, or a test, may assign them before the first phone is looked for. Assigning them while a
- * call is under way is undefined.
+ * libKRLVesk.so is loaded it fills them from MobileDevice.so beside it, all of them or none;
+ * another provider, or a test, may assign them before the first phone is looked for. Assigning them
+ * while a call is under way is undefined.
  *
  * What a provider promises, for all functions:
- *  - Statuses are 0 for success; any other value is handed on to the application unchanged. A status
- *    of 0 is only given when the phone has answered that very request, completely.
+ *  - Statuses are 0 for success; any other value is handed on to the application unchanged. A
+ * status of 0 is only given when the phone has answered that very request, completely.
  *  - Null or stale handles (closed, or of a phone that is gone) are answered with a status, never
  *    with a crash. Closing a handle twice is such a case.
- *  - A silent phone fails a call once the deadline is over (AMDeviceSetCallTimeout); a phone that is
- *    pulled out fails it at once.
+ *  - A silent phone fails a call once the deadline is over (AMDeviceSetCallTimeout); a phone that
+ * is pulled out fails it at once.
  *  - Calls may come from any thread, for one phone from one thread at a time.
  *  - On failure, out-parameters are left as they were unless the function says otherwise.
  */
@@ -46,10 +46,7 @@ typedef struct afc_dictionary afc_dictionary;
 typedef uint64_t afc_file_ref;
 
 /** What happened to a device. Other numbers exist and are to be ignored. */
-enum {
-    kAMDeviceMessageConnected = 1,
-    kAMDeviceMessageDisconnected = 2
-};
+enum { kAMDeviceMessageConnected = 1, kAMDeviceMessageDisconnected = 2 };
 
 typedef struct am_device_notification_info {
     am_device* device; /**< lent for the length of the callback: retain it to keep it */
@@ -75,19 +72,19 @@ enum {
     kAFCWouldBlock = 19
 };
 
-/** Statuses that a provider makes itself. All others are the phone's: those of its file service stand
- *  above, those of its gate keeper (pairing, sessions, services) are below 0. */
+/** Statuses that a provider makes itself. All others are the phone's: those of its file service
+ * stand above, those of its gate keeper (pairing, sessions, services) are below 0. */
 enum {
-    kAMDInvalidHandle = 64,      /**< null, stale, or not what the function asks for */
-    kAMDNotConnected = 65,       /**< no connection, or it was lost, or could not be made */
-    kAMDTimedOut = 66,           /**< the phone was silent for too long; the connection is lost */
-    kAMDBadReply = 67,           /**< no answer to the request; the connection is lost */
-    kAFCBadReply = kAMDBadReply, /**< likewise, from the file service */
-    kAMDNotPaired = 68,          /**< this computer holds no pair record for the phone */
-    kAMDNoSession = 69,          /**< there is no session to stop */
+    kAMDInvalidHandle = 64,       /**< null, stale, or not what the function asks for */
+    kAMDNotConnected = 65,        /**< no connection, or it was lost, or could not be made */
+    kAMDTimedOut = 66,            /**< the phone was silent for too long; the connection is lost */
+    kAMDBadReply = 67,            /**< no answer to the request; the connection is lost */
+    kAFCBadReply = kAMDBadReply,  /**< likewise, from the file service */
+    kAMDNotPaired = 68,           /**< this computer holds no pair record for the phone */
+    kAMDNoSession = 69,           /**< there is no session to stop */
     kAMDSessionNotSupported = 70, /**< the phone asks for encryption that is not to be had */
-    kAMDRefused = 71,            /**< the phone refused and gave a reason without a number */
-    kAMDNoResources = 72         /**< memory or descriptors ran out on this computer */
+    kAMDRefused = 71,             /**< the phone refused and gave a reason without a number */
+    kAMDNoResources = 72          /**< memory or descriptors ran out on this computer */
 };
 
 /** How AFCFileRefOpen opens a file. */
@@ -105,9 +102,10 @@ enum {
  * this call. Two words that are 0, a null cookie, and the place for the subscription's handle,
  * which is ended with AMDShutdownNotificationProxy.
  */
-MOBILEDEVICE_EXTERN int32_t (*AMDeviceNotificationSubscribe)(
-    am_device_notification_callback callback, uint32_t unused0, uint32_t unused1, void* cookie,
-    am_device_notification** notification);
+MOBILEDEVICE_EXTERN
+    int32_t (*AMDeviceNotificationSubscribe)(am_device_notification_callback callback,
+                                             uint32_t unused0, uint32_t unused1, void* cookie,
+                                             am_device_notification** notification);
 
 /**
  * Ends a subscription (am_device_notification), after which no callback comes, or a notification
@@ -140,14 +138,15 @@ MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartSession)(am_device* device);
 /** Stops the session. */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceStopSession)(am_device* device);
 
-/** Starts a service by name and stores a handle of a connection to it. The last argument is null. */
+/** Starts a service by name and stores a handle of a connection to it. The last argument is null.
+ */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartService)(am_device* device, CFStringRef serviceName,
                                                     am_service** service, uint32_t* unused);
 
 /**
- * A value of the phone, or null when there is none or the phone cannot be asked. The caller releases
- * it. A null domain is the default one; with a null key the value is a dictionary of all the
- * domain's values.
+ * A value of the phone, or null when there is none or the phone cannot be asked. The caller
+ * releases it. A null domain is the default one; with a null key the value is a dictionary of all
+ * the domain's values.
  */
 MOBILEDEVICE_EXTERN CFTypeRef (*AMDeviceCopyValue)(am_device* device, CFStringRef domain,
                                                    CFStringRef key);
@@ -172,7 +171,8 @@ MOBILEDEVICE_EXTERN int32_t (*AFCConnectionOpen)(am_service* service, uint32_t t
 /** Closes the connection, and on the phone with it its open files and their locks. */
 MOBILEDEVICE_EXTERN int32_t (*AFCConnectionClose)(afc_connection* connection);
 
-/** Creates one directory; whether a missing parent or an existing one fails is the phone's affair. */
+/** Creates one directory; whether a missing parent or an existing one fails is the phone's affair.
+ */
 MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryCreate)(afc_connection* connection, const char* path);
 
 /** Opens a directory for reading; the whole listing is fetched here. */
@@ -198,8 +198,8 @@ MOBILEDEVICE_EXTERN int32_t (*AFCRenamePath)(afc_connection* connection, const c
 MOBILEDEVICE_EXTERN int32_t (*AFCFileRefOpen)(afc_connection* connection, const char* path,
                                               uint64_t mode, afc_file_ref* file);
 
-/** Reads up to *length bytes and stores how many came; fewer only at the end of the file. On failure
- *  *length is the number of bytes that are good. */
+/** Reads up to *length bytes and stores how many came; fewer only at the end of the file. On
+ * failure *length is the number of bytes that are good. */
 MOBILEDEVICE_EXTERN int32_t (*AFCFileRefRead)(afc_connection* connection, afc_file_ref file,
                                               void* buffer, uint32_t* length);
 
@@ -220,8 +220,7 @@ MOBILEDEVICE_EXTERN int32_t (*AFCFileInfoOpen)(afc_connection* connection, const
                                                afc_dictionary** info);
 
 /** Key-value pairs about the media partition: "FSFreeBytes", "FSTotalBytes" and others. */
-MOBILEDEVICE_EXTERN int32_t (*AFCDeviceInfoOpen)(afc_connection* connection,
-                                                 afc_dictionary** info);
+MOBILEDEVICE_EXTERN int32_t (*AFCDeviceInfoOpen)(afc_connection* connection, afc_dictionary** info);
 
 /** The next pair; null key and value at the end. The strings live until the iterator is closed. */
 MOBILEDEVICE_EXTERN int32_t (*AFCKeyValueRead)(afc_dictionary* info, char** key, char** value);

@@ -2,8 +2,8 @@
  * What a provider of MobileDevice is: a shared object that exports one function,
  * MobileDeviceProviderTable, which hands over a table of all functions of MobileDevice.h.
  *
- * The library looks for it, under the name MobileDevice.so, in its own folder and then in the folder
- * KRLVesk inside that one.
+ * The library looks for it, under the name MobileDevice.so, in its own folder and then in the
+ * folder KRLVesk inside that one.
  */
 #ifndef MOBILEDEVICE_PROVIDER_H
 #define MOBILEDEVICE_PROVIDER_H

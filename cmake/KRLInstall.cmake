@@ -1,0 +1,14 @@
+# What an installation holds: the library with its resources beside it, the provider in the folder
+# below where it is looked for too, the tool, and what applications include.
+
+install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(DIRECTORY "${KRL_RESOURCES}" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+if(TARGET MobileDevice)
+    set_target_properties(MobileDevice PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+    install(TARGETS MobileDevice LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
+endif()
+install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
+                  "${PROJECT_SOURCE_DIR}/platform/corefoundation/include/"
+                  "${PROJECT_SOURCE_DIR}/platform/mobiledevice/include/"
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")

@@ -1,0 +1,103 @@
+#include "KRTVeskInternal.h"
+
+#include "Files.h"
+#include "FrameworkLoader.h"
+#include "HomeFolder.h"
+#include "Programs.h"
+#include "SupportPlugin.h"
+
+#include <KRLVesk/KRTError.h>
+#include <MobileDevice/MobileDevice.h>
+
+#include <string>
+
+signed char KRTVeskOpen = 0;
+
+namespace {
+
+namespace plugin = krl::plugin;
+
+constexpr char kDeviceFramework[] = "/System/Library/PrivateFrameworks/MobileDevice.framework";
+
+/// The library's own resources are those of the library that this is in.
+const void* ownCode() {
+    return reinterpret_cast<const void*>(&_install_support_plugin);
+}
+
+bool hasDeviceFunctions() {
+    return AMDeviceConnect != nullptr;
+}
+
+int failInstallation(CFStringRef domain) {
+    // Contract: nothing ever puts the domain back, also not a later success.
+    KRTErrorDomain = domain;
+    return 0;
+}
+
+int installFromArchive() {
+    const std::string archive = plugin::archivePath(ownCode());
+    if (archive.empty()) {
+        return failInstallation(CFSTR("com.korvane.vesk.noPathFilePath"));
+    }
+    if (perform_unzip(archive.c_str(), plugin::folders().plugins.c_str()) != 1) {
+        return 0;
+    }
+    KRTVeskOpen = 1;
+    return 2;
+}
+
+} // namespace
+
+int KRTVeskInit() {
+    if (!krl::system::loadFramework(kDeviceFramework)) {
+        KRTVeskOpen = 0;
+    }
+    // Contract: without the device functions the flag is not cleared here. One that an earlier
+    // start-up had set stays, where the framework itself could be loaded.
+    if (!hasDeviceFunctions()) {
+        return 0;
+    }
+    KRTVeskOpen = 1;
+    return _install_support_plugin();
+}
+
+bool KRTVeskInitLight() {
+    const bool loaded = krl::system::loadFramework(kDeviceFramework);
+    if (hasDeviceFunctions()) {
+        KRTVeskOpen = 1;
+    } else if (!loaded) {
+        KRTVeskOpen = 0;
+    }
+    return KRTVeskOpen != 0;
+}
+
+signed char KRTVeskIsValid() {
+    return KRTVeskOpen;
+}
+
+int _install_support_plugin() {
+    const plugin::Version required = plugin::requiredVersion(ownCode());
+    const std::string installed = plugin::installedPath();
+    if (krl::system::exists(installed) &&
+        plugin::isCurrent(plugin::versionOfPlugin(installed), required)) {
+        return 1;
+    }
+    return installFromArchive();
+}
+
+int perform_unzip(const char* zipPath, const char* destinationFolder) {
+    if (!krl::system::programs().isThere(plugin::kUnpacker)) {
+        return failInstallation(CFSTR("com.korvane.vesk.unzipNotFound"));
+    }
+    // Contract: the old plug-in goes first. When unpacking fails there is none.
+    krl::system::removeAll(std::string(destinationFolder) + "/" + plugin::kBundleName);
+    // Contract: always the home folder's, whichever folder is unpacked into; one level each.
+    const plugin::Folders folders = plugin::folders();
+    krl::system::completeHomeFolder();
+    krl::system::makeFolder(folders.library);
+    krl::system::makeFolder(folders.plugins);
+    if (krl::system::programs().run(plugin::kUnpacker, {"-qq", "-d", destinationFolder, "-o", zipPath}) != 0) {
+        return failInstallation(CFSTR("com.korvane.vesk.unzipFailed"));
+    }
+    return 1;
+}
