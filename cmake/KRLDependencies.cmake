@@ -15,6 +15,8 @@ find_package(nlohmann_json REQUIRED)
 
 if(BUILD_TESTING)
     find_package(GTest REQUIRED)
+    # For the example of a foreign main loop.
+    pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
     # The peer: its library and tools prove the virtual phone.
     pkg_check_modules(IMOBILEDEVICE REQUIRED IMPORTED_TARGET libimobiledevice-1.0)
 endif()

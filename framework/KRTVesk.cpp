@@ -96,7 +96,8 @@ int perform_unzip(const char* zipPath, const char* destinationFolder) {
     krl::system::completeHomeFolder();
     krl::system::makeFolder(folders.library);
     krl::system::makeFolder(folders.plugins);
-    if (krl::system::programs().run(plugin::kUnpacker, {"-qq", "-d", destinationFolder, "-o", zipPath}) != 0) {
+    if (krl::system::programs().run(plugin::kUnpacker,
+                                    {"-qq", "-d", destinationFolder, "-o", zipPath}) != 0) {
         return failInstallation(CFSTR("com.korvane.vesk.unzipFailed"));
     }
     return 1;

@@ -4,8 +4,8 @@
 
 extern "C" {
 
-/// Installs the support plug-in unless the installed one is current. Returns 1 when it was, 2 when it
-/// was installed now, 0 when it could not be, which KRTErrorDomain explains.
+/// Installs the support plug-in unless the installed one is current. Returns 1 when it was, 2 when
+/// it was installed now, 0 when it could not be, which KRTErrorDomain explains.
 int _install_support_plugin(void);
 
 /// Puts what the archive holds in the place of the plug-in in a folder. The home folder's plug-in

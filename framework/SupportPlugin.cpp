@@ -87,8 +87,8 @@ Version versionFrom(CFTypeRef version) {
 }
 
 bool isCurrent(const Version& installed, const Version& required) {
-    // Contract: each part on its own, not in order of significance; an installed 2.0.0 is out of date
-    // where 1.2.0 is required.
+    // Contract: each part on its own, not in order of significance; an installed 2.0.0 is out of
+    // date where 1.2.0 is required.
     return required.major <= installed.major && required.minor <= installed.minor &&
            required.patch <= installed.patch;
 }

@@ -42,8 +42,8 @@ bool isCurrent(const Version& installed, const Version& required);
 /// The version of the plug-in at a path, 0.0.0 when it does not say.
 Version versionOfPlugin(const std::string& path);
 
-/// The version that the library of a piece of code needs, from its resources; 0.0.0 when these do not
-/// say.
+/// The version that the library of a piece of code needs, from its resources; 0.0.0 when these do
+/// not say.
 ///
 /// @param code  the address of a function in the library
 Version requiredVersion(const void* code);

@@ -7,7 +7,7 @@ packages=(
     unzip libsystemd-dev dbus-daemon
     libplist-dev libusbmuxd-dev libtag1-dev libcli11-dev libfmt-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev libimobiledevice-dev libimobiledevice-utils ifuse
-    clang-format-14 binutils
+    libglib2.0-dev clang-format-14 binutils
 )
 
 missing=()

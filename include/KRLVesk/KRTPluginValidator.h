@@ -1,6 +1,7 @@
 /**
  * Whether the support plug-in is running inside the desktop media library, and recent enough. It is
- * asked by a distributed notification, to which it answers with another one that carries its version.
+ * asked by a distributed notification, to which it answers with another one that carries its
+ * version.
  */
 #ifndef KRLVESK_KRTPLUGINVALIDATOR_H
 #define KRLVESK_KRTPLUGINVALIDATOR_H
@@ -44,8 +45,8 @@ public:
 
     /**
      * Handles an answer.
-     * @param userInfo  what the answer carries; null, or without "version": version 1.0. A version is
-     *                  a string or a number.
+     * @param userInfo  what the answer carries; null, or without "version": version 1.0. A version
+     * is a string or a number.
      */
     void _pongSeen(CFDictionaryRef userInfo);
 

@@ -19,9 +19,9 @@ KRL_BEGIN_C
 extern KRL_EXPORT signed char KRTVeskOpen;
 
 /**
- * Checks the device layer and installs the plug-in when it is missing or out of date, which takes as
- * long as "/usr/bin/unzip" takes to unpack it. An out-of-date plug-in is removed first, so that none
- * is left when unpacking fails.
+ * Checks the device layer and installs the plug-in when it is missing or out of date, which takes
+ * as long as "/usr/bin/unzip" takes to unpack it. An out-of-date plug-in is removed first, so that
+ * none is left when unpacking fails.
  *
  * Versions are compared part by part, each on its own: an installed 2.0.0 is out of date when 1.2.0
  * is needed.
@@ -29,9 +29,8 @@ extern KRL_EXPORT signed char KRTVeskOpen;
  * @return 1 when the plug-in was current, 2 when it was installed now; 0 when the device layer is
  *         missing, in which case the plug-in is left alone, or when the plug-in could not be
  *         installed. KRTVeskOpen tells the two apart: with 1, phones can be used all the same.
- *         KRTErrorDomain then says why the plug-in could not be installed, and keeps saying so after
- *         a later success:
- *         "com.korvane.vesk.unzipNotFound": there is no unzip;
+ *         KRTErrorDomain then says why the plug-in could not be installed, and keeps saying so
+ * after a later success: "com.korvane.vesk.unzipNotFound": there is no unzip;
  *         "com.korvane.vesk.unzipFailed": unzip failed, for instance because the folder cannot be
  *         written; what it had to say is on standard error;
  *         "com.korvane.vesk.noPathFilePath": the plug-in's archive is missing from the library's

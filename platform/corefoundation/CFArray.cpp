@@ -27,9 +27,9 @@ CFHashCode hashObject(const void* value) {
 
 } // namespace krl::cf
 
-const CFArrayCallBacks kCFTypeArrayCallBacks = {
-    0, krl::cf::retainObject, krl::cf::releaseObject, krl::cf::copyObjectDescription,
-    krl::cf::equalObjects};
+const CFArrayCallBacks kCFTypeArrayCallBacks = {0, krl::cf::retainObject, krl::cf::releaseObject,
+                                                krl::cf::copyObjectDescription,
+                                                krl::cf::equalObjects};
 
 using ArrayCallBacks = krl::cf::CallBacks<CFArrayCallBacks>;
 
@@ -78,7 +78,8 @@ CFStringRef copyArrayDescription(CFTypeRef object) {
     CFStringAppend(description, CFSTR("("));
     for (CFIndex i = 0; i < array.count; ++i) {
         auto value = adopt(array.callBacks.copyDescription(array.values[i]));
-        CFStringAppendFormat(description, nullptr, i > 0 ? CFSTR(", %@") : CFSTR("%@"), value.get());
+        CFStringAppendFormat(description, nullptr, i > 0 ? CFSTR(", %@") : CFSTR("%@"),
+                             value.get());
     }
     CFStringAppend(description, CFSTR(")"));
     return freeze(description);

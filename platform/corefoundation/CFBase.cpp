@@ -128,8 +128,8 @@ void CFRelease(CFTypeRef object) noexcept {
     if (object == nullptr || isImmortal(object)) {
         return;
     }
-    // Releasing orders this thread's use of the object before its end, acquiring orders the end after
-    // every other thread's use.
+    // Releasing orders this thread's use of the object before its end, acquiring orders the end
+    // after every other thread's use.
     if (__atomic_fetch_sub(retainCountOf(object), 1, __ATOMIC_ACQ_REL) != 1) {
         return;
     }

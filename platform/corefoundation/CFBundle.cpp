@@ -32,11 +32,13 @@ bool getStatus(CFURLRef url, struct stat& status) {
 
 bool isFolder(CFURLRef url) {
     struct stat status {};
+
     return getStatus(url, status) && S_ISDIR(status.st_mode);
 }
 
 bool isThere(CFURLRef url) {
     struct stat status {};
+
     return getStatus(url, status);
 }
 
@@ -111,10 +113,9 @@ CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
         folder = childURL(folder.get(), subDirName, true);
     }
     const CFRef<CFStringRef> name =
-        resourceType == nullptr
-            ? retain(resourceName)
-            : adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%@.%@"), resourceName,
-                                             resourceType));
+        resourceType == nullptr ? retain(resourceName)
+                                : adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%@.%@"),
+                                                                 resourceName, resourceType));
     CFRef<CFURLRef> url = folder ? childURL(folder.get(), name.get(), false) : nullptr;
     return url && isThere(url.get()) ? url.leak() : nullptr;
 }

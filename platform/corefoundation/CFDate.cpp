@@ -38,8 +38,7 @@ CFStringRef copyDateDescription(CFTypeRef object) {
 
 } // namespace
 
-constinit const ClassTable kDateClass{"CFDate", nullptr, equalDates, hashDate,
-                                      copyDateDescription};
+constinit const ClassTable kDateClass{"CFDate", nullptr, equalDates, hashDate, copyDateDescription};
 
 } // namespace krl::cf
 

@@ -5,13 +5,12 @@
 #include <bit>
 #include <span>
 
-const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks = {
-    0,
-    krl::cf::retainObject,
-    krl::cf::releaseObject,
-    krl::cf::copyObjectDescription,
-    krl::cf::equalObjects,
-    krl::cf::hashObject};
+const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks = {0,
+                                                                krl::cf::retainObject,
+                                                                krl::cf::releaseObject,
+                                                                krl::cf::copyObjectDescription,
+                                                                krl::cf::equalObjects,
+                                                                krl::cf::hashObject};
 const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {
     0, krl::cf::retainObject, krl::cf::releaseObject, krl::cf::copyObjectDescription,
     krl::cf::equalObjects};
@@ -33,11 +32,11 @@ struct DictionaryEntry {
  */
 struct __CFDictionary {
     CFObjectHeader header;
-    CFIndex count;      ///< pairs
-    uint32_t used;      ///< entries, holes included
-    uint32_t capacity;  ///< entries that there is room for
+    CFIndex count;     ///< pairs
+    uint32_t used;     ///< entries, holes included
+    uint32_t capacity; ///< entries that there is room for
     DictionaryEntry* entries;
-    uint32_t* slots;    ///< null in a small dictionary
+    uint32_t* slots; ///< null in a small dictionary
     uint32_t slotCount;
     KeyCallBacks keyCallBacks;
     ValueCallBacks valueCallBacks;
@@ -66,7 +65,8 @@ std::span<DictionaryEntry> entriesOf(const __CFDictionary& dictionary) {
     return {dictionary.entries, dictionary.used};
 }
 
-/** Where the search for a hash begins. The low bits of many hashes are alike, so all of them count. */
+/** Where the search for a hash begins. The low bits of many hashes are alike, so all of them count.
+ */
 uint32_t firstSlot(const __CFDictionary& dictionary, CFHashCode hash) {
     constexpr CFHashCode kGoldenRatio = 0x9E3779B97F4A7C15;
     return static_cast<uint32_t>((hash * kGoldenRatio) >> 32) & (dictionary.slotCount - 1);
@@ -156,6 +156,17 @@ void reserveEntry(__CFDictionary& dictionary) {
     resize(dictionary, grows ? dictionary.capacity * 2 : dictionary.capacity);
 }
 
+/** Adds an entry at the end, where there must be room. */
+void appendEntry(__CFDictionary& dictionary, const void* key, const void* value, CFHashCode hash) {
+    dictionary.entries[dictionary.used] = {dictionary.keyCallBacks.retain(key),
+                                           dictionary.valueCallBacks.retain(value), hash};
+    if (dictionary.slots != nullptr) {
+        enterSlot(dictionary, dictionary.used);
+    }
+    ++dictionary.used;
+    ++dictionary.count;
+}
+
 enum class Put { Always, IfAbsent, IfPresent };
 
 void put(__CFDictionary& dictionary, const void* key, const void* value, Put when) {
@@ -176,13 +187,7 @@ void put(__CFDictionary& dictionary, const void* key, const void* value, Put whe
         return;
     }
     reserveEntry(dictionary);
-    dictionary.entries[dictionary.used] = {dictionary.keyCallBacks.retain(key),
-                                           dictionary.valueCallBacks.retain(value), hash};
-    if (dictionary.slots != nullptr) {
-        enterSlot(dictionary, dictionary.used);
-    }
-    ++dictionary.used;
-    ++dictionary.count;
+    appendEntry(dictionary, key, value, hash);
 }
 
 __CFDictionary* createDictionary(CFIndex capacity, const KeyCallBacks& keyCallBacks,
@@ -201,12 +206,9 @@ __CFDictionary* copyDictionary(const __CFDictionary& source) {
         createDictionary(source.count, source.keyCallBacks, source.valueCallBacks);
     for (const DictionaryEntry& entry : entriesOf(source)) {
         if (!isHole(entry)) {
-            copy->entries[copy->used++] = {copy->keyCallBacks.retain(entry.key),
-                                           copy->valueCallBacks.retain(entry.value), entry.hash};
+            appendEntry(*copy, entry.key, entry.value, entry.hash);
         }
     }
-    copy->count = source.count;
-    rebuildSlots(*copy);
     return copy;
 }
 
@@ -300,14 +302,14 @@ CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef dictionar
     return copyDictionary(*dictionary);
 }
 
-CFMutableDictionaryRef CFDictionaryCreateMutable(
-    CFAllocatorRef, CFIndex capacity, const CFDictionaryKeyCallBacks* keyCallBacks,
-    const CFDictionaryValueCallBacks* valueCallBacks) noexcept {
+CFMutableDictionaryRef
+CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacity,
+                          const CFDictionaryKeyCallBacks* keyCallBacks,
+                          const CFDictionaryValueCallBacks* valueCallBacks) noexcept {
     constexpr CFIndex kLargestHint = 1024;
-    return asMutable(createDictionary(std::min(capacity, kLargestHint),
-                                      KeyCallBacks(keyCallBacks, kCFTypeDictionaryKeyCallBacks),
-                                      ValueCallBacks(valueCallBacks,
-                                                     kCFTypeDictionaryValueCallBacks)));
+    return asMutable(createDictionary(
+        std::min(capacity, kLargestHint), KeyCallBacks(keyCallBacks, kCFTypeDictionaryKeyCallBacks),
+        ValueCallBacks(valueCallBacks, kCFTypeDictionaryValueCallBacks)));
 }
 
 CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex,

@@ -52,11 +52,11 @@ CFTypeID CFErrorGetTypeID() noexcept {
 
 CFErrorRef CFErrorCreate(CFAllocatorRef, CFErrorDomain domain, CFIndex code,
                          CFDictionaryRef userInfo) noexcept {
-    auto information = userInfo != nullptr
-                           ? adopt(CFDictionaryCreateCopy(nullptr, userInfo))
-                           : adopt(CFDictionaryCreate(nullptr, nullptr, nullptr, 0,
-                                                      &kCFTypeDictionaryKeyCallBacks,
-                                                      &kCFTypeDictionaryValueCallBacks));
+    auto information =
+        userInfo != nullptr
+            ? adopt(CFDictionaryCreateCopy(nullptr, userInfo))
+            : adopt(CFDictionaryCreate(nullptr, nullptr, nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                       &kCFTypeDictionaryValueCallBacks));
     return createObject<__CFError>(kErrorTypeID, 0, adopt(CFStringCreateCopy(nullptr, domain)),
                                    code, std::move(information));
 }

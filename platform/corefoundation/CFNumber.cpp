@@ -185,7 +185,7 @@ Value convert(const __CFNumber& number) {
         }
         // The highest value may not be a double, but one more, the lowest's opposite, always is.
         return number.value.real >= -kLowest ? std::numeric_limits<Value>::max()
-                                       : static_cast<Value>(number.value.real);
+                                             : static_cast<Value>(number.value.real);
     } else {
         return static_cast<Value>(number.value.integer);
     }

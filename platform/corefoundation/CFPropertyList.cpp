@@ -44,8 +44,8 @@ CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef, CFDataRef xmlD
     auto tree = readDocument(bytes, mutabilityOption, error);
     if (errorString != nullptr) {
         *errorString = tree ? nullptr
-                            : CFStringCreateWithFormat(nullptr, nullptr,
-                                                       CFSTR("No property list: %s"), error.c_str());
+                            : CFStringCreateWithFormat(
+                                  nullptr, nullptr, CFSTR("No property list: %s"), error.c_str());
     }
     return tree.leak();
 }

@@ -9,14 +9,16 @@
 #include <memory>
 #include <mutex>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 #include <vector>
 
-// Which source and timer belongs to which loop, and their state, is guarded by one lock for all loops,
-// because a source can be in several. No callback is called, and nothing is released, under it.
+// Which source and timer belongs to which loop, and their state, is guarded by one lock for all
+// loops, because a source can be in several. No callback is called, and nothing is released, under
+// it.
 
 using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
@@ -136,7 +138,8 @@ void waitForWakeUp(CFRunLoopRef loop, Moment until) {
     loop->isWaiting = false;
 }
 
-// ---------------------------------------------------------------------------- entries (under the lock)
+// ---------------------------------------------------------------------------- entries (under the
+// lock)
 
 bool isInMode(CFStringRef entryMode, CFStringRef runMode) {
     return CFEqual(entryMode, runMode) || CFEqual(entryMode, kCFRunLoopCommonModes);
@@ -178,9 +181,8 @@ bool contains(const std::vector<Entry<Item>>& entries, Item item) {
 /** Moves all entries of an item to the end of another list. */
 template <typename Item>
 void moveEntries(std::vector<Entry<Item>>& from, Item item, std::vector<Entry<Item>>& to) {
-    const auto first = std::stable_partition(from.begin(), from.end(), [&](const auto& entry) {
-        return entry.item.get() != item;
-    });
+    const auto first = std::stable_partition(
+        from.begin(), from.end(), [&](const auto& entry) { return entry.item.get() != item; });
     std::move(first, from.end(), std::back_inserter(to));
     from.erase(first, from.end());
 }
@@ -374,10 +376,18 @@ CFRunLoopRef createRunLoop() {
     return createObject<__CFRunLoop>(kRunLoopTypeID, 0, eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
 }
 
-/** A thread's hold on its loop, given back when the thread ends. */
-struct ThreadsLoop {
-    CFRef<CFRunLoopRef> loop;
-};
+/** Under which each thread but the first keeps its loop, which is released when the thread ends.
+ * Unlike a thread-local variable it also serves the destructors of those. */
+pthread_key_t threadsLoopKey() {
+    static const pthread_key_t key = [] {
+        pthread_key_t created{};
+        if (pthread_key_create(&created, [](void* loop) { CFRelease(loop); }) != 0) {
+            std::abort();
+        }
+        return created;
+    }();
+    return key;
+}
 
 bool isMainThread() {
     return gettid() == getpid();
@@ -419,8 +429,12 @@ CFRunLoopRef CFRunLoopGetCurrent() noexcept {
     if (isMainThread()) {
         return CFRunLoopGetMain();
     }
-    thread_local const ThreadsLoop threadsLoop{adopt(createRunLoop())};
-    return threadsLoop.loop.get();
+    auto* loop = static_cast<CFRunLoopRef>(pthread_getspecific(threadsLoopKey()));
+    if (loop == nullptr) {
+        loop = createRunLoop();
+        pthread_setspecific(threadsLoopKey(), loop);
+    }
+    return loop;
 }
 
 void CFRunLoopRun() noexcept {
@@ -434,8 +448,7 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds
         return kCFRunLoopRunFinished;
     }
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
-    const CFRunLoopRunResult result =
-        run(loop, mode, momentIn(seconds), returnAfterSourceHandled);
+    const CFRunLoopRunResult result = run(loop, mode, momentIn(seconds), returnAfterSourceHandled);
     updatePollDescriptor(loop);
     return result;
 }
@@ -456,8 +469,11 @@ Boolean CFRunLoopIsWaiting(CFRunLoopRef loop) noexcept {
 int CFRunLoopGetPollDescriptor(CFRunLoopRef loop) noexcept {
     const std::lock_guard lock(loopsMutex);
     if (loop->pollDescriptor < 0) {
-        loop->timerDescriptor = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
         loop->pollDescriptor = epoll_create1(EPOLL_CLOEXEC);
+        if (loop->pollDescriptor < 0) {
+            return -1;
+        }
+        loop->timerDescriptor = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
         watch(loop->pollDescriptor, loop->wakeDescriptor);
         watch(loop->pollDescriptor, loop->timerDescriptor);
         wake(loop); // the host's first run finds out what there is to do

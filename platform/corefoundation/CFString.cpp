@@ -29,8 +29,8 @@ void* writableContents(__CFString& string) {
 }
 
 __CFString* createRecord(CFIndex length, bool wide, uint16_t flags) {
-    auto* string =
-        createObject<__CFString>(kStringTypeID, contentsSize(length, wide), length, nullptr, length);
+    auto* string = createObject<__CFString>(kStringTypeID, contentsSize(length, wide), length,
+                                            nullptr, length);
     string->header.flags = static_cast<uint16_t>(flags | (wide ? kWideFlag : 0));
     string->contents = string + 1;
     return string;
@@ -115,7 +115,8 @@ bool Text::operator==(const Text& other) const {
     }
     if (wide_ == other.wide_) {
         const auto units = static_cast<size_t>(length_);
-        return std::memcmp(contents_, other.contents_, wide_ ? units * sizeof(UniChar) : units) == 0;
+        return std::memcmp(contents_, other.contents_, wide_ ? units * sizeof(UniChar) : units) ==
+               0;
     }
     for (CFIndex i = 0; i < length_; ++i) {
         if ((*this)[i] != other[i]) {
@@ -135,10 +136,9 @@ bool Text::endsWith(const Text& suffix) const {
 
 CFIndex Text::find(const Text& other, CFIndex start) const {
     if (!wide_ && !other.wide_) {
-        const size_t found =
-            std::string_view(narrow(), static_cast<size_t>(length_))
-                .find({other.narrow(), static_cast<size_t>(other.length_)},
-                      static_cast<size_t>(start));
+        const size_t found = std::string_view(narrow(), static_cast<size_t>(length_))
+                                 .find({other.narrow(), static_cast<size_t>(other.length_)},
+                                       static_cast<size_t>(start));
         return found == std::string_view::npos ? kCFNotFound : static_cast<CFIndex>(found);
     }
     for (CFIndex at = start; at + other.length_ <= length_; ++at) {
@@ -248,8 +248,8 @@ void moveContents(__CFString& string, CFIndex capacity, bool wide) {
     finalizeString(&string);
     string.contents = contents;
     string.capacity = capacity;
-    string.header.flags = static_cast<uint16_t>(string.header.flags | kOwnContentsFlag |
-                                                (wide ? kWideFlag : 0));
+    string.header.flags =
+        static_cast<uint16_t>(string.header.flags | kOwnContentsFlag | (wide ? kWideFlag : 0));
 }
 
 void reserve(__CFString& string, CFIndex length, bool wide) {
@@ -492,9 +492,9 @@ Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize,
         return false;
     }
     CFIndex used = 0;
-    const CFIndex converted = CFStringGetBytes(
-        string, CFRangeMake(0, string->length), encoding, /*lossByte=*/0, false,
-        reinterpret_cast<UInt8*>(buffer), bufferSize - 1, &used);
+    const CFIndex converted =
+        CFStringGetBytes(string, CFRangeMake(0, string->length), encoding, /*lossByte=*/0, false,
+                         reinterpret_cast<UInt8*>(buffer), bufferSize - 1, &used);
     const bool complete = canEncode(encoding) && converted == string->length;
     buffer[complete ? used : 0] = 0;
     return complete;

@@ -28,8 +28,8 @@ CodePoints codePointsOf(const Text& text) {
     CodePoints result;
     result.reserve(static_cast<size_t>(text.length()));
     for (CFIndex i = 0; i < text.length(); ++i) {
-        const bool paired = isHighSurrogate(text[i]) && i + 1 < text.length() &&
-                            isLowSurrogate(text[i + 1]);
+        const bool paired =
+            isHighSurrogate(text[i]) && i + 1 < text.length() && isLowSurrogate(text[i + 1]);
         result.push_back(paired ? joinSurrogates(text[i], text[i + 1]) : text[i]);
         i += paired ? 1 : 0;
     }
@@ -45,9 +45,11 @@ void appendMapped(CodePoints& result, UTF32Char character, const CaseMapping& ma
         result.push_back(static_cast<UTF32Char>(static_cast<int32_t>(character) + run->distance));
         return;
     }
-    const auto expansion = std::lower_bound(
-        mapping.expansions.begin(), mapping.expansions.end(), character,
-        [](const CaseExpansion& candidate, UTF32Char value) { return candidate.character < value; });
+    const auto expansion =
+        std::lower_bound(mapping.expansions.begin(), mapping.expansions.end(), character,
+                         [](const CaseExpansion& candidate, UTF32Char value) {
+                             return candidate.character < value;
+                         });
     if (expansion == mapping.expansions.end() || expansion->character != character) {
         result.push_back(character);
         return;
@@ -68,7 +70,8 @@ CodePoints mapped(const CodePoints& text, const CaseMapping& mapping) {
     return result;
 }
 
-// ---------------------------------------------------------------------------- the sigma at a word's end
+// ---------------------------------------------------------------------------- the sigma at a
+// word's end
 
 bool isCased(UTF32Char character) {
     const CodePoints self{character};
@@ -88,7 +91,8 @@ bool continuesWord(Iterator from, Iterator to) {
     return next != to && isCased(*next);
 }
 
-/** Sigma has a form of its own at the end of a word, which no mapping of single characters knows. */
+/** Sigma has a form of its own at the end of a word, which no mapping of single characters knows.
+ */
 void setFinalSigmas(CodePoints& original) {
     for (auto at = original.begin(); at != original.end(); ++at) {
         if (*at == kCapitalSigma &&
@@ -171,8 +175,8 @@ CFComparisonResult compareWithOptions(const Text& left, const Text& right,
     if ((options & kCFCompareNumerically) != 0) {
         return asResult(compareWithNumbers(one, other));
     }
-    return asResult(std::lexicographical_compare_three_way(one.begin(), one.end(), other.begin(),
-                                                           other.end()));
+    return asResult(
+        std::lexicographical_compare_three_way(one.begin(), one.end(), other.begin(), other.end()));
 }
 
 } // namespace krl::cf

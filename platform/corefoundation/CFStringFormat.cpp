@@ -30,6 +30,7 @@ public:
     }
 
     ~Formatter() { va_end(arguments_); }
+
     Formatter(const Formatter&) = delete;
     Formatter& operator=(const Formatter&) = delete;
 
@@ -85,7 +86,8 @@ private:
 
     Conversion parse() {
         Conversion conversion;
-        for (++at_; peek() < 0x80 && std::strchr("-+ #0", peek()) != nullptr && peek() != 0; ++at_) {
+        for (++at_; peek() < 0x80 && std::strchr("-+ #0", peek()) != nullptr && peek() != 0;
+             ++at_) {
             conversion.flags += static_cast<char>(peek());
         }
         conversion.width = takeNumber();
@@ -182,8 +184,8 @@ private:
 
     bool convertObject(const Conversion& conversion) {
         CFTypeRef object = va_arg(arguments_, CFTypeRef);
-        auto description = object != nullptr ? adopt(CFCopyDescription(object))
-                                             : retain(CFSTR("(null)"));
+        auto description =
+            object != nullptr ? adopt(CFCopyDescription(object)) : retain(CFSTR("(null)"));
         pad(conversion, Text(description.get()));
         return true;
     }
@@ -221,6 +223,7 @@ private:
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
     template <typename Value>
     bool print(const Conversion& conversion, const char* kind, Value value) {
         std::string format = "%" + conversion.flags;
@@ -240,6 +243,7 @@ private:
         appendText(result_.get(), Text(std::string_view(text.data(), text.size() - 1)));
         return true;
     }
+
 #pragma GCC diagnostic pop
 
     static constexpr int kMaximumWidth = 100000;

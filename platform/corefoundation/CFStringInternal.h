@@ -11,20 +11,25 @@
 namespace krl::cf {
 
 /**
- * The code units of a string, or of a part of one. ASCII texts have one byte a unit, all others two;
- * so two whole strings of different widths are never equal.
+ * The code units of a string, or of a part of one. ASCII texts have one byte a unit, all others
+ * two; so two whole strings of different widths are never equal.
  */
 class Text {
 public:
     explicit Text(CFStringRef string);
+
     Text(const void* contents, CFIndex length, bool wide)
         : contents_(contents), length_(length), wide_(wide) {}
+
     explicit Text(std::string_view ascii)
         : Text(ascii.data(), static_cast<CFIndex>(ascii.size()), false) {}
 
     CFIndex length() const { return length_; }
+
     bool isWide() const { return wide_; }
+
     const char* narrow() const { return static_cast<const char*>(contents_); }
+
     const UniChar* wide() const { return static_cast<const UniChar*>(contents_); }
 
     UniChar operator[](CFIndex index) const {

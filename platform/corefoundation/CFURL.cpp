@@ -105,12 +105,12 @@ size_t lastComponentStart(std::string_view path) {
     return path == "/" ? 0 : path.rfind('/') + 1; // npos + 1 is 0
 }
 
-/** Where the dot stands that begins an extension, or npos: the last one of the last component, unless
- *  it is the component's first or last character. */
+/** Where the dot stands that begins an extension, or npos: the last one of the last component,
+ * unless it is the component's first or last character. */
 size_t extensionDot(std::string_view path) {
     const size_t dot = path.rfind('.');
-    const bool inside = dot != std::string_view::npos && dot > lastComponentStart(path) &&
-                        dot + 1 < path.size();
+    const bool inside =
+        dot != std::string_view::npos && dot > lastComponentStart(path) && dot + 1 < path.size();
     return inside ? dot : std::string_view::npos;
 }
 
@@ -125,8 +125,8 @@ CFURLRef createURL(std::string_view escapedPath, bool isDirectory) {
     return createObject<__CFURL>(kURLTypeID, 0, adopt(createStringFromUtf8(string)), isDirectory);
 }
 
-/** Whether a text after a dot is not taken for an extension: it has a space or a mark that turns the
- *  direction of writing, with which a name can hide what it ends in. */
+/** Whether a text after a dot is not taken for an extension: it has a space or a mark that turns
+ * the direction of writing, with which a name can hide what it ends in. */
 bool isNoExtension(const Text& text) {
     for (CFIndex i = 0; i < text.length(); ++i) {
         const UniChar unit = text[i];
@@ -163,7 +163,8 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath,
 
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* buffer,
                                                  CFIndex bufLen, Boolean isDirectory) noexcept {
-    auto path = adopt(CFStringCreateWithBytes(nullptr, buffer, bufLen, kCFStringEncodingUTF8, false));
+    auto path =
+        adopt(CFStringCreateWithBytes(nullptr, buffer, bufLen, kCFStringEncodingUTF8, false));
     if (!path) {
         return nullptr;
     }

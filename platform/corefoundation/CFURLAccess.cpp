@@ -17,6 +17,7 @@ class File {
 public:
     // Without O_NONBLOCK opening a pipe would wait for its writer.
     explicit File(const char* path) : descriptor_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
@@ -27,6 +28,7 @@ public:
     }
 
     bool isOpen() const { return descriptor_ >= 0; }
+
     bool getStatus(struct stat& status) const { return fstat(descriptor_, &status) == 0; }
 
     /** @return the bytes read, 0 at the end, -1 with errno set on failure. */
@@ -70,7 +72,9 @@ int readFile(CFURLRef url, CFRef<CFDataRef>& result) {
         return ENAMETOOLONG;
     }
     const File file(reinterpret_cast<const char*>(path));
+
     struct stat status {};
+
     if (!file.isOpen() || !file.getStatus(status)) {
         return errno;
     }

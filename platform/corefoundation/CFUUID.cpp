@@ -64,8 +64,7 @@ int digitValue(UniChar unit) {
 
 } // namespace
 
-constinit const ClassTable kUUIDClass{"CFUUID", nullptr, equalUUIDs, hashUUID,
-                                      copyUUIDDescription};
+constinit const ClassTable kUUIDClass{"CFUUID", nullptr, equalUUIDs, hashUUID, copyUUIDDescription};
 
 } // namespace krl::cf
 

@@ -15,14 +15,16 @@ CFStringRef copyObjectDescription(const void* value);
 Boolean equalObjects(const void* left, const void* right);
 CFHashCode hashObject(const void* value);
 
-/** One set of callbacks: one of the two that nearly every collection has, which are shared, or a copy
- *  of the caller's. */
+/** One set of callbacks: one of the two that nearly every collection has, which are shared, or a
+ * copy of the caller's. */
 template <typename Set>
 class CallBacks {
 public:
     CallBacks(const Set* given, const Set& typeCallBacks) : set_(choose(given, typeCallBacks)) {}
+
     CallBacks(const CallBacks& other)
         : owned_(other.owned_), set_(other.owned_ ? new Set(*other.set_) : other.set_) {}
+
     CallBacks& operator=(const CallBacks&) = delete;
 
     ~CallBacks() {
@@ -57,7 +59,9 @@ public:
     }
 
     /** Whether a value may be kept: objects must not be null. */
-    bool accepts(const void* value) const { return value != nullptr || set_->retain != retainObject; }
+    bool accepts(const void* value) const {
+        return value != nullptr || set_->retain != retainObject;
+    }
 
 private:
     const Set* choose(const Set* given, const Set& typeCallBacks) {

@@ -16,9 +16,10 @@
 namespace krl::cf {
 namespace {
 
-constexpr std::chrono::seconds kLongestPost{1};
+constexpr std::chrono::seconds kLongestRequest{1};
 
-/** Keeps signals from the threads that are started meanwhile: they are for the application's own. */
+/** Keeps signals from the threads that are started meanwhile: they are for the application's own.
+ */
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -26,7 +27,9 @@ public:
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &original_);
     }
+
     ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &original_, nullptr); }
+
     SignalsBlocked(const SignalsBlocked&) = delete;
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
@@ -53,7 +56,9 @@ int pollTimeout(uint64_t momentUs) {
 class DistributedBus::Connection {
 public:
     explicit Connection(Receiver receiver) : receiver_(receiver) {}
+
     ~Connection() { close(); }
+
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -81,10 +86,11 @@ public:
         }
     }
 
-    /** Whether the bus has taken all that was sent, or never will. */
-    bool isFlushed() {
-        uint64_t count = 0;
-        return bus_ == nullptr || sd_bus_get_n_queued_write(bus_, &count) < 0 || count == 0;
+    /** Whether the bus listens for us and has taken all that was sent, or never will. */
+    bool isSettled() {
+        uint64_t queued = 0;
+        return bus_ == nullptr ||
+               (isListening_ && (sd_bus_get_n_queued_write(bus_, &queued) < 0 || queued == 0));
     }
 
     /** Waits for work, or for the other descriptor to be readable. */
@@ -102,7 +108,13 @@ public:
 private:
     int listen() {
         return sd_bus_match_signal_async(bus_, nullptr, nullptr, wire::kPath, wire::kInterface,
-                                         wire::kMember, handle, nullptr, this);
+                                         wire::kMember, handle, noteListening, this);
+    }
+
+    static int noteListening(sd_bus_message* reply, void* connection, sd_bus_error*) {
+        static_cast<Connection*>(connection)->isListening_ =
+            sd_bus_message_is_method_error(reply, nullptr) == 0;
+        return 0;
     }
 
     static int handle(sd_bus_message* message, void* connection, sd_bus_error*) {
@@ -112,10 +124,14 @@ private:
         return 0;
     }
 
-    void close() { bus_ = sd_bus_close_unref(bus_); }
+    void close() {
+        bus_ = sd_bus_close_unref(bus_);
+        isListening_ = false;
+    }
 
     const Receiver receiver_;
     sd_bus* bus_ = nullptr;
+    bool isListening_ = false;
 };
 
 DistributedBus::DistributedBus(Receiver receiver)
@@ -127,15 +143,8 @@ DistributedBus::~DistributedBus() {
 }
 
 void DistributedBus::beginUse() {
-    const std::lock_guard lock(useMutex_);
-    if (++useCount_ == 1) {
-        start();
-    }
-    {
-        const std::lock_guard requestLock(requestMutex_);
-        wantsConnection_ = true;
-    }
-    wake();
+    retainThread();
+    request({});
 }
 
 void DistributedBus::endUse() {
@@ -146,17 +155,25 @@ void DistributedBus::endUse() {
 }
 
 void DistributedBus::post(DistributedNotification notification) {
-    beginUse();
-    {
-        std::unique_lock lock(requestMutex_);
-        const uint64_t number = ++lastRequest_;
-        requests_.push_back({number, std::move(notification)});
-        wake();
-        requestSettled_.wait_for(lock, kLongestPost, [&] {
-            return !isRunning_ || lastSettledRequest_ >= number;
-        });
-    }
+    retainThread();
+    request(std::move(notification));
     endUse();
+}
+
+void DistributedBus::retainThread() {
+    const std::lock_guard lock(useMutex_);
+    if (++useCount_ == 1) {
+        start();
+    }
+}
+
+void DistributedBus::request(std::optional<DistributedNotification> notification) {
+    std::unique_lock lock(requestMutex_);
+    const uint64_t number = ++lastRequest_;
+    requests_.push_back({number, std::move(notification)});
+    wake();
+    requestSettled_.wait_for(lock, kLongestRequest,
+                             [&] { return !isRunning_ || lastSettledRequest_ >= number; });
 }
 
 void DistributedBus::start() {
@@ -194,7 +211,7 @@ void DistributedBus::run() {
     Connection connection(receiver_);
     while (takeRequests(connection)) {
         connection.process();
-        if (connection.isFlushed()) {
+        if (connection.isSettled()) {
             settleRequests();
         }
         connection.wait(wakeDescriptor_);
@@ -205,20 +222,18 @@ bool DistributedBus::takeRequests(Connection& connection) {
     uint64_t wakeUps = 0;
     [[maybe_unused]] const ssize_t size = read(wakeDescriptor_, &wakeUps, sizeof wakeUps);
     std::vector<Request> requests;
-    bool wantsConnection = false;
     {
         const std::lock_guard lock(requestMutex_);
         if (!isRunning_) {
             return false;
         }
         requests = std::exchange(requests_, {});
-        wantsConnection = std::exchange(wantsConnection_, false);
-    }
-    if (wantsConnection) {
-        connection.openUnlessOpen();
     }
     for (const Request& request : requests) {
-        connection.send(request.notification);
+        connection.openUnlessOpen();
+        if (request.notification) {
+            connection.send(*request.notification);
+        }
         lastTaken_ = request.number;
     }
     return true;

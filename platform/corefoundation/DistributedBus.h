@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -26,8 +27,8 @@ public:
     DistributedBus& operator=(const DistributedBus&) = delete;
     ~DistributedBus();
 
-    /** Connects and listens, as long as it was begun more often than ended. What is posted afterwards
-     *  by this process is heard. */
+    /** Connects and listens, as long as it was begun more often than ended. Returns when what
+     * anybody posts from now on is heard, when there is no bus, or after a second. */
     void beginUse();
 
     /** Not to be called by the receiver: the last one waits for it to return. */
@@ -41,16 +42,19 @@ private:
 
     struct Request {
         uint64_t number;
-        DistributedNotification notification;
+        std::optional<DistributedNotification> notification; ///< nothing: only to be connected
     };
 
+    void retainThread();
+    /** Hands a request to the thread and waits for it, a second at most. */
+    void request(std::optional<DistributedNotification> notification);
     void start();
     void stop();
     void wake() const;
     void run();
     /** @return false when it is time to end. */
     bool takeRequests(Connection& connection);
-    /** Tells those who wait that all that was taken has been sent or is lost. */
+    /** Tells those who wait that all that was taken is done or lost. */
     void settleRequests();
 
     const Receiver receiver_;
@@ -65,7 +69,6 @@ private:
     std::mutex requestMutex_; ///< guards all below
     std::condition_variable requestSettled_;
     bool isRunning_ = false;
-    bool wantsConnection_ = false;
     std::vector<Request> requests_;
     uint64_t lastRequest_ = 0;
     uint64_t lastSettledRequest_ = 0;

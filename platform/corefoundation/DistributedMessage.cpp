@@ -13,6 +13,7 @@ namespace {
 struct MessageUnref {
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
+
 using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
 
 // ---------------------------------------------------------------------------- objects
@@ -92,7 +93,8 @@ int appendEntry(sd_bus_message* message, const std::pair<std::string, InfoValue>
         status = sd_bus_message_append(message, "s", entry.first.c_str());
     }
     if (status >= 0) {
-        status = std::visit([&](const auto& value) { return append(message, value); }, entry.second);
+        status =
+            std::visit([&](const auto& value) { return append(message, value); }, entry.second);
     }
     return status < 0 ? status : sd_bus_message_close_container(message);
 }
@@ -218,9 +220,8 @@ CFRef<CFDictionaryRef> dictionaryOf(const Info& info) {
     if (info.empty()) {
         return nullptr;
     }
-    auto dictionary =
-        adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                        &kCFTypeDictionaryValueCallBacks));
+    auto dictionary = adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                                      &kCFTypeDictionaryValueCallBacks));
     for (const auto& [key, value] : info) {
         const CFRef<CFTypeRef> object =
             std::visit([](const auto& plain) { return objectOf(plain); }, value);

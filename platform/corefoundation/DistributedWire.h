@@ -1,5 +1,5 @@
-/** A distributed notification as a signal on the session bus: name, object (empty for none) and user
- *  information, whose values are strings, numbers and booleans. */
+/** A distributed notification as a signal on the session bus: name, object (empty for none) and
+ * user information, whose values are strings, numbers and booleans. */
 #ifndef COREFOUNDATION_DISTRIBUTEDWIRE_H
 #define COREFOUNDATION_DISTRIBUTEDWIRE_H
 

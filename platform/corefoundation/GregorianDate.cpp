@@ -26,7 +26,8 @@ struct Date {
     int64_t day;   ///< 1 to 31
 };
 
-// Years are counted from March, so that the leap day is a year's last; 400 of them have 146097 days.
+// Years are counted from March, so that the leap day is a year's last; 400 of them have 146097
+// days.
 
 int64_t daysSince2001(Date date) {
     const int64_t month = floorDivide(date.month - 3, kMonthsPerYear);
@@ -118,12 +119,11 @@ std::optional<CFAbsoluteTime> parseDate(std::string_view text) {
     int64_t hour = 0;
     int64_t minute = 0;
     int64_t second = 0;
-    const bool complete = scanner.takeYear(date.year) && scanner.take('-') &&
-                          scanner.takeTwoDigits(date.month) && scanner.take('-') &&
-                          scanner.takeTwoDigits(date.day) && scanner.take('T') &&
-                          scanner.takeTwoDigits(hour) && scanner.take(':') &&
-                          scanner.takeTwoDigits(minute) && scanner.take(':') &&
-                          scanner.takeTwoDigits(second) && scanner.take('Z') && scanner.atEnd();
+    const bool complete =
+        scanner.takeYear(date.year) && scanner.take('-') && scanner.takeTwoDigits(date.month) &&
+        scanner.take('-') && scanner.takeTwoDigits(date.day) && scanner.take('T') &&
+        scanner.takeTwoDigits(hour) && scanner.take(':') && scanner.takeTwoDigits(minute) &&
+        scanner.take(':') && scanner.takeTwoDigits(second) && scanner.take('Z') && scanner.atEnd();
     if (!complete) {
         return std::nullopt;
     }

@@ -16,8 +16,9 @@ struct FreeMemory {
 
 using OwnedText = std::unique_ptr<char, FreeMemory>;
 
-/** The value of a number or date as a binary property list of its own holds it. libplist's functions tell
- *  no negative number from a large one, and cut the fraction off a date before 2001. */
+/** The value of a number or date as a binary property list of its own holds it. libplist's
+ * functions tell no negative number from a large one, and cut the fraction off a date before 2001.
+ */
 struct BinaryValue {
     size_t size;
     uint64_t bits; ///< the last eight bytes
@@ -135,8 +136,8 @@ private:
     }
 
     CFRef<CFTypeRef> readArray(plist_t node, int depth) const {
-        auto array = adopt(CFArrayCreateMutable(nullptr, plist_array_get_size(node),
-                                                &kCFTypeArrayCallBacks));
+        auto array = adopt(
+            CFArrayCreateMutable(nullptr, plist_array_get_size(node), &kCFTypeArrayCallBacks));
         plist_array_iter iterator = nullptr;
         plist_array_new_iter(node, &iterator);
         const OwnedText owner(static_cast<char*>(iterator));
@@ -220,7 +221,8 @@ plist_t numberNode(CFNumberRef number) {
     return plist_new_uint(bits);
 }
 
-/** By way of a binary property list of this one date: libplist's own function takes 32-bit seconds. */
+/** By way of a binary property list of this one date: libplist's own function takes 32-bit seconds.
+ */
 plist_t dateNode(CFDateRef date) {
     constexpr char kDateMarker = 0x33;
     const auto bits = std::bit_cast<uint64_t>(CFDateGetAbsoluteTime(date));
@@ -320,7 +322,9 @@ plist_t createNode(CFTypeRef object, int depth) {
 class NumbersWithPoints {
 public:
     NumbersWithPoints() : before_(uselocale(cLocale())) {}
+
     ~NumbersWithPoints() { uselocale(before_); }
+
     NumbersWithPoints(const NumbersWithPoints&) = delete;
     NumbersWithPoints& operator=(const NumbersWithPoints&) = delete;
 

@@ -44,10 +44,10 @@ struct ElementName {
 };
 
 constexpr ElementName kElements[] = {
-    {"key", Element::Key},         {"string", Element::String}, {"dict", Element::Dict},
-    {"array", Element::Array},     {"integer", Element::Integer}, {"true", Element::True},
-    {"false", Element::False},     {"real", Element::Real},     {"date", Element::Date},
-    {"data", Element::Data},       {"plist", Element::Plist},
+    {"key", Element::Key},     {"string", Element::String},   {"dict", Element::Dict},
+    {"array", Element::Array}, {"integer", Element::Integer}, {"true", Element::True},
+    {"false", Element::False}, {"real", Element::Real},       {"date", Element::Date},
+    {"data", Element::Data},   {"plist", Element::Plist},
 };
 
 std::string_view nameOf(Element element) {
@@ -78,8 +78,8 @@ bool isValidUtf8(std::string_view text) {
 
 // ---------------------------------------------------------------------------- values
 
-/** White space, a sign, white space, decimal or hexadecimal digits and nothing else. @return the number
- *  in plain decimal form, none when it is not within -2^63 to 2^64 - 1. */
+/** White space, a sign, white space, decimal or hexadecimal digits and nothing else. @return the
+ * number in plain decimal form, none when it is not within -2^63 to 2^64 - 1. */
 std::optional<std::string> normalInteger(std::string_view text) {
     text = withoutLeadingSpace(text);
     const bool negative = text.starts_with('-');
@@ -91,8 +91,8 @@ std::optional<std::string> normalInteger(std::string_view text) {
         text.remove_prefix(2);
     }
     uint64_t magnitude = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude,
-                                              hexadecimal ? 16 : 10);
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), magnitude, hexadecimal ? 16 : 10);
     constexpr uint64_t kLargestNegative = uint64_t{1} << 63;
     if (error != std::errc() || end != text.data() + text.size() ||
         (negative && magnitude > kLargestNegative)) {
@@ -113,7 +113,8 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowercase) {
                       [](char a, char b) { return (a | 0x20) == b; });
 }
 
-/** White space, then a decimal number as everybody writes it, a nan or an infinity, and nothing else. */
+/** White space, then a decimal number as everybody writes it, a nan or an infinity, and nothing
+ * else. */
 bool isReal(std::string_view text) {
     text = withoutLeadingSpace(text);
     if (text.starts_with('-') || text.starts_with('+')) {
@@ -175,8 +176,7 @@ std::optional<UTF32Char> numberedCharacter(std::string_view reference) {
     }
     uint64_t value = 0;
     const char* last = reference.data() + reference.size();
-    const auto [end, error] =
-        std::from_chars(reference.data(), last, value, hexadecimal ? 16 : 10);
+    const auto [end, error] = std::from_chars(reference.data(), last, value, hexadecimal ? 16 : 10);
     const bool surrogate = value >= 0xD800 && value < 0xE000;
     if (error != std::errc() || end != last || reference.size() > kMostDigits || surrogate ||
         value > 0x10FFFF) {
@@ -191,6 +191,7 @@ std::optional<UTF32Char> referencedCharacter(std::string_view reference) {
         std::string_view name;
         char character;
     };
+
     constexpr Named kNamed[] = {
         {"lt", '<'}, {"gt", '>'}, {"amp", '&'}, {"apos", '\''}, {"quot", '"'}};
     for (const Named& named : kNamed) {
@@ -224,11 +225,12 @@ private:
         size_t end;
     };
 
-    // Each of the functions below leaves at_ after what it has read, and returns false, with the error
-    // noted, when it is not there.
+    // Each of the functions below leaves at_ after what it has read, and returns false, with the
+    // error noted, when it is not there.
 
     bool fail(std::string_view reason) {
-        const auto line = std::count(text_.begin(), text_.begin() + static_cast<ptrdiff_t>(at_), '\n');
+        const auto line =
+            std::count(text_.begin(), text_.begin() + static_cast<ptrdiff_t>(at_), '\n');
         result_.error = std::string(reason) + ", at line " + std::to_string(line + 1);
         return false;
     }
@@ -400,8 +402,8 @@ private:
         case Element::Dict:
         case Element::Array:
             normalizeTag(tag, tag.element);
-            return tag.isEmpty || (tag.element == Element::Dict ? checkPairs(depth)
-                                                                : checkItems(depth));
+            return tag.isEmpty ||
+                   (tag.element == Element::Dict ? checkPairs(depth) : checkItems(depth));
         case Element::String:
         case Element::Key: // in the place of a value it is one, too
             return checkText(tag, Element::String);

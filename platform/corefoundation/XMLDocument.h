@@ -1,9 +1,10 @@
 /**
  * Between an XML property list and libplist. Internal.
  *
- * libplist reads what everybody writes, but takes much for well-formed that is not, and reads some rare
- * forms in its own way (an octal for 010, a comma for a point in some locales). So every document is
- * checked here first, and the places that libplist would misread are put into the common form.
+ * libplist reads what everybody writes, but takes much for well-formed that is not, and reads some
+ * rare forms in its own way (an octal for 010, a comma for a point in some locales). So every
+ * document is checked here first, and the places that libplist would misread are put into the
+ * common form.
  */
 #ifndef COREFOUNDATION_XMLDOCUMENT_H
 #define COREFOUNDATION_XMLDOCUMENT_H
@@ -19,8 +20,9 @@ namespace krl::cf {
 constexpr int kDepthLimit = 512;
 
 /**
- * Values that libplist cannot hold (a text with a zero inside, a date of another millennium). In the
- * document a key or string stands in their place: a mark that nobody could foresee, and an index.
+ * Values that libplist cannot hold (a text with a zero inside, a date of another millennium). In
+ * the document a key or string stands in their place: a mark that nobody could foresee, and an
+ * index.
  */
 class Placeholders {
 public:

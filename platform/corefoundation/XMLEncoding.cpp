@@ -18,8 +18,8 @@ struct ByteOrderMark {
 
 // The mark of UTF-32 begins like that of UTF-16 and is therefore looked for first.
 constexpr ByteOrderMark kByteOrderMarks[] = {
-    {"\xEF\xBB\xBF"sv, kUtf8},           {"\xFF\xFE\0\0"sv, "utf-32le"sv},
-    {"\0\0\xFE\xFF"sv, "utf-32be"sv},    {"\xFF\xFE"sv, "utf-16le"sv},
+    {"\xEF\xBB\xBF"sv, kUtf8},        {"\xFF\xFE\0\0"sv, "utf-32le"sv},
+    {"\0\0\xFE\xFF"sv, "utf-32be"sv}, {"\xFF\xFE"sv, "utf-16le"sv},
     {"\xFE\xFF"sv, "utf-16be"sv},
 };
 
@@ -42,8 +42,8 @@ bool isNumberedSet(std::string_view name, std::string_view prefix) {
            std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-/** What a declared name means to the converter; empty when it is not one of ours. The converter knows
- *  many more encodings, but a document from outside shall not choose among all its code. */
+/** What a declared name means to the converter; empty when it is not one of ours. The converter
+ * knows many more encodings, but a document from outside shall not choose among all its code. */
 std::string converterName(const std::string& declared) {
     if (declared == kUtf8 || declared == "utf8") {
         return std::string(kUtf8);
@@ -51,7 +51,8 @@ std::string converterName(const std::string& declared) {
     if (declared == "us-ascii" || declared == "ascii") {
         return "iso-8859-1";
     }
-    const bool known = isNumberedSet(declared, "iso-8859-") || isNumberedSet(declared, "windows-125");
+    const bool known =
+        isNumberedSet(declared, "iso-8859-") || isNumberedSet(declared, "windows-125");
     return known ? declared : std::string();
 }
 
@@ -78,6 +79,7 @@ std::string declaredEncoding(std::string_view text) {
 class Converter {
 public:
     explicit Converter(const std::string& from) : handle_(iconv_open("UTF-8", from.c_str())) {}
+
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
 
@@ -93,7 +95,8 @@ public:
             return std::nullopt;
         }
         std::string result(bytes.size() * kLargestGrowth, '\0');
-        char* in = const_cast<char*>(bytes.data()); // iconv only reads, whatever its declaration says
+        char* in =
+            const_cast<char*>(bytes.data()); // iconv only reads, whatever its declaration says
         size_t inLeft = bytes.size();
         char* out = result.data();
         size_t outLeft = result.size();
@@ -105,9 +108,7 @@ public:
     }
 
 private:
-    bool isOpen() const {
-        return handle_ != reinterpret_cast<iconv_t>(static_cast<intptr_t>(-1));
-    }
+    bool isOpen() const { return handle_ != reinterpret_cast<iconv_t>(static_cast<intptr_t>(-1)); }
 
     iconv_t handle_;
 };

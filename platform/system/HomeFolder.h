@@ -8,8 +8,8 @@ namespace krl::system {
 /// For a user without one, a folder in which nothing can be made.
 std::string homeFolder();
 
-/// Makes what the platform's home folders always have and those here do not: "Library". A failure is
-/// ignored.
+/// Makes what the platform's home folders always have and those here do not: "Library". A failure
+/// is ignored.
 void completeHomeFolder();
 
 } // namespace krl::system

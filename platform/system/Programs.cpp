@@ -24,7 +24,9 @@ public:
         posix_spawnattr_setsigdefault(&attributes_, &signals);
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     }
+
     ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
+
     SpawnAttributes(const SpawnAttributes&) = delete;
     SpawnAttributes& operator=(const SpawnAttributes&) = delete;
 
@@ -56,8 +58,8 @@ int reallyRun(const std::string& path, const std::vector<std::string>& arguments
     pointers.push_back(nullptr);
     const SpawnAttributes attributes;
     pid_t process = -1;
-    const int error = posix_spawn(&process, path.c_str(), nullptr, attributes.get(),
-                                  pointers.data(), environ);
+    const int error =
+        posix_spawn(&process, path.c_str(), nullptr, attributes.get(), pointers.data(), environ);
     return error == 0 ? waitFor(process) : -1;
 }
 

@@ -1,5 +1,6 @@
-// The support plug-in's program: answers the question whether the plug-in is there with its version.
-// It starts from wherever its bundle was unpacked, so it needs nothing but the system's libraries.
+// The support plug-in's program: answers the question whether the plug-in is there with its
+// version. It starts from wherever its bundle was unpacked, so it needs nothing but the system's
+// libraries.
 
 #include "DistributedWire.h"
 
@@ -38,6 +39,7 @@ Exit codes: 0 stopped by a signal, 1 no session bus or the bus went away,
 struct BusUnref {
     void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
 };
+
 using Bus = std::unique_ptr<sd_bus, BusUnref>;
 
 volatile std::sig_atomic_t isStopping = 0;

@@ -17,8 +17,8 @@ std::vector<CFRef<CFTypeRef>> oneOfEach() {
     objects.emplace_back(makeData("a"));
     objects.emplace_back(makeArray());
     objects.emplace_back(makeDictionary());
-    objects.emplace_back(adopt(
-        CFURLCreateWithFileSystemPath(nullptr, CFSTR("/a"), kCFURLPOSIXPathStyle, false)));
+    objects.emplace_back(
+        adopt(CFURLCreateWithFileSystemPath(nullptr, CFSTR("/a"), kCFURLPOSIXPathStyle, false)));
     objects.emplace_back(adopt(CFUUIDCreate(nullptr)));
     objects.emplace_back(adopt(CFErrorCreate(nullptr, CFSTR("d"), 1, nullptr)));
     objects.emplace_back(retain(CFRunLoopGetCurrent()));
@@ -42,13 +42,14 @@ TEST(Object, EqualsItselfAndNoObjectOfAnotherType) {
 }
 
 TEST(Object, HasTheTypeThatItsFunctionTells) {
-    const CFTypeID types[] = {
-        CFStringGetTypeID(),        CFBooleanGetTypeID(),      CFNumberGetTypeID(),
-        CFDateGetTypeID(),          CFDataGetTypeID(),         CFArrayGetTypeID(),
-        CFDictionaryGetTypeID(),    CFURLGetTypeID(),          CFUUIDGetTypeID(),
-        CFErrorGetTypeID(),         CFRunLoopGetTypeID(),      CFRunLoopSourceGetTypeID(),
-        CFRunLoopTimerGetTypeID(),  CFNotificationCenterGetTypeID(),
-        CFNullGetTypeID(),          CFAllocatorGetTypeID()};
+    const CFTypeID types[] = {CFStringGetTypeID(),       CFBooleanGetTypeID(),
+                              CFNumberGetTypeID(),       CFDateGetTypeID(),
+                              CFDataGetTypeID(),         CFArrayGetTypeID(),
+                              CFDictionaryGetTypeID(),   CFURLGetTypeID(),
+                              CFUUIDGetTypeID(),         CFErrorGetTypeID(),
+                              CFRunLoopGetTypeID(),      CFRunLoopSourceGetTypeID(),
+                              CFRunLoopTimerGetTypeID(), CFNotificationCenterGetTypeID(),
+                              CFNullGetTypeID(),         CFAllocatorGetTypeID()};
     const auto objects = oneOfEach();
     ASSERT_EQ(std::size(types), objects.size());
     for (size_t i = 0; i < objects.size(); ++i) {
@@ -60,9 +61,15 @@ TEST(Object, HasADescription) {
     for (const auto& object : oneOfEach()) {
         auto description = adopt(CFCopyDescription(object.get()));
         EXPECT_GT(CFStringGetLength(description.get()), 0);
-        CFShow(object.get());
     }
+}
+
+TEST(Object, IsShownByItsDescription) {
+    ::testing::internal::CaptureStderr();
+    CFShow(makeString("caf\xC3\xA9").get());
+    CFShow(makeInteger(5).get());
     CFShow(nullptr);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "caf\xC3\xA9\n5\n(null)\n");
 }
 
 TEST(Object, IsCountedByRetainAndRelease) {
@@ -86,8 +93,9 @@ TEST(Object, NullEqualsNullOnly) {
 }
 
 TEST(Object, ConstantsAreImmortal) {
-    for (CFTypeRef constant : {static_cast<CFTypeRef>(kCFBooleanTrue), static_cast<CFTypeRef>(kCFNull),
-                               static_cast<CFTypeRef>(kCFAllocatorMalloc)}) {
+    for (CFTypeRef constant :
+         {static_cast<CFTypeRef>(kCFBooleanTrue), static_cast<CFTypeRef>(kCFNull),
+          static_cast<CFTypeRef>(kCFAllocatorMalloc)}) {
         CFRelease(constant);
         CFRelease(constant);
         EXPECT_GT(CFGetRetainCount(constant), 1000000);
@@ -169,7 +177,8 @@ CFRef<CFTypeRef> objectOf(const std::string& kind, const Json& object) {
         return makeData(decodeBase64(object.at("base64")));
     }
     if (kind == "date") {
-        return adopt(CFDateCreate(nullptr, std::stod(object.at("absolute_time").get<std::string>())));
+        return adopt(
+            CFDateCreate(nullptr, std::stod(object.at("absolute_time").get<std::string>())));
     }
     const int count = object.at("count");
     if (kind == "array") {
@@ -231,7 +240,8 @@ TEST(Reference, CountsAsItIsCopiedAndMoved) {
 
 TEST(Reference, ReceivesWhatAFunctionHandsOut) {
     CFRef<CFStringRef> error = makeString("old");
-    auto tree = adopt(CFPropertyListCreateFromXMLData(nullptr, makeData("").get(), 0, error.receive()));
+    auto tree =
+        adopt(CFPropertyListCreateFromXMLData(nullptr, makeData("").get(), 0, error.receive()));
     EXPECT_FALSE(tree);
     EXPECT_NE(textOf(error.get()), "old");
 }

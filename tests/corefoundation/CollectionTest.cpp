@@ -307,9 +307,9 @@ TEST(Dictionary, HoldsKeysAndValues) {
 TEST(Dictionary, IsMadeOfArraysInWhichTheLastOfAKeyCounts) {
     const void* keys[] = {CFSTR("a"), CFSTR("b"), CFSTR("a")};
     const void* values[] = {CFSTR("1"), CFSTR("2"), CFSTR("3")};
-    auto dictionary = adopt(CFDictionaryCreate(nullptr, keys, values, 3,
-                                               &kCFTypeDictionaryKeyCallBacks,
-                                               &kCFTypeDictionaryValueCallBacks));
+    auto dictionary =
+        adopt(CFDictionaryCreate(nullptr, keys, values, 3, &kCFTypeDictionaryKeyCallBacks,
+                                 &kCFTypeDictionaryValueCallBacks));
     EXPECT_THAT(keysOf(dictionary.get()), ElementsAre("a", "b"));
     EXPECT_EQ(valueOf(dictionary.get(), CFSTR("a")), "3");
     auto empty = adopt(CFDictionaryCreate(nullptr, nullptr, nullptr, 0, nullptr, nullptr));
@@ -344,8 +344,8 @@ TEST(Dictionary, AppliesInOrder) {
     CFDictionaryApplyFunction(
         dictionary.get(),
         [](const void* key, const void* value, void* context) {
-            *static_cast<std::string*>(context) += textOf(static_cast<CFStringRef>(key)) +
-                                                   textOf(static_cast<CFStringRef>(value));
+            *static_cast<std::string*>(context) +=
+                textOf(static_cast<CFStringRef>(key)) + textOf(static_cast<CFStringRef>(value));
         },
         &seen);
     EXPECT_EQ(seen, "zzaa");
@@ -391,7 +391,8 @@ TEST(Dictionary, KeepsItsOrderThroughAnyMixOfChanges) {
                 CFDictionaryRemoveValue(dictionary.get(), makeString(key).get());
                 list.remove(key);
             } else {
-                CFDictionarySetValue(dictionary.get(), makeString(key).get(), makeInteger(step).get());
+                CFDictionarySetValue(dictionary.get(), makeString(key).get(),
+                                     makeInteger(step).get());
                 list.set(key, step);
             }
         }
@@ -409,8 +410,8 @@ TEST(Dictionary, KeepsItsOrderThroughAnyMixOfChanges) {
     }
 }
 
-/** How often keys were compared for equality while a dictionary of so many keys was filled, searched and
- *  emptied from the front. */
+/** How often keys were compared for equality while a dictionary of so many keys was filled,
+ * searched and emptied from the front. */
 CFIndex comparisonsFor(CFIndex keyCount) {
     static CFIndex comparisons;
     comparisons = 0;
@@ -436,7 +437,8 @@ CFIndex comparisonsFor(CFIndex keyCount) {
 }
 
 TEST(Dictionary, LooksAtOneKeyForEachOperationHoweverManyThereAre) {
-    // One to find a key that is there, one to remove it; nearly all others are told apart by their hashes.
+    // One to find a key that is there, one to remove it; nearly all others are told apart by their
+    // hashes.
     for (const CFIndex keyCount : {CFIndex{10}, CFIndex{1000}, CFIndex{20000}}) {
         EXPECT_LE(comparisonsFor(keyCount), 2 * keyCount + keyCount / 10);
     }

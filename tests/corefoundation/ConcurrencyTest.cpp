@@ -53,8 +53,8 @@ TEST(Concurrency, ImmutableObjectsAreReadByAllThreads) {
     auto shared = adopt(CFDictionaryCreateCopy(nullptr, catalogue.get()));
     onThreads(4, [&](int) {
         for (int i = 0; i < 100; ++i) {
-            auto value = retain(cast<CFStringRef>(CFDictionaryGetValue(
-                shared.get(), makeString("k" + std::to_string(i)).get())));
+            auto value = retain(cast<CFStringRef>(
+                CFDictionaryGetValue(shared.get(), makeString("k" + std::to_string(i)).get())));
             EXPECT_EQ(textOf(value.get()), "v\xC3\xA9");
             EXPECT_EQ(CFHash(shared.get()), 100U);
         }

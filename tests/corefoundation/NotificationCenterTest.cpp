@@ -16,7 +16,9 @@ CFNotificationCenterRef center() {
 class Observer {
 public:
     explicit Observer(std::function<void()> received = [] {}) : received_(std::move(received)) {}
+
     ~Observer() { CFNotificationCenterRemoveEveryObserver(center(), this); }
+
     Observer(const Observer&) = delete;
     Observer& operator=(const Observer&) = delete;
 
@@ -165,14 +167,16 @@ TEST(NotificationCenter, MayBePostedToWhileItDelivers) {
 
 TEST(NotificationCenter, ServesSeveralThreadsAtOnce) {
     std::atomic<int> received{0};
-    const auto receive = [](CFNotificationCenterRef, void* observer, CFNotificationName, const void*,
+    const auto receive = [](CFNotificationCenterRef, void* observer, CFNotificationName,
+                            const void*,
                             CFDictionaryRef) { ++*static_cast<std::atomic<int>*>(observer); };
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             int passing = 0;
             for (int round = 0; round < 200; ++round) {
-                CFNotificationCenterAddObserver(center(), &passing, receive, CFSTR("other"), nullptr, 0);
+                CFNotificationCenterAddObserver(center(), &passing, receive, CFSTR("other"),
+                                                nullptr, 0);
                 post(CFSTR("n"));
                 CFNotificationCenterRemoveEveryObserver(center(), &passing);
             }

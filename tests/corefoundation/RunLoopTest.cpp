@@ -18,7 +18,8 @@ const CFRunLoopMode kOtherMode = CFSTR("other mode");
 /** A source that calls a function. */
 class Source {
 public:
-    explicit Source(std::function<void()> perform, CFIndex order = 0) : perform_(std::move(perform)) {
+    explicit Source(std::function<void()> perform, CFIndex order = 0)
+        : perform_(std::move(perform)) {
         CFRunLoopSourceContext context{};
         context.info = this;
         context.schedule = [](void* info, CFRunLoopRef, CFRunLoopMode) {
@@ -36,11 +37,14 @@ public:
     }
 
     Source() : Source([] {}) {}
+
     ~Source() { CFRunLoopSourceInvalidate(get()); }
+
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
 
     CFRunLoopSourceRef get() const { return ref_.get(); }
+
     void signal() const { CFRunLoopSourceSignal(get()); }
 
     void add(CFRunLoopMode mode = kCFRunLoopDefaultMode) const {
@@ -77,6 +81,7 @@ public:
     }
 
     ~Timer() { CFRunLoopTimerInvalidate(get()); }
+
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
 
@@ -218,7 +223,8 @@ TEST(RunLoop, AStopInANestedRunEndsThatRunOnly) {
     });
     outer.add();
     outer.signal();
-    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true), kCFRunLoopRunHandledSource);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true),
+              kCFRunLoopRunHandledSource);
 }
 
 TEST(RunLoop, MayBeHeldLongerThanItsThreadLives) {
@@ -249,6 +255,26 @@ TEST(RunLoop, GoesWithItsThreadAndLeavesItsSourcesUsable) {
     EXPECT_EQ(source.performed, 1);
 }
 
+TEST(RunLoop, ServesTheLastCodeOfItsThread) {
+    struct AtTheEnd {
+        const Source* source = nullptr;
+
+        ~AtTheEnd() {
+            source->signal();
+            runReady();
+        }
+    };
+
+    Source source;
+    std::thread([&] {
+        thread_local AtTheEnd atTheEnd; // ends before what the thread began with
+        atTheEnd.source = &source;
+        source.add();
+    }).join();
+    EXPECT_EQ(source.performed, 1);
+    EXPECT_EQ(CFGetRetainCount(source.get()), 1);
+}
+
 // ---------------------------------------------------------------------------- sources
 
 TEST(RunLoopSource, SeveralSignalsCountAsOne) {
@@ -267,9 +293,11 @@ TEST(RunLoopSource, ReturnsAfterTheFirstThatWasHandled) {
     other.add();
     one.signal();
     other.signal();
-    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true), kCFRunLoopRunHandledSource);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true),
+              kCFRunLoopRunHandledSource);
     EXPECT_EQ(one.performed + other.performed, 1);
-    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true), kCFRunLoopRunHandledSource);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true),
+              kCFRunLoopRunHandledSource);
     EXPECT_EQ(one.performed + other.performed, 2);
 }
 
@@ -315,7 +343,8 @@ TEST(RunLoopSource, IsAddedOnceForAMode) {
     EXPECT_EQ(source.cancelled, 1);
     source.remove();
     EXPECT_EQ(source.cancelled, 1);
-    EXPECT_FALSE(CFRunLoopContainsSource(CFRunLoopGetCurrent(), source.get(), kCFRunLoopDefaultMode));
+    EXPECT_FALSE(
+        CFRunLoopContainsSource(CFRunLoopGetCurrent(), source.get(), kCFRunLoopDefaultMode));
     source.signal();
     runReady();
     EXPECT_EQ(source.performed, 0);
@@ -367,6 +396,7 @@ TEST(RunLoopSource, KeepsItsInfoWhileItIsUsed) {
         CFRunLoopSourceRef source = nullptr;
         int referencesAfterInvalidating = -1;
     };
+
     Counted counted;
     CFRunLoopSourceContext context{};
     context.info = &counted;
@@ -403,7 +433,8 @@ TEST(RunLoopSource, NeedsNoFunctions) {
     auto source = adopt(CFRunLoopSourceCreate(nullptr, 0, &context));
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source.get(), kCFRunLoopDefaultMode);
     CFRunLoopSourceSignal(source.get());
-    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true), kCFRunLoopRunHandledSource);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous, true),
+              kCFRunLoopRunHandledSource);
     CFRunLoopSourceInvalidate(source.get());
 }
 
@@ -466,7 +497,8 @@ TEST(RunLoopSource, IsAddedAndInvalidatedByOtherThreadsWhileTheLoopRuns) {
         }
         CFRunLoopStop(loop);
     });
-    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous * 4, false), kCFRunLoopRunStopped);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kGenerous * 4, false),
+              kCFRunLoopRunStopped);
     stopper.join();
     EXPECT_EQ(performed, 400);
 }
@@ -548,7 +580,8 @@ TEST(RunLoopTimer, IsNoSource) {
 TEST(RunLoopTimer, DoesNotFireInsideItself) {
     Timer timer(0, 0.001, [&] {
         if (timer.fired == 1) {
-            EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, false), kCFRunLoopRunTimedOut);
+            EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, false),
+                      kCFRunLoopRunTimedOut);
             EXPECT_EQ(timer.fired, 1);
         }
         stopCurrent();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <clocale>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
@@ -160,6 +161,19 @@ std::vector<std::string> keysOf(CFDictionaryRef dictionary) {
         texts.push_back(textOf(static_cast<CFStringRef>(key)));
     }
     return texts;
+}
+
+NumbersWithCommas::NumbersWithCommas() : before_(std::setlocale(LC_NUMERIC, nullptr)) {
+    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "fr_FR.utf8"}) {
+        if (std::setlocale(LC_NUMERIC, name) != nullptr) {
+            areThere_ = true;
+            return;
+        }
+    }
+}
+
+NumbersWithCommas::~NumbersWithCommas() {
+    std::setlocale(LC_NUMERIC, before_.c_str());
 }
 
 std::string decodeBase64(const std::string& text) {

@@ -35,6 +35,21 @@ std::vector<std::string> textsOf(CFArrayRef strings);
 /** The keys, which are strings, in order. */
 std::vector<std::string> keysOf(CFDictionaryRef dictionary);
 
+/** Has numbers a comma in this process while it lives, where a locale for that is installed. */
+class NumbersWithCommas {
+public:
+    NumbersWithCommas();
+    ~NumbersWithCommas();
+    NumbersWithCommas(const NumbersWithCommas&) = delete;
+    NumbersWithCommas& operator=(const NumbersWithCommas&) = delete;
+
+    bool areThere() const { return areThere_; }
+
+private:
+    std::string before_;
+    bool areThere_ = false;
+};
+
 std::string decodeBase64(const std::string& text);
 std::string encodeBase64(const std::string& bytes);
 std::string asHex(std::string_view bytes);

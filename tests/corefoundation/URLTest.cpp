@@ -65,8 +65,9 @@ TEST(URLVectors, Paths) {
                   expected.at("url_path_percent_encoded"));
         EXPECT_EQ(derived(adopt(CFURLCreateCopyDeletingPathExtension(nullptr, url.get()))),
                   expected.at("deleting_path_extension"));
-        EXPECT_EQ(derived(adopt(CFURLCreateCopyAppendingPathExtension(nullptr, url.get(), CFSTR("mp3")))),
-                  expected.at("appending_path_extension_mp3"));
+        EXPECT_EQ(
+            derived(adopt(CFURLCreateCopyAppendingPathExtension(nullptr, url.get(), CFSTR("mp3")))),
+            expected.at("appending_path_extension_mp3"));
         EXPECT_EQ(derived(adopt(CFURLCreateCopyAppendingPathComponent(nullptr, url.get(),
                                                                       CFSTR("KDAQ.m4r"), false))),
                   expected.at("appending_path_component_KDAQ_m4r"));
@@ -89,9 +90,11 @@ TEST(URL, OfAnEmptyPathIsNull) {
 TEST(URL, OfTextThatIsNoUnicodeIsNull) {
     const UniChar unpaired[] = {'/', 0xD83C};
     auto path = adopt(CFStringCreateWithCharacters(nullptr, unpaired, 2));
-    EXPECT_EQ(CFURLCreateWithFileSystemPath(nullptr, path.get(), kCFURLPOSIXPathStyle, false), nullptr);
+    EXPECT_EQ(CFURLCreateWithFileSystemPath(nullptr, path.get(), kCFURLPOSIXPathStyle, false),
+              nullptr);
     auto url = makeURL("/a");
-    EXPECT_EQ(CFURLCreateCopyAppendingPathComponent(nullptr, url.get(), path.get(), false), nullptr);
+    EXPECT_EQ(CFURLCreateCopyAppendingPathComponent(nullptr, url.get(), path.get(), false),
+              nullptr);
     EXPECT_EQ(CFURLCreateCopyAppendingPathExtension(nullptr, url.get(), path.get()), nullptr);
 }
 
@@ -129,7 +132,8 @@ TEST(URL, ANameWithAZeroHasNoRepresentation) {
 TEST(URL, IsMadeOfARepresentation) {
     const std::string path = "/caf\xC3\xA9";
     auto url = adopt(CFURLCreateFromFileSystemRepresentation(
-        nullptr, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), false));
+        nullptr, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
+        false));
     EXPECT_EQ(pathOf(url), path);
     EXPECT_EQ(CFURLCreateFromFileSystemRepresentation(
                   nullptr, reinterpret_cast<const UInt8*>("\xFF"), 1, false),
@@ -149,8 +153,8 @@ TEST(URL, EqualsAndHashesLikeItsString) {
 class FileReading : public ::testing::Test {
 protected:
     FileReading() {
-        char name[] = "/tmp/krl-cf-XXXXXX";
-        folder_ = mkdtemp(name);
+        folder_ = ::testing::TempDir() + "krl-cf-XXXXXX";
+        EXPECT_NE(mkdtemp(folder_.data()), nullptr);
     }
 
     ~FileReading() override { std::filesystem::remove_all(folder_); }
@@ -170,8 +174,8 @@ protected:
     static Result read(const std::string& path) {
         CFDataRef data = reinterpret_cast<CFDataRef>(&data); // must be overwritten
         SInt32 errorCode = -1;
-        const bool done = CFURLCreateDataAndPropertiesFromResource(nullptr, makeURL(path).get(),
-                                                                   &data, nullptr, nullptr, &errorCode);
+        const bool done = CFURLCreateDataAndPropertiesFromResource(
+            nullptr, makeURL(path).get(), &data, nullptr, nullptr, &errorCode);
         return {done, adopt(data), errorCode};
     }
 
@@ -232,8 +236,8 @@ TEST_F(FileReading, FailsForAFileThatMayNotBeRead) {
 
 TEST_F(FileReading, NeedsNoneOfTheResults) {
     auto url = makeURL(pathOfFile("file", "a"));
-    EXPECT_TRUE(CFURLCreateDataAndPropertiesFromResource(nullptr, url.get(), nullptr, nullptr, nullptr,
-                                                         nullptr));
+    EXPECT_TRUE(CFURLCreateDataAndPropertiesFromResource(nullptr, url.get(), nullptr, nullptr,
+                                                         nullptr, nullptr));
     CFDictionaryRef properties = CFDictionaryRef(1);
     EXPECT_TRUE(CFURLCreateDataAndPropertiesFromResource(nullptr, url.get(), nullptr, &properties,
                                                          nullptr, nullptr));

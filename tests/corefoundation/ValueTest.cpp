@@ -78,18 +78,28 @@ TEST(Number, SaysWhenItDoesNotFit) {
     EXPECT_FALSE(CFNumberGetValue(makeInteger(INT64_MAX).get(), kCFNumberFloat64Type, &real));
     EXPECT_TRUE(CFNumberGetValue(makeReal(NAN).get(), kCFNumberFloat64Type, &real));
     int64_t large = 0;
-    EXPECT_FALSE(CFNumberGetValue(makeReal(9223372036854775808.0).get(), kCFNumberSInt64Type, &large));
+    EXPECT_FALSE(
+        CFNumberGetValue(makeReal(9223372036854775808.0).get(), kCFNumberSInt64Type, &large));
     EXPECT_EQ(large, INT64_MAX);
-    EXPECT_TRUE(CFNumberGetValue(makeReal(-9223372036854775808.0).get(), kCFNumberSInt64Type, &large));
+    EXPECT_TRUE(
+        CFNumberGetValue(makeReal(-9223372036854775808.0).get(), kCFNumberSInt64Type, &large));
     EXPECT_EQ(large, INT64_MIN);
 }
 
 TEST(Number, ComparesByValueAcrossTypes) {
-    const CFRef<CFNumberRef> rising[] = {makeReal(-HUGE_VAL), makeInteger(INT64_MIN), makeReal(-1.5),
-                                         makeInteger(-1),     makeReal(-0.0),         makeReal(NAN),
-                                         makeInteger(0),      makeReal(0.5),          makeInteger(1),
-                                         makeInteger(9007199254740992), makeInteger(9007199254740993),
-                                         makeInteger(INT64_MAX), makeReal(9223372036854775808.0),
+    const CFRef<CFNumberRef> rising[] = {makeReal(-HUGE_VAL),
+                                         makeInteger(INT64_MIN),
+                                         makeReal(-1.5),
+                                         makeInteger(-1),
+                                         makeReal(-0.0),
+                                         makeReal(NAN),
+                                         makeInteger(0),
+                                         makeReal(0.5),
+                                         makeInteger(1),
+                                         makeInteger(9007199254740992),
+                                         makeInteger(9007199254740993),
+                                         makeInteger(INT64_MAX),
+                                         makeReal(9223372036854775808.0),
                                          makeReal(HUGE_VAL)};
     for (size_t i = 0; i < std::size(rising); ++i) {
         for (size_t j = 0; j < std::size(rising); ++j) {
@@ -148,7 +158,8 @@ TEST(Data, WithoutCopyUsesTheCallersBytes) {
     auto borrowed = adopt(CFDataCreateWithBytesNoCopy(nullptr, bytes, 3, kCFAllocatorNull));
     EXPECT_EQ(CFDataGetBytePtr(borrowed.get()), bytes);
     for (CFAllocatorRef deallocator : {kCFAllocatorMalloc, kCFAllocatorDefault}) {
-        auto* memory = static_cast<UInt8*>(std::malloc(3)); // a leak checker sees whether it is freed
+        auto* memory =
+            static_cast<UInt8*>(std::malloc(3)); // a leak checker sees whether it is freed
         std::memset(memory, 7, 3);
         auto owned = adopt(CFDataCreateWithBytesNoCopy(nullptr, memory, 3, deallocator));
         EXPECT_EQ(CFDataGetBytePtr(owned.get()), memory);
@@ -214,12 +225,10 @@ TEST(Date, OfAnyTimeHasAHashAndADescription) {
 }
 
 TEST(Date, DescribesItselfInUniversalTime) {
-    const std::pair<double, const char*> rows[] = {{0, "2001-01-01T00:00:00Z"},
-                                                   {-1, "2000-12-31T23:59:59Z"},
-                                                   {-26524800, "2000-02-29T00:00:00Z"},
-                                                   {94608000, "2004-01-01T00:00:00Z"},
-                                                   {-978307200, "1970-01-01T00:00:00Z"},
-                                                   {-63145526400, "0000-01-01T00:00:00Z"}};
+    const std::pair<double, const char*> rows[] = {
+        {0, "2001-01-01T00:00:00Z"},          {-1, "2000-12-31T23:59:59Z"},
+        {-26524800, "2000-02-29T00:00:00Z"},  {94608000, "2004-01-01T00:00:00Z"},
+        {-978307200, "1970-01-01T00:00:00Z"}, {-63145526400, "0000-01-01T00:00:00Z"}};
     for (const auto& [time, text] : rows) {
         auto date = adopt(CFDateCreate(nullptr, time));
         EXPECT_EQ(textOf(adopt(CFCopyDescription(date.get())).get()), text);
@@ -239,8 +248,8 @@ TEST(Date, NowIsTheTimeOfTheClock) {
 TEST(UUIDVectors, Text) {
     for (const Json& row : loadVectors("string_misc.json", "uuid")) {
         SCOPED_TRACE(row.dump());
-        auto uuid = adopt(CFUUIDCreateFromString(
-            nullptr, makeString(row.at("input").get<std::string>()).get()));
+        auto uuid = adopt(
+            CFUUIDCreateFromString(nullptr, makeString(row.at("input").get<std::string>()).get()));
         ASSERT_EQ(static_cast<bool>(uuid), !row.at("string").is_null());
         if (uuid) {
             EXPECT_EQ(textOf(adopt(CFUUIDCreateString(nullptr, uuid.get())).get()),
@@ -254,8 +263,8 @@ TEST(UUIDVectors, Text) {
 
 TEST(UUID, ReadsLowerCaseAndBraces) {
     constexpr const char* kText = "68753A44-4D6F-1226-9C60-0050E4C00067";
-    for (const char* text : {"68753a44-4d6f-1226-9c60-0050e4c00067",
-                             "{68753A44-4D6F-1226-9C60-0050E4C00067}"}) {
+    for (const char* text :
+         {"68753a44-4d6f-1226-9c60-0050e4c00067", "{68753A44-4D6F-1226-9C60-0050E4C00067}"}) {
         auto uuid = adopt(CFUUIDCreateFromString(nullptr, makeString(text).get()));
         EXPECT_EQ(textOf(adopt(CFUUIDCreateString(nullptr, uuid.get())).get()), kText);
     }

@@ -14,7 +14,8 @@ int checksThatHoldInC(void) {
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     int held = 0;
     CFDictionarySetValue(dictionary, constantOfAFunction(), kCFBooleanTrue);
-    held += CFDictionaryGetValue(dictionary, CFSTR("con" "stant")) == kCFBooleanTrue;
+    held += CFDictionaryGetValue(dictionary, CFSTR("con"
+                                                   "stant")) == kCFBooleanTrue;
     CFRelease(dictionary);
 
     held += CFStringGetLength(CFSTR("abc")) == 3;

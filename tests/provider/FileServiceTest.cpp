@@ -273,9 +273,9 @@ TEST_F(Files, ALockIsFreeOnceItsFileOrItsConnectionIsClosed) {
 
     const afc_file_ref second = openFile(files, "/lock", kAFCOpenReadWrite);
     EXPECT_EQ(md.AFCFileRefLock(files, second), 0);
-    const size_t connections = bus().connectionCount();
+    ASSERT_TRUE(bus().waitForConnections(4)); // the listener, lockdown, and both of the files
     EXPECT_EQ(md.AFCConnectionClose(files), 0);
-    ASSERT_TRUE(bus().waitForConnections(connections - 1));
+    ASSERT_TRUE(bus().waitForConnections(3));
     EXPECT_EQ(md.AFCFileRefLock(others, theirs), 0);
 }
 

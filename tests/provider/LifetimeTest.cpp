@@ -161,7 +161,7 @@ TEST_F(Lifetime, NoDescriptorIsLeftBehind) {
         }
     }
     ASSERT_TRUE(onlyTheListenerIsLeft());
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_TRUE(descriptorsFallTo(before));
 }
 
 TEST_F(Lifetime, APhoneThatIsPulledOutLeavesNoDescriptorBehind) {
@@ -179,7 +179,7 @@ TEST_F(Lifetime, APhoneThatIsPulledOutLeavesNoDescriptorBehind) {
         device = watcher.events.back().device;
     }
     ASSERT_TRUE(onlyTheListenerIsLeft());
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_TRUE(descriptorsFallTo(before));
 }
 
 // How many sockets a child process would inherit.
@@ -201,7 +201,7 @@ TEST_F(Lifetime, TunnelsAreNotInheritedByChildren) {
     am_service* proxy = openProxy();
     EXPECT_EQ(md.AMDPostNotification(proxy, CFSTR("x"), nullptr), 0);
     openFiles();
-    EXPECT_EQ(bus().connectionCount(), 4u);
+    ASSERT_TRUE(bus().waitForConnections(4)); // the listener, lockdown, the proxy, the files
     EXPECT_EQ(inheritableSockets(), before);
 }
 

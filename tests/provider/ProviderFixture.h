@@ -48,6 +48,12 @@ inline size_t openDescriptors() {
     return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
+/** Whether there are soon no more open descriptors than that; the phone, which is in this process,
+ *  closes its ends a moment after us. */
+inline bool descriptorsFallTo(size_t count) {
+    return runUntil([count] { return openDescriptors() <= count; });
+}
+
 struct DeviceEvent {
     am_device* device;
     uint32_t message;

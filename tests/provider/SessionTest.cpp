@@ -137,14 +137,14 @@ TEST_F(Session, AServiceIsConnectedAlsoAfterTheSessionAndTheConnection) {
 TEST_F(Session, AServiceThatIsNotUsedHoldsNoDescriptor) {
     openSession();
     startService("com.apple.afc");
-    const size_t connections = bus().connectionCount();
+    ASSERT_TRUE(bus().waitForConnections(2)); // the listener and lockdown
     const size_t descriptors = openDescriptors();
     for (int i = 0; i < 5; ++i) {
         startService("com.apple.afc");
         startService("com.apple.mobile.notification_proxy");
     }
-    EXPECT_EQ(bus().connectionCount(), connections);
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(bus().connectionCount(), 2u);
+    EXPECT_LE(openDescriptors(), descriptors);
 }
 
 // ------------------------------------------------------------------ values

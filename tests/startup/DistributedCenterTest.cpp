@@ -59,9 +59,8 @@ std::string text(CFDictionaryRef info) {
 }
 
 void post(const std::string& name, const std::string& object = "", CFDictionaryRef info = nullptr) {
-    CFNotificationCenterPostNotification(center(), string(name).get(),
-                                         object.empty() ? nullptr : string(object).get(), info,
-                                         false);
+    CFNotificationCenterPostNotification(
+        center(), string(name).get(), object.empty() ? nullptr : string(object).get(), info, false);
 }
 
 /** Notes what it hears, "name object information". */
@@ -73,7 +72,9 @@ public:
                                         object != nullptr ? string(object).get() : nullptr,
                                         CFNotificationSuspensionBehaviorDeliverImmediately);
     }
+
     ~Observer() { CFNotificationCenterRemoveEveryObserver(center(), this); }
+
     Observer(const Observer&) = delete;
     Observer& operator=(const Observer&) = delete;
 
@@ -218,15 +219,16 @@ TEST_F(DistributedCenter, IgnoresForeignAndMalformedMessages) {
     sd_bus_emit_signal(other, kPath, kInterface, "Posted", "");
     sd_bus_emit_signal(other, kPath, kInterface, "Posted", "s", "Name");
     sd_bus_emit_signal(other, kPath, kInterface, "Posted", "ss", "Name", "object");
-    sd_bus_emit_signal(other, kPath, kInterface, "Posted", "ssa{ss}", "Name", "object", 1, "a", "b");
+    sd_bus_emit_signal(other, kPath, kInterface, "Posted", "ssa{ss}", "Name", "object", 1, "a",
+                       "b");
     sd_bus_emit_signal(other, kPath, kInterface, "Posted", "isa{sv}", 1, "object", 0);
     sd_bus_emit_signal(other, kPath, kInterface, "Other", "ssa{sv}", "Name", "object", 0);
     sd_bus_emit_signal(other, "/elsewhere", kInterface, "Posted", "ssa{sv}", "Name", "object", 0);
     sd_bus_emit_signal(other, kPath, "some.thing.else", "Posted", "ssa{sv}", "Name", "object", 0);
     // Values of types that we do not know are left out, the others stay.
     sd_bus_emit_signal(other, kPath, kInterface, "Posted", "ssa{sv}", "Name", "object", 7, "array",
-                       "as", 1, "x", "byte", "y", 200, "path", "o", "/a", "short", "n", -3, "unsigned",
-                       "u", 4000000000U, "large", "t", UINT64_MAX, "flag", "b", 0);
+                       "as", 1, "x", "byte", "y", 200, "path", "o", "/a", "short", "n", -3,
+                       "unsigned", "u", 4000000000U, "large", "t", UINT64_MAX, "flag", "b", 0);
     sd_bus_flush_close_unref(other);
     EXPECT_THAT(observer.waitFor(1),
                 ElementsAre("Name object byte=200 short=-3 unsigned=4000000000 "

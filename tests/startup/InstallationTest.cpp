@@ -1,5 +1,5 @@
-// The real library in a folder of its own, with the real unpacker and archive, for a user whose home is
-// a temporary folder; each time in a process of its own.
+// The real library in a folder of its own, with the real unpacker and archive, for a user whose
+// home is a temporary folder; each time in a process of its own.
 
 #include "PrivateBus.h"
 
@@ -50,10 +50,15 @@ protected:
     }
 
     fs::path library() const { return libraryFolder_ / "libKRLVesk.so"; }
+
     fs::path resources() const { return libraryFolder_ / "KRLVesk.resources"; }
+
     fs::path home() const { return temporary_.path() / homeName; }
+
     fs::path plugins() const { return home() / "Library/iTunes/iTunes Plug-ins"; }
+
     fs::path bundle() const { return plugins() / "HarlixSupport.bundle"; }
+
     fs::path temporary() const { return temporary_.path(); }
 
     void require(const std::string& version) {
@@ -102,18 +107,18 @@ TEST_F(Installation, LeavesAPluginThatItHasUnpackedBefore) {
 }
 
 TEST_F(Installation, WithoutTheDeviceFunctionsThePluginIsNotTouched) {
-    EXPECT_EQ(probe({"init", "light", "valid"}).out,
-              said("init", 0, 0, kAtFirst) + said("light", 0, 0, kAtFirst) +
-                  said("valid", 0, 0, kAtFirst));
+    EXPECT_EQ(probe({"init", "light", "valid"}).out, said("init", 0, 0, kAtFirst) +
+                                                         said("light", 0, 0, kAtFirst) +
+                                                         said("valid", 0, 0, kAtFirst));
     EXPECT_TRUE(fs::is_empty(home()));
 }
 
 TEST_F(Installation, AMissingFrameworkFolderClearsTheFlagUntilTheFunctionsAreThere) {
-    EXPECT_EQ(probe({"connect", "light", "disconnect", "light", "connect", "light", "disconnect",
-                     "init"})
-                  .out,
-              said("light", 1, 1, kAtFirst) + said("light", 0, 0, kAtFirst) +
-                  said("light", 1, 1, kAtFirst) + said("init", 0, 0, kAtFirst));
+    EXPECT_EQ(
+        probe({"connect", "light", "disconnect", "light", "connect", "light", "disconnect", "init"})
+            .out,
+        said("light", 1, 1, kAtFirst) + said("light", 0, 0, kAtFirst) +
+            said("light", 1, 1, kAtFirst) + said("init", 0, 0, kAtFirst));
 }
 
 TEST_F(Installation, LightStartUpDoesNoPluginWork) {
@@ -129,21 +134,15 @@ struct Versions {
 };
 
 const Versions kVersions[] = {
-    {"2.1", "2.1", true},
-    {"2.1", "2.1.0", true},
-    {"2.1", "2.2", true},
-    {"2.1", "3.1", true},
+    {"2.1", "2.1", true},        {"2.1", "2.1.0", true},
+    {"2.1", "2.2", true},        {"2.1", "3.1", true},
     {"1.0.5", "1.1.0", false}, // patch 0 < 5
     {"1.2.0", "2.0.0", false}, // minor 0 < 2
-    {"2.1", "1.9.9", false},
-    {"2.1.3", "2.1.2", false},
+    {"2.1", "1.9.9", false},     {"2.1.3", "2.1.2", false},
     {"2.1.3", "2.1.3.9", false}, // four parts: no patch
-    {"2.1.3.4", "2.1", true},
-    {"2", "2", true},
-    {"2.1", "2", false},
-    {"2.1", "", false},
-    {"2.1", "new", false},
-    {"", "0.0", true},
+    {"2.1.3.4", "2.1", true},    {"2", "2", true},
+    {"2.1", "2", false},         {"2.1", "", false},
+    {"2.1", "new", false},       {"", "0.0", true},
 };
 
 TEST_F(Installation, ComparesVersionsPartByPart) {
@@ -152,8 +151,7 @@ TEST_F(Installation, ComparesVersionsPartByPart) {
         require(row.required);
         fs::remove_all(home());
         putInstalled(row.installed);
-        EXPECT_EQ(probe({"connect", "init"}).out,
-                  said("init", row.isCurrent ? 1 : 2, 1, kAtFirst));
+        EXPECT_EQ(probe({"connect", "init"}).out, said("init", row.isCurrent ? 1 : 2, 1, kAtFirst));
         EXPECT_EQ(isUntouched(), row.isCurrent);
         EXPECT_EQ(isUnpacked(), !row.isCurrent);
     }
@@ -211,10 +209,10 @@ TEST_F(Installation, ResourcesAreFoundThroughALinkToTheLibrary) {
     const fs::path link = temporary() / "link.so";
     fs::create_symlink(library(), link);
     fs::create_directories(home());
-    const VeskResult result = VeskProcess({link.string(), "connect", "init"},
-                                          {.environment = {{"HOME", home().string()}},
-                                           .program = KRL_STARTUP_PROBE})
-                                  .wait();
+    const VeskResult result =
+        VeskProcess({link.string(), "connect", "init"},
+                    {.environment = {{"HOME", home().string()}}, .program = KRL_STARTUP_PROBE})
+            .wait();
     EXPECT_EQ(result.out, said("init", 2, 1, kAtFirst));
 }
 

@@ -30,6 +30,7 @@ protected:
     PluginCommand() { fs::create_directories(home()); }
 
     fs::path home() const { return folder_.path() / "Ünser Heim"; }
+
     fs::path bundle() const {
         return home() / "Library/iTunes/iTunes Plug-ins/HarlixSupport.bundle";
     }
@@ -172,15 +173,13 @@ TEST_F(PluginCommand, WorksFromAnInstallation) {
             .wait();
     ASSERT_EQ(install.exitCode, 0) << install.err;
     const VeskResult result =
-        VeskProcess({"plugin", "install", "--json"},
-                    {.environment = {{"HOME", home().string()}},
-                     .program = (prefix / "bin/vesk").string()})
+        VeskProcess({"plugin", "install", "--json"}, {.environment = {{"HOME", home().string()}},
+                                                      .program = (prefix / "bin/vesk").string()})
             .wait();
     EXPECT_THAT(result, ExitsWith(ExitCode::Success));
     const VeskResult status =
-        VeskProcess({"plugin", "status", "--json"},
-                    {.environment = {{"HOME", home().string()}},
-                     .program = (prefix / "bin/vesk").string()})
+        VeskProcess({"plugin", "status", "--json"}, {.environment = {{"HOME", home().string()}},
+                                                     .program = (prefix / "bin/vesk").string()})
             .wait();
     EXPECT_THAT(status.json().at("archive").get<std::string>(),
                 AllOf(::testing::StartsWith(prefix.string()), HasSubstr("KRLVesk.resources")));

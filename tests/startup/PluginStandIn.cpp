@@ -1,6 +1,6 @@
-// plugin_stand_in PONG...: waits for a ping on the session bus, says so, and posts these pongs. A pong is
-// OBJECT:KIND[:VALUE], with the kinds none, string and number; "-" stands for the plug-in's object.
-// Speaks to the bus by itself, so that both sides cannot share a mistake.
+// plugin_stand_in PONG...: waits for a ping on the session bus, says so, and posts these pongs. A
+// pong is OBJECT:KIND[:VALUE], with the kinds none, string and number; "-" stands for the plug-in's
+// object. Speaks to the bus by itself, so that both sides cannot share a mistake.
 
 #include <cstdio>
 #include <cstdlib>
@@ -59,8 +59,9 @@ int main(int argc, char** argv) {
     sd_bus* bus = nullptr;
     bool pinged = false;
     require(sd_bus_open_user(&bus), "opening the bus");
-    require(sd_bus_match_signal(bus, nullptr, nullptr, kPath, kInterface, "Posted", handle, &pinged),
-            "listening");
+    require(
+        sd_bus_match_signal(bus, nullptr, nullptr, kPath, kInterface, "Posted", handle, &pinged),
+        "listening");
     std::puts("listening");
     std::fflush(stdout);
     while (!pinged) {

@@ -26,7 +26,8 @@ public:
         daemon_ = std::make_unique<vesk::testing::VeskProcess>(
             std::vector<std::string>{"--config-file=" KRL_BUS_CONFIGURATION, "--nofork",
                                      "--print-address", "--address=" + address()},
-            vesk::testing::VeskProcess::Options{.environment = {}, .program = "/usr/bin/dbus-daemon"});
+            vesk::testing::VeskProcess::Options{.environment = {},
+                                                .program = "/usr/bin/dbus-daemon"});
         daemon_->waitForText(address());
     }
 

@@ -12,8 +12,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
 #include <pwd.h>
+#include <unistd.h>
 
 namespace {
 
@@ -54,7 +56,9 @@ protected:
     }
 
     fs::path home() const { return home_.path(); }
+
     fs::path plugins() const { return home() / "Library/iTunes/iTunes Plug-ins"; }
+
     fs::path bundle() const { return plugins() / "HarlixSupport.bundle"; }
 
     /** What was asked of the programs, and what they found. */
@@ -67,6 +71,7 @@ protected:
         bool oldBundleWasThere = false;
         bool folderWasThere = false;
     };
+
     static Seen seen_;
 
     void putOldPlugin() const {
@@ -183,7 +188,8 @@ TEST_F(StartUp, NoFailureGoesToTheErrorRecord) {
     KRTErrorClear();
     seen_.unpackerIsThere = false;
     KRTVeskInit();
-    seen_ = {.exitStatus = 1};
+    seen_ = {};
+    seen_.exitStatus = 1;
     KRTVeskInit();
     AMDeviceConnect = nullptr;
     KRTVeskInit();

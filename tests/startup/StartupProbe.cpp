@@ -1,4 +1,5 @@
-// startup_probe LIBRARY CALL...: loads the library, makes the calls and says, a line each, how they went.
+// startup_probe LIBRARY CALL...: loads the library, makes the calls and says, a line each, how they
+// went.
 
 #include <KRLVesk/KRLVesk.h>
 

@@ -1,5 +1,5 @@
-// The question and the answer over real session buses, between processes. All cases run at the same time,
-// each on a bus of its own: each takes its 6 seconds.
+// The question and the answer over real session buses, between processes. All cases run at the same
+// time, each on a bus of its own: each takes its 6 seconds.
 
 #include "PrivateBus.h"
 

@@ -16,7 +16,9 @@ namespace vesk::testing {
 namespace {
 
 class Devices : public VeskTest {};
+
 class Info : public VeskTest {};
+
 class Watch : public VeskTest {};
 
 } // namespace
@@ -32,8 +34,8 @@ TEST_F(Devices, ShowsEachDeviceWithWhatStandsInItsWay) {
     const VeskResult text = vesk({"devices"});
     EXPECT_THAT(text, ExitsWith(ExitCode::Success));
     EXPECT_THAT(text.out, StartsWith("UDID"));
-    EXPECT_THAT(text.out, AllOf(HasSubstr("My Phone"), HasSubstr("not an iPhone"),
-                                HasSubstr("not paired")));
+    EXPECT_THAT(text.out,
+                AllOf(HasSubstr("My Phone"), HasSubstr("not an iPhone"), HasSubstr("not paired")));
     EXPECT_THAT(text.err, IsEmpty());
 
     const auto devices = vesk({"devices", "--json"}).json().at("devices");

@@ -106,7 +106,8 @@ TEST_P(EachFirmware, SyncReplacesWhatHasAnotherSizeAndKeepsTheRest) {
     EXPECT_THAT(uploaded, ElementsAre("a"));
     const nlohmann::json list = vesk({"list", "--json"}).json();
     for (const auto& ringtone : list.at("ringtones")) {
-        const std::string path = std::string(kFolder) + "/" + ringtone.at("file").get<std::string>();
+        const std::string path =
+            std::string(kFolder) + "/" + ringtone.at("file").get<std::string>();
         EXPECT_EQ(contents(path), ringtone.at("name") == "a" ? "the second one" : "stays");
     }
 }

@@ -26,8 +26,8 @@ namespace {
 
 using Kind = Operation::Kind;
 
-PhoneRingtone onPhone(const std::string& name, const std::string& base, const std::string& extension,
-                      std::uint64_t size) {
+PhoneRingtone onPhone(const std::string& name, const std::string& base,
+                      const std::string& extension, std::uint64_t size) {
     return {.name = name,
             .guid = "GUID-" + name,
             .type = extension.substr(extension.size() - 3),
@@ -60,7 +60,10 @@ Operation writeCatalogue(std::uint64_t bytes = 0) {
 }
 
 Operation upload(const std::string& file, const std::string& name, std::uint64_t bytes) {
-    return {.kind = Kind::Upload, .file = file, .name = name, .source = "/music/" + name,
+    return {.kind = Kind::Upload,
+            .file = file,
+            .name = name,
+            .source = "/music/" + name,
             .bytes = bytes};
 }
 
@@ -130,8 +133,7 @@ TEST(Plan, RemovesARingtoneAndOnOlderLayoutsItsPlaceholder) {
     const Operation file{.kind = Kind::Remove, .file = "KDAQ.mp3", .name = "A", .bytes = 10};
     input.olderLayout = true;
     EXPECT_THAT(makePlan(input).operations,
-                ElementsAre(file,
-                            Operation{.kind = Kind::Remove, .file = "KDAQ.m4r", .name = "A"},
+                ElementsAre(file, Operation{.kind = Kind::Remove, .file = "KDAQ.m4r", .name = "A"},
                             writeCatalogue()));
     input.olderLayout = false;
     EXPECT_THAT(makePlan(input).operations,
@@ -154,9 +156,8 @@ TEST(Plan, DeletesWhatNoCatalogueListsAndNamesIt) {
     input.folder = {{"notes.txt", 5}};
     const Plan plan = makePlan(input);
     EXPECT_THAT(plan.operations,
-                ElementsAre(writeCatalogue(), Operation{.kind = Kind::DeleteStray,
-                                                        .file = "notes.txt",
-                                                        .bytes = 5}));
+                ElementsAre(writeCatalogue(),
+                            Operation{.kind = Kind::DeleteStray, .file = "notes.txt", .bytes = 5}));
     EXPECT_THAT(plan.strays, ElementsAre("notes.txt"));
     EXPECT_THAT(plan.hidden, IsEmpty());
 }

@@ -72,15 +72,28 @@ TEST_F(Refusal, WrongCommandLinesTouchNoPhone) {
     }
 }
 
+TEST_F(Refusal, AMistypedCommandGetsASuggestion) {
+    EXPECT_THAT(refused({"lst"}, ExitCode::Usage), HasSubstr("did you mean \"list\"?"));
+    EXPECT_THAT(refused({}, ExitCode::Usage), HasSubstr("no command was given"));
+}
+
+TEST_F(Refusal, ANameMayBeThatOfACommandOrOption) {
+    putRingtones({{"KDAQ.m4r", "list", "1"}, {"QJHE.m4r", "--json", "2"}});
+    EXPECT_THAT(vesk({"remove", "list"}), ExitsWith(ExitCode::Success));
+    EXPECT_THAT(listedNames(), ::testing::ElementsAre("--json"));
+    EXPECT_THAT(vesk({"remove", "--", "--json"}), ExitsWith(ExitCode::Success));
+    EXPECT_THAT(listedNames(), IsEmpty());
+}
+
 TEST_F(Refusal, UnsupportedType) {
     EXPECT_THAT(refused({"add", local("photo.jpg")}, ExitCode::UnsupportedType),
                 AllOf(HasSubstr("photo.jpg"), HasSubstr("m4r")));
 }
 
 TEST_F(Refusal, UnreadableFiles) {
-    EXPECT_THAT(refused({"add", local("ok.mp3"), localFolder() + "/missing.mp3"},
-                        ExitCode::UnreadableFile),
-                AllOf(HasSubstr("missing.mp3"), HasSubstr("No such file")));
+    EXPECT_THAT(
+        refused({"add", local("ok.mp3"), localFolder() + "/missing.mp3"}, ExitCode::UnreadableFile),
+        AllOf(HasSubstr("missing.mp3"), HasSubstr("No such file")));
     EXPECT_THAT(refused({"add", localFolder()}, ExitCode::UnreadableFile),
                 HasSubstr("vesk sync takes folders"));
     EXPECT_THAT(refused({"sync", local("ok.mp3")}, ExitCode::UnreadableFile),
@@ -133,8 +146,11 @@ TEST_F(Refusal, ANameThatIsNotThereWithCloseOnes) {
 
 TEST_F(Refusal, NoPhone) {
     bus().unplug(id());
-    for (const auto& line : std::vector<std::vector<std::string>>{
-             {"info"}, {"list"}, {"add", local("a.mp3")}, {"remove", "x"}, {"sync", localFolder()}}) {
+    for (const auto& line : std::vector<std::vector<std::string>>{{"info"},
+                                                                  {"list"},
+                                                                  {"add", local("a.mp3")},
+                                                                  {"remove", "x"},
+                                                                  {"sync", localFolder()}}) {
         std::vector<std::string> arguments = line;
         arguments.insert(arguments.end(), {"--wait", "0.1"});
         EXPECT_THAT(refused(arguments, ExitCode::NoPhone),
@@ -165,8 +181,9 @@ TEST_F(Refusal, SeveralPhonesUntilOneIsNamed) {
 }
 
 TEST_F(Refusal, AUdidThatIsNotThere) {
-    EXPECT_THAT(refused({"list", "--udid", std::string(40, 'e'), "--wait", "0.2"}, ExitCode::NoPhone),
-                AllOf(HasSubstr(std::string(40, 'e')), HasSubstr(phone().udid())));
+    EXPECT_THAT(
+        refused({"list", "--udid", std::string(40, 'e'), "--wait", "0.2"}, ExitCode::NoPhone),
+        AllOf(HasSubstr(std::string(40, 'e')), HasSubstr(phone().udid())));
 }
 
 TEST_F(Refusal, OneIphoneAmongOtherDevicesIsTheOne) {
@@ -225,14 +242,14 @@ TEST_F(Refusal, AReplacementNeedsItsSpaceBeforeTheOldFileGoes) {
 }
 
 TEST_F(Refusal, AnUnreadableCatalogueBecauseASyncWouldDeleteEveryFile) {
-    for (const std::string text : {"", "not a property list", "<plist><dict/></plist>",
-                                   "<plist><array/></plist>"}) {
+    for (const std::string text :
+         {"", "not a property list", "<plist><dict/></plist>", "<plist><array/></plist>"}) {
         put(kCatalogue, text);
-        for (const auto& line : std::vector<std::vector<std::string>>{
-                 {"list"},
-                 {"add", local("a.m4r")},
-                 {"add", local("a.m4r"), "--dry-run"},
-                 {"sync", localFolder()}}) {
+        for (const auto& line :
+             std::vector<std::vector<std::string>>{{"list"},
+                                                   {"add", local("a.m4r")},
+                                                   {"add", local("a.m4r"), "--dry-run"},
+                                                   {"sync", localFolder()}}) {
             EXPECT_THAT(refused(line, ExitCode::CatalogueUnreadable),
                         AllOf(HasSubstr("Ringtones.plist"), HasSubstr("--force")));
         }

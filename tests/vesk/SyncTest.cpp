@@ -85,6 +85,21 @@ TEST_F(SlowSync, TheSameCommandAfterACancelPutsItRight) {
     EXPECT_EQ(ringtoneFolder().size(), 3U);
 }
 
+TEST_F(SlowSync, ACancelledReplacementSaysWhatItHasOverwritten) {
+    // The only name that is free is that of the file to be replaced: it is drawn anew.
+    putRingtones({{"BQJH.m4r", "Same", "1"}, {"KDAQ.m4r", "Marimba", "2"}});
+    local("Same.m4r", std::string(20'000, 'x'));
+    local("Zebra.m4r", std::string(20'000, 'x'));
+    local("Marimba.m4r", "sound of Marimba");
+    VeskProcess sync({"sync", localFolder()});
+    ASSERT_TRUE(log().waitFor(isUpload));
+    sync.signal(SIGINT);
+    const VeskResult result = sync.wait();
+    EXPECT_THAT(result, ExitsWith(ExitCode::Cancelled));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("\"Same\", which was to go, has been overwritten"),
+                                  Not(HasSubstr("\"Marimba\""))));
+}
+
 TEST_F(SlowSync, ASecondCtrlCLeavesAtOnce) {
     makeFiles(1, 200'000);
     VeskProcess sync({"add", localFolder() + "/tone0.m4r"});
@@ -189,8 +204,8 @@ TEST_F(Sync, ACatalogueThatCouldNotBeWrittenIsNoticed) {
     fault("afc/Write#2=status:18");
     const VeskResult result = vesk({"add", localFolder() + "/a.m4r"});
     EXPECT_THAT(result, ExitsWith(ExitCode::NotAsWanted));
-    EXPECT_THAT(result.err, AllOf(HasSubstr("does not hold what it should"),
-                                  HasSubstr("missing: \"a\"")));
+    EXPECT_THAT(result.err,
+                AllOf(HasSubstr("does not hold what it should"), HasSubstr("missing: \"a\"")));
 }
 
 TEST_F(Sync, ASourceFileThatVanishesIsNamed) {
@@ -243,11 +258,11 @@ TEST_F(Sync, AReaderThatGoesAwayDoesNotStopIt) {
     makeFiles(2, 100);
     VeskProcess::Options shell;
     shell.program = "/bin/sh";
-    const VeskResult result = VeskProcess({"-c", "exec 3>&2; { " + std::string(KRL_VESK) + " sync " +
-                                                     localFolder() +
-                                                     " 2>&1; echo code $? >&3; } | true"},
-                                          shell)
-                                  .wait();
+    const VeskResult result =
+        VeskProcess({"-c", "exec 3>&2; { " + std::string(KRL_VESK) + " sync " + localFolder() +
+                               " 2>&1; echo code $? >&3; } | true"},
+                    shell)
+            .wait();
     EXPECT_THAT(result.err, HasSubstr("code 0"));
     EXPECT_THAT(listedNames(), UnorderedElementsAre("tone0", "tone1"));
 }

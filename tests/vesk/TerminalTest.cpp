@@ -97,9 +97,8 @@ TEST_F(Terminal, CtrlCOnTheKeyboardCancels) {
     VeskProcess::Options terminal;
     terminal.terminal = true;
     VeskProcess sync({"sync", localFolder()}, terminal);
-    ASSERT_TRUE(log().waitFor([](const auto& entry) {
-        return entry.request == "Write" && entry.size.value_or(0) > 0;
-    }));
+    ASSERT_TRUE(log().waitFor(
+        [](const auto& entry) { return entry.request == "Write" && entry.size.value_or(0) > 0; }));
     sync.type("\x03");
     const VeskResult result = sync.wait();
     EXPECT_THAT(result, ExitsWith(ExitCode::Cancelled));

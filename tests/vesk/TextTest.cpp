@@ -1,5 +1,5 @@
-#include "Output.h"
 #include "Text.h"
+#include "Output.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,24 +32,24 @@ TEST_P(ForTerminal, ShowsUnsafeCharactersAsEscapes) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ForTerminal,
-    testing::Values(
-        EscapeCase{"plain text stays", "Marimba 1", "Marimba 1"},
-        EscapeCase{"umlauts stay", "Glöckchen", "Glöckchen"},
-        EscapeCase{"emoji with joiners stay", "👩‍🎤 🇩🇪", "👩‍🎤 🇩🇪"},
-        EscapeCase{"combining accents stay", "e\u0301", "e\u0301"},
-        EscapeCase{"escape sequence", "\x1b[2Jx", "\\x1b[2Jx"},
-        EscapeCase{"bell, newline and tab", "a\a\n\tb", "a\\x07\\x0a\\x09b"},
-        EscapeCase{"zero byte", std::string("a\0b", 3), "a\\x00b"},
-        EscapeCase{"delete", "\x7f", "\\x7f"},
-        EscapeCase{"C1 control sequence introducer", "\u009b2J", "\\u009b2J"},
-        EscapeCase{"right-to-left override", "gp3\u202e4m", "gp3\\u202e4m"},
-        EscapeCase{"isolates", "\u2066x\u2069", "\\u2066x\\u2069"},
-        EscapeCase{"line separator", "a\u2028b", "a\\u2028b"},
-        EscapeCase{"byte order mark", "\ufeffa", "\\ufeffa"},
-        EscapeCase{"a byte that is no UTF-8", "a\xff", "a\\xff"},
-        EscapeCase{"an overlong form", "\xc0\xaf", "\\xc0\\xaf"},
-        EscapeCase{"a surrogate in UTF-8", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
-        EscapeCase{"a character cut short", "\xf0\x9f\x8e", "\\xf0\\x9f\\x8e"}));
+    testing::Values(EscapeCase{"plain text stays", "Marimba 1", "Marimba 1"},
+                    EscapeCase{"umlauts stay", "Glöckchen", "Glöckchen"},
+                    EscapeCase{"emoji with joiners stay", "👩‍🎤 🇩🇪",
+                               "👩‍🎤 🇩🇪"},
+                    EscapeCase{"combining accents stay", "e\u0301", "e\u0301"},
+                    EscapeCase{"escape sequence", "\x1b[2Jx", "\\x1b[2Jx"},
+                    EscapeCase{"bell, newline and tab", "a\a\n\tb", "a\\x07\\x0a\\x09b"},
+                    EscapeCase{"zero byte", std::string("a\0b", 3), "a\\x00b"},
+                    EscapeCase{"delete", "\x7f", "\\x7f"},
+                    EscapeCase{"C1 control sequence introducer", "\u009b2J", "\\u009b2J"},
+                    EscapeCase{"right-to-left override", "gp3\u202e4m", "gp3\\u202e4m"},
+                    EscapeCase{"isolates", "\u2066x\u2069", "\\u2066x\\u2069"},
+                    EscapeCase{"line separator", "a\u2028b", "a\\u2028b"},
+                    EscapeCase{"byte order mark", "\ufeffa", "\\ufeffa"},
+                    EscapeCase{"a byte that is no UTF-8", "a\xff", "a\\xff"},
+                    EscapeCase{"an overlong form", "\xc0\xaf", "\\xc0\\xaf"},
+                    EscapeCase{"a surrogate in UTF-8", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
+                    EscapeCase{"a character cut short", "\xf0\x9f\x8e", "\\xf0\\x9f\\x8e"}));
 
 TEST(JsonForTerminal, EscapesSoThatTheValueStaysTheSame) {
     const std::string name = "a\u202eb\u009bc\U000e0001d 🎵 ü";

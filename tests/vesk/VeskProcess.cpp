@@ -114,8 +114,9 @@ VeskProcess::VeskProcess(const std::vector<std::string>& arguments, const Option
     std::vector<std::string> argumentTexts{program};
     argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
     std::vector<std::string> environmentTexts = environmentWith(added);
-    const int error = posix_spawn(&pid_, program.c_str(), &actions, &attributes,
-                                  pointers(argumentTexts).data(), pointers(environmentTexts).data());
+    const int error =
+        posix_spawn(&pid_, program.c_str(), &actions, &attributes, pointers(argumentTexts).data(),
+                    pointers(environmentTexts).data());
     for (const int descriptor : childsEnds) {
         close(descriptor);
     }

@@ -84,10 +84,12 @@ std::set<std::string> VeskTest::listedNames() {
 
 std::vector<std::string> VeskTest::changesInLog() {
     constexpr uint64_t kOpenForWriting = 3;
+
     struct Change {
         std::string text;
         std::optional<uint64_t> bytes;
     };
+
     std::vector<Change> changes;
     std::map<std::pair<uint64_t, uint64_t>, std::size_t> indexOfOpenFile;
     for (const virtualphone::LogEntry& entry : log().entries()) {
@@ -95,7 +97,8 @@ std::vector<std::string> VeskTest::changesInLog() {
             continue;
         }
         if (entry.request == "Rename") {
-            changes.push_back({"rename " + lastPart(entry.path) + " " + lastPart(entry.newPath), {}});
+            changes.push_back(
+                {"rename " + lastPart(entry.path) + " " + lastPart(entry.newPath), {}});
         } else if (entry.request == "RemovePath") {
             changes.push_back({"remove " + lastPart(entry.path), {}});
         } else if (entry.request == "MakeDirectory") {

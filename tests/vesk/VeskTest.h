@@ -32,6 +32,7 @@ class VeskTest : public virtualphone::testing::VirtualPhoneTest {
 protected:
     /** No phone yet: set options, then plug it in. */
     void SetUp() override {}
+
     void plugIn() { VirtualPhoneTest::SetUp(); }
 
     /** Runs vesk with its output in pipes. */

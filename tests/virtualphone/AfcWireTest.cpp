@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 namespace virtualphone::testing {
 namespace {
@@ -691,16 +692,20 @@ TEST_F(SlowLink, IsSharedByAllConnections) {
 
 class CrawlingLink : public AfcWireTest {
 protected:
-    CrawlingLink() { options.linkBytesPerSecond = 100; }
+    CrawlingLink() { options.linkBytesPerSecond = 2000; }
 };
 
 TEST_F(CrawlingLink, UnpluggingDoesNotWaitForTheTransfer) {
     const uint64_t file = afc().open("/f", afc::kModeWrite);
-    // A quarter of an hour at this speed.
+    // Most of a minute at this speed.
     const std::string packet = afc().packet(afc::kWrite, u64(file), std::string(100'000, 'x'));
     ASSERT_TRUE(afc().socket.send(packet));
+    while (contents("/f").empty()) { // the test's own time limit ends this
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     ASSERT_TRUE(bus().unplug(id()));
     EXPECT_TRUE(afc().socket.isClosed());
+    EXPECT_LT(contents("/f").size(), 100'000U);
     EXPECT_TRUE(log().waitFor([](const LogEntry& entry) {
         return entry.request == "Write" && entry.fault == "interrupted";
     }));

@@ -228,6 +228,7 @@ TEST_F(FaultTest, StallSendsHalfAnAnswerAndNoMore) {
     add("afc/MakeDirectory=stall");
     afc.socket.send(afc.packet(afc::kMakeDirectory, folder(1)));
     EXPECT_EQ(afc.socket.receive(24).size(), 24U);
+    EXPECT_TRUE(bus().waitForConnections(1));
     EXPECT_TRUE(afc.socket.isQuiet());
     EXPECT_EQ(bus().connectionCount(), 1U);
 }

@@ -28,9 +28,8 @@ std::vector<CatalogueEntry> catalogueEntries(CFDictionaryRef ringtones) {
 
 Catalogue readCatalogue(const std::string& bytes) {
     Catalogue catalogue;
-    const auto data =
-        cf::adopt(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
-                               static_cast<CFIndex>(bytes.size())));
+    const auto data = cf::adopt(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
+                                             static_cast<CFIndex>(bytes.size())));
     const auto root = cf::adopt(
         CFPropertyListCreateFromXMLData(nullptr, data.get(), kCFPropertyListImmutable, nullptr));
     const auto dictionary = cf::cast<CFDictionaryRef>(root.get());

@@ -21,8 +21,8 @@ struct CatalogueEntry {
     bool isPlaceholder() const;
 };
 
-/// A ringtone catalogue as it was read. Not usable when it is no XML property list with a dictionary
-/// of entries under "Ringtones".
+/// A ringtone catalogue as it was read. Not usable when it is no XML property list with a
+/// dictionary of entries under "Ringtones".
 struct Catalogue {
     bool usable = false;
     std::vector<CatalogueEntry> entries;  ///< in the order of the document

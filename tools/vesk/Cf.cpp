@@ -49,9 +49,8 @@ std::string textAt(CFDictionaryRef dictionary, CFStringRef key) {
 }
 
 std::optional<std::int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key) {
-    const auto number = dictionary == nullptr
-                            ? nullptr
-                            : cast<CFNumberRef>(CFDictionaryGetValue(dictionary, key));
+    const auto number =
+        dictionary == nullptr ? nullptr : cast<CFNumberRef>(CFDictionaryGetValue(dictionary, key));
     std::int64_t value = 0;
     if (number == nullptr || !CFNumberGetValue(number, kCFNumberSInt64Type, &value)) {
         return std::nullopt;

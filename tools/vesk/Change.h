@@ -24,7 +24,8 @@ struct PreparedChange {
     std::map<std::string, std::uint64_t> wanted; ///< names on the phone afterwards and their sizes
 };
 
-/// Asks the library for the catalogue that the change leads to and goes through it. Changes nothing.
+/// Asks the library for the catalogue that the change leads to and goes through it. Changes
+/// nothing.
 /// @throw Failure when the catalogue cannot be generated
 PreparedChange prepare(Session& session, const PhoneState& state, const Change& change);
 

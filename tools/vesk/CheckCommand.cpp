@@ -61,8 +61,7 @@ Catalogue readChecked(const std::string& path) {
 
 Layout layoutOf(const Catalogue& catalogue) {
     // The firmware reads a catalogue into a table with room for ten entries at least.
-    const KRTWord capacity =
-        std::max<KRTWord>(10, static_cast<KRTWord>(catalogue.entries.size()));
+    const KRTWord capacity = std::max<KRTWord>(10, static_cast<KRTWord>(catalogue.entries.size()));
     const std::unique_ptr<KRTDictionary, decltype(&KRTDictionaryRelease)> table(
         KRTDictionaryWithCapacity(capacity), KRTDictionaryRelease);
     for (const auto& [key, value] : cf::pairs(catalogue.ringtones.get())) {
@@ -88,8 +87,7 @@ Layout layoutOf(const Catalogue& catalogue) {
 }
 
 std::vector<std::string> offendingNames(const Catalogue& catalogue) {
-    const auto names =
-        cf::adopt(KRTRingtoneManagerIsValidFor111(catalogue.ringtones.get()));
+    const auto names = cf::adopt(KRTRingtoneManagerIsValidFor111(catalogue.ringtones.get()));
     std::vector<std::string> result;
     for (CFIndex i = 0; names && i < CFArrayGetCount(names.get()); ++i) {
         result.push_back(cf::text(cf::cast<CFStringRef>(CFArrayGetValueAtIndex(names.get(), i))));

@@ -4,6 +4,7 @@
 #include "Failure.h"
 #include "Interrupt.h"
 #include "Output.h"
+#include "Text.h"
 
 #include <CLI/CLI.hpp>
 #include <MobileDevice/MobileDevice.h>
@@ -67,19 +68,40 @@ public:
             app_.exit(error);
             return ExitCode::Success;
         }
-        output.failure({ExitCode::Usage, error.what(), "vesk --help shows what there is."});
+        output.failure({ExitCode::Usage, messageFor(error), "vesk --help shows what there is."});
         return ExitCode::Usage;
     }
 
 private:
+    std::string messageFor(const CLI::ParseError& error) const {
+        const std::vector<std::string> rest = app_.remaining();
+        const bool noCommand = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr &&
+                               app_.get_subcommands().empty();
+        if (!noCommand) {
+            return error.what();
+        }
+        if (rest.empty()) {
+            return "no command was given";
+        }
+        std::vector<std::string> commands;
+        for (const CLI::App* command : app_.get_subcommands([](const CLI::App*) { return true; })) {
+            commands.push_back(command->get_name());
+        }
+        const auto close = closeNames(rest.front(), commands);
+        return fmt::format("there is no command \"{}\"{}", rest.front(),
+                           close.empty() ? ""
+                                         : fmt::format("; did you mean {}?", quotedList(close)));
+    }
+
     void addGlobalOptions() {
         const auto seconds = [](double least) {
             return CLI::Range(least, 86400.0).description("");
         };
         app_.add_flag("--json", options_.json,
                       "Answer with one JSON document (watch: one object a line)");
-        app_.add_flag("-q,--quiet", options_.quiet,
-                      "No progress, notes or summaries; what was asked for, warnings and errors only");
+        app_.add_flag(
+            "-q,--quiet", options_.quiet,
+            "No progress, notes or summaries; what was asked for, warnings and errors only");
         app_.add_flag("-n,--dry-run", options_.dryRun,
                       "add, remove, sync: show every change on the phone, make none");
         app_.add_option("--udid", options_.udid, "The phone to use when several are attached")
@@ -118,11 +140,12 @@ private:
     }
 
     void addDeviceCommands() {
-        command(Command::Devices, "devices",
-                "Show what is attached, also phones that are not paired and devices that are no "
-                "iPhones",
-                "Changes nothing. Does not promise that a phone shown as usable can be opened: that "
-                "is found\nout by opening it (vesk info).");
+        command(
+            Command::Devices, "devices",
+            "Show what is attached, also phones that are not paired and devices that are no "
+            "iPhones",
+            "Changes nothing. Does not promise that a phone shown as usable can be opened: that "
+            "is found\nout by opening it (vesk info).");
         command(Command::Info, "info", "Show a phone's name, firmware, free space and ringtones",
                 "Changes nothing. The free space is what the phone says at that moment.");
         command(Command::Watch, "watch", "Show phones as they come and go, until Ctrl-C",
@@ -146,16 +169,17 @@ private:
             ->type_name("NAME");
         addForce(add);
 
-        CLI::App* remove = command(
-            Command::Remove, "remove", "Take ringtones off a phone",
-            "Names are compared exactly, as vesk list --json shows them. Does not keep a copy. Does "
-            "not\nchange contacts that use the ringtone.");
+        CLI::App* remove = command(Command::Remove, "remove", "Take ringtones off a phone",
+                                   "Names are compared exactly, as vesk list --json shows them. "
+                                   "Does not keep a copy. Does "
+                                   "not\nchange contacts that use the ringtone.");
         arguments(remove, "NAME", "Names of ringtones")->type_name("");
         addForce(remove);
 
         CLI::App* sync = command(
             Command::Sync, "sync", "Make a phone hold exactly the ringtones of a folder",
-            "Adds what is missing, replaces what has another size, removes everything else. Looks at "
+            "Adds what is missing, replaces what has another size, removes everything else. Looks "
+            "at "
             "the files\nof the folder itself, not at folders in it, hidden files or other types. "
             "Does not notice a change\nthat leaves a file's size as it was. Does not bring a lock "
             "that another program holds to an end:\nafter about 7 seconds it goes on without.");
@@ -176,21 +200,24 @@ private:
     void addPluginCommands() {
         CLI::App& plugin = *app_.add_subcommand(
             "plugin", "Install the media library's support plug-in, and see whether it runs");
+        plugin.group("Commands");
         plugin.require_subcommand(1);
         plugin.fallthrough();
         plugin.footer("Needs no phone. Does not start the media library.");
-        command(plugin, Command::PluginStatus, "status",
-                "Show which version is installed where, and which one is needed",
-                "Changes nothing. Does not ask whether the plug-in is running (vesk plugin validate). "
-                "Exit code 0:\ncurrent, 60: missing or out of date.");
-        command(plugin, Command::PluginInstall, "install",
-                "Install the plug-in, unless the installed one is current",
-                "Replaces one that is out of date; does not keep it when unpacking fails. Needs the "
-                "device layer,\nas every start-up does, but no phone.");
-        command(plugin, Command::PluginValidate, "validate",
-                "Ask whether a recent plug-in is running",
-                "Changes nothing. Always takes 6 seconds. Does not tell an old plug-in from none. Exit "
-                "code 0: one\nanswered, 62: none did.");
+        command(
+            plugin, Command::PluginStatus, "status",
+            "Show which version is installed where, and which one is needed",
+            "Changes nothing. Does not ask whether the plug-in is running (vesk plugin validate). "
+            "Exit code 0:\ncurrent, 60: missing or out of date.");
+        command(
+            plugin, Command::PluginInstall, "install",
+            "Install the plug-in, unless the installed one is current",
+            "Replaces one that is out of date; does not keep it when unpacking fails. Needs the "
+            "device layer,\nas every start-up does, but no phone.");
+        command(
+            plugin, Command::PluginValidate, "validate", "Ask whether a recent plug-in is running",
+            "Changes nothing. Always takes 6 seconds. Does not tell an old plug-in from none. Exit "
+            "code 0: one\nanswered, 62: none did.");
         command(plugin, Command::PluginRun, "run",
                 "Run the installed plug-in's program here, until Ctrl-C",
                 "Answers on the session bus. Does not install the plug-in first.");
@@ -219,18 +246,30 @@ ExitCode carryOut(const Options& options, Output& output) {
         AMDeviceSetCallTimeout(static_cast<std::uint32_t>(options.timeout->count()));
     }
     switch (options.command) {
-    case Command::Devices: return runDevices(options, output);
-    case Command::Info: return runInfo(options, output);
-    case Command::List: return runList(options, output);
-    case Command::Add: return runAdd(options, output);
-    case Command::Remove: return runRemove(options, output);
-    case Command::Sync: return runSync(options, output);
-    case Command::Check: return runCheck(options, output);
-    case Command::Watch: return runWatch(options, output);
-    case Command::PluginStatus: return runPluginStatus(options, output);
-    case Command::PluginInstall: return runPluginInstall(options, output);
-    case Command::PluginValidate: return runPluginValidate(options, output);
-    case Command::PluginRun: return runPluginRun(options, output);
+    case Command::Devices:
+        return runDevices(options, output);
+    case Command::Info:
+        return runInfo(options, output);
+    case Command::List:
+        return runList(options, output);
+    case Command::Add:
+        return runAdd(options, output);
+    case Command::Remove:
+        return runRemove(options, output);
+    case Command::Sync:
+        return runSync(options, output);
+    case Command::Check:
+        return runCheck(options, output);
+    case Command::Watch:
+        return runWatch(options, output);
+    case Command::PluginStatus:
+        return runPluginStatus(options, output);
+    case Command::PluginInstall:
+        return runPluginInstall(options, output);
+    case Command::PluginValidate:
+        return runPluginValidate(options, output);
+    case Command::PluginRun:
+        return runPluginRun(options, output);
     }
     return ExitCode::Unexpected;
 }

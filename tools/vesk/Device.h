@@ -12,15 +12,19 @@ namespace vesk {
 class Device {
 public:
     explicit Device(am_device* device) : device_(AMDeviceRetain(device)) {}
+
     Device(const Device& other) : Device(other.device_) {}
+
     Device& operator=(const Device& other) {
         Device copy(other);
         std::swap(device_, copy.device_);
         return *this;
     }
+
     ~Device() { AMDeviceRelease(device_); }
 
     am_device* get() const { return device_; }
+
     friend bool operator==(const Device& left, const Device& right) {
         return left.device_ == right.device_;
     }

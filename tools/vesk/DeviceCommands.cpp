@@ -17,8 +17,7 @@ namespace {
 /// What stands in the way of using a device; empty when nothing does.
 std::string problemOf(const DeviceDescription& about) {
     if (!about.reachable) {
-        return about.connectStatus != 0 ? statusText(about.connectStatus)
-                                        : "it does not answer";
+        return about.connectStatus != 0 ? statusText(about.connectStatus) : "it does not answer";
     }
     if (!about.isIphone()) {
         return "not an iPhone";
@@ -28,9 +27,8 @@ std::string problemOf(const DeviceDescription& about) {
 
 Json deviceJson(const DeviceDescription& about) {
     const std::string problem = problemOf(about);
-    Json json{{"udid", about.udid},     {"name", about.name},
-              {"class", about.deviceClass}, {"firmware", about.firmware},
-              {"paired", about.paired}, {"usable", problem.empty()}};
+    Json json{{"udid", about.udid},         {"name", about.name},     {"class", about.deviceClass},
+              {"firmware", about.firmware}, {"paired", about.paired}, {"usable", problem.empty()}};
     if (!problem.empty()) {
         json["problem"] = problem;
     }
@@ -76,7 +74,7 @@ ExitCode runInfo(const Options& options, Output& output) {
     for (const PhoneRingtone& ringtone : state.ringtones.list) {
         ringtoneBytes += ringtone.size;
     }
-    const char* catalogue = !state.catalogueFile              ? "none yet"
+    const char* catalogue = !state.catalogueFile            ? "none yet"
                             : state.catalogueIsUnreadable() ? "unreadable"
                                                             : "readable";
     Table table({{""}, {""}});
@@ -87,8 +85,8 @@ ExitCode runInfo(const Options& options, Output& output) {
     table.add({"Layout", facts.olderLayout ? "older (placeholders, slot order)" : "current"});
     table.add({"Free space", facts.freeBytes ? formatBytes(*facts.freeBytes) : "?"});
     table.add({"Catalogue", catalogue});
-    table.add({"Ringtones", fmt::format("{} ({})", state.ringtones.list.size(),
-                                        formatBytes(ringtoneBytes))});
+    table.add({"Ringtones",
+               fmt::format("{} ({})", state.ringtones.list.size(), formatBytes(ringtoneBytes))});
     output.table(table);
     output.document({{"udid", facts.udid},
                      {"name", facts.name},

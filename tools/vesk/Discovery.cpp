@@ -73,9 +73,10 @@ std::vector<AttachedDevice> Discovery::attached(milliseconds first) {
             result.push_back({event->device, describe(event->device)});
         }
     }
-    result.erase(std::remove_if(result.begin(), result.end(),
-                                [this](const AttachedDevice& one) { return !isAttached(one.device); }),
-                 result.end());
+    result.erase(
+        std::remove_if(result.begin(), result.end(),
+                       [this](const AttachedDevice& one) { return !isAttached(one.device); }),
+        result.end());
     return result;
 }
 

@@ -34,10 +34,10 @@ public:
     /// The next arrival or removal; none when nothing happens for so long.
     std::optional<Event> next(std::chrono::milliseconds wait);
 
-    /// Waits for a first device for as long as `first`, then until nothing has arrived for a moment,
-    /// and returns what is attached. The mux reports attached devices in one go, before it answers
-    /// anything else, but nothing says which is the last: asking each one as it comes gives the
-    /// others time to get here.
+    /// Waits for a first device for as long as `first`, then until nothing has arrived for a
+    /// moment, and returns what is attached. The mux reports attached devices in one go, before it
+    /// answers anything else, but nothing says which is the last: asking each one as it comes gives
+    /// the others time to get here.
     std::vector<AttachedDevice> attached(std::chrono::milliseconds first);
 
     /// Whether a device that was attached is gone. News of it may lag behind its failing calls.

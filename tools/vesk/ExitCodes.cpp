@@ -4,37 +4,68 @@ namespace vesk {
 
 const char* exitCodeName(ExitCode code) {
     switch (code) {
-    case ExitCode::Success: return "success";
-    case ExitCode::Unexpected: return "unexpected";
-    case ExitCode::Usage: return "usage";
-    case ExitCode::NoPhone: return "no-phone";
-    case ExitCode::SeveralPhones: return "several-phones";
-    case ExitCode::NotPaired: return "not-paired";
-    case ExitCode::CannotOpen: return "cannot-open";
-    case ExitCode::NotAnIphone: return "not-an-iphone";
-    case ExitCode::NoDeviceLayer: return "no-device-layer";
-    case ExitCode::UnsupportedType: return "unsupported-type";
-    case ExitCode::UnreadableFile: return "unreadable-file";
-    case ExitCode::EmptyFile: return "empty-file";
-    case ExitCode::FileTooLarge: return "file-too-large";
-    case ExitCode::BadName: return "bad-name";
-    case ExitCode::NameTaken: return "name-taken";
-    case ExitCode::SameNameTwice: return "same-name-twice";
-    case ExitCode::NameNotFound: return "name-not-found";
-    case ExitCode::NeedsYes: return "needs-yes";
-    case ExitCode::NoSpace: return "no-space";
-    case ExitCode::CatalogueUnreadable: return "catalogue-unreadable";
-    case ExitCode::WouldLoseRingtones: return "would-lose-ringtones";
-    case ExitCode::SyncFailed: return "sync-failed";
-    case ExitCode::PhoneGone: return "phone-gone";
-    case ExitCode::NotAsWanted: return "not-as-wanted";
-    case ExitCode::CannotBegin: return "cannot-begin";
-    case ExitCode::NotAccepted: return "not-accepted";
-    case ExitCode::NotACatalogue: return "not-a-catalogue";
-    case ExitCode::PluginNotCurrent: return "plugin-not-current";
-    case ExitCode::PluginNotInstalled: return "plugin-not-installed";
-    case ExitCode::PluginSilent: return "plugin-silent";
-    case ExitCode::Cancelled: return "cancelled";
+    case ExitCode::Success:
+        return "success";
+    case ExitCode::Unexpected:
+        return "unexpected";
+    case ExitCode::Usage:
+        return "usage";
+    case ExitCode::NoPhone:
+        return "no-phone";
+    case ExitCode::SeveralPhones:
+        return "several-phones";
+    case ExitCode::NotPaired:
+        return "not-paired";
+    case ExitCode::CannotOpen:
+        return "cannot-open";
+    case ExitCode::NotAnIphone:
+        return "not-an-iphone";
+    case ExitCode::NoDeviceLayer:
+        return "no-device-layer";
+    case ExitCode::UnsupportedType:
+        return "unsupported-type";
+    case ExitCode::UnreadableFile:
+        return "unreadable-file";
+    case ExitCode::EmptyFile:
+        return "empty-file";
+    case ExitCode::FileTooLarge:
+        return "file-too-large";
+    case ExitCode::BadName:
+        return "bad-name";
+    case ExitCode::NameTaken:
+        return "name-taken";
+    case ExitCode::SameNameTwice:
+        return "same-name-twice";
+    case ExitCode::NameNotFound:
+        return "name-not-found";
+    case ExitCode::NeedsYes:
+        return "needs-yes";
+    case ExitCode::NoSpace:
+        return "no-space";
+    case ExitCode::CatalogueUnreadable:
+        return "catalogue-unreadable";
+    case ExitCode::WouldLoseRingtones:
+        return "would-lose-ringtones";
+    case ExitCode::SyncFailed:
+        return "sync-failed";
+    case ExitCode::PhoneGone:
+        return "phone-gone";
+    case ExitCode::NotAsWanted:
+        return "not-as-wanted";
+    case ExitCode::CannotBegin:
+        return "cannot-begin";
+    case ExitCode::NotAccepted:
+        return "not-accepted";
+    case ExitCode::NotACatalogue:
+        return "not-a-catalogue";
+    case ExitCode::PluginNotCurrent:
+        return "plugin-not-current";
+    case ExitCode::PluginNotInstalled:
+        return "plugin-not-installed";
+    case ExitCode::PluginSilent:
+        return "plugin-silent";
+    case ExitCode::Cancelled:
+        return "cancelled";
     }
     return "unexpected";
 }

@@ -9,8 +9,9 @@
 
 namespace vesk {
 
-/// Why a command stops: what happened, on which phone or file; what to do next; and, one a line, the
-/// phones or names that it is about. Holds names as they are: whoever shows them makes them safe.
+/// Why a command stops: what happened, on which phone or file; what to do next; and, one a line,
+/// the phones or names that it is about. Holds names as they are: whoever shows them makes them
+/// safe.
 class Failure : public std::runtime_error {
 public:
     Failure(ExitCode code, const std::string& message, std::string hint = {},
@@ -19,7 +20,9 @@ public:
           details_(std::move(details)) {}
 
     ExitCode code() const { return code_; }
+
     const std::string& hint() const { return hint_; }
+
     const std::vector<std::string>& details() const { return details_; }
 
 private:

@@ -33,8 +33,9 @@ void handle(int /*signal*/) {
         break;
     case OnInterrupt::FinishStep:
         if (noticed.exchange(true)) {
-            leave("\nvesk: left at once, in the middle of a sync. The phone may hold files that its "
-                  "catalogue does not list; run the same command again to put that right.\n");
+            leave(
+                "\nvesk: left at once, in the middle of a sync. The phone may hold files that its "
+                "catalogue does not list; run the same command again to put that right.\n");
         }
         say("\nvesk: cancelling after this step; press Ctrl-C again to leave at once\n");
         break;

@@ -13,7 +13,8 @@ enum class OnInterrupt {
 /// must not end a sync half-way.
 void installInterruptHandlers();
 
-/// Sets what the signals do from now on. A signal that came while this was FinishStep stays noticed.
+/// Sets what the signals do from now on. A signal that came while this was FinishStep stays
+/// noticed.
 void setOnInterrupt(OnInterrupt reaction);
 
 /// Whether a signal came under FinishStep or EndWatching.
@@ -23,7 +24,9 @@ bool interrupted();
 class InterruptScope {
 public:
     explicit InterruptScope(OnInterrupt reaction) { setOnInterrupt(reaction); }
+
     ~InterruptScope() { setOnInterrupt(OnInterrupt::LeaveAtOnce); }
+
     InterruptScope(const InterruptScope&) = delete;
     InterruptScope& operator=(const InterruptScope&) = delete;
 };

@@ -139,10 +139,10 @@ LocalRingtone localRingtone(const fs::path& file, const std::optional<std::strin
                       "Make the file anew. Nothing was changed on the phone.");
     }
     if (size > kLargest) {
-        throw Failure(ExitCode::FileTooLarge,
-                      fmt::format("\"{}\" is too large for a phone: {}", file.string(),
-                                  formatBytes(size)),
-                      "A ringtone must be smaller than 2 GiB. Nothing was changed on the phone.");
+        throw Failure(
+            ExitCode::FileTooLarge,
+            fmt::format("\"{}\" is too large for a phone: {}", file.string(), formatBytes(size)),
+            "A ringtone must be smaller than 2 GiB. Nothing was changed on the phone.");
     }
     const std::string path = fs::absolute(file).lexically_normal().string();
     requireUsablePath(path);

@@ -26,7 +26,8 @@ std::string typeOf(const std::filesystem::path& file);
 
 bool isSupportedType(const std::string& type);
 
-/// Looks at a file. Its name is the given one, or else the title in its tags, or else its file name.
+/// Looks at a file. Its name is the given one, or else the title in its tags, or else its file
+/// name.
 /// @throw Failure when it cannot be a ringtone
 LocalRingtone localRingtone(const std::filesystem::path& file,
                             const std::optional<std::string>& name = std::nullopt);

@@ -91,7 +91,8 @@ void Output::sideLine(const char* colour, std::string_view label, std::string_vi
     if (colour_ && colour != nullptr) {
         head = colour + head + kPlain;
     }
-    writeText(stderr, fmt::format("vesk: {}{}{}\n", head, head.empty() ? "" : " ", forTerminal(text)));
+    writeText(stderr,
+              fmt::format("vesk: {}{}{}\n", head, head.empty() ? "" : " ", forTerminal(text)));
 }
 
 void Output::note(std::string_view text) {

@@ -16,6 +16,7 @@ using Json = nlohmann::ordered_json;
 class Table {
 public:
     enum class Align { Left, Right };
+
     struct Column {
         std::string title;
         Align align = Align::Left;
@@ -34,7 +35,8 @@ private:
 };
 
 /// Where everything that vesk says goes: what was asked for to standard output, as text or as JSON;
-/// notes, warnings and failures to standard error. Whatever it is given is made safe for a terminal.
+/// notes, warnings and failures to standard error. Whatever it is given is made safe for a
+/// terminal.
 class Output {
 public:
     struct Options {
@@ -45,6 +47,7 @@ public:
     explicit Output(Options options);
 
     bool json() const { return options_.json; }
+
     bool quiet() const { return options_.quiet; }
 
     /// A line that was asked for. Not with --json.

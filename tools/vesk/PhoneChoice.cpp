@@ -12,26 +12,25 @@ namespace vesk {
 namespace {
 
 std::string unreachableText(const DeviceDescription& about) {
-    return fmt::format("a device that cannot be reached ({})",
-                       about.connectStatus != 0 ? statusText(about.connectStatus)
-                                                : "it does not answer");
+    return fmt::format("a device that cannot be reached ({})", about.connectStatus != 0
+                                                                   ? statusText(about.connectStatus)
+                                                                   : "it does not answer");
 }
 
 std::vector<std::string> described(const std::vector<AttachedDevice>& phones) {
     std::vector<std::string> lines;
     for (const AttachedDevice& phone : phones) {
         const DeviceDescription& about = phone.description;
-        lines.push_back(about.reachable
-                            ? fmt::format("{}  {}, {}, firmware {}", about.udid, about.name,
-                                          about.deviceClass, about.firmware)
-                            : unreachableText(about));
+        lines.push_back(about.reachable ? fmt::format("{}  {}, {}, firmware {}", about.udid,
+                                                      about.name, about.deviceClass, about.firmware)
+                                        : unreachableText(about));
     }
     return lines;
 }
 
 /// The device with this UDID as soon as it is there; all devices in `seen`.
 std::optional<AttachedDevice> waitForUdid(Discovery& discovery, const Options& options,
-                                       std::vector<AttachedDevice>& seen) {
+                                          std::vector<AttachedDevice>& seen) {
     const auto end = std::chrono::steady_clock::now() + options.wait;
     while (true) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -89,8 +88,8 @@ AttachedDevice namedPhone(Discovery& discovery, const Options& options) {
     if (const auto phone = waitForUdid(discovery, options, seen)) {
         return *phone;
     }
-    throw noPhone(options,
-                  fmt::format("no phone with the UDID {} is attached", options.udid), seen);
+    throw noPhone(options, fmt::format("no phone with the UDID {} is attached", options.udid),
+                  seen);
 }
 
 void requireUsable(const AttachedDevice& phone) {
@@ -107,18 +106,17 @@ void requireUsable(const AttachedDevice& phone) {
                       "Only iPhones have ringtones. Plug an iPhone in, or say another --udid.");
     }
     if (!about.paired) {
-        throw Failure(ExitCode::NotPaired,
-                      fmt::format("{} is not paired with this computer", about.label()),
-                      fmt::format("Unlock the phone and pair it: idevicepair -u {} pair",
-                                  about.udid));
+        throw Failure(
+            ExitCode::NotPaired, fmt::format("{} is not paired with this computer", about.label()),
+            fmt::format("Unlock the phone and pair it: idevicepair -u {} pair", about.udid));
     }
 }
 
 } // namespace
 
 AttachedDevice choosePhone(Discovery& discovery, const Options& options) {
-    const AttachedDevice phone = options.udid.empty() ? onlyPhone(discovery, options)
-                                                   : namedPhone(discovery, options);
+    const AttachedDevice phone =
+        options.udid.empty() ? onlyPhone(discovery, options) : namedPhone(discovery, options);
     requireUsable(phone);
     return phone;
 }

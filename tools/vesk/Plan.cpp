@@ -22,7 +22,8 @@ std::string onComputer(const std::string& path) {
     return "computer:" + path;
 }
 
-/// Goes through a submit step by step, as the library does it, over a picture of the phone's folder.
+/// Goes through a submit step by step, as the library does it, over a picture of the phone's
+/// folder.
 class Walk {
 public:
     explicit Walk(const PlanInput& input) : input_(input) {
@@ -71,8 +72,8 @@ private:
     }
 
     void notePeak() {
-        plan_.spaceNeeded =
-            std::max(plan_.spaceNeeded, static_cast<std::uint64_t>(std::max<std::int64_t>(used_, 0)));
+        plan_.spaceNeeded = std::max(plan_.spaceNeeded,
+                                     static_cast<std::uint64_t>(std::max<std::int64_t>(used_, 0)));
     }
 
     void createFolder() {
@@ -187,8 +188,9 @@ private:
     }
 
     void deleteStray(const std::string& file) {
-        const auto listed = std::find_if(input_.oldCatalogue.begin(), input_.oldCatalogue.end(),
-                                         [&](const CatalogueEntry& one) { return one.file == file; });
+        const auto listed =
+            std::find_if(input_.oldCatalogue.begin(), input_.oldCatalogue.end(),
+                         [&](const CatalogueEntry& one) { return one.file == file; });
         const bool isListed = listed != input_.oldCatalogue.end();
         if (!isListed) {
             plan_.strays.push_back(file);
@@ -250,9 +252,8 @@ private:
     }
 
     bool survives(const std::string& file) const {
-        return std::any_of(folder_.begin(), folder_.end(), [&](const auto& there) {
-            return there.second.origin == onPhone(file);
-        });
+        return std::any_of(folder_.begin(), folder_.end(),
+                           [&](const auto& there) { return there.second.origin == onPhone(file); });
     }
 
     const PlanInput& input_;
@@ -267,13 +268,20 @@ private:
 
 const char* operationName(Kind kind) {
     switch (kind) {
-    case Kind::CreateFolder: return "create-folder";
-    case Kind::Rename: return "rename";
-    case Kind::Upload: return "upload";
-    case Kind::Placeholder: return "placeholder";
-    case Kind::Remove: return "remove";
-    case Kind::WriteCatalogue: return "write-catalogue";
-    case Kind::DeleteStray: return "delete";
+    case Kind::CreateFolder:
+        return "create-folder";
+    case Kind::Rename:
+        return "rename";
+    case Kind::Upload:
+        return "upload";
+    case Kind::Placeholder:
+        return "placeholder";
+    case Kind::Remove:
+        return "remove";
+    case Kind::WriteCatalogue:
+        return "write-catalogue";
+    case Kind::DeleteStray:
+        return "delete";
     }
     return "";
 }

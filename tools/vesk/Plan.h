@@ -14,8 +14,8 @@ namespace vesk {
 struct PhoneRingtone {
     std::string name;
     std::string guid;
-    std::string type; ///< as the library says it: the last three characters of the file name
-    std::string file; ///< in the ringtone folder
+    std::string type;      ///< as the library says it: the last three characters of the file name
+    std::string file;      ///< in the ringtone folder
     std::string companion; ///< the name that its placeholder has or would have
     std::uint64_t size = 0;
 };
@@ -31,12 +31,12 @@ struct NewRingtone {
 struct Operation {
     enum class Kind {
         CreateFolder,
-        Rename,         ///< file becomes newFile
-        Upload,         ///< source goes to file
-        Placeholder,    ///< an empty file for a ringtone of another type
-        Remove,         ///< the file of a removed ringtone, or its placeholder
+        Rename,      ///< file becomes newFile
+        Upload,      ///< source goes to file
+        Placeholder, ///< an empty file for a ringtone of another type
+        Remove,      ///< the file of a removed ringtone, or its placeholder
         WriteCatalogue,
-        DeleteStray     ///< a file that the new catalogue does not account for
+        DeleteStray ///< a file that the new catalogue does not account for
     };
     Kind kind = Kind::Upload;
     std::string file = {};
@@ -63,7 +63,7 @@ struct PlanInput {
 
     bool folderExists = true;
     std::map<std::string, std::uint64_t> folder; ///< files in the ringtone folder and their sizes
-    bool olderLayout = false; ///< the firmware wants placeholders
+    bool olderLayout = false;                    ///< the firmware wants placeholders
     std::uint64_t oldCatalogueBytes = 0;
     std::uint64_t newCatalogueBytes = 0;
     bool sameCatalogue = false; ///< old and new are equal byte for byte
@@ -83,8 +83,8 @@ struct Plan {
     std::uint64_t uploadBytes = 0;
     std::uint64_t spaceNeeded = 0; ///< most space that it takes at any moment beyond what is taken
 
-    std::vector<std::string> strays; ///< files that will be deleted and that no catalogue lists
-    std::vector<std::string> lost;   ///< names that should stay or come, but would not be there
+    std::vector<std::string> strays;    ///< files that will be deleted and that no catalogue lists
+    std::vector<std::string> lost;      ///< names that should stay or come, but would not be there
     std::vector<HiddenRingtone> hidden; ///< deleted or emptied although nobody asked for it
 
     std::size_t count(Operation::Kind kind) const;

@@ -29,8 +29,7 @@ struct State {
     bool exists = krl::system::exists(path);
     plugin::Version installed = plugin::versionOfPlugin(path);
     // The resources are those of the library, wherever that was loaded from.
-    plugin::Version required =
-        plugin::requiredVersion(reinterpret_cast<const void*>(&KRTVeskInit));
+    plugin::Version required = plugin::requiredVersion(reinterpret_cast<const void*>(&KRTVeskInit));
     std::string archive = plugin::archivePath(reinterpret_cast<const void*>(&KRTVeskInit));
 
     bool isCurrent() const { return exists && plugin::isCurrent(installed, required); }
@@ -45,10 +44,11 @@ Json textOrNull(bool has, const std::string& text) {
 }
 
 Failure missingDeviceLayer() {
-    return {ExitCode::NoDeviceLayer,
-            "the device layer cannot be loaded, so the plug-in was left as it is",
-            "MobileDevice.so has to stand beside libKRLVesk.so, and libusbmuxd (libusbmuxd6) has to "
-            "be installed."};
+    return {
+        ExitCode::NoDeviceLayer,
+        "the device layer cannot be loaded, so the plug-in was left as it is",
+        "MobileDevice.so has to stand beside libKRLVesk.so, and libusbmuxd (libusbmuxd6) has to "
+        "be installed."};
 }
 
 /// What became of an installation, by the domain that the library left.
@@ -57,6 +57,7 @@ Failure failedInstallation(const State& state) {
         std::string message;
         std::string hint;
     };
+
     const std::map<std::string, Reason> reasons{
         {"com.korvane.vesk.unzipNotFound",
          {fmt::format("there is no {} to unpack the plug-in with", kUnpacker),
@@ -72,7 +73,8 @@ Failure failedInstallation(const State& state) {
     const std::string domain = cf::text(KRTErrorDomain);
     const auto reason = reasons.find(domain);
     if (reason == reasons.end()) {
-        return {ExitCode::PluginNotInstalled, fmt::format("the plug-in was not installed ({})", domain)};
+        return {ExitCode::PluginNotInstalled,
+                fmt::format("the plug-in was not installed ({})", domain)};
     }
     return {ExitCode::PluginNotInstalled, reason->second.message, reason->second.hint};
 }
@@ -129,9 +131,10 @@ ExitCode runPluginValidate(const Options& /*options*/, Output& output) {
     output.note("asking the plug-in; this takes 6 seconds");
     const bool isRunning = KRTValidatePlugin();
     if (!isRunning) {
-        throw Failure(ExitCode::PluginSilent, "no plug-in of a version above 2.01 answered",
-                      "The media library has to be running with the plug-in, in the same session; or "
-                      "else: vesk plugin run");
+        throw Failure(
+            ExitCode::PluginSilent, "no plug-in of a version above 2.01 answered",
+            "The media library has to be running with the plug-in, in the same session; or "
+            "else: vesk plugin run");
     }
     output.document({{"running", true}});
     output.summary("The plug-in is running and recent enough.");
@@ -151,9 +154,10 @@ ExitCode runPluginRun(const Options& /*options*/, Output& output) {
                       fmt::format("the plug-in is not installed in \"{}\"", state.path),
                       "Install it: vesk plugin install");
     }
-    throw Failure(ExitCode::PluginNotCurrent,
-                  fmt::format("the plug-in's program \"{}\" cannot be started: {}", program, reason),
-                  "vesk plugin status shows what is installed.");
+    throw Failure(
+        ExitCode::PluginNotCurrent,
+        fmt::format("the plug-in's program \"{}\" cannot be started: {}", program, reason),
+        "vesk plugin status shows what is installed.");
 }
 
 } // namespace vesk

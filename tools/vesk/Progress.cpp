@@ -16,8 +16,8 @@ constexpr std::size_t kNarrowestBar = 8;
 constexpr std::size_t kWidestBar = 30;
 
 std::string bar(double fraction, std::size_t width) {
-    const auto filled = std::min(width, static_cast<std::size_t>(std::floor(
-                                            fraction * static_cast<double>(width))));
+    const auto filled = std::min(
+        width, static_cast<std::size_t>(std::floor(fraction * static_cast<double>(width))));
     return "[" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
 }
 
@@ -86,7 +86,8 @@ std::string progressLine(const Progress& progress, std::size_t columns) {
         const std::size_t used = displayWidth(counts) + kAroundBar + displayWidth(behind);
         if (columns >= used + kNarrowestBar) {
             const std::size_t width = std::min(kWidestBar, columns - used);
-            const std::string line = joined(joined(counts, bar(progress.fraction(), width)), behind);
+            const std::string line =
+                joined(joined(counts, bar(progress.fraction(), width)), behind);
             return withName(line, progress.current, columns);
         }
     }
@@ -94,10 +95,10 @@ std::string progressLine(const Progress& progress, std::size_t columns) {
 }
 
 ProgressDisplay::ProgressDisplay(const Output& output)
-    : kind_(output.quiet()                         ? Kind::None
-            : terminalUnderstandsEscapes(stderr)   ? Kind::Bar
-            : output.json()                        ? Kind::None
-                                                   : Kind::Lines) {}
+    : kind_(output.quiet()                       ? Kind::None
+            : terminalUnderstandsEscapes(stderr) ? Kind::Bar
+            : output.json()                      ? Kind::None
+                                                 : Kind::Lines) {}
 
 ProgressDisplay::~ProgressDisplay() {
     clear();
@@ -118,7 +119,10 @@ void ProgressDisplay::fileBegins(const Progress& progress) {
 }
 
 void ProgressDisplay::fileEnds(const Progress& progress) {
-    drawIfDue(progress);
+    // Otherwise the next file begins right away, and the line is to bear its name.
+    if (progress.filesDone == progress.filesTotal) {
+        drawIfDue(progress);
+    }
 }
 
 void ProgressDisplay::clear() {

@@ -29,11 +29,12 @@ struct Progress {
     std::optional<double> secondsLeft() const;
 };
 
-/// The progress as one line that is no wider than so many columns. What there is no room for is left
-/// out, the least important first: name, rate, bytes, time left, the bar.
+/// The progress as one line that is no wider than so many columns. What there is no room for is
+/// left out, the least important first: name, rate, bytes, time left, the bar.
 std::string progressLine(const Progress& progress, std::size_t columns);
 
-/// Shows progress on standard error: a bar that is drawn anew on a terminal, one line a file elsewhere.
+/// Shows progress on standard error: a bar that is drawn anew on a terminal, one line a file
+/// elsewhere.
 class ProgressDisplay {
 public:
     explicit ProgressDisplay(const Output& output);

@@ -34,7 +34,8 @@ Json operationJson(const Operation& operation) {
 }
 
 Table operationTable(const Plan& plan) {
-    Table table({{"OPERATION"}, {"FILE ON THE PHONE"}, {"BYTES", Table::Align::Right}, {"RINGTONE"}});
+    Table table(
+        {{"OPERATION"}, {"FILE ON THE PHONE"}, {"BYTES", Table::Align::Right}, {"RINGTONE"}});
     for (const Operation& operation : plan.operations) {
         const bool moves = operation.kind == Operation::Kind::Rename;
         const bool catalogue = operation.kind == Operation::Kind::WriteCatalogue;
@@ -52,7 +53,8 @@ Table operationTable(const Plan& plan) {
 void requireNothingLost(const PhoneFacts& facts, const Plan& plan, bool force) {
     std::vector<std::string> details;
     for (const std::string& name : plan.lost) {
-        details.push_back(fmt::format("\"{}\": its entry in the new catalogue would not find its file", name));
+        details.push_back(
+            fmt::format("\"{}\": its entry in the new catalogue would not find its file", name));
     }
     for (const HiddenRingtone& hidden : plan.hidden) {
         details.push_back(fmt::format("\"{}\" ({}): the catalogue lists it in a form that is taken "
@@ -60,12 +62,13 @@ void requireNothingLost(const PhoneFacts& facts, const Plan& plan, bool force) {
                                       hidden.name, hidden.file));
     }
     if (!details.empty() && !force) {
-        throw Failure(ExitCode::WouldLoseRingtones,
-                      fmt::format("this would lose {} that should stay on {}",
-                                  counted(details.size(), "ringtone"), facts.label()),
-                      "Copy their files off the phone first, or repeat with --force to let them go. "
-                      "Nothing was changed on the phone.",
-                      details);
+        throw Failure(
+            ExitCode::WouldLoseRingtones,
+            fmt::format("this would lose {} that should stay on {}",
+                        counted(details.size(), "ringtone"), facts.label()),
+            "Copy their files off the phone first, or repeat with --force to let them go. "
+            "Nothing was changed on the phone.",
+            details);
     }
 }
 
@@ -112,7 +115,8 @@ std::string describeChange(const Plan& plan, const Change& change) {
 class ChangeCommand {
 public:
     ChangeCommand(const Options& options, Output& output)
-        : options_(options), output_(output), session_(choosePhone(discovery_, options), discovery_),
+        : options_(options), output_(output),
+          session_(choosePhone(discovery_, options), discovery_),
           state_(readEverything(session_, options.force)) {}
 
     const PhoneState& state() const { return state_; }
@@ -171,11 +175,13 @@ private:
         }
         const std::string what = describeChange(prepared.plan, change);
         if (options_.dryRun) {
-            return fmt::format("{}: {}; it would have {} then. Dry run: nothing was changed.", label,
-                               what, holds);
+            return fmt::format("{}: {}; it would have {} then. Dry run: nothing was changed.",
+                               label, what, holds);
         }
-        return fmt::format("{}: {} ({} uploaded). It has {} now.", label, what,
-                           formatBytes(prepared.plan.uploadBytes), holds);
+        const std::uint64_t bytes = prepared.plan.uploadBytes;
+        return fmt::format("{}: {}{}. It has {} now.", label, what,
+                           bytes > 0 ? fmt::format(" ({} uploaded)", formatBytes(bytes)) : "",
+                           holds);
     }
 
     const Options& options_;
@@ -215,7 +221,8 @@ void requireNamesFound(const PhoneState& state, const std::vector<std::string>& 
     }
     if (!missing.empty()) {
         throw Failure(ExitCode::NameNotFound,
-                      fmt::format("{} has no ringtone {}", state.facts.label(), quotedList(missing)),
+                      fmt::format("{} {} not on {}", quotedList(missing),
+                                  missing.size() == 1 ? "is" : "are", state.facts.label()),
                       "\"vesk list\" shows the names. Nothing was changed on the phone.", details);
     }
 }
@@ -259,7 +266,9 @@ void requireYes(const Options& options, const PhoneState& state) {
 ExitCode runList(const Options& options, Output& output) {
     Discovery discovery;
     Session session(choosePhone(discovery, options), discovery);
-    const PhoneState state = readRingtones(session, /*tolerateUnreadable=*/false);
+    PhoneState state = readRingtones(session, /*tolerateUnreadable=*/false);
+    std::sort(state.ringtones.list.begin(), state.ringtones.list.end(),
+              [](const auto& left, const auto& right) { return left.name < right.name; });
     Table table({{"NAME"}, {"FILE"}, {"SIZE", Table::Align::Right}});
     Json ringtones = Json::array();
     for (const PhoneRingtone& ringtone : state.ringtones.list) {

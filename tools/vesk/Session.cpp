@@ -79,8 +79,8 @@ PhoneFacts Session::facts() {
     KRTErrorClear();
     KRTPhoneUpdateInformation(phone());
     const auto information = cf::adopt(KRTPhoneGetPhoneInformation(phone()));
-    const auto values = cf::cast<CFDictionaryRef>(
-        CFDictionaryGetValue(information.get(), CFSTR("PhoneVersions")));
+    const auto values =
+        cf::cast<CFDictionaryRef>(CFDictionaryGetValue(information.get(), CFSTR("PhoneVersions")));
     PhoneFacts facts;
     facts.name = cf::textAt(information.get(), KRTPhoneNameKey);
     facts.deviceClass = cf::textAt(information.get(), KRTPhoneClassKey);
@@ -107,8 +107,8 @@ PhoneRingtones Session::ringtones() {
         throw readFailure("the ringtones cannot be read");
     }
     for (const auto& [key, value] : cf::pairs(result.entries.get())) {
-        result.list.push_back(phoneRingtone(cf::text(cf::cast<CFStringRef>(key)),
-                                            cf::cast<CFDictionaryRef>(value)));
+        result.list.push_back(
+            phoneRingtone(cf::text(cf::cast<CFStringRef>(key)), cf::cast<CFDictionaryRef>(value)));
     }
     return result;
 }

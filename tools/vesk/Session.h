@@ -68,7 +68,9 @@ public:
     bool isGone() { return discovery_.isGone(chosen_.device); }
 
     KRTPhoneRef phone() const { return phone_.get(); }
+
     KRTRingtoneManagerRef store() const { return KRTPhoneGetRingtoneManager(phone_.get()); }
+
     std::string label() const { return chosen_.description.label(); }
 
     /// The failure of a call that reads: the phone is gone, or `what` could not be done.

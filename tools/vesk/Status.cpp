@@ -45,7 +45,8 @@ constexpr std::array kProvider{
     Meaning{kAMDBadReply, "the phone's answer makes no sense"},
     Meaning{kAMDNotPaired, "not paired: this computer holds no pair record for the phone"},
     Meaning{kAMDNoSession, "there is no session"},
-    Meaning{kAMDSessionNotSupported, "the phone asks for an encrypted session, which is not supported"},
+    Meaning{kAMDSessionNotSupported,
+            "the phone asks for an encrypted session, which is not supported"},
     Meaning{kAMDRefused, "the phone refused"},
     Meaning{kAMDNoResources, "memory or descriptors have run out on this computer"},
 };
@@ -105,8 +106,8 @@ std::string lastFailureText() {
     }
     const int code = KRTErrorGetCode();
     const std::string_view module = KRTErrorGetFile() != nullptr ? KRTErrorGetFile() : "";
-    // The phone's module reports statuses of the device layer and, at 0 and below -100, codes of its
-    // own.
+    // The phone's module reports statuses of the device layer and, at 0 and below -100, codes of
+    // its own.
     if (module == "KRTPhoneInternal" && code != 0 && code > -100) {
         return statusText(code);
     }

@@ -35,11 +35,25 @@ public:
 
     /// Files that have arrived whole.
     std::size_t uploaded() const { return progress_.filesDone; }
+
     std::size_t uploadsPlanned() const { return progress_.filesTotal; }
+
     /// Catalogue entries whose renames were tried.
     std::size_t entriesRenamed() const { return preparingReports_ > 0 ? preparingReports_ - 1 : 0; }
+
     const std::string& underWay() const { return progress_.current; }
+
+    /// Files on the phone that were written to.
+    std::set<std::string> filesBegun() const {
+        std::set<std::string> files;
+        for (std::size_t i = 0; i < uploadsBegun_; ++i) {
+            files.insert(uploads_[i].file);
+        }
+        return files;
+    }
+
     bool reachedRemovals() const { return reachedRemovals_; }
+
     bool answeredCancel() const { return answeredCancel_; }
 
     // Called from the library, through which no exception may pass.
@@ -86,6 +100,8 @@ private:
     void takeUpload(bool begins, const char* message) {
         progress_.elapsedSeconds = std::chrono::duration<double>(Clock::now() - start_).count();
         if (begins) {
+            // A cancelled one is reported but not begun.
+            uploadsBegun_ += interrupted() ? 0U : 1U;
             progress_.current = message != nullptr ? message : "";
             display_.fileBegins(progress_);
         } else {
@@ -100,6 +116,7 @@ private:
     ProgressDisplay display_;
     Clock::time_point start_ = Clock::now();
     std::size_t preparingReports_ = 0;
+    std::size_t uploadsBegun_ = 0;
     bool reachedRemovals_ = false;
     bool answeredCancel_ = false;
 };
@@ -152,19 +169,19 @@ private:
         end();
         reports_.display().clear();
         const bool gone = session_.isGone();
-        return {gone ? ExitCode::PhoneGone : ExitCode::CannotBegin,
-                fmt::format("the sync on {} could not begin: {}", before_.facts.label(),
-                            gone ? "the phone was pulled out" : reason),
-                "Another program may be syncing the phone, or it is going away. Nothing was changed "
-                "on it. Close the other program, plug the phone in and try again."};
+        return {
+            gone ? ExitCode::PhoneGone : ExitCode::CannotBegin,
+            fmt::format("the sync on {} could not begin: {}", before_.facts.label(),
+                        gone ? "the phone was pulled out" : reason),
+            "Another program may be syncing the phone, or it is going away. Nothing was changed "
+            "on it. Close the other program, plug the phone in and try again."};
     }
 
     bool write() {
         KRTErrorClear();
         KRTRingtoneManagerSetStatusResponder(session_.store(), Reports::respond, &reports_);
-        const int result =
-            KRTRingtoneManagerSubmitChanges(session_.store(), change_.added.get(),
-                                            change_.removed.get(), change_.unchanged.get());
+        const int result = KRTRingtoneManagerSubmitChanges(
+            session_.store(), change_.added.get(), change_.removed.get(), change_.unchanged.get());
         KRTRingtoneManagerSetStatusResponder(session_.store(), nullptr, nullptr);
         return result == 1;
     }
@@ -227,26 +244,31 @@ private:
     }
 
     void describeOldRingtones(std::vector<std::string>& details) {
-        const auto now = namesAndSizes(session_.ringtones());
-        const auto then = namesAndSizes(before_.ringtones);
-        for (const auto& [name, size] : then) {
-            const auto found = now.find(name);
-            if (found == now.end()) {
-                details.push_back(fmt::format("\"{}\" is not on the phone any more", name));
-            } else if (found->second != size) {
-                details.push_back(fmt::format(
-                    "\"{}\" has been overwritten by the file that was to replace it", name));
+        const PhoneRingtones now = session_.ringtones();
+        const std::set<std::string> overwritten = reports_.filesBegun();
+        std::size_t intact = 0;
+        for (const PhoneRingtone& ringtone : before_.ringtones.list) {
+            if (now.find(ringtone.name) == nullptr) {
+                details.push_back(
+                    fmt::format("\"{}\" is not on the phone any more", ringtone.name));
+            } else if (overwritten.contains(ringtone.file)) {
+                details.push_back(
+                    fmt::format("\"{}\", which was to go, has been overwritten by a new "
+                                "file of the same name, {}",
+                                ringtone.name, ringtone.file));
+            } else {
+                ++intact;
             }
         }
-        if (now == then) {
-            details.push_back(then.empty() ? "it had no ringtones before and lists none now"
-                                           : fmt::format("all {} that it had are still there",
-                                                         counted(then.size(), "ringtone")));
+        if (intact == before_.ringtones.list.size()) {
+            details.push_back(intact == 0 ? "it had no ringtones before and lists none now"
+                                          : fmt::format("all {} that it had are still there",
+                                                        counted(intact, "ringtone")));
         }
     }
 
-    /// The old catalogue lists the old names: under the new ones the ringtones would be missing, and
-    /// deleted by the next sync.
+    /// The old catalogue lists the old names: under the new ones the ringtones would be missing,
+    /// and deleted by the next sync.
     void undoRenames() {
         const auto names = session_.folderNames().value_or(std::vector<std::string>{});
         std::set<std::string> folder(names.begin(), names.end());
@@ -270,8 +292,9 @@ private:
     Failure pulledOut() {
         std::vector<std::string> details;
         if (reports_.reachedRemovals()) {
-            details.emplace_back("all uploads had arrived; whether the new catalogue was written is "
-                                 "not known");
+            details.emplace_back(
+                "all uploads had arrived; whether the new catalogue was written is "
+                "not known");
         } else {
             details.push_back(uploadedText() + "; the phone's catalogue is the old one");
             describeMoved(details);
@@ -328,8 +351,8 @@ private:
             if (found == now.end()) {
                 details.push_back(fmt::format("missing: \"{}\"", name));
             } else if (found->second != size) {
-                details.push_back(fmt::format("\"{}\" has {} instead of {} bytes", name,
-                                              found->second, size));
+                details.push_back(
+                    fmt::format("\"{}\" has {} instead of {} bytes", name, found->second, size));
             }
         }
         for (const auto& [name, size] : now) {

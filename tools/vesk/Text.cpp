@@ -92,12 +92,14 @@ public:
     Utf8Locale() : locale_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {
         previous_ = locale_ != nullptr ? uselocale(locale_) : nullptr;
     }
+
     ~Utf8Locale() {
         if (locale_ != nullptr) {
             uselocale(previous_);
             freelocale(locale_);
         }
     }
+
     Utf8Locale(const Utf8Locale&) = delete;
     Utf8Locale& operator=(const Utf8Locale&) = delete;
 
@@ -145,9 +147,8 @@ std::size_t editDistance(std::u32string_view a, std::u32string_view b) {
 
 std::u32string codePoints(std::string_view utf8) {
     std::u32string result;
-    forEachCharacter(utf8, [&](const Decoded& decoded, std::string_view) {
-        result += decoded.character;
-    });
+    forEachCharacter(
+        utf8, [&](const Decoded& decoded, std::string_view) { result += decoded.character; });
     return result;
 }
 

@@ -99,15 +99,17 @@ void DeviceHub::attached(uint32_t muxId, const std::string& udid) {
 // there is no subscription any more.
 void DeviceHub::detached(uint32_t muxId) {
     const std::lock_guard lock(mutex_);
-    auto node = attached_.extract(muxId);
-    if (node.empty()) {
+    const auto entry = attached_.find(muxId);
+    if (entry == attached_.end()) {
         return;
     }
-    pluggings_.erase(muxId);
-    am_device* device = node.mapped().get();
+    am_device* device = entry->second.get();
     if (const auto gone = handles().find<Device>(device)) {
         gone->sever();
     }
+    // From here on only the subscriptions hold it, each until it has delivered the removal.
+    attached_.erase(entry);
+    pluggings_.erase(muxId);
     for (const auto& subscription : subscriptions_) {
         subscription->enqueue(device, kAMDeviceMessageDisconnected);
     }

@@ -79,6 +79,7 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
 }
 
 typedef CFIndex CFComparisonResult;
+
 enum { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
 
 /** The index that stands for "not there". */

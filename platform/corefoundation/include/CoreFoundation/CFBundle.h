@@ -13,9 +13,9 @@ CF_EXPORT CFTypeID CFBundleGetTypeID(void) CF_NOEXCEPT;
 CF_EXPORT CFBundleRef CFBundleCreate(CFAllocatorRef allocator, CFURLRef bundleURL) CF_NOEXCEPT;
 
 /**
- * Own extension: the bundle of a piece of code, which is the folder beside the library or program that
- * the code is in: F/Name.resources for F/libName.so and for the program F/Name. Links to the library or
- * program are followed.
+ * Own extension: the bundle of a piece of code, which is the folder beside the library or program
+ * that the code is in: F/Name.resources for F/libName.so and for the program F/Name. Links to the
+ * library or program are followed.
  *
  * @param code  the address of a function.
  * @return NULL when there is no such folder. The caller releases it.

@@ -53,10 +53,10 @@ CF_EXPORT CFTypeID CFDictionaryGetTypeID(void) CF_NOEXCEPT;
  *                      there are none.
  * @param keyCallBacks, valueCallBacks  copied; NULL is the same as all members NULL.
  */
-CF_EXPORT CFDictionaryRef CFDictionaryCreate(
-    CFAllocatorRef allocator, const void** keys, const void** values, CFIndex numValues,
-    const CFDictionaryKeyCallBacks* keyCallBacks,
-    const CFDictionaryValueCallBacks* valueCallBacks) CF_NOEXCEPT;
+CF_EXPORT CFDictionaryRef
+CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
+                   CFIndex numValues, const CFDictionaryKeyCallBacks* keyCallBacks,
+                   const CFDictionaryValueCallBacks* valueCallBacks) CF_NOEXCEPT;
 /** An immutable copy with the same callbacks and order. */
 CF_EXPORT CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator,
                                                  CFDictionaryRef dictionary) CF_NOEXCEPT;
@@ -70,8 +70,7 @@ CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(
 
 CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) CF_NOEXCEPT;
 /** The key's value, or NULL when it is not there. @param key may be NULL. */
-CF_EXPORT const void* CFDictionaryGetValue(CFDictionaryRef dictionary,
-                                           const void* key) CF_NOEXCEPT;
+CF_EXPORT const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) CF_NOEXCEPT;
 /** @param value may be NULL; receives the value, and stays as it is when the key is not there.
  *  @return whether the key is there. */
 CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, const void* key,

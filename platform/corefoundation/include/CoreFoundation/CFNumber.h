@@ -14,6 +14,7 @@ CF_EXPORT CFTypeID CFBooleanGetTypeID(void) CF_NOEXCEPT;
 CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean) CF_NOEXCEPT;
 
 typedef CFIndex CFNumberType;
+
 enum {
     /* Fixed sizes */
     kCFNumberSInt8Type = 1,

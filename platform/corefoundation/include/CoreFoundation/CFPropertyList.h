@@ -8,11 +8,12 @@
 /** How much of a tree that is read can be changed. */
 enum {
     kCFPropertyListImmutable = 0,
-    kCFPropertyListMutableContainers = 1,        /**< arrays and dictionaries */
+    kCFPropertyListMutableContainers = 1,         /**< arrays and dictionaries */
     kCFPropertyListMutableContainersAndLeaves = 2 /**< strings (not keys) and data too */
 };
 
 typedef CFIndex CFPropertyListFormat;
+
 enum { kCFPropertyListXMLFormat_v1_0 = 100 };
 
 /**
@@ -20,9 +21,10 @@ enum { kCFPropertyListXMLFormat_v1_0 = 100 };
  * last value counts, at the place of the first.
  *
  * @param mutabilityOption  one of the three above.
- * @param errorString       may be NULL; receives NULL, or on failure a text that the caller releases.
- * @return NULL for anything but a well-formed document nested no deeper than 512 elements. Binary and
- *         old-style text property lists are not read.
+ * @param errorString       may be NULL; receives NULL, or on failure a text that the caller
+ * releases.
+ * @return NULL for anything but a well-formed document nested no deeper than 512 elements. Binary
+ * and old-style text property lists are not read.
  */
 CF_EXPORT CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator,
                                                             CFDataRef xmlData,
@@ -38,8 +40,8 @@ CF_EXPORT CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator,
                                                 CFPropertyListRef propertyList) CF_NOEXCEPT;
 
 /**
- * Whether a tree can be written: strings without unpaired surrogates, numbers, booleans, dates, data,
- * arrays, and dictionaries with string keys, nested no deeper than 512.
+ * Whether a tree can be written: strings without unpaired surrogates, numbers, booleans, dates,
+ * data, arrays, and dictionaries with string keys, nested no deeper than 512.
  * @param propertyList  may be NULL, which is not valid.
  * @param format        kCFPropertyListXMLFormat_v1_0; nothing is valid in another.
  */

@@ -23,21 +23,21 @@ class CFRef {
 
 public:
     CFRef() noexcept = default;
+
     CFRef(std::nullptr_t) noexcept {}
 
     CFRef(const CFRef& other) noexcept : ref_(other.ref_) { CFRetain(ref_); }
+
     CFRef(CFRef&& other) noexcept : ref_(std::exchange(other.ref_, nullptr)) {}
 
     /** From a reference to something more special: CFMutableStringRef to CFStringRef. */
     template <typename U>
-        requires std::is_convertible_v<U, T>
-    CFRef(const CFRef<U>& other) noexcept : ref_(other.get()) {
-        CFRetain(ref_);
-    }
+    requires std::is_convertible_v<U, T> CFRef(const CFRef<U>& other)
+    noexcept : ref_(other.get()) { CFRetain(ref_); }
 
     template <typename U>
-        requires std::is_convertible_v<U, T>
-    CFRef(CFRef<U>&& other) noexcept : ref_(other.leak()) {}
+    requires std::is_convertible_v<U, T> CFRef(CFRef<U>&& other)
+    noexcept : ref_(other.leak()) {}
 
     CFRef& operator=(CFRef other) noexcept {
         std::swap(ref_, other.ref_);
@@ -54,6 +54,7 @@ public:
     }
 
     T get() const noexcept { return ref_; }
+
     explicit operator bool() const noexcept { return ref_ != nullptr; }
 
     /** Hands the reference out; somebody else releases it. */
@@ -145,8 +146,8 @@ inline CFTypeID typeIDOf<CFUUIDRef>() {
     return CFUUIDGetTypeID();
 }
 
-/** The object as what it is said to be, or null when it is something else (or null). For objects that
- *  came from outside: cast<CFStringRef>(CFDictionaryGetValue(entry, key)). */
+/** The object as what it is said to be, or null when it is something else (or null). For objects
+ * that came from outside: cast<CFStringRef>(CFDictionaryGetValue(entry, key)). */
 template <typename T>
 T cast(CFTypeRef object) noexcept {
     if (object == nullptr || CFGetTypeID(object) != typeIDOf<T>()) {

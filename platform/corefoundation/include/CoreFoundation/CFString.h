@@ -14,9 +14,11 @@
 
 /** Encodings: these two and no other. */
 typedef UInt32 CFStringEncoding;
+
 enum { kCFStringEncodingASCII = 0x0600, kCFStringEncodingUTF8 = 0x08000100 };
 
 typedef CFOptionFlags CFStringCompareFlags;
+
 enum {
     /** Letters that differ only in case are equal; full case folding, so sharp s equals "ss". */
     kCFCompareCaseInsensitive = 1,
@@ -39,8 +41,8 @@ enum { kCFStringConstantTypeID = 3, kCFStringConstantFlags = 0x0001 };
  * CFSTR("text"): a constant string. ASCII only; anything else does not compile.
  *
  * The object is laid out by the compiler, so no code runs at start-up, and is immortal: retaining
- * and releasing it does nothing. In C++ it may initialise constants of any scope, in C it is for use
- * inside functions. Equal constants need not be one object: compare with CFEqual.
+ * and releasing it does nothing. In C++ it may initialise constants of any scope, in C it is for
+ * use inside functions. Equal constants need not be one object: compare with CFEqual.
  */
 #ifdef __cplusplus
 
@@ -88,7 +90,8 @@ CF_EXPORT CFTypeID CFStringGetTypeID(void) CF_NOEXCEPT;
 
 /**
  * @param cStr      zero-terminated, in the encoding. Read strictly: one byte that does not belong
- *                  there makes the whole text invalid. One leading UTF-8 byte order mark is dropped.
+ *                  there makes the whole text invalid. One leading UTF-8 byte order mark is
+ * dropped.
  * @return NULL when the text is invalid or the encoding unknown.
  */
 CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr,
@@ -107,7 +110,8 @@ CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, con
                                                    CFIndex numChars) CF_NOEXCEPT;
 
 /**
- * Formats as printf does: %d %i %u %x %X %o with h, hh, l, ll, z; %f %e %g; %c; %s (UTF-8, NULL reads
+ * Formats as printf does: %d %i %u %x %X %o with h, hh, l, ll, z; %f %e %g; %c; %s (UTF-8, NULL
+ * reads
  * "(null)"); %p; %%; with flags, width and precision; and %@ for an object, which stands as its
  * description (a string as itself, NULL as "(null)"). Positions ("%1$@") are not known.
  * @param formatOptions  NULL.
@@ -153,8 +157,8 @@ CF_EXPORT void CFStringGetCharacters(CFStringRef string, CFRange range,
  * Writes the whole text, zero-terminated.
  * @param buffer      room for bufferSize bytes.
  * @return false when the text with its zero does not fit, the encoding cannot express it (an
- *         unpaired surrogate, or beyond ASCII in ASCII) or is unknown. The buffer then holds an empty
- *         string if it has room for one.
+ *         unpaired surrogate, or beyond ASCII in ASCII) or is unknown. The buffer then holds an
+ * empty string if it has room for one.
  */
 CF_EXPORT Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize,
                                      CFStringEncoding encoding) CF_NOEXCEPT;
@@ -201,16 +205,16 @@ CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef st
 CF_EXPORT CFRange CFStringFind(CFStringRef string, CFStringRef stringToFind,
                                CFStringCompareFlags compareOptions) CF_NOEXCEPT;
 
-/** An array of strings. n separators give n + 1 parts, empty ones included; an empty separator gives
- *  the whole string as the only part. */
+/** An array of strings. n separators give n + 1 parts, empty ones included; an empty separator
+ * gives the whole string as the only part. */
 CF_EXPORT CFArrayRef CFStringCreateArrayBySeparatingStrings(
     CFAllocatorRef allocator, CFStringRef string, CFStringRef separatorString) CF_NOEXCEPT;
 /** @param array of strings; an empty one gives an empty string. */
 CF_EXPORT CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRef array,
                                                        CFStringRef separatorString) CF_NOEXCEPT;
 
-/** White space, a sign, white space, then ASCII digits up to the first other character; 0 when there
- *  are none; held within the 32-bit range. */
+/** White space, a sign, white space, then ASCII digits up to the first other character; 0 when
+ * there are none; held within the 32-bit range. */
 CF_EXPORT SInt32 CFStringGetIntValue(CFStringRef string) CF_NOEXCEPT;
 /** Likewise, with fraction and exponent. */
 CF_EXPORT double CFStringGetDoubleValue(CFStringRef string) CF_NOEXCEPT;

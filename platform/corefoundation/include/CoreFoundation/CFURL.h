@@ -8,6 +8,7 @@
 #include <CoreFoundation/CFBase.h>
 
 typedef CFIndex CFURLPathStyle;
+
 enum { kCFURLPOSIXPathStyle = 0 };
 
 typedef const struct __CFURL* CFURLRef;
@@ -19,8 +20,8 @@ CF_EXPORT CFTypeID CFURLGetTypeID(void) CF_NOEXCEPT;
  *                     ".", ".." and doubled slashes inside are kept.
  * @param pathStyle    kCFURLPOSIXPathStyle.
  * @param isDirectory  whether the URL's path ends in a slash.
- * @return NULL for an empty path, one that is no Unicode text (an unpaired surrogate), and any other
- *         style.
+ * @return NULL for an empty path, one that is no Unicode text (an unpaired surrogate), and any
+ * other style.
  */
 CF_EXPORT CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef filePath,
                                                  CFURLPathStyle pathStyle,
@@ -35,12 +36,14 @@ CF_EXPORT CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef alloca
 /** The unescaped path, without a trailing slash. NULL for a style other than POSIX. */
 CF_EXPORT CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle pathStyle) CF_NOEXCEPT;
 /** The path for the functions of the system: UTF-8, zero-terminated.
- *  @param resolveAgainstBase  makes no difference: relative paths are relative to the working folder.
+ *  @param resolveAgainstBase  makes no difference: relative paths are relative to the working
+ * folder.
  *  @return false when it does not fit. */
 CF_EXPORT Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean resolveAgainstBase,
                                                    UInt8* buffer, CFIndex maxBufLen) CF_NOEXCEPT;
 
-/** The whole URL: "file:///a%20b" for an absolute path, the escaped path alone for a relative one. */
+/** The whole URL: "file:///a%20b" for an absolute path, the escaped path alone for a relative one.
+ */
 CF_EXPORT CFStringRef CFURLGetString(CFURLRef url) CF_NOEXCEPT;
 /** The escaped path, with the slash at its end that a folder has. */
 CF_EXPORT CFStringRef CFURLCopyPath(CFURLRef url) CF_NOEXCEPT;
@@ -48,12 +51,12 @@ CF_EXPORT Boolean CFURLHasDirectoryPath(CFURLRef url) CF_NOEXCEPT;
 
 /** The text after the last slash; "/" for the root. */
 CF_EXPORT CFStringRef CFURLCopyLastPathComponent(CFURLRef url) CF_NOEXCEPT;
-/** The text after the last dot of the last component. NULL when there is no dot, when it is the first
- *  or the last character, or when a space or a direction mark follows it. */
+/** The text after the last dot of the last component. NULL when there is no dot, when it is the
+ * first or the last character, or when a space or a direction mark follows it. */
 CF_EXPORT CFStringRef CFURLCopyPathExtension(CFURLRef url) CF_NOEXCEPT;
 
-/** Without the last dot of the last component and what follows it, whatever that is; the URL as it is
- *  when that dot is the first or the last character, or when there is none. */
+/** Without the last dot of the last component and what follows it, whatever that is; the URL as it
+ * is when that dot is the first or the last character, or when there is none. */
 CF_EXPORT CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef allocator,
                                                         CFURLRef url) CF_NOEXCEPT;
 /** With a dot and the extension after the last component. */

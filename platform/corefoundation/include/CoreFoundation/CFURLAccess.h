@@ -14,7 +14,8 @@
  *                           file gives empty data.
  * @param properties         NULL, or receives NULL: no properties are told.
  * @param desiredProperties  NULL.
- * @param errorCode          may be NULL; receives 0, or on failure the system's error number (errno).
+ * @param errorCode          may be NULL; receives 0, or on failure the system's error number
+ * (errno).
  * @return false on failure, with NULL for the data. Only files can be read, no
  *         folders, pipes or devices.
  */
