@@ -24,7 +24,8 @@ CFRef<CFMutableDictionaryRef> newRingtones(int count) {
     auto list = emptyDictionary();
     for (int i = 0; i < count; ++i) {
         auto entry = emptyDictionary();
-        const auto name = adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("Ringtone %d"), i));
+        const auto name =
+            adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("Ringtone %d"), i));
         const auto guid = adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("GUID-%d"), i));
         CFDictionarySetValue(entry.get(), KRTRingtoneName, name.get());
         CFDictionarySetValue(entry.get(), KRTFileKey, guid.get());
@@ -43,7 +44,9 @@ public:
         fake_.phone().firmware("1.1.1");
         KRTPhoneUpdateInformation(phone_);
     }
+
     ~Phone() { KRTPhoneRelease(phone_); }
+
     Phone(const Phone&) = delete;
     Phone& operator=(const Phone&) = delete;
 

@@ -37,7 +37,8 @@ double quantile(std::vector<double> values, double fraction) {
     const double position = fraction * static_cast<double>(values.size() - 1);
     const auto below = static_cast<std::size_t>(position);
     const std::size_t above = std::min(below + 1, values.size() - 1);
-    return values[below] + (position - static_cast<double>(below)) * (values[above] - values[below]);
+    return values[below] +
+           (position - static_cast<double>(below)) * (values[above] - values[below]);
 }
 
 /// Collects the seconds of one iteration by benchmark name; prints when all have run.
@@ -61,8 +62,8 @@ public:
                 std::printf("%s FAILED: %s\n", run.run_name.function_name.c_str(),
                             run.error_message.c_str());
             } else if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-                seconds_[run.run_name.function_name].push_back(
-                    run.real_accumulated_time / static_cast<double>(run.iterations));
+                seconds_[run.run_name.function_name].push_back(run.real_accumulated_time /
+                                                               static_cast<double>(run.iterations));
             }
         }
     }
@@ -73,7 +74,9 @@ public:
         }
     }
 
-    bool failed() const { return failed_; }
+    bool failed() const {
+        return failed_;
+    }
 
 private:
     static const char* buildKind() {

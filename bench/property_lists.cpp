@@ -14,8 +14,9 @@ namespace bench {
 namespace {
 
 std::string catalogueText(int count) {
-    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
-                       "<key>Ringtones</key>\n<dict>\n";
+    std::string text =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+        "<key>Ringtones</key>\n<dict>\n";
     for (int i = 0; i < count; ++i) {
         const std::string number = std::to_string(i);
         text += "<key>N" + number + ".m4r</key>\n<dict>\n<key>GUID</key>\n<string>GUID-" + number +
@@ -27,9 +28,9 @@ std::string catalogueText(int count) {
 }
 
 krl::cf::CFRef<CFPropertyListRef> readOurs(const std::string& text) {
-    const auto data = krl::cf::adopt(CFDataCreateWithBytesNoCopy(
-        nullptr, reinterpret_cast<const UInt8*>(text.data()), static_cast<CFIndex>(text.size()),
-        kCFAllocatorNull));
+    const auto data = krl::cf::adopt(
+        CFDataCreateWithBytesNoCopy(nullptr, reinterpret_cast<const UInt8*>(text.data()),
+                                    static_cast<CFIndex>(text.size()), kCFAllocatorNull));
     return krl::cf::adopt(CFPropertyListCreateFromXMLData(
         nullptr, data.get(), kCFPropertyListMutableContainersAndLeaves, nullptr));
 }

@@ -27,9 +27,9 @@ using Keys = std::vector<krl::cf::CFRef<CFStringRef>>;
 std::shared_ptr<Keys> fileNames(int count) {
     auto keys = std::make_shared<Keys>();
     for (int i = 0; i < count; ++i) {
-        keys->push_back(krl::cf::adopt(CFStringCreateWithFormat(
-            nullptr, nullptr, CFSTR("%c%c%c%c.m4r"), 'A' + i % 18, 'A' + i / 18 % 18,
-            'A' + i / 324 % 18, 'A' + i / 5832 % 18)));
+        keys->push_back(krl::cf::adopt(
+            CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%c%c%c%c.m4r"), 'A' + i % 18,
+                                     'A' + i / 18 % 18, 'A' + i / 324 % 18, 'A' + i / 5832 % 18)));
     }
     return keys;
 }

@@ -44,10 +44,12 @@ public:
         phone_ = std::make_shared<virtualphone::Phone>(virtualphone::PhoneOptions{.root = root_});
         bus_.plug(phone_);
     }
+
     ~World() {
         std::error_code ignored;
         std::filesystem::remove_all(root_, ignored);
     }
+
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
@@ -74,7 +76,9 @@ public:
             CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
         }
     }
+
     ~Subscription() { provider().AMDShutdownNotificationProxy(handle_); }
+
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
 
@@ -85,11 +89,13 @@ private:
         static am_device* device = nullptr;
         return device;
     }
+
     static void heard(am_device_notification_info* info) {
         if (info->message == kAMDeviceMessageConnected) {
             arrived() = info->device;
         }
     }
+
     am_device_notification* handle_ = nullptr;
 };
 
@@ -98,13 +104,11 @@ afc_connection* reconnect(am_device* device) {
     const MobileDeviceTable& md = provider();
     am_service* service = nullptr;
     afc_connection* connection = nullptr;
-    const bool isOpen = md.AMDeviceConnect(device) == 0 && md.AMDeviceIsPaired(device) != 0 &&
-                        md.AMDeviceValidatePairing(device) == 0 &&
-                        md.AMDeviceStartSession(device) == 0 &&
-                        md.AMDeviceStartService(device, CFSTR("com.apple.afc"), &service,
-                                                nullptr) == 0 &&
-                        md.AMDeviceStopSession(device) == 0 &&
-                        md.AFCConnectionOpen(service, 0, &connection) == 0;
+    const bool isOpen =
+        md.AMDeviceConnect(device) == 0 && md.AMDeviceIsPaired(device) != 0 &&
+        md.AMDeviceValidatePairing(device) == 0 && md.AMDeviceStartSession(device) == 0 &&
+        md.AMDeviceStartService(device, CFSTR("com.apple.afc"), &service, nullptr) == 0 &&
+        md.AMDeviceStopSession(device) == 0 && md.AFCConnectionOpen(service, 0, &connection) == 0;
     return isOpen ? connection : nullptr;
 }
 
@@ -133,6 +137,7 @@ struct PeerConnection {
     PeerConnection() = default;
     PeerConnection(const PeerConnection&) = delete;
     PeerConnection& operator=(const PeerConnection&) = delete;
+
     ~PeerConnection() {
         afc_client_free(files);
         lockdownd_client_free(lockdown);

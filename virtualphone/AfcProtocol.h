@@ -17,9 +17,10 @@ struct Header {
     std::array<char, 8> magic;
     uint64_t entireLength; ///< header, arguments and payload
     uint64_t thisLength;   ///< header and arguments
-    uint64_t number;       ///< of the request, counts up from 1 on a connection; repeated in answers
+    uint64_t number; ///< of the request, counts up from 1 on a connection; repeated in answers
     uint64_t operation;
 };
+
 static_assert(sizeof(Header) == kHeaderSize);
 
 enum Operation : uint64_t {
@@ -77,9 +78,9 @@ enum Status : uint64_t {
 };
 
 enum OpenMode : uint64_t {
-    kModeRead = 1,            ///< must exist
-    kModeReadWrite = 2,       ///< created when missing
-    kModeWrite = 3,           ///< created, emptied
+    kModeRead = 1,      ///< must exist
+    kModeReadWrite = 2, ///< created when missing
+    kModeWrite = 3,     ///< created, emptied
     kModeReadWriteTruncate = 4,
     kModeAppend = 5,
     kModeReadAppend = 6,
@@ -96,8 +97,8 @@ enum Whence : uint64_t { kFromStart = 0, kFromHere = 1, kFromEnd = 2 };
 /**
  * Name of a request as it stands in the log: "ReadDirectory", "TruncatePath", "RemovePath",
  * "MakeDirectory", "FileInfo", "DeviceInfo", "Open", "Read", "Write", "Seek", "Tell", "Close",
- * "SetSize", "Rename", "Lock", "MakeLink", "SetModificationTime", "RemovePathAndContents"; "Unknown"
- * for every other number.
+ * "SetSize", "Rename", "Lock", "MakeLink", "SetModificationTime", "RemovePathAndContents";
+ * "Unknown" for every other number.
  */
 std::string_view operationName(uint64_t operation);
 

@@ -211,8 +211,8 @@ bool AfcServer::serve(const afc::Header& header) {
     if (const std::optional<uint64_t> wanted = responder_.wantedStatus()) {
         status = *wanted;
     } else if (operation != nullptr) {
-        status = isComplete ? (this->*operation->handler)(request)
-                            : uint64_t{afc::kInvalidArgument};
+        status =
+            isComplete ? (this->*operation->handler)(request) : uint64_t{afc::kInvalidArgument};
     }
     // What was not wanted of the payload goes before the answer: a client sends all of it first.
     if (!channel_.skip(request.payload)) {
@@ -357,6 +357,7 @@ uint64_t AfcServer::makeDirectory(Request& request) {
 
 uint64_t AfcServer::fileInfo(Request& request) {
     struct stat status {};
+
     std::string target;
     if (const int error = phone_.media.info(request.entry.path, status, target); error != 0) {
         return statusOf(error);
@@ -434,8 +435,8 @@ uint64_t AfcServer::write(Request& request) {
         return afc::kInvalidArgument;
     }
     while (request.payload > 0) {
-        const std::span<const char> piece = channel_.take(
-            phone_.link.pieceSize(static_cast<std::size_t>(request.payload)));
+        const std::span<const char> piece =
+            channel_.take(phone_.link.pieceSize(static_cast<std::size_t>(request.payload)));
         if (piece.empty() || !phone_.link.carry(channel_, piece.size())) {
             break; // nobody is left to be answered
         }

@@ -26,6 +26,7 @@ private:
         uint64_t payload; ///< bytes that are still to be read
         LogEntry entry;   ///< holds the arguments too, where the log names them
     };
+
     /** Carries a request out and puts its answer down, unless that is just the status. */
     using Handler = uint64_t (AfcServer::*)(Request& request);
 

@@ -148,8 +148,9 @@ private:
 BusState::BusState(const std::filesystem::path& path)
     : privateFolder(path.empty() ? newPrivateFolder() : std::filesystem::path()),
       socketPath(path.empty() ? privateFolder / "usbmuxd" : std::filesystem::absolute(path)),
-      listener_(listenOn(socketPath)), wakeup_(newWakeup()),
-      parts_{devices, records, log, faults, [this](uint32_t id) { pullOut(id); }},
+      listener_(listenOn(socketPath)),
+      wakeup_(newWakeup()), parts_{devices, records, log, faults,
+                                   [this](uint32_t id) { pullOut(id); }},
       acceptor_([this] { acceptClients(); }) {}
 
 BusState::~BusState() {
@@ -287,35 +288,58 @@ bool BusState::waitForConnections(std::size_t atMost, std::chrono::milliseconds 
     return closed_.wait_for(lock, timeout, [&] { return open_ <= atMost; });
 }
 
-Bus::Bus(const std::filesystem::path& socketPath) : state_(std::make_unique<BusState>(socketPath)) {}
+Bus::Bus(const std::filesystem::path& socketPath)
+    : state_(std::make_unique<BusState>(socketPath)) {}
 
 Bus::~Bus() = default;
 
-const std::filesystem::path& Bus::socketPath() const { return state_->socketPath; }
+const std::filesystem::path& Bus::socketPath() const {
+    return state_->socketPath;
+}
 
-std::string Bus::environmentValue() const { return "UNIX:" + state_->socketPath.string(); }
+std::string Bus::environmentValue() const {
+    return "UNIX:" + state_->socketPath.string();
+}
 
-uint32_t Bus::plug(std::shared_ptr<Phone> phone) { return state_->plug(std::move(phone)); }
+uint32_t Bus::plug(std::shared_ptr<Phone> phone) {
+    return state_->plug(std::move(phone));
+}
 
-bool Bus::unplug(uint32_t deviceId) { return state_->devices.unplug(deviceId); }
+bool Bus::unplug(uint32_t deviceId) {
+    return state_->devices.unplug(deviceId);
+}
 
-uint32_t Bus::deviceId(const Phone& phone) const { return state_->devices.idOf(phone); }
+uint32_t Bus::deviceId(const Phone& phone) const {
+    return state_->devices.idOf(phone);
+}
 
-RequestLog& Bus::log() { return state_->log; }
+RequestLog& Bus::log() {
+    return state_->log;
+}
 
-Faults& Bus::faults() { return state_->faults; }
+Faults& Bus::faults() {
+    return state_->faults;
+}
 
-const std::string& Bus::systemBuid() const { return hostSystemBuid(); }
+const std::string& Bus::systemBuid() const {
+    return hostSystemBuid();
+}
 
-const std::string& Bus::hostId() const { return hostHostId(); }
+const std::string& Bus::hostId() const {
+    return hostHostId();
+}
 
 bool Bus::hasPairRecord(const std::string& udid) const {
     return state_->records.read(udid).has_value();
 }
 
-void Bus::deletePairRecord(const std::string& udid) { state_->records.remove(udid); }
+void Bus::deletePairRecord(const std::string& udid) {
+    state_->records.remove(udid);
+}
 
-std::size_t Bus::connectionCount() const { return state_->connectionCount(); }
+std::size_t Bus::connectionCount() const {
+    return state_->connectionCount();
+}
 
 bool Bus::waitForConnections(std::size_t atMost, std::chrono::milliseconds timeout) const {
     return state_->waitForConnections(atMost, timeout);

@@ -57,7 +57,8 @@ public:
 
     RequestLog& log();
 
-    /** Faults of the socket's own requests ("usbmux"); those of a phone's services are the phone's. */
+    /** Faults of the socket's own requests ("usbmux"); those of a phone's services are the phone's.
+     */
     Faults& faults();
 
     /** The identity of this host's mux, and the HostID in the pair records that the bus makes. */

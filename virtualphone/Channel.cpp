@@ -140,7 +140,8 @@ bool Channel::waitForInput(std::chrono::milliseconds timeout) {
     while (true) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
-        const int wait = timeout.count() < 0 ? -1 : static_cast<int>(std::max<int64_t>(left.count(), 0));
+        const int wait =
+            timeout.count() < 0 ? -1 : static_cast<int>(std::max<int64_t>(left.count(), 0));
         pollfd waiting{.fd = socket_.get(), .events = POLLIN, .revents = 0};
         const int ready = poll(&waiting, 1, wait);
         if (ready >= 0 || errno != EINTR) {
@@ -153,7 +154,8 @@ bool Channel::pause(std::chrono::nanoseconds time) {
     const auto deadline = std::chrono::steady_clock::now() + time;
     while (true) {
         const auto left = deadline - std::chrono::steady_clock::now();
-        const timespec spec = timespecOf(std::max(left, std::chrono::steady_clock::duration::zero()));
+        const timespec spec =
+            timespecOf(std::max(left, std::chrono::steady_clock::duration::zero()));
         // No events asked for: the end of the connection is reported all the same.
         pollfd waiting{.fd = socket_.get(), .events = 0, .revents = 0};
         const int ready = ppoll(&waiting, 1, &spec, nullptr);

@@ -33,7 +33,8 @@ public:
     /** Reads and forgets this many bytes. */
     bool skip(uint64_t bytes);
 
-    /** Writes everything, waiting as long as the client needs; false when the connection has ended. */
+    /** Writes everything, waiting as long as the client needs; false when the connection has ended.
+     */
     bool write(std::span<const char> bytes);
 
     /**

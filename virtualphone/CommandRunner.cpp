@@ -50,17 +50,21 @@ public:
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK);
         posix_spawn_file_actions_init(&actions_);
     }
+
     ~Attributes() {
         posix_spawnattr_destroy(&attributes_);
         posix_spawn_file_actions_destroy(&actions_);
     }
+
     Attributes(const Attributes&) = delete;
     Attributes& operator=(const Attributes&) = delete;
 
     void closeInput() {
         posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     }
+
     const posix_spawnattr_t* attributes() const { return &attributes_; }
+
     const posix_spawn_file_actions_t* actions() const { return &actions_; }
 
 private:
@@ -93,8 +97,9 @@ public:
 
     int loop() {
         while (!status_) {
-            pollfd waiting[] = {{.fd = signals_.get(), .events = POLLIN, .revents = 0},
-                                {.fd = readsInput_ ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0}};
+            pollfd waiting[] = {
+                {.fd = signals_.get(), .events = POLLIN, .revents = 0},
+                {.fd = readsInput_ ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0}};
             poll(waiting, 2, -1);
             if (waiting[0].revents != 0) {
                 takeSignal();

@@ -9,11 +9,14 @@
 
 namespace virtualphone {
 
-/** Blocks the signals that the runner takes. Made before any other thread, so that all inherit it. */
+/** Blocks the signals that the runner takes. Made before any other thread, so that all inherit it.
+ */
 class SignalMask {
 public:
     SignalMask();
+
     const sigset_t& taken() const { return taken_; }
+
     const sigset_t& original() const { return original_; }
 
 private:
@@ -37,8 +40,8 @@ struct RunnerSetup {
  * Runs until the command ends, or without one until SIGINT, SIGTERM or SIGHUP comes or onLine gets
  * "quit". Those signals, and quit as SIGTERM, are handed on to a command that runs.
  *
- * @return the command's exit status, 128 and the signal's number when one killed it, 126 or 127 when
- *         it could not be run; 0 without a command.
+ * @return the command's exit status, 128 and the signal's number when one killed it, 126 or 127
+ * when it could not be run; 0 without a command.
  */
 int runUntilTheEnd(const SignalMask& mask, const RunnerSetup& setup);
 

@@ -10,7 +10,9 @@ namespace virtualphone {
 
 namespace {
 
-std::string labelOf(std::size_t index) { return "phone " + std::to_string(index + 1); }
+std::string labelOf(std::size_t index) {
+    return "phone " + std::to_string(index + 1);
+}
 
 // The next word, taken off the line.
 std::string takeWord(std::string& line) {

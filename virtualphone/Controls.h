@@ -16,7 +16,8 @@ public:
     Controls(Bus& bus, std::vector<std::shared_ptr<Phone>> phones);
 
     /**
-     * Carries out one line: COMMAND [@NUMBER] [ARGUMENT], for one phone or without a number for all.
+     * Carries out one line: COMMAND [@NUMBER] [ARGUMENT], for one phone or without a number for
+     * all.
      *
      * @return what to print: lines of an answer and then "ok", or "error: " and the reason.
      */
@@ -28,12 +29,14 @@ public:
 private:
     using Targets = std::vector<std::shared_ptr<Phone>>;
     using Handler = std::string (Controls::*)(const Targets& targets, const std::string& argument);
+
     struct Command {
         const char* name;
         const char* argument;
         const char* explanation;
         Handler handler;
     };
+
     static const std::vector<Command>& commands();
 
     Targets targetsOf(const std::string& target) const;
@@ -57,7 +60,8 @@ private:
     const Targets phones_;
 };
 
-/** One line about a phone: number, name, class, firmware, UDID, folder, and whether it is plugged in. */
+/** One line about a phone: number, name, class, firmware, UDID, folder, and whether it is plugged
+ * in. */
 std::string describe(const Bus& bus, const Phone& phone, std::size_t index);
 
 /** Adds a fault to each of these phones, or to the bus when it is of the bus's own requests. */

@@ -115,9 +115,8 @@ DeviceTable::Tunnel DeviceTable::open(uint32_t id, uint16_t port, Channel& chann
         return {Refusal::NoSuchDevice, nullptr, Service::Usbmux};
     }
     Device& device = found->second;
-    const std::optional<Service> service = port == kLockdownPort
-                                               ? Service::Lockdown
-                                               : device.phone->state().ports.take(port);
+    const std::optional<Service> service =
+        port == kLockdownPort ? Service::Lockdown : device.phone->state().ports.take(port);
     if (!service) {
         return {Refusal::ConnectionRefused, nullptr, Service::Usbmux};
     }

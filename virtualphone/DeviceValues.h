@@ -1,4 +1,5 @@
-/** What lockdown knows about a phone: domains of keys and values, changed by clients at run time. */
+/** What lockdown knows about a phone: domains of keys and values, changed by clients at run time.
+ */
 #ifndef VIRTUALPHONE_DEVICEVALUES_H
 #define VIRTUALPHONE_DEVICEVALUES_H
 

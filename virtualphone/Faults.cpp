@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace virtualphone {
 
@@ -72,7 +74,9 @@ std::optional<uint64_t> numberIn(std::string_view text) {
     return number;
 }
 
-std::size_t indexOf(Service service) { return static_cast<std::size_t>(service); }
+std::size_t indexOf(Service service) {
+    return static_cast<std::size_t>(service);
+}
 
 // Takes what follows the separator off the text; none when it does not stand there.
 std::optional<std::string_view> splitOff(std::string_view& text, char separator) {
@@ -127,13 +131,21 @@ void checkFits(std::string_view whole, const Fault& fault) {
     if (fault.nth == 0) {
         refuse(whole, "requests are counted from 1");
     }
+    constexpr uint64_t kLongestDelayMs = 86'400'000;
+    if (fault.action == FaultAction::Delay && fault.number > kLongestDelayMs) {
+        refuse(whole, "a delay is a day at most");
+    }
 }
 
 } // namespace
 
-std::string_view serviceName(Service service) { return kServiceNames[indexOf(service)]; }
+std::string_view serviceName(Service service) {
+    return kServiceNames[indexOf(service)];
+}
 
-std::string_view actionName(FaultAction action) { return wordOf(action).word; }
+std::string_view actionName(FaultAction action) {
+    return wordOf(action).word;
+}
 
 Fault parseFault(std::string_view text) {
     Fault fault;
@@ -172,7 +184,9 @@ Faults::Faults() : talking_(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)) {
     }
 }
 
-Faults::~Faults() { close(talking_); }
+Faults::~Faults() {
+    close(talking_);
+}
 
 void Faults::add(Fault fault) {
     checkFits(wordOf(fault.action).word, fault);
@@ -239,8 +253,7 @@ std::optional<Fault> Faults::meet(Service service, std::string_view request) {
             continue;
         }
         ++armed.seen;
-        const bool isMet =
-            armed.seen == fault.nth || (fault.andAllLater && armed.seen > fault.nth);
+        const bool isMet = armed.seen == fault.nth || (fault.andAllLater && armed.seen > fault.nth);
         if (isMet && !met) {
             met = fault;
         }

@@ -21,26 +21,26 @@ std::string_view serviceName(Service service);
 /** What happens to the request that a fault meets. In brackets its word in the text form. */
 enum class FaultAction {
     // Not carried out:
-    Status,           ///< file service: answered with this status; usbmux: with this Result [status:N]
-    Error,            ///< lockdown: answered with this error name [error:NAME]
-    Drop,             ///< the connection is closed unanswered [drop]
-    Silent,           ///< never answered; the connection is not read any more either [silent]
-    Unplug,           ///< the phone is pulled out [unplug]
+    Status, ///< file service: answered with this status; usbmux: with this Result [status:N]
+    Error,  ///< lockdown: answered with this error name [error:NAME]
+    Drop,   ///< the connection is closed unanswered [drop]
+    Silent, ///< never answered; the connection is not read any more either [silent]
+    Unplug, ///< the phone is pulled out [unplug]
     // Carried out:
-    DropUnanswered,   ///< closed instead of the answer [drop-unanswered]
-    DropAfterAnswer,  ///< closed right after the answer [drop-after-answer]
-    Delay,            ///< answered this many milliseconds later [delay:MS]
-    CutReply,         ///< half of the answer, then closed [cut]
-    StallReply,       ///< half of the answer, then silence [stall]
-    ShortReply,       ///< an answer without its last bytes, its length adjusted to that [short]
-    LongReply,        ///< an answer with 8 bytes too many, its length adjusted to that [long]
-    GarbledReply,     ///< all bytes after the length scrambled [garbled]
-    BadMagic,         ///< file service: wrong magic; usbmux: wrong version [bad-magic]
-    WrongNumber,      ///< file service: number of another request; usbmux: another tag;
-                      ///< lockdown: "Request" of another name [wrong-number]
-    WrongOperation,   ///< an answer of another kind than the request has [wrong-operation]
-    TinyLength,       ///< a length below the least there can be [tiny-length]
-    HugeLength,       ///< a length beyond all reason [huge-length]
+    DropUnanswered,  ///< closed instead of the answer [drop-unanswered]
+    DropAfterAnswer, ///< closed right after the answer [drop-after-answer]
+    Delay,           ///< answered this many milliseconds later [delay:MS]
+    CutReply,        ///< half of the answer, then closed [cut]
+    StallReply,      ///< half of the answer, then silence [stall]
+    ShortReply,      ///< an answer without its last bytes, its length adjusted to that [short]
+    LongReply,       ///< an answer with 8 bytes too many, its length adjusted to that [long]
+    GarbledReply,    ///< all bytes after the length scrambled [garbled]
+    BadMagic,        ///< file service: wrong magic; usbmux: wrong version [bad-magic]
+    WrongNumber,     ///< file service: number of another request; usbmux: another tag;
+                     ///< lockdown: "Request" of another name [wrong-number]
+    WrongOperation,  ///< an answer of another kind than the request has [wrong-operation]
+    TinyLength,      ///< a length below the least there can be [tiny-length]
+    HugeLength,      ///< a length beyond all reason [huge-length]
 };
 
 /** The word of an action in the text form, which is also what the log says. */
@@ -49,12 +49,12 @@ std::string_view actionName(FaultAction action);
 /** "afc/Write#3=status:18": the third write from now on is answered with status 18. */
 struct Fault {
     Service service = Service::Afc;
-    std::string request{};          ///< name as in the log; empty: each request of the service
-    uint32_t nth = 1;               ///< counted from the moment the fault is added, 1 is the next
-    bool andAllLater = false;       ///< met by every later one too, not by the n-th alone
+    std::string request{};    ///< name as in the log; empty: each request of the service
+    uint32_t nth = 1;         ///< counted from the moment the fault is added, 1 is the next
+    bool andAllLater = false; ///< met by every later one too, not by the n-th alone
     FaultAction action = FaultAction::Drop;
-    uint64_t number = 0;            ///< the status, or the milliseconds of Delay
-    std::string error{};            ///< the lockdown error name
+    uint64_t number = 0; ///< the status, or the milliseconds of Delay
+    std::string error{}; ///< the lockdown error name
 };
 
 /**
@@ -121,6 +121,7 @@ private:
         Fault fault;
         uint32_t seen = 0;
     };
+
     using Budgets = std::array<std::optional<uint64_t>, 4>;
 
     Allowance allow(Budgets& budgets, Service service, std::size_t bytes);

@@ -18,11 +18,12 @@ std::string_view buildVersion(std::string_view firmware, bool isPhone) {
         std::string_view ofPhone;
         std::string_view ofPod;
     };
+
     // The pod came with 1.1.
     static constexpr Build kBuilds[] = {
-        {"1.0", "1A543a", ""},         {"1.0.0", "1A543a", ""},       {"1.0.1", "1C25", ""},
-        {"1.0.2", "1C28", ""},         {"1.1.1", "3A109a", "3A101a"}, {"1.1.2", "3B48b", "3B48b"},
-        {"1.1.3", "4A93", "4A93"},     {"1.1.4", "4A102", "4A102"},
+        {"1.0", "1A543a", ""},     {"1.0.0", "1A543a", ""},       {"1.0.1", "1C25", ""},
+        {"1.0.2", "1C28", ""},     {"1.1.1", "3A109a", "3A101a"}, {"1.1.2", "3B48b", "3B48b"},
+        {"1.1.3", "4A93", "4A93"}, {"1.1.4", "4A102", "4A102"},
     };
     for (const Build& build : kBuilds) {
         if (build.firmware == firmware) {

@@ -251,8 +251,8 @@ std::string LockdownServer::startSession(Exchange& exchange) {
     }
     session_ = phone_.newSessionId();
     setItem(exchange.reply, "SessionID", session_);
-    // Sessions in clear. An encrypted one would be announced here, and the channel would change over
-    // once this answer has left and back once the answer to StopSession has.
+    // Sessions in clear. An encrypted one would be announced here, and the channel would change
+    // over once this answer has left and back once the answer to StopSession has.
     setItem(exchange.reply, "EnableSessionSSL", newBoolean(false));
     return "";
 }

@@ -23,6 +23,7 @@ private:
         Plist reply;
         LogEntry entry;
     };
+
     /** Returns the error's name, or an empty string for success. */
     using Handler = std::string (LockdownServer::*)(Exchange& exchange);
 

@@ -25,10 +25,13 @@ const char* belowRoot(const std::string& path) {
     return start == std::string::npos ? "." : path.c_str() + start;
 }
 
-int resultOf(int returned) { return returned < 0 ? errno : 0; }
+int resultOf(int returned) {
+    return returned < 0 ? errno : 0;
+}
 
 uint64_t sizeOf(int file) {
     struct stat status {};
+
     return fstat(file, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
@@ -89,8 +92,8 @@ int MediaFolder::openBelow(const std::string& path, int flags, UniqueFd& file) c
     // EAGAIN: something was renamed while ".." was resolved; the kernel asks to try again.
     constexpr int kAttempts = 100;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        file.reset(static_cast<int>(
-            syscall(SYS_openat2, root_.get(), belowRoot(path), &how, sizeof how)));
+        file.reset(
+            static_cast<int>(syscall(SYS_openat2, root_.get(), belowRoot(path), &how, sizeof how)));
         if (file || (errno != EAGAIN && errno != EINTR)) {
             break;
         }
@@ -178,6 +181,7 @@ int MediaFolder::makeDirectory(const std::string& path, bool makesParents,
 
 void MediaFolder::giveBackSizeOf(int folder, const char* name) {
     struct stat status {};
+
     if (free_ && fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
         S_ISREG(status.st_mode) && status.st_nlink == 1) {
         *free_ += static_cast<uint64_t>(status.st_size);
@@ -251,8 +255,11 @@ int MediaFolder::rename(const std::string& from, const std::string& to) {
     }
     const std::lock_guard lock(spaceMutex_);
     const std::optional<uint64_t> freeBefore = free_;
+
     struct stat old {};
+
     struct stat replaced {};
+
     const auto statusOf = [](const Place& place, struct stat& status) {
         return fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
     };
@@ -281,8 +288,8 @@ int MediaFolder::makeHardLink(const std::string& target, const std::string& path
     if (source.name.empty() || link.name.empty()) {
         return EPERM;
     }
-    return resultOf(linkat(source.folder.get(), source.name.c_str(), link.folder.get(),
-                           link.name.c_str(), 0));
+    return resultOf(
+        linkat(source.folder.get(), source.name.c_str(), link.folder.get(), link.name.c_str(), 0));
 }
 
 int MediaFolder::makeSymbolicLink(const std::string& target, const std::string& path) const {
@@ -316,7 +323,9 @@ int MediaFolder::open(const std::string& path, int flags, UniqueFd& file) {
     if (error != 0) {
         return error;
     }
+
     struct stat status {};
+
     fstat(file.get(), &status);
     if (S_ISDIR(status.st_mode)) {
         return EISDIR;
@@ -391,12 +400,15 @@ uint64_t MediaFolder::freeBytes() const {
             return *free_;
         }
     }
+
     struct statvfs space {};
+
     return fstatvfs(root_.get(), &space) == 0 ? space.f_bavail * space.f_frsize : 0;
 }
 
 uint64_t MediaFolder::totalBytes() const {
     struct statvfs space {};
+
     const uint64_t ofFileSystem =
         fstatvfs(root_.get(), &space) == 0 ? space.f_blocks * space.f_frsize : 0;
     return std::max(total_.value_or(ofFileSystem), freeBytes());

@@ -1,9 +1,9 @@
 /**
  * The media partition: a folder that no path leads out of.
  *
- * Paths are the phone's. They are resolved by the kernel below the folder, so that neither "..", nor
- * a link, nor a link to a link can leave it; what tries is refused with EXDEV. Functions return 0 or
- * an errno value.
+ * Paths are the phone's. They are resolved by the kernel below the folder, so that neither "..",
+ * nor a link, nor a link to a link can leave it; what tries is refused with EXDEV. Functions return
+ * 0 or an errno value.
  */
 #ifndef VIRTUALPHONE_MEDIAFOLDER_H
 #define VIRTUALPHONE_MEDIAFOLDER_H
@@ -76,8 +76,8 @@ private:
     UniqueFd root_;
     std::optional<uint64_t> total_;
 
-    // Held over each change of a file's size while the space is limited, so that sizes and the count
-    // of free bytes move together.
+    // Held over each change of a file's size while the space is limited, so that sizes and the
+    // count of free bytes move together.
     mutable std::mutex spaceMutex_;
     std::optional<uint64_t> free_;
 };

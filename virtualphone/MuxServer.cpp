@@ -210,8 +210,8 @@ uint32_t MuxServer::connect(Exchange& exchange) {
         return kBadCommand;
     }
     tunnelDevice_ = static_cast<uint32_t>(*exchange.entry.device);
-    tunnel_ = bus_.devices.open(tunnelDevice_, static_cast<uint16_t>(*exchange.entry.port),
-                                channel_);
+    tunnel_ =
+        bus_.devices.open(tunnelDevice_, static_cast<uint16_t>(*exchange.entry.port), channel_);
     return static_cast<uint32_t>(tunnel_.refusal);
 }
 
@@ -232,8 +232,7 @@ uint32_t MuxServer::readPairRecord(Exchange& exchange) {
 }
 
 uint32_t MuxServer::savePairRecord(Exchange& exchange) {
-    const std::optional<std::string> data =
-        dataOf(itemOf(exchange.message.body, "PairRecordData"));
+    const std::optional<std::string> data = dataOf(itemOf(exchange.message.body, "PairRecordData"));
     if (exchange.entry.name.empty() || !data || data->empty()) {
         return EINVAL;
     }
@@ -297,7 +296,9 @@ void MuxServer::serveTunnel() {
     }
 }
 
-void MuxServer::attached(const Attachment& attachment) { announce(attachedMessage(attachment)); }
+void MuxServer::attached(const Attachment& attachment) {
+    announce(attachedMessage(attachment));
+}
 
 void MuxServer::detached(uint32_t id) {
     const Plist news = newMessage("Detached");
@@ -311,6 +312,8 @@ void MuxServer::paired(uint32_t id) {
     announce(news);
 }
 
-void MuxServer::announce(const Plist& news) { channel_.sendNow(packetOf(0, news)); }
+void MuxServer::announce(const Plist& news) {
+    channel_.sendNow(packetOf(0, news));
+}
 
 } // namespace virtualphone

@@ -38,12 +38,14 @@ private:
         uint32_t tag = 0;
         Plist body; ///< null when it is no dictionary in a property list message
     };
+
     /** A request, its answer as far as it stands, and its line in the log. */
     struct Exchange {
         const Message& message;
         Plist reply;
         LogEntry entry;
     };
+
     /** Returns the answer's Result number; an answer that is filled in goes out instead. */
     using Handler = uint32_t (MuxServer::*)(Exchange& exchange);
 

@@ -12,7 +12,9 @@ NotificationProxyServer::NotificationProxyServer(const Client& client)
     : channel_(client.channel), phone_(client.phone),
       responder_(client, Service::NotificationProxy, spoilFramed) {}
 
-NotificationProxyServer::~NotificationProxyServer() { phone_.notifications.forget(this); }
+NotificationProxyServer::~NotificationProxyServer() {
+    phone_.notifications.forget(this);
+}
 
 void NotificationProxyServer::run() {
     while (true) {
@@ -38,7 +40,8 @@ bool NotificationProxyServer::serve(const Plist& command) {
         phone_.notifications.observe(this, name,
                                      [this](const std::string& posted) { relay(posted); });
     }
-    // Whoever is told of a post finds it in the log, whoever finds an observer there can rely on it.
+    // Whoever is told of a post finds it in the log, whoever finds an observer there can rely on
+    // it.
     const bool goesOn = responder_.finish(std::move(entry));
     if (request == "PostNotification") {
         phone_.notifications.post(name);

@@ -21,6 +21,7 @@ struct UnsetAllocator : std::allocator<T> {
     void construct(U* place) {
         ::new (static_cast<void*>(place)) U;
     }
+
     template <typename U, typename... Arguments>
     void construct(U* place, Arguments&&... arguments) {
         ::new (static_cast<void*>(place)) U(std::forward<Arguments>(arguments)...);

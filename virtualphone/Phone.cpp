@@ -14,8 +14,8 @@ namespace {
 constexpr std::size_t kUdidLength = 40;
 
 bool isUdid(const std::string& text) {
-    return text.size() == kUdidLength && text.find_first_not_of("0123456789abcdefABCDEF") ==
-                                             std::string::npos;
+    return text.size() == kUdidLength &&
+           text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
 }
 
 // 40 digits that depend on every byte of the folder's path (FNV-1a, once a group of digits).
@@ -39,7 +39,7 @@ std::string derivedUdid(const std::string& folder) {
 std::size_t sequenceLength(const std::string& text, std::size_t at) {
     const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byteAt(at);
-    const std::size_t length = lead < 0x80             ? 1
+    const std::size_t length = lead < 0x80                   ? 1
                                : lead >= 0xC2 && lead < 0xE0 ? 2
                                : lead >= 0xE0 && lead < 0xF0 ? 3
                                : lead >= 0xF0 && lead < 0xF5 ? 4
@@ -92,26 +92,48 @@ Phone::Phone(PhoneOptions options)
 
 Phone::~Phone() = default;
 
-const PhoneOptions& Phone::options() const { return state_->options; }
+const PhoneOptions& Phone::options() const {
+    return state_->options;
+}
 
-const std::string& Phone::udid() const { return state_->options.udid; }
+const std::string& Phone::udid() const {
+    return state_->options.udid;
+}
 
-Faults& Phone::faults() { return state_->faults; }
+Faults& Phone::faults() {
+    return state_->faults;
+}
 
-void Phone::post(const std::string& notification) { state_->notifications.post(notification); }
+void Phone::post(const std::string& notification) {
+    state_->notifications.post(notification);
+}
 
-bool Phone::holdSyncLock() { return state_->holdSyncLock(); }
+bool Phone::holdSyncLock() {
+    return state_->holdSyncLock();
+}
 
-void Phone::releaseSyncLock() { state_->releaseSyncLock(); }
+void Phone::releaseSyncLock() {
+    state_->releaseSyncLock();
+}
 
-void Phone::setFreeBytes(uint64_t bytes) { state_->media.setFreeBytes(bytes); }
+void Phone::setFreeBytes(uint64_t bytes) {
+    state_->media.setFreeBytes(bytes);
+}
 
-uint64_t Phone::freeBytes() const { return state_->media.freeBytes(); }
+uint64_t Phone::freeBytes() const {
+    return state_->media.freeBytes();
+}
 
-bool Phone::trusts(const std::string& hostId) const { return state_->hosts.contains(hostId); }
+bool Phone::trusts(const std::string& hostId) const {
+    return state_->hosts.contains(hostId);
+}
 
-void Phone::trust(const std::string& hostId) { state_->hosts.add(hostId); }
+void Phone::trust(const std::string& hostId) {
+    state_->hosts.add(hostId);
+}
 
-void Phone::forgetHosts() { state_->hosts.clear(); }
+void Phone::forgetHosts() {
+    state_->hosts.clear();
+}
 
 } // namespace virtualphone

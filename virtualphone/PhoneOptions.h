@@ -42,7 +42,7 @@ struct PhoneOptions {
     /** Speed at which file contents travel, all connections together; 0 is as fast as it goes. */
     uint64_t linkBytesPerSecond = 0;
 
-    /** How long the phone thinks before each answer. */
+    /** How long the phone thinks before each answer; a day at most. */
     std::chrono::microseconds replyLatency{0};
 
     /** A host's pair record exists and the phone trusts it; otherwise neither. */
@@ -54,7 +54,7 @@ struct PhoneOptions {
     /** Locked with a passcode: pairing is refused with "PasswordProtected". */
     bool passwordProtected = false;
 
-    /** A lockdown connection without a request for this long is closed; 0 never. */
+    /** A lockdown connection without a request for this long, a day at most, is closed; 0 never. */
     std::chrono::milliseconds lockdownIdleTimeout{10'000};
 
     /** Lockdown answers and notifications as binary instead of XML property lists. */

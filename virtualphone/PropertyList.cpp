@@ -14,17 +14,29 @@ std::string taken(char* bytes, uint64_t length) {
 
 } // namespace
 
-Plist newDictionary() { return Plist(plist_new_dict()); }
+Plist newDictionary() {
+    return Plist(plist_new_dict());
+}
 
-Plist newArray() { return Plist(plist_new_array()); }
+Plist newArray() {
+    return Plist(plist_new_array());
+}
 
-Plist newString(const std::string& text) { return Plist(plist_new_string(text.c_str())); }
+Plist newString(const std::string& text) {
+    return Plist(plist_new_string(text.c_str()));
+}
 
-Plist newInteger(uint64_t number) { return Plist(plist_new_uint(number)); }
+Plist newInteger(uint64_t number) {
+    return Plist(plist_new_uint(number));
+}
 
-Plist newBoolean(bool value) { return Plist(plist_new_bool(value ? 1 : 0)); }
+Plist newBoolean(bool value) {
+    return Plist(plist_new_bool(value ? 1 : 0));
+}
 
-Plist newData(const std::string& bytes) { return Plist(plist_new_data(bytes.data(), bytes.size())); }
+Plist newData(const std::string& bytes) {
+    return Plist(plist_new_data(bytes.data(), bytes.size()));
+}
 
 void setItem(const Plist& dictionary, const std::string& key, Plist value) {
     plist_dict_set_item(dictionary.get(), key.c_str(), value.release());

@@ -15,6 +15,7 @@ namespace virtualphone {
 struct PlistDeleter {
     void operator()(void* node) const { plist_free(node); }
 };
+
 using Plist = std::unique_ptr<void, PlistDeleter>;
 
 Plist newDictionary();

@@ -27,7 +27,9 @@ void cutEnd(Packet& packet, std::size_t least) {
     packet.resize(std::max(least, packet.size() - std::min(packet.size(), kTooFewOrMany)));
 }
 
-void addSurplus(Packet& packet) { packet.insert(packet.end(), kSurplus.begin(), kSurplus.end()); }
+void addSurplus(Packet& packet) {
+    packet.insert(packet.end(), kSurplus.begin(), kSurplus.end());
+}
 
 uint64_t anotherKind(uint64_t operation) {
     return operation == afc::kStatus ? afc::kOpened : afc::kStatus;

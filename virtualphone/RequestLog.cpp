@@ -2,8 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
+#include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace virtualphone {
 
@@ -92,8 +93,7 @@ std::vector<LogEntry> RequestLog::entries() const {
     return {entries_.begin(), entries_.end()};
 }
 
-std::vector<LogEntry>
-RequestLog::entries(const std::function<bool(const LogEntry&)>& fits) const {
+std::vector<LogEntry> RequestLog::entries(const std::function<bool(const LogEntry&)>& fits) const {
     std::vector<LogEntry> found = entries();
     std::erase_if(found, [&](const LogEntry& entry) { return !fits(entry); });
     return found;
@@ -104,9 +104,8 @@ void RequestLog::clear() {
     entries_.clear();
 }
 
-std::optional<LogEntry>
-RequestLog::waitFor(const std::function<bool(const LogEntry&)>& fits,
-                    std::chrono::milliseconds timeout) const {
+std::optional<LogEntry> RequestLog::waitFor(const std::function<bool(const LogEntry&)>& fits,
+                                            std::chrono::milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     std::unique_lock lock(mutex_);
     uint64_t seen = 0;
@@ -118,7 +117,8 @@ RequestLog::waitFor(const std::function<bool(const LogEntry&)>& fits,
         }
         seen = nextNumber_ - 1;
         // Woken without need, the loop looks at nothing twice.
-        if (added_.wait_until(lock, deadline) == std::cv_status::timeout && nextNumber_ - 1 == seen) {
+        if (added_.wait_until(lock, deadline) == std::cv_status::timeout &&
+            nextNumber_ - 1 == seen) {
             return std::nullopt;
         }
     }

@@ -23,35 +23,35 @@ namespace virtualphone {
  * left out, and the others bear the names they have here.
  */
 struct LogEntry {
-    uint64_t number = 0;                ///< counts up from 1, never starts again
-    std::chrono::microseconds time{0};  ///< since the log began; in the file "time", in seconds
-    std::string phone;                  ///< the phone's UDID; empty for requests to the bus alone
-    std::string service;                ///< "usbmux", "lockdown", "afc", "notification_proxy"
-    uint64_t connection = 0;            ///< of the socket, counts up from 1 over the bus's life
-    std::string request;                ///< "Connect", "StartSession", "Open", "PostNotification"
-    std::string name;                   ///< value key, service, notification, host or record name
-    std::string domain;                 ///< domain of a lockdown value
-    std::string path;                   ///< file service: the path, or the first of two
-    std::string newPath;                ///< file service: Rename's new path, MakeLink's link path
-    std::optional<uint64_t> mode;       ///< Open's mode, Lock's lock, MakeLink's type, Seek's whence
-    std::optional<uint64_t> handle;     ///< open file; for Open the new one
-    std::optional<uint64_t> size;       ///< bytes asked for, written, or set
-    std::optional<int64_t> offset;      ///< Seek's offset, Tell's answer
+    uint64_t number = 0;               ///< counts up from 1, never starts again
+    std::chrono::microseconds time{0}; ///< since the log began; in the file "time", in seconds
+    std::string phone;                 ///< the phone's UDID; empty for requests to the bus alone
+    std::string service;               ///< "usbmux", "lockdown", "afc", "notification_proxy"
+    uint64_t connection = 0;           ///< of the socket, counts up from 1 over the bus's life
+    std::string request;               ///< "Connect", "StartSession", "Open", "PostNotification"
+    std::string name;                  ///< value key, service, notification, host or record name
+    std::string domain;                ///< domain of a lockdown value
+    std::string path;                  ///< file service: the path, or the first of two
+    std::string newPath;               ///< file service: Rename's new path, MakeLink's link path
+    std::optional<uint64_t> mode;      ///< Open's mode, Lock's lock, MakeLink's type, Seek's whence
+    std::optional<uint64_t> handle;    ///< open file; for Open the new one
+    std::optional<uint64_t> size;      ///< bytes asked for, written, or set
+    std::optional<int64_t> offset;     ///< Seek's offset, Tell's answer
     std::optional<uint64_t> nanoseconds; ///< time that SetModificationTime sets
-    std::optional<uint64_t> port;       ///< port asked for by Connect or given by StartService
-    std::optional<uint64_t> device;     ///< DeviceID of a request to the bus
-    std::optional<uint64_t> status;     ///< file service status, or usbmux Result, that is answered
-    std::string error;                  ///< lockdown's Error that is answered
-    std::string fault;                  ///< what a fault did to it: "status", "drop", ... ; "interrupted"
-                                        ///< when the connection ended within the request
+    std::optional<uint64_t> port;        ///< port asked for by Connect or given by StartService
+    std::optional<uint64_t> device;      ///< DeviceID of a request to the bus
+    std::optional<uint64_t> status; ///< file service status, or usbmux Result, that is answered
+    std::string error;              ///< lockdown's Error that is answered
+    std::string fault; ///< what a fault did to it: "status", "drop", ... ; "interrupted"
+                       ///< when the connection ended within the request
 
     /** The line that stands in the log file: one JSON object, without the newline. */
     std::string toJson() const;
 };
 
 /**
- * A request is in the log before its answer is on its way, so that a client that has the answer finds
- * the entry.
+ * A request is in the log before its answer is on its way, so that a client that has the answer
+ * finds the entry.
  */
 class RequestLog {
 public:

@@ -70,8 +70,7 @@ bool Responder::thinkFirst() const {
     if (latency_.count() > 0 && !channel_.pause(latency_)) {
         return false;
     }
-    if (hasMet(FaultAction::Delay) &&
-        !channel_.pause(std::chrono::milliseconds(fault_->number))) {
+    if (hasMet(FaultAction::Delay) && !channel_.pause(std::chrono::milliseconds(fault_->number))) {
         return false;
     }
     if (hasMet(FaultAction::DropUnanswered)) {

@@ -11,15 +11,20 @@ namespace virtualphone {
 class UniqueFd {
 public:
     UniqueFd() = default;
+
     explicit UniqueFd(int fd) : fd_(fd) {}
+
     UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
     UniqueFd& operator=(UniqueFd&& other) noexcept {
         reset(std::exchange(other.fd_, -1));
         return *this;
     }
+
     ~UniqueFd() { reset(); }
 
     int get() const { return fd_; }
+
     explicit operator bool() const { return fd_ >= 0; }
 
     int release() { return std::exchange(fd_, -1); }

@@ -1,10 +1,10 @@
 /**
  * A phone in a folder, on a bus that is a socket.
  *
- * A Phone is a folder (the media partition) and what else outlives a connection; a Bus serves the mux
- * socket protocol on a unix socket, and on the phones that are plugged into it lockdown, the file
- * service and the notification proxy. Clients of real phones find it when USBMUXD_SOCKET_ADDRESS is
- * set to Bus::environmentValue() before they connect.
+ * A Phone is a folder (the media partition) and what else outlives a connection; a Bus serves the
+ * mux socket protocol on a unix socket, and on the phones that are plugged into it lockdown, the
+ * file service and the notification proxy. Clients of real phones find it when
+ * USBMUXD_SOCKET_ADDRESS is set to Bus::environmentValue() before they connect.
  *
  *     virtualphone::Bus bus;
  *     auto phone = std::make_shared<virtualphone::Phone>(

@@ -1,4 +1,5 @@
-// The virtual phone as a program: options, the bus and its phones, and a command to run beside them.
+// The virtual phone as a program: options, the bus and its phones, and a command to run beside
+// them.
 
 #include "virtualphone/CommandRunner.h"
 #include "virtualphone/Controls.h"
@@ -22,6 +23,7 @@ namespace {
 using namespace virtualphone;
 
 constexpr const char* kEnvironmentName = "USBMUXD_SOCKET_ADDRESS";
+constexpr double kLongestMs = 86'400'000; // a day
 
 struct ProgramOptions {
     std::vector<std::string> roots;
@@ -74,11 +76,12 @@ void addBehaviourOptions(CLI::App& app, ProgramOptions& options) {
     size("--link-speed", options.shared.linkBytesPerSecond,
          "bytes a second that file contents travel at [as fast as it goes]");
     app.add_option("--latency", options.latencyMs, "thinking time before each answer [0]")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0.0, kLongestMs))
         ->option_text("MS")
         ->group("Behaviour");
     app.add_option("--lockdown-idle", options.lockdownIdleMs,
                    "an idle lockdown connection is closed after this; 0 never [10000]")
+        ->check(CLI::Range(0.0, kLongestMs))
         ->option_text("MS")
         ->group("Behaviour");
     flag("--unpaired", options.isUnpaired, "no computer is paired with the phone");
@@ -147,10 +150,9 @@ std::string valueFor(const char* option, const std::vector<std::string>& values,
         return standard;
     }
     if (values.size() != 1 && values.size() != phones) {
-        throw std::invalid_argument(std::string(option) + " is given " +
-                                    std::to_string(values.size()) + " times for " +
-                                    std::to_string(phones) +
-                                    " phones; give it once for all or once for each");
+        throw std::invalid_argument(
+            std::string(option) + " is given " + std::to_string(values.size()) + " times for " +
+            std::to_string(phones) + " phones; give it once for all or once for each");
     }
     return values.size() == 1 ? values.front() : values[phone];
 }
@@ -197,7 +199,8 @@ void prepare(Bus& bus, const std::vector<std::shared_ptr<Phone>>& phones,
 
 // In single quotes where the shell would not take it as it stands.
 std::string quoted(const std::string& text) {
-    const char* const plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./:-+";
+    const char* const plain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./:-+";
     if (text.find_first_not_of(plain) == std::string::npos) {
         return text;
     }
@@ -212,7 +215,8 @@ void announce(const Bus& bus, const std::vector<std::shared_ptr<Phone>>& phones)
     for (std::size_t i = 0; i < phones.size(); ++i) {
         std::cerr << describe(bus, *phones[i], i) << '\n';
     }
-    std::cout << "export " << kEnvironmentName << "=" << quoted(bus.environmentValue()) << std::endl;
+    std::cout << "export " << kEnvironmentName << "=" << quoted(bus.environmentValue())
+              << std::endl;
 }
 
 int run(const ProgramOptions& options) {
@@ -229,16 +233,17 @@ int run(const ProgramOptions& options) {
     setup.environmentName = kEnvironmentName;
     setup.environmentValue = bus.environmentValue();
     if (options.isInteractive) {
-        setup.onLine = [&](const std::string& line) { std::cout << controls.run(line) << std::flush; };
+        setup.onLine = [&](const std::string& line) {
+            std::cout << controls.run(line) << std::flush;
+        };
     }
     return runUntilTheEnd(mask, setup);
 }
 
-} // namespace
+constexpr int kFailure = 1;
+constexpr int kWrongUse = 2;
 
-int main(int argc, char** argv) {
-    constexpr int kFailure = 1;
-    constexpr int kWrongUse = 2;
+int parseAndRun(int argc, char** argv) {
     CLI::App app(kDescription, "virtualphone");
     ProgramOptions options;
     addPhoneOptions(app, options);
@@ -251,8 +256,14 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kWrongUse;
     }
+    return run(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
     try {
-        return run(options);
+        return parseAndRun(argc, argv);
     } catch (const std::invalid_argument& error) {
         std::cerr << "virtualphone: " << error.what() << '\n';
         return kWrongUse;

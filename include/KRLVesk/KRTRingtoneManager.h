@@ -266,8 +266,11 @@ public:
  * the phone. KRTPhone::ringtoneManager makes it.
  *
  *     auto tones = phone->ringtoneManager();
- *     tones->addRingtone(tone);                // "Name", "GUID", "LocalPath", "FileType",
- * "FileSize" tones->syncCurrentListToPhone(delegate);
+ *     tones->addRingtone(tone);
+ *     tones->syncCurrentListToPhone(delegate);
+ *
+ * A new ringtone has "Name", "GUID", "FileType" and "LocalPath"; its "FileSize" is for
+ * sizeOfChanges.
  *
  * The working list is three lists from name to ringtone: what stays on the phone, what is to be
  * added, what is to be removed. Ringtones are mutable dictionaries with the keys above, shared and
@@ -351,7 +354,8 @@ public:
      * the phone that the list does not name is removed, unless its file is an m4r and it has no
      * "LocalPath". Blocks.
      *
-     * @param wanted  name to ringtone (mutable dictionaries); null is the same as an empty list
+     * @param wanted  name to ringtone (mutable dictionaries), none of this object's own lists; null
+     *                is the same as an empty list
      */
     void compareList(CFDictionaryRef wanted);
 
@@ -409,6 +413,11 @@ public:
      * that cannot be started by one with the system's code; the changes stay pending then, as after
      * any failure. After a success, and after a cancelled sync too, the list is read anew from the
      * phone and no change is pending.
+     *
+     * What reportError tells otherwise is the first failure in the error record. A failure that the
+     * store goes on after is often the first, such as that the phone has the ringtone folder
+     * already (16): call KRTErrorClear before the sync, and from within syncStatus, to be told the
+     * one that ended it.
      *
      * @param delegate  may be null: then nobody can answer from within a message
      */

@@ -19,7 +19,7 @@ void appendBase64(std::string& text, std::span<const UInt8> bytes);
 std::string decodeBase64(std::string_view text);
 
 /** Whether a text is what every reader takes for the same bytes: the alphabet, white space, and
- * only at the end at most two padding characters that complete the last group. */
+ *  only at the end at most two padding characters that complete the last group. */
 bool isPlainBase64(std::string_view text);
 
 } // namespace krl::cf

@@ -65,8 +65,7 @@ std::span<DictionaryEntry> entriesOf(const __CFDictionary& dictionary) {
     return {dictionary.entries, dictionary.used};
 }
 
-/** Where the search for a hash begins. The low bits of many hashes are alike, so all of them count.
- */
+/** Where the search for a hash begins. The low bits of many hashes are alike, so all bits count. */
 uint32_t firstSlot(const __CFDictionary& dictionary, CFHashCode hash) {
     constexpr CFHashCode kGoldenRatio = 0x9E3779B97F4A7C15;
     return static_cast<uint32_t>((hash * kGoldenRatio) >> 32) & (dictionary.slotCount - 1);

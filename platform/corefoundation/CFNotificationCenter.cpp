@@ -10,8 +10,8 @@
 #include <mutex>
 #include <vector>
 
-/** One call of CFNotificationCenterAddObserver. A notification that is being delivered shares it, and
- *  looks whether it was removed in the meantime. */
+/** One call of CFNotificationCenterAddObserver. A notification that is being delivered shares it,
+ * and looks whether it was removed in the meantime. */
 struct Registration {
     const void* observer;
     CFNotificationCallback callBack;
@@ -125,9 +125,8 @@ void CFNotificationCenterPostNotification(CFNotificationCenterRef center, CFNoti
     {
         const std::lock_guard lock(center->mutex);
         std::copy_if(center->registrations.begin(), center->registrations.end(),
-                     std::back_inserter(receivers), [&](const auto& registration) {
-                         return isFor(*registration, name, object);
-                     });
+                     std::back_inserter(receivers),
+                     [&](const auto& registration) { return isFor(*registration, name, object); });
     }
     for (const auto& receiver : receivers) {
         if (!receiver->isRemoved) {

@@ -377,7 +377,7 @@ CFRunLoopRef createRunLoop() {
 }
 
 /** Under which each thread but the first keeps its loop, which is released when the thread ends.
- * Unlike a thread-local variable it also serves the destructors of those. */
+ *  Unlike a thread-local variable it also serves the destructors of those. */
 pthread_key_t threadsLoopKey() {
     static const pthread_key_t key = [] {
         pthread_key_t created{};

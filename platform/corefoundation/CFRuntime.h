@@ -81,7 +81,7 @@ Record* createObject(TypeID type, size_t extraBytes, Fields&&... fields) {
 }
 
 /** Retains an object that may be on its end on another thread just now, as long as something else
- * makes sure that its memory is still there. @return whether it lives. */
+ *  makes sure that its memory is still there. @return whether it lives. */
 bool tryRetain(CFTypeRef object);
 
 /** The record behind a reference. */

@@ -91,8 +91,7 @@ bool continuesWord(Iterator from, Iterator to) {
     return next != to && isCased(*next);
 }
 
-/** Sigma has a form of its own at the end of a word, which no mapping of single characters knows.
- */
+/** At the end of a word sigma has a form of its own, which no mapping of characters knows. */
 void setFinalSigmas(CodePoints& original) {
     for (auto at = original.begin(); at != original.end(); ++at) {
         if (*at == kCapitalSigma &&

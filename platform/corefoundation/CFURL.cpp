@@ -106,7 +106,7 @@ size_t lastComponentStart(std::string_view path) {
 }
 
 /** Where the dot stands that begins an extension, or npos: the last one of the last component,
- * unless it is the component's first or last character. */
+ *  unless it is the component's first or last character. */
 size_t extensionDot(std::string_view path) {
     const size_t dot = path.rfind('.');
     const bool inside =
@@ -126,7 +126,7 @@ CFURLRef createURL(std::string_view escapedPath, bool isDirectory) {
 }
 
 /** Whether a text after a dot is not taken for an extension: it has a space or a mark that turns
- * the direction of writing, with which a name can hide what it ends in. */
+ *  the direction of writing, with which a name can hide what it ends in. */
 bool isNoExtension(const Text& text) {
     for (CFIndex i = 0; i < text.length(); ++i) {
         const UniChar unit = text[i];

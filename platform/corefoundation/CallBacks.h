@@ -16,7 +16,7 @@ Boolean equalObjects(const void* left, const void* right);
 CFHashCode hashObject(const void* value);
 
 /** One set of callbacks: one of the two that nearly every collection has, which are shared, or a
- * copy of the caller's. */
+ *  copy of the caller's. */
 template <typename Set>
 class CallBacks {
 public:

@@ -9,8 +9,7 @@
 
 namespace krl::cf {
 
-/** Whole seconds, rounded down; the year with at least four digits, and a minus when there is one.
- */
+/** Whole seconds, rounded down; the year with at least four digits, and a minus if it has one. */
 std::string formatDate(CFAbsoluteTime time);
 
 /** Reads exactly that form. The year may have any number of digits; fields beyond their range carry

@@ -17,8 +17,7 @@ struct FreeMemory {
 using OwnedText = std::unique_ptr<char, FreeMemory>;
 
 /** The value of a number or date as a binary property list of its own holds it. libplist's
- * functions tell no negative number from a large one, and cut the fraction off a date before 2001.
- */
+ *  functions tell no negative number from a large one, and cut the fraction off an early date. */
 struct BinaryValue {
     size_t size;
     uint64_t bits; ///< the last eight bytes
@@ -221,8 +220,7 @@ plist_t numberNode(CFNumberRef number) {
     return plist_new_uint(bits);
 }
 
-/** By way of a binary property list of this one date: libplist's own function takes 32-bit seconds.
- */
+/** By way of a binary property list of this one date: plist_new_date takes 32-bit seconds. */
 plist_t dateNode(CFDateRef date) {
     constexpr char kDateMarker = 0x33;
     const auto bits = std::bit_cast<uint64_t>(CFDateGetAbsoluteTime(date));

@@ -40,7 +40,7 @@ CFIndex encodeUtf8(UTF32Char codePoint, UInt8* bytes);
 CFIndex countAscii(const UInt8* bytes, CFIndex size);
 
 /** The UTF-16 length of a text, or kCFNotFound when it is not valid: overlong forms, surrogates,
- * cut sequences and values above U+10FFFF are not. */
+ *  cut sequences and values above U+10FFFF are not. */
 CFIndex utf16LengthOfUtf8(const UInt8* bytes, CFIndex size);
 
 /** Converts a valid text. */

@@ -79,7 +79,7 @@ bool isValidUtf8(std::string_view text) {
 // ---------------------------------------------------------------------------- values
 
 /** White space, a sign, white space, decimal or hexadecimal digits and nothing else. @return the
- * number in plain decimal form, none when it is not within -2^63 to 2^64 - 1. */
+ *  number in plain decimal form, none when it is not within -2^63 to 2^64 - 1. */
 std::optional<std::string> normalInteger(std::string_view text) {
     text = withoutLeadingSpace(text);
     const bool negative = text.starts_with('-');
@@ -114,7 +114,7 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowercase) {
 }
 
 /** White space, then a decimal number as everybody writes it, a nan or an infinity, and nothing
- * else. */
+ *  else. */
 bool isReal(std::string_view text) {
     text = withoutLeadingSpace(text);
     if (text.starts_with('-') || text.starts_with('+')) {

@@ -43,7 +43,7 @@ bool isNumberedSet(std::string_view name, std::string_view prefix) {
 }
 
 /** What a declared name means to the converter; empty when it is not one of ours. The converter
- * knows many more encodings, but a document from outside shall not choose among all its code. */
+ *  knows many more encodings, but a document from outside shall not choose among all its code. */
 std::string converterName(const std::string& declared) {
     if (declared == kUtf8 || declared == "utf8") {
         return std::string(kUtf8);

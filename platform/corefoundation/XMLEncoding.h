@@ -31,7 +31,7 @@ private:
  * decides; then the declaration, which may name UTF-8, US-ASCII (read as ISO-8859-1), one of the
  * ISO-8859 and one of the windows-125x encodings; a document without either is UTF-8.
  * @return none when the declared encoding is another, or the bytes do not belong to the encoding.
- * UTF-8 is not checked.
+ *         UTF-8 is not checked.
  */
 std::optional<Utf8Document> convertToUtf8(std::string_view bytes);
 

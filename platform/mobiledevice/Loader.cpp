@@ -3,6 +3,8 @@
 #include <MobileDevice/Provider.h>
 #include <dlfcn.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 namespace {
@@ -23,9 +25,10 @@ bool isComplete(const MobileDeviceTable* table) {
         table->size != sizeof(MobileDeviceTable)) {
         return false;
     }
-#define KRL_IS_THERE(function) table->function != nullptr&&
-    return MOBILEDEVICE_REQUIRED_FUNCTIONS(KRL_IS_THERE) true;
+#define KRL_IS_THERE(function) table->function != nullptr,
+    const bool areThere[] = {MOBILEDEVICE_REQUIRED_FUNCTIONS(KRL_IS_THERE)};
 #undef KRL_IS_THERE
+    return std::find(std::begin(areThere), std::end(areThere), false) == std::end(areThere);
 }
 
 // The table of the provider at a path, or null. A provider that is taken stays loaded for good,
@@ -46,9 +49,10 @@ const MobileDeviceTable* tableOf(const std::string& path) {
 }
 
 bool isAnyAssigned() {
-#define KRL_IS_ASSIGNED(function) function != nullptr ||
-    return MOBILEDEVICE_FUNCTIONS(KRL_IS_ASSIGNED) false;
+#define KRL_IS_ASSIGNED(function) function != nullptr,
+    const bool areAssigned[] = {MOBILEDEVICE_FUNCTIONS(KRL_IS_ASSIGNED)};
 #undef KRL_IS_ASSIGNED
+    return std::find(std::begin(areAssigned), std::end(areAssigned), true) != std::end(areAssigned);
 }
 
 void assignAll(const MobileDeviceTable& table) {

@@ -1,4 +1,5 @@
-/* The procedural interface as a program in C sees it: links against the library alone, without a phone. */
+/* The procedural interface as a program in C sees it: links against the library alone, without a
+ * phone. */
 #include <KRLVesk/KRLVesk.h>
 
 #include <stdio.h>

@@ -411,7 +411,7 @@ TEST(Dictionary, KeepsItsOrderThroughAnyMixOfChanges) {
 }
 
 /** How often keys were compared for equality while a dictionary of so many keys was filled,
- * searched and emptied from the front. */
+ *  searched and emptied from the front. */
 CFIndex comparisonsFor(CFIndex keyCount) {
     static CFIndex comparisons;
     comparisons = 0;

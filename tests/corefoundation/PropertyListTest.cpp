@@ -77,7 +77,7 @@ Json dateTree(const std::string& seconds) {
 // ---------------------------------------------------------------------------- vectors
 
 /** Why a document is read in another way here than in the vectors; empty when it is read alike. All
- * of these documents are null here. */
+ *  of these documents are null here. */
 std::string skippedBecause(const Json& row) {
     if (row.at("format") == "openstep" || row.at("format") == "binary") {
         return "only XML is read: a catalogue in another format counts as none";

@@ -16,8 +16,8 @@
 
 namespace krl::test {
 
-/// File name to the keys of its entry, as the catalogue on the phone has it; read with libplist, not
-/// with what wrote it.
+/// File name to the keys of its entry, as the catalogue on the phone has it; read with libplist,
+/// not with what wrote it.
 using Catalogue = std::map<std::string, std::map<std::string, std::string>>;
 
 inline Catalogue readCatalogue(const std::string& xml) {
@@ -90,7 +90,9 @@ protected:
     }
 
     KRTPhoneRef krtPhone() { return krtPhone_; }
+
     KRTRingtoneManagerRef store() { return KRTPhoneGetRingtoneManager(krtPhone_); }
+
     bool hasPhone() const { return krtPhone_ != nullptr; }
 
     /// A file on this computer.
@@ -101,9 +103,7 @@ protected:
         return path;
     }
 
-    List load() {
-        return cf::adopt(KRTRingtoneManagerLoadCurrentRingtoneList(store()));
-    }
+    List load() { return cf::adopt(KRTRingtoneManagerLoadCurrentRingtoneList(store())); }
 
     /// Opens the phone, takes the lock, submits, gives both back. The result of the submit.
     int sync(const List& added, const List& removed, const List& unchanged) {
@@ -143,8 +143,8 @@ protected:
         const auto keys = cf::adopt(CFGetAllKeys(list.get()));
         for (CFIndex i = 0; i < CFArrayGetCount(keys.get()); ++i) {
             char name[256] = {};
-            CFStringGetCString(static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys.get(), i)), name,
-                               sizeof name, kCFStringEncodingUTF8);
+            CFStringGetCString(static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys.get(), i)),
+                               name, sizeof name, kCFStringEncodingUTF8);
             names.insert(name);
         }
         return names;

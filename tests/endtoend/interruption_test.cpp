@@ -1,5 +1,5 @@
-// Phones that go, fall silent or fail in the middle of a sync. Whatever happens, the call returns, the
-// catalogue on the phone is the old one or the new one as a whole, and the next sync works.
+// Phones that go, fall silent or fail in the middle of a sync. Whatever happens, the call returns,
+// the catalogue on the phone is the old one or the new one as a whole, and the next sync works.
 
 #include "SyncFixture.h"
 
@@ -38,8 +38,8 @@ protected:
         return sync(added, emptyList(), unchanged);
     }
 
-    /// Whether the first fault of the log met the catalogue while it was being written. Writing it is
-    /// emptying it first, so that what is there then is neither the old one nor the new one.
+    /// Whether the first fault of the log met the catalogue while it was being written. Writing it
+    /// is emptying it first, so that what is there then is neither the old one nor the new one.
     bool faultMetTheCatalogueWrite() {
         std::string openPath;
         for (const auto& entry : log().entries()) {
@@ -139,9 +139,8 @@ TEST_F(Interruption, TheConnectionDroppedAtTheNthFileRequestLosesNoRingtone) {
 TEST_F(Interruption, APhonePulledOutDuringAnUploadFailsTheSubmitAtOnce) {
     options.linkBytesPerSecond = 0;
     prepare();
-    phone().faults().add(Fault{.service = virtualphone::Service::Afc,
-                               .request = "Write",
-                               .action = FaultAction::Unplug});
+    phone().faults().add(Fault{
+        .service = virtualphone::Service::Afc, .request = "Write", .action = FaultAction::Unplug});
     EXPECT_EQ(syncOneMore(), 0);
     EXPECT_TRUE(KRTError());
     expectOldOrNewCatalogue("after the phone was pulled out");
@@ -174,7 +173,8 @@ TEST_F(Interruption, ClearingTheRecordAtEachReportShowsWhatFailedTheSubmit) {
     prepare();
     phone().setFreeBytes(100000);
     KRTRingtoneManagerSetStatusResponder(
-        store(), [](int32_t, int32_t, uint32_t, uint32_t, const char*, void*) {
+        store(),
+        [](int32_t, int32_t, uint32_t, uint32_t, const char*, void*) {
             KRTErrorClear();
             return true;
         },
@@ -190,9 +190,8 @@ TEST_F(Interruption, ACancelledSubmitLeavesTheOldCatalogue) {
     const List added = emptyList();
     addNew(added, "new", sourceFile("new.m4r", "new"));
     KRTRingtoneManagerSetStatusResponder(
-        store(), [](int32_t mode, int32_t, uint32_t, uint32_t, const char*, void*) {
-            return mode != 5;
-        },
+        store(),
+        [](int32_t mode, int32_t, uint32_t, uint32_t, const char*, void*) { return mode != 5; },
         nullptr);
     EXPECT_EQ(sync(added, emptyList(), unchanged), 1);
     EXPECT_EQ(contents(kCatalogue), oldCatalogue_);

@@ -1,5 +1,6 @@
-// memory_probe FILE COUNT: syncs COUNT new ringtones, each with the contents of FILE, onto the phone
-// that is there, and prints by how many KiB the peak of its memory rose above what it had before.
+// memory_probe FILE COUNT: syncs COUNT new ringtones, each with the contents of FILE, onto the
+// phone that is there, and prints by how many KiB the peak of its memory rose above what it had
+// before.
 
 #include "Lists.h"
 
@@ -35,9 +36,9 @@ bool sync(const krl::test::List& added) {
     const auto removed = krl::test::emptyList();
     const auto store = KRTPhoneGetRingtoneManager(arrived);
     const auto unchanged = krl::cf::adopt(KRTRingtoneManagerLoadCurrentRingtoneList(store));
-    const bool submitted = KRTPhoneOpen(arrived) == 1 && KRTPhoneBeginSync(arrived) == 1 &&
-                           KRTRingtoneManagerSubmitChanges(store, added.get(), removed.get(),
-                                                           unchanged.get()) == 1;
+    const bool submitted =
+        KRTPhoneOpen(arrived) == 1 && KRTPhoneBeginSync(arrived) == 1 &&
+        KRTRingtoneManagerSubmitChanges(store, added.get(), removed.get(), unchanged.get()) == 1;
     return KRTPhoneEndSync(arrived) == 1 && submitted;
 }
 

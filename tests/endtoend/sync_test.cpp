@@ -29,7 +29,8 @@ protected:
 TEST_P(SyncOnFirmware, PutsRingtonesOnThePhoneInItsLayout) {
     const List added = emptyList();
     addNew(added, "First", sourceFile("first.m4r", "m4r bytes"));
-    addNew(added, "Zweiter Klingelton \xC3\xA4\xF0\x9F\x8E\xB5", sourceFile("second.mp3", "mp3 bytes"));
+    addNew(added, "Zweiter Klingelton \xC3\xA4\xF0\x9F\x8E\xB5",
+           sourceFile("second.mp3", "mp3 bytes"));
 
     ASSERT_EQ(syncAdding(added), 1) << KRTErrorGetFile() << ": " << KRTErrorGetCode();
 
@@ -185,8 +186,8 @@ TEST_F(OrderOnTheWire, OfTheSyncLock) {
     ASSERT_EQ(KRTPhoneEndSync(krtPhone()), 1);
     KRTPhoneClose(krtPhone());
 
-    EXPECT_THAT(requestsTo("afc"), ElementsAre("Open /com.apple.itunes.lock_sync 2", "Lock 6",
-                                               "Lock 12", "Close"));
+    EXPECT_THAT(requestsTo("afc"),
+                ElementsAre("Open /com.apple.itunes.lock_sync 2", "Lock 6", "Lock 12", "Close"));
     EXPECT_THAT(requestsTo("notification_proxy"),
                 ElementsAre("PostNotification com.apple.itunes-mobdev.syncWillStart",
                             "PostNotification com.apple.itunes-mobdev.syncLockRequest",
@@ -235,10 +236,10 @@ TEST_F(OrderOnTheWire, AnOperationOnAPhoneOpenedOnceReconnectsWithTheseStepsAndN
     for (const auto& entry : log().entries()) {
         steps.push_back(entry.service + "/" + entry.request);
     }
-    EXPECT_THAT(steps, ElementsAre("usbmux/Connect", "usbmux/ReadPairRecord",
-                                   "lockdown/ValidatePair", "lockdown/StartSession",
-                                   "lockdown/StartService", "lockdown/StopSession",
-                                   "usbmux/Connect", "afc/FileInfo"));
+    EXPECT_THAT(steps,
+                ElementsAre("usbmux/Connect", "usbmux/ReadPairRecord", "lockdown/ValidatePair",
+                            "lockdown/StartSession", "lockdown/StartService",
+                            "lockdown/StopSession", "usbmux/Connect", "afc/FileInfo"));
 }
 
 } // namespace

@@ -386,6 +386,8 @@ TEST(FakeDict, KeepsItsEntriesWhenMemoryRunsOut) {
     }
     EXPECT_THROW(dictionary->_dg(KRTWord{1} << 61), KRLException);
     EXPECT_EQ(orderOf(*dictionary).size(), 5U);
+    insert(*dictionary, "one more, which makes the slots anew");
+    EXPECT_EQ(orderOf(*dictionary).size(), 6U);
 }
 
 /// A key that is equal to another one from the moment when its string is changed.

@@ -297,7 +297,8 @@ TEST_F(Conversation, PulledOutAtAnyRequestASyncEndsOnceAndTheNextOneWorks) {
     tones()->addRingtone(tone("Kept", "kept.mp3", "kept bytes").get());
     ASSERT_THAT(sync(), IsEmpty());
     bool metAFault = true;
-    uint32_t n = 2; // the first two open the lock file and lock it, which is tried for seven seconds
+    uint32_t n =
+        2; // the first two open the lock file and lock it, which is tried for seven seconds
     while (metAFault) {
         ++n;
         ASSERT_LT(n, 500U) << "the sync never ended";

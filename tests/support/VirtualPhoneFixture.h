@@ -27,10 +27,12 @@ public:
         }
         path_ = name;
     }
+
     ~TemporaryFolder() {
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }
+
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
@@ -50,6 +52,7 @@ public:
         }
         setenv(kName, bus.environmentValue().c_str(), 1);
     }
+
     ~SocketEnvironment() {
         if (wasSet_) {
             setenv(kName, old_.c_str(), 1);
@@ -57,6 +60,7 @@ public:
             unsetenv(kName);
         }
     }
+
     SocketEnvironment(const SocketEnvironment&) = delete;
     SocketEnvironment& operator=(const SocketEnvironment&) = delete;
 
@@ -67,8 +71,8 @@ private:
 };
 
 /**
- * One healthy phone of firmware 1.1.1, plugged in. Change options before SetUp in a derived fixture's
- * constructor, or make further phones with makePhone.
+ * One healthy phone of firmware 1.1.1, plugged in. Change options before SetUp in a derived
+ * fixture's constructor, or make further phones with makePhone.
  */
 class VirtualPhoneTest : public ::testing::Test {
 private:
@@ -91,9 +95,13 @@ protected:
 
     /** The phone that was plugged in by SetUp, and its DeviceID. */
     Phone& phone() { return *phone_; }
+
     std::shared_ptr<Phone> phonePointer() { return phone_; }
+
     uint32_t id() const { return id_; }
+
     Bus& bus() { return bus_; }
+
     RequestLog& log() { return bus_.log(); }
 
     /** Where a path of the phone is on this computer. */

@@ -239,6 +239,21 @@ TEST_F(Sync, TheLockIsTakenBeforeAndGivenBackAfterTheChanges) {
                                    "syncDidFinish"));
 }
 
+TEST_F(Sync, ReadingManyRingtonesDoesNotReconnectForEach) {
+    std::vector<Listed> entries;
+    for (int i = 0; i < 40; ++i) {
+        const std::string number = std::to_string(i);
+        entries.push_back({"T" + number + ".mp3", "Tone " + number, "G" + number});
+    }
+    putRingtones(entries);
+    log().clear();
+    const nlohmann::json list = vesk({"list", "--json"}).json();
+    EXPECT_EQ(list.at("ringtones").size(), 40U);
+    const auto connections =
+        log().entries([](const auto& entry) { return entry.request == "StartService"; });
+    EXPECT_LT(connections.size(), 10U);
+}
+
 TEST_F(Sync, PipesGetPlainLinesAndQuietGetsNone) {
     makeFiles(2, 100);
     const VeskResult plain = vesk({"sync", localFolder()});

@@ -156,6 +156,7 @@ TEST_F(AfcWireTest, OpenModes) {
         {afc::kModeAppend, true, false, false, true, true},
         {afc::kModeReadAppend, true, false, true, true, true},
     };
+
     for (const auto& row : rows) {
         SCOPED_TRACE(row.mode);
         const std::string missing = "/missing" + std::to_string(row.mode);
@@ -319,10 +320,12 @@ TEST_F(AfcWireTest, RenamingReplacesAFile) {
     EXPECT_EQ(statusOf(afc::kRename, pathArgument("/a") + pathArgument("/b")), afc::kSuccess);
     EXPECT_FALSE(exists("/a"));
     EXPECT_EQ(contents("/b"), "new");
-    EXPECT_EQ(statusOf(afc::kRename, pathArgument("/a") + pathArgument("/b")), afc::kObjectNotFound);
+    EXPECT_EQ(statusOf(afc::kRename, pathArgument("/a") + pathArgument("/b")),
+              afc::kObjectNotFound);
     EXPECT_EQ(statusOf(afc::kRename, pathArgument("/b") + pathArgument("/no/b")),
               afc::kObjectNotFound);
-    EXPECT_EQ(statusOf(afc::kRename, pathArgument("/") + pathArgument("/c")), afc::kPermissionDenied);
+    EXPECT_EQ(statusOf(afc::kRename, pathArgument("/") + pathArgument("/c")),
+              afc::kPermissionDenied);
     EXPECT_EQ(contents("/b"), "new");
 }
 
@@ -455,7 +458,7 @@ TEST_F(AfcWireTest, ThePhoneItselfCanHoldTheSyncLock) {
 }
 
 TEST_F(AfcWireTest, UnknownOperationsAreStatusSix) {
-    const uint64_t unknown[] = {0x00, 0x01, 0x02, 0x04, 0x05, 0x06, 0x0C, 0x0E, 0x16,
+    const uint64_t unknown[] = {0x00, 0x01, 0x02, 0x04, 0x05, 0x06, 0x0C, 0x0E,  0x16,
                                 0x17, 0x19, 0x1A, 0x1D, 0x1F, 0x20, 0x28, 0x7FFF};
     for (const uint64_t operation : unknown) {
         EXPECT_EQ(statusOf(operation, u64(1)), afc::kUnknownPacketType) << operation;
@@ -481,8 +484,9 @@ TEST_F(MuchLaterFirmware, KnowsTimesAndRemovesFolders) {
     put("/folder/sub/file", "x");
     std::filesystem::create_directory_symlink(temporaryFolder(), onDisk("/folder/out"));
     put("/f", "x");
-    EXPECT_EQ(statusOf(afc::kSetModificationTime, u64(1'200'000'000'123'456'789) + pathArgument("/f")),
-              afc::kSuccess);
+    EXPECT_EQ(
+        statusOf(afc::kSetModificationTime, u64(1'200'000'000'123'456'789) + pathArgument("/f")),
+        afc::kSuccess);
     EXPECT_EQ(info("/f").at("st_mtime"), "1200000000123456789");
     EXPECT_TRUE(info("/f").contains("st_birthtime"));
     EXPECT_EQ(statusOf(afc::kRemovePathAndContents, pathArgument("/folder")), afc::kSuccess);
@@ -539,7 +543,8 @@ TEST_F(AfcWireTest, RequestsAreLoggedWithArgumentsAndStatus) {
     afc().lock(file, afc::kLockExclusive);
     ask(afc::kSeek, u64(file) + u64(afc::kFromStart) + u64(1));
     ask(afc::kRename, pathArgument("/nosuch") + pathArgument("/other"));
-    const auto entries = log().entries([](const LogEntry& entry) { return entry.service == "afc"; });
+    const auto entries =
+        log().entries([](const LogEntry& entry) { return entry.service == "afc"; });
     ASSERT_EQ(entries.size(), 5U);
     EXPECT_EQ(entries[0].request, "Open");
     EXPECT_EQ(entries[0].path, "/f");
@@ -659,6 +664,7 @@ TEST_F(SmallDisk, CanBeFilledAndEmptiedAtRunTime) {
 class SlowLink : public AfcWireTest {
 protected:
     static constexpr uint64_t kSpeed = 400'000;
+
     SlowLink() { options.linkBytesPerSecond = kSpeed; }
 
     static std::chrono::duration<double> timed(const std::function<void()>& work) {

@@ -67,10 +67,10 @@ protected:
     AfcWire& afc() { return *afc_; }
 
     const std::vector<std::string> ways = {
-        "/../secret",       "../secret",          "/in/../../secret", "/in/../../../etc/passwd",
-        "/relative",        "/in/deeper",         "/absolute",        "/chain",
-        "/chain2",          "/up/secret",         "/slash/etc/passwd", "/in/../up/secret",
-        "/./.././secret",   "//..//secret",
+        "/../secret",     "../secret",    "/in/../../secret",  "/in/../../../etc/passwd",
+        "/relative",      "/in/deeper",   "/absolute",         "/chain",
+        "/chain2",        "/up/secret",   "/slash/etc/passwd", "/in/../up/secret",
+        "/./.././secret", "//..//secret",
     };
 
 private:
@@ -88,8 +88,10 @@ TEST_F(Confinement, NothingOutsideIsOpened) {
 }
 
 TEST_F(Confinement, NothingOutsideIsListed) {
-    for (const char* const path : {"/..", "/up", "/slash", "/slash/etc", "/in/../..", "/up/folder"}) {
-        EXPECT_EQ(statusOf(afc::kReadDirectory, pathArgument(path)), afc::kPermissionDenied) << path;
+    for (const char* const path :
+         {"/..", "/up", "/slash", "/slash/etc", "/in/../..", "/up/folder"}) {
+        EXPECT_EQ(statusOf(afc::kReadDirectory, pathArgument(path)), afc::kPermissionDenied)
+            << path;
     }
 }
 
@@ -106,9 +108,9 @@ TEST_F(Confinement, NothingOutsideIsMadeRenamedOrRemoved) {
         EXPECT_EQ(statusOf(afc::kRename, pathArgument(victim) + pathArgument("/stolen")),
                   afc::kPermissionDenied);
         for (const uint64_t kind : {uint64_t{afc::kHardLink}, uint64_t{afc::kSymbolicLink}}) {
-            EXPECT_EQ(statusOf(afc::kMakeLink,
-                               u64(kind) + pathArgument("/in/file") + pathArgument(path)),
-                      afc::kPermissionDenied);
+            EXPECT_EQ(
+                statusOf(afc::kMakeLink, u64(kind) + pathArgument("/in/file") + pathArgument(path)),
+                afc::kPermissionDenied);
         }
         EXPECT_EQ(statusOf(afc::kMakeLink,
                            u64(afc::kHardLink) + pathArgument(victim) + pathArgument("/stolen")),
@@ -172,7 +174,8 @@ protected:
 
 TEST_F(ConfinementWithParents, NoParentsAreMadeOutside) {
     EXPECT_EQ(statusOf(afc::kMakeDirectory, pathArgument("/up/a/b")), afc::kPermissionDenied);
-    EXPECT_EQ(statusOf(afc::kMakeDirectory, pathArgument("/slash/tmp/a/b")), afc::kPermissionDenied);
+    EXPECT_EQ(statusOf(afc::kMakeDirectory, pathArgument("/slash/tmp/a/b")),
+              afc::kPermissionDenied);
     EXPECT_NE(statusOf(afc::kMakeDirectory, pathArgument("/in/../../a/b")), afc::kSuccess);
 }
 

@@ -20,8 +20,8 @@ protected:
     static std::string folder(int number) { return pathArgument("/d" + std::to_string(number)); }
 
     std::string faultLoggedFor(const std::string& request) {
-        const auto entry = log().waitFor(
-            [&](const LogEntry& candidate) { return candidate.request == request; });
+        const auto entry =
+            log().waitFor([&](const LogEntry& candidate) { return candidate.request == request; });
         return entry ? entry->fault : "no entry";
     }
 };
@@ -80,11 +80,11 @@ TEST_F(FaultTest, LockdownErrors) {
     const WireSocket lockdown = connectLockdown(bus(), id());
     phone().faults().failLockdown("ValidatePair", "InvalidHostID");
     add("lockdown/StartService=error:ServiceProhibited");
-    const json refused = ask(lockdown, {{"Request", text("ValidatePair")},
-                                        {"PairRecord", pairRecord(bus().hostId())}});
-    EXPECT_EQ(refused, (json{{"Request", "ValidatePair"},
-                             {"Result", "Failure"},
-                             {"Error", "InvalidHostID"}}));
+    const json refused = ask(
+        lockdown, {{"Request", text("ValidatePair")}, {"PairRecord", pairRecord(bus().hostId())}});
+    EXPECT_EQ(
+        refused,
+        (json{{"Request", "ValidatePair"}, {"Result", "Failure"}, {"Error", "InvalidHostID"}}));
     EXPECT_FALSE(startSession(lockdown, bus()).empty()) << "the second validation is accepted";
     EXPECT_EQ(ask(lockdown, {{"Request", text("StartService")}, {"Service", text("com.apple.afc")}})
                   .at("Error"),
@@ -326,8 +326,7 @@ TEST_F(FaultTest, SpoiltAnswersOfTheBus) {
     const auto answerWith = [&](const std::string& action) {
         bus().faults().add(parseFault("usbmux/ReadBUID=" + action));
         const WireSocket socket(bus());
-        socket.send(
-            muxMessage(document(dictionary({{"MessageType", text("ReadBUID")}})), 5));
+        socket.send(muxMessage(document(dictionary({{"MessageType", text("ReadBUID")}})), 5));
         return socket.receive(16);
     };
     const std::string sound = answerWith("delay:0");
@@ -433,7 +432,9 @@ TEST(FaultText, WhatIsWrongIsSaid) {
         {"lockdown=bad-magic", "not possible on lockdown"},
         {"notification_proxy=wrong-number", "not possible on notification_proxy"},
         {"usbmux=unplug", "not possible on usbmux"},
+        {"afc=delay:86400001", "a day"},
     };
+
     for (const auto& row : rows) {
         try {
             parseFault(row.text);

@@ -1,4 +1,5 @@
-// Clients that send broken bytes: the connection is closed cleanly and the phone serves the next one.
+// Clients that send broken bytes: the connection is closed cleanly and the phone serves the next
+// one.
 
 #include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
@@ -53,7 +54,11 @@ TEST_F(HostileClient, MuxMessagesThatEndEarly) {
 
 TEST_F(HostileClient, ListsOfTheWrongTypesThroughout) {
     const std::string wrongs[] = {
-        "<array/>", "<string>x</string>", "<integer>1</integer>", "<true/>", "<dict/>",
+        "<array/>",
+        "<string>x</string>",
+        "<integer>1</integer>",
+        "<true/>",
+        "<dict/>",
         "<dict><key>MessageType</key><dict/></dict>",
         "<dict><key>MessageType</key><string>Connect</string><key>DeviceID</key><string>x</string>"
         "<key>PortNumber</key><array/></dict>",
@@ -87,8 +92,12 @@ TEST_F(HostileClient, FramedLengthsThatCannotBe) {
 }
 
 TEST_F(HostileClient, FramesThatAreNoDictionaries) {
-    const std::string bodies[] = {"x", "<?xml", document("<array/>"), document("<string>x</string>"),
-                                  document("<dict><key>Request</key>"), "bplist00",
+    const std::string bodies[] = {"x",
+                                  "<?xml",
+                                  document("<array/>"),
+                                  document("<string>x</string>"),
+                                  document("<dict><key>Request</key>"),
+                                  "bplist00",
                                   std::string("bplist00") + std::string(40, '\xff')};
     for (const std::string& body : bodies) {
         const WireSocket lockdown = connectLockdown(bus(), id());

@@ -20,9 +20,8 @@ protected:
         if (domain.empty()) {
             return ask(socket, {{"Request", text("GetValue")}, {"Key", text(key)}});
         }
-        return ask(socket, {{"Request", text("GetValue")},
-                            {"Domain", text(domain)},
-                            {"Key", text(key)}});
+        return ask(socket,
+                   {{"Request", text("GetValue")}, {"Domain", text(domain)}, {"Key", text(key)}});
     }
 
     json validate(const WireSocket& socket, const std::string& host) {
@@ -132,7 +131,8 @@ TEST_F(LockdownWire, ServicesNeedASession) {
     startSession(socket, bus());
     EXPECT_EQ(ask(socket, {{"Request", text("StartService")}}),
               failure("StartService", "MissingService"));
-    EXPECT_EQ(startService(socket, "com.apple.nonsense"), failure("StartService", "InvalidService"));
+    EXPECT_EQ(startService(socket, "com.apple.nonsense"),
+              failure("StartService", "InvalidService"));
     EXPECT_EQ(startService(socket, "com.apple.afc").at("Result"), "Success");
 }
 
@@ -190,11 +190,13 @@ TEST_F(LockdownWire, PairingMakesAHostTrustedAndUnpairingEndsThat) {
     const std::string host = "11111111-2222-3333-4444-555555555555";
     EXPECT_EQ(validate(socket, host), failure("ValidatePair", "InvalidHostID"));
     EXPECT_EQ(openSession(socket, host), failure("StartSession", "InvalidHostID"));
-    EXPECT_EQ(ask(socket, {{"Request", text("Pair")}, {"PairRecord", pairRecord(host)}}).at("Result"),
-              "Success");
+    EXPECT_EQ(
+        ask(socket, {{"Request", text("Pair")}, {"PairRecord", pairRecord(host)}}).at("Result"),
+        "Success");
     EXPECT_TRUE(phone().trusts(host));
     EXPECT_EQ(openSession(socket, host).at("Result"), "Success");
-    const json unpaired = ask(socket, {{"Request", text("Unpair")}, {"PairRecord", pairRecord(host)}});
+    const json unpaired =
+        ask(socket, {{"Request", text("Unpair")}, {"PairRecord", pairRecord(host)}});
     EXPECT_EQ(unpaired.at("Result"), "Success");
     EXPECT_FALSE(phone().trusts(host));
     EXPECT_EQ(ask(socket, {{"Request", text("Unpair")}, {"PairRecord", pairRecord(host)}}),
@@ -208,8 +210,8 @@ TEST_F(LockdownWire, IncompletePairRecordsAreRefused) {
         EXPECT_EQ(ask(socket, {{"Request", text(request)}, {"PairRecord", dictionary({})}}),
                   failure(request, "MissingHostID"));
     }
-    EXPECT_EQ(ask(socket, {{"Request", text("Pair")},
-                           {"PairRecord", dictionary({{"HostID", text("X")}})}}),
+    EXPECT_EQ(ask(socket,
+                  {{"Request", text("Pair")}, {"PairRecord", dictionary({{"HostID", text("X")}})}}),
               failure("Pair", "InvalidPairRecord"));
 }
 
@@ -237,10 +239,10 @@ TEST_F(LockdownWire, TheNameCanBeSetInASessionAndOutlivesTheConnection) {
 TEST_F(LockdownWire, WhatThePhoneIsCannotBeSet) {
     const WireSocket socket = connect();
     startSession(socket, bus());
-    EXPECT_EQ(ask(socket, {{"Request", text("SetValue")},
-                           {"Key", text("UniqueDeviceID")},
-                           {"Value", text("x")}}),
-              failure("SetValue", "SetProhibited"));
+    EXPECT_EQ(
+        ask(socket,
+            {{"Request", text("SetValue")}, {"Key", text("UniqueDeviceID")}, {"Value", text("x")}}),
+        failure("SetValue", "SetProhibited"));
     EXPECT_EQ(ask(socket, {{"Request", text("RemoveValue")}, {"Key", text("DeviceClass")}}),
               failure("RemoveValue", "SetProhibited"));
     EXPECT_EQ(ask(socket, {{"Request", text("SetValue")}, {"Value", text("x")}}),
@@ -260,11 +262,11 @@ TEST_F(LockdownWire, OtherDomainsCanBeSetAndRemoved) {
                   .at("Result"),
               "Success");
     EXPECT_EQ(getValue(socket, "Color", domain).at("Value"), "red");
-    EXPECT_EQ(ask(socket, {{"Request", text("RemoveValue")},
-                           {"Domain", text(domain)},
-                           {"Key", text("Color")}})
-                  .at("Result"),
-              "Success");
+    EXPECT_EQ(
+        ask(socket,
+            {{"Request", text("RemoveValue")}, {"Domain", text(domain)}, {"Key", text("Color")}})
+            .at("Result"),
+        "Success");
     EXPECT_EQ(getValue(socket, "Color", domain).at("Error"), "MissingValue");
 }
 
@@ -358,7 +360,8 @@ protected:
 TEST_F(LaterFirmware, SaysSuccessByLeavingTheErrorOut) {
     const WireSocket socket = connect();
     EXPECT_EQ(validate(socket, bus().hostId()), (json{{"Request", "ValidatePair"}}));
-    EXPECT_EQ(validate(socket, "X"), (json{{"Request", "ValidatePair"}, {"Error", "InvalidHostID"}}));
+    EXPECT_EQ(validate(socket, "X"),
+              (json{{"Request", "ValidatePair"}, {"Error", "InvalidHostID"}}));
 }
 
 class UnknownFirmware : public LockdownWire {
@@ -385,18 +388,20 @@ TEST_F(BinaryPhone, AnswersInBinaryLists) {
 
 TEST(PhoneValues, BuildsOfKnownFirmware) {
     const TemporaryFolder folder;
+
     const struct {
         const char* firmware;
         const char* deviceClass;
         const char* build;
         const char* type;
     } rows[] = {
-        {"1.0", "iPhone", "1A543a", "iPhone1,1"},  {"1.0.0", "iPhone", "1A543a", "iPhone1,1"},
-        {"1.0.1", "iPhone", "1C25", "iPhone1,1"},  {"1.0.2", "iPhone", "1C28", "iPhone1,1"},
+        {"1.0", "iPhone", "1A543a", "iPhone1,1"},   {"1.0.0", "iPhone", "1A543a", "iPhone1,1"},
+        {"1.0.1", "iPhone", "1C25", "iPhone1,1"},   {"1.0.2", "iPhone", "1C28", "iPhone1,1"},
         {"1.1.1", "iPhone", "3A109a", "iPhone1,1"}, {"1.1.1", "iPod", "3A101a", "iPod1,1"},
-        {"1.1.2", "iPhone", "3B48b", "iPhone1,1"}, {"1.1.3", "iPhone", "4A93", "iPhone1,1"},
+        {"1.1.2", "iPhone", "3B48b", "iPhone1,1"},  {"1.1.3", "iPhone", "4A93", "iPhone1,1"},
         {"1.1.4", "iPod", "4A102", "iPod1,1"},
     };
+
     for (const auto& row : rows) {
         Bus bus;
         const uint32_t id = bus.plug(std::make_shared<Phone>(PhoneOptions{
@@ -427,7 +432,8 @@ TEST(PhoneOptionsCheck, WrongOptionsAreRefusedWithAReason) {
     EXPECT_THAT(messageOf({.root = folder.path(), .udid = "123"}), ::testing::HasSubstr("40"));
     EXPECT_THAT(messageOf({.root = folder.path(), .udid = std::string(40, 'g')}),
                 ::testing::HasSubstr("40"));
-    EXPECT_EQ(messageOf({.root = folder.path(), .name = "Zo\xc3\xab \xf0\x9f\x93\xb1"}), "no error");
+    EXPECT_EQ(messageOf({.root = folder.path(), .name = "Zo\xc3\xab \xf0\x9f\x93\xb1"}),
+              "no error");
 }
 
 TEST(PhoneOptionsCheck, TheUdidFollowsFromTheFolder) {

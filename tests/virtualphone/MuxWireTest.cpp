@@ -68,7 +68,8 @@ TEST_F(MuxWire, ConnectTakesThePortInNetworkOrder) {
                                            {"PortNumber", number(32498)}});
     EXPECT_EQ(reply.list.at("MessageType"), "Result");
     EXPECT_EQ(reply.result(), 0U);
-    EXPECT_EQ(ask(socket, {{"Request", text("QueryType")}}).at("Type"), "com.apple.mobile.lockdown");
+    EXPECT_EQ(ask(socket, {{"Request", text("QueryType")}}).at("Type"),
+              "com.apple.mobile.lockdown");
 }
 
 TEST_F(MuxWire, ConnectToAMissingDeviceIsResultTwoAndToADeafPortThree) {
@@ -130,6 +131,7 @@ TEST_F(MuxWire, AListenerThatAsksAgainGetsResultOneAndIsClosed) {
 TEST_F(MuxWire, AListenerThatNeverReadsDoesNotHoldThePhonesUp) {
     const WireSocket listener(bus());
     askMux(listener, {{"MessageType", text("Listen")}});
+    ASSERT_TRUE(receiveMux(listener)); // it hears of everything from now on
     // More news than a socket holds.
     for (int i = 0; i < 1500; ++i) {
         replug();
@@ -142,16 +144,16 @@ TEST_F(MuxWire, ListListenersCountsThem) {
     askMux(listener, {{"MessageType", text("Listen")}});
     ASSERT_TRUE(receiveMux(listener)); // the phone that is there: from now on it is listed
     const WireSocket socket(bus());
-    EXPECT_EQ(askMux(socket, {{"MessageType", text("ListListeners")}}).list.at("ListenerList").size(),
-              1U);
+    EXPECT_EQ(
+        askMux(socket, {{"MessageType", text("ListListeners")}}).list.at("ListenerList").size(),
+        1U);
 }
 
 TEST_F(MuxWire, APairedPhoneBringsARecordThatItTrusts) {
     const WireSocket socket(bus());
     const MuxReply reply = askMux(
         socket, {{"MessageType", text("ReadPairRecord")}, {"PairRecordID", text(phone().udid())}});
-    const nlohmann::json record =
-        parsedList(reply.list.at("PairRecordData").get<std::string>());
+    const nlohmann::json record = parsedList(reply.list.at("PairRecordData").get<std::string>());
     EXPECT_EQ(record.at("HostID"), bus().hostId());
     EXPECT_EQ(record.at("SystemBUID"), bus().systemBuid());
     for (const char* const key : {"DeviceCertificate", "HostCertificate", "RootCertificate",
@@ -163,8 +165,8 @@ TEST_F(MuxWire, APairedPhoneBringsARecordThatItTrusts) {
 
 TEST_F(MuxWire, AMissingPairRecordIsResultTwoAndNeverAnEmptyAnswer) {
     const WireSocket socket(bus());
-    const MuxReply reply = askMux(
-        socket, {{"MessageType", text("ReadPairRecord")}, {"PairRecordID", text("nobody")}});
+    const MuxReply reply =
+        askMux(socket, {{"MessageType", text("ReadPairRecord")}, {"PairRecordID", text("nobody")}});
     EXPECT_EQ(reply.result(), uint64_t{ENOENT});
     EXPECT_FALSE(reply.list.contains("PairRecordData"));
 }

@@ -86,8 +86,8 @@ TEST_F(NotificationProxyWire, AnObserverThatNeverReadsDoesNotHoldThePhoneUp) {
     const WireSocket observer = connect();
     const WireSocket poster = connect();
     observe(observer, kCancel);
-    const std::string post = framedMessage(document(
-        dictionary({{"Command", text("PostNotification")}, {"Name", text(kCancel)}})));
+    const std::string post = framedMessage(
+        document(dictionary({{"Command", text("PostNotification")}, {"Name", text(kCancel)}})));
     for (int i = 0; i < 5000; ++i) {
         ASSERT_TRUE(poster.send(post));
     }

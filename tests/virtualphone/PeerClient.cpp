@@ -34,6 +34,7 @@ struct Deleter {
         Free(object);
     }
 };
+
 using Device = std::unique_ptr<idevice_private, Deleter<idevice_free>>;
 using Lockdown = std::unique_ptr<lockdownd_client_private, Deleter<lockdownd_client_free>>;
 using ServiceDescriptor =
@@ -85,7 +86,9 @@ uint64_t openFile(afc_client_t afc, const std::string& path, afc_file_mode_t mod
 }
 
 // The byte that stands at a place of a written file.
-char patternAt(uint64_t place) { return static_cast<char>(place * 131 + place / 251); }
+char patternAt(uint64_t place) {
+    return static_cast<char>(place * 131 + place / 251);
+}
 
 std::string pattern(uint64_t from, uint64_t size) {
     std::string bytes(size, '\0');
@@ -283,10 +286,10 @@ int act(const std::string& command, const Arguments& arguments) {
     const std::map<std::string, std::function<void(idevice_t, const Arguments&)>> ofDevice = {
         {"lock", lock}, {"post", post}, {"observe", observe}};
     const std::map<std::string, std::function<void(afc_client_t, const Arguments&)>> ofFiles = {
-        {"list", list},         {"info", info},     {"device-info", deviceInfo},
-        {"write", write},       {"read", read},     {"check", checkContents},
+        {"list", list},           {"info", info},     {"device-info", deviceInfo},
+        {"write", write},         {"read", read},     {"check", checkContents},
         {"mkdir", makeDirectory}, {"rename", rename}, {"remove", remove},
-        {"truncate", truncate}, {"link", makeLink}};
+        {"truncate", truncate},   {"link", makeLink}};
     const Device device = openDevice();
     if (const auto found = ofDevice.find(command); found != ofDevice.end()) {
         found->second(device.get(), arguments);

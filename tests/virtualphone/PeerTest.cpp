@@ -122,9 +122,11 @@ TEST_F(PeerLibrary, IsToldOfAFullDisk) {
 class PeerTools : public ::testing::Test {
 protected:
     std::string root() const { return (folder_.path() / "phone").string(); }
+
     const std::filesystem::path& folder() const { return folder_.path(); }
 
-    Outcome withPhone(std::vector<std::string> options, const std::vector<std::string>& tool) const {
+    Outcome withPhone(std::vector<std::string> options,
+                      const std::vector<std::string>& tool) const {
         options.insert(options.begin(), {KRL_VIRTUALPHONE, "--root", root()});
         options.emplace_back("--");
         options.insert(options.end(), tool.begin(), tool.end());
@@ -188,16 +190,16 @@ TEST_F(PeerTools, IdeviceinfoAsksWhatAPhoneIsAsked) {
         const std::size_t start = line.find(key) + key.size();
         requests.push_back(line.substr(start, line.find('"', start) - start));
     }
-    EXPECT_THAT(requests, ::testing::ElementsAre("ListDevices", "Connect", "QueryType", "GetValue",
-                                                 "ReadPairRecord", "ReadPairRecord", "ValidatePair",
-                                                 "ReadBUID", "StartSession", "GetValue",
-                                                 "StopSession"));
+    EXPECT_THAT(requests,
+                ::testing::ElementsAre("ListDevices", "Connect", "QueryType", "GetValue",
+                                       "ReadPairRecord", "ReadPairRecord", "ValidatePair",
+                                       "ReadBUID", "StartSession", "GetValue", "StopSession"));
 }
 
 TEST_F(PeerTools, IdevicenameReadsAndSets) {
     NEEDS("idevicename");
-    const Outcome outcome = withPhone(
-        {"--name", "First"}, {"sh", "-c", "idevicename; idevicename Second; idevicename"});
+    const Outcome outcome = withPhone({"--name", "First"},
+                                      {"sh", "-c", "idevicename; idevicename Second; idevicename"});
     EXPECT_THAT(outcome.output, StartsWith("First\n"));
     EXPECT_THAT(outcome.output, ::testing::EndsWith("\nSecond\n"));
 }
@@ -230,8 +232,7 @@ TEST_F(PeerTools, IdevicepairIsRefusedByAPasscode) {
 
 TEST_F(PeerTools, AFaultReachesTheTool) {
     NEEDS("ideviceinfo");
-    const Outcome outcome =
-        withPhone({"--fault", "lockdown/GetValue#1+=drop"}, {"ideviceinfo"});
+    const Outcome outcome = withPhone({"--fault", "lockdown/GetValue#1+=drop"}, {"ideviceinfo"});
     EXPECT_NE(outcome.status, 0);
 }
 
@@ -244,7 +245,8 @@ TEST_F(PeerTools, IfuseMountsTheMediaPartition) {
     close(fuse);
     const std::filesystem::path mount = folder() / "mount";
     std::filesystem::create_directory(mount);
-    const std::string script = "m='" + mount.string() + "'\n"
+    const std::string script = "m='" + mount.string() +
+                               "'\n"
                                "ifuse \"$m\" || exit 77\n"
                                "ls \"$m\"\n"
                                "echo contents > \"$m/new\" && cat \"$m/new\"\n"

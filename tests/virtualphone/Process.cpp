@@ -6,11 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace virtualphone::testing {
@@ -18,6 +20,7 @@ namespace virtualphone::testing {
 namespace {
 
 constexpr int kLimitMs = 30'000;
+constexpr int kPatienceMs = 5'000;
 
 void closeOnce(int& descriptor) {
     if (descriptor >= 0) {
@@ -60,9 +63,16 @@ Process::Process(const std::vector<std::string>& command) {
 Process::~Process() {
     closeOnce(input_);
     closeOnce(output_);
-    if (child_ != 0) {
-        kill(child_, SIGKILL);
-        waitpid(child_, nullptr, 0);
+    if (child_ == 0) {
+        return;
+    }
+    // It may have something to put away.
+    kill(child_, SIGTERM);
+    for (int waitedMs = 0; waitpid(child_, nullptr, WNOHANG) == 0; waitedMs += 5) {
+        if (waitedMs == kPatienceMs) {
+            kill(child_, SIGKILL);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
 }
 
@@ -73,7 +83,9 @@ void Process::writeLine(const std::string& line) const {
     }
 }
 
-void Process::closeInput() { closeOnce(input_); }
+void Process::closeInput() {
+    closeOnce(input_);
+}
 
 bool Process::fill() {
     pollfd waiting{.fd = output_, .events = POLLIN, .revents = 0};
@@ -117,7 +129,9 @@ std::string Process::readAll() {
     return std::exchange(buffer_, {});
 }
 
-void Process::signal(int number) const { kill(child_, number); }
+void Process::signal(int number) const {
+    kill(child_, number);
+}
 
 int Process::wait() {
     constexpr int kKilled = 128;

@@ -15,7 +15,7 @@ public:
     /** Starts a program, found in PATH; standard error goes to standard output. */
     explicit Process(const std::vector<std::string>& command);
 
-    /** Kills what still runs. */
+    /** Ends what still runs. */
     ~Process();
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;

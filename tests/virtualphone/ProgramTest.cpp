@@ -47,7 +47,8 @@ TEST_F(Program, SaysWhenTheCommandCannotBeRun) {
 
 TEST_F(Program, GivesTheCommandTheSocketAndItsArguments) {
     const Outcome outcome = run(command(
-        {"--", "sh", "-c", "echo \"$USBMUXD_SOCKET_ADDRESS\"; test -S ${USBMUXD_SOCKET_ADDRESS#UNIX:} && echo \"$1\"",
+        {"--", "sh", "-c",
+         "echo \"$USBMUXD_SOCKET_ADDRESS\"; test -S ${USBMUXD_SOCKET_ADDRESS#UNIX:} && echo \"$1\"",
          "sh", "--root"}));
     EXPECT_THAT(outcome.output, MatchesRegex("UNIX:/.*\n--root\n"));
     const std::string socket = outcome.output.substr(5, outcome.output.find('\n') - 5);
@@ -56,8 +57,8 @@ TEST_F(Program, GivesTheCommandTheSocketAndItsArguments) {
 }
 
 TEST_F(Program, TakesASocketPath) {
-    const Outcome outcome = run(
-        command({"--socket", in("s"), "--", "sh", "-c", "echo \"$USBMUXD_SOCKET_ADDRESS\""}));
+    const Outcome outcome =
+        run(command({"--socket", in("s"), "--", "sh", "-c", "echo \"$USBMUXD_SOCKET_ADDRESS\""}));
     EXPECT_EQ(outcome.output, "UNIX:" + in("s") + "\n");
     EXPECT_FALSE(std::filesystem::exists(in("s")));
 }
@@ -105,11 +106,13 @@ TEST_F(Program, WrongUseIsStatusTwoWithAReason) {
         {{"--udid", "123"}, "40"},
         {{"--fault", "afc=explode"}, "explode"},
         {{"--latency", "-1"}, "latency"},
+        {{"--lockdown-idle", "86400001"}, "lockdown-idle"},
         {{"--free-bytes", "many"}, "free-bytes"},
         {{"--socket", "/tmp/" + std::string(120, 'x')}, "107"},
         {{"--root", in("b"), "--name", "1", "--name", "2", "--name", "3"}, "3 times for 2 phones"},
         {{"--root", in("b"), "--udid", std::string(40, 'a')}, "plugged in already"},
     };
+
     for (const auto& row : rows) {
         std::vector<std::string> options = row.options;
         options.insert(options.end(), {"--", "echo", "has run"});
@@ -135,13 +138,21 @@ TEST_F(Program, WhatCannotBeOpenedIsStatusOneWithItsName) {
 TEST_F(Program, HelpNamesEveryOptionActionAndCommand) {
     const Outcome outcome = run({KRL_VIRTUALPHONE, "--help"});
     EXPECT_EQ(outcome.status, 0);
-    for (const char* const word :
-         {"--root", "--firmware", "--name", "--class", "--udid", "--free-bytes", "--total-bytes",
-          "--link-speed", "--latency", "--lockdown-idle", "--unpaired", "--passcode",
-          "--no-validation", "--binary-replies", "--make-parents", "--accept-existing",
-          "--reuse-handles", "--sound-read", "--fault", "--hold-sync-lock", "--socket", "--log",
-          "--unplugged", "--interactive", "COMMAND", "status:N", "huge-length", "unplug",
-          "release-lock"}) {
+    for (const char* const word : {"--root",          "--firmware",
+                                   "--name",          "--class",
+                                   "--udid",          "--free-bytes",
+                                   "--total-bytes",   "--link-speed",
+                                   "--latency",       "--lockdown-idle",
+                                   "--unpaired",      "--passcode",
+                                   "--no-validation", "--binary-replies",
+                                   "--make-parents",  "--accept-existing",
+                                   "--reuse-handles", "--sound-read",
+                                   "--fault",         "--hold-sync-lock",
+                                   "--socket",        "--log",
+                                   "--unplugged",     "--interactive",
+                                   "COMMAND",         "status:N",
+                                   "huge-length",     "unplug",
+                                   "release-lock"}) {
         EXPECT_THAT(outcome.output, HasSubstr(word));
     }
 }

@@ -1,7 +1,7 @@
 // The log on its own.
 
-#include "tests/support/VirtualPhoneFixture.h"
 #include "virtualphone/RequestLog.h"
+#include "tests/support/VirtualPhoneFixture.h"
 
 #include <nlohmann/json.hpp>
 

@@ -15,7 +15,9 @@ namespace virtualphone::testing {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what); }
+[[noreturn]] void fail(const std::string& what) {
+    throw std::runtime_error(what);
+}
 
 template <typename T>
 T loaded(const std::string& bytes, std::size_t at = 0) {
@@ -97,7 +99,9 @@ WireSocket::WireSocket(const Bus& bus) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_
     setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
 }
 
-WireSocket::~WireSocket() { close(); }
+WireSocket::~WireSocket() {
+    close();
+}
 
 void WireSocket::close() {
     if (fd_ >= 0) {
@@ -133,16 +137,22 @@ std::string WireSocket::receive(std::size_t count) const {
     return bytes;
 }
 
-bool WireSocket::isClosed() const { return receive(1).empty(); }
+bool WireSocket::isClosed() const {
+    return receive(1).empty();
+}
 
 bool WireSocket::isQuiet() const {
     pollfd waiting{.fd = fd_, .events = POLLIN, .revents = 0};
     return poll(&waiting, 1, 0) == 0;
 }
 
-std::string text(std::string_view value) { return "<string>" + std::string(value) + "</string>"; }
+std::string text(std::string_view value) {
+    return "<string>" + std::string(value) + "</string>";
+}
 
-std::string number(uint64_t value) { return "<integer>" + std::to_string(value) + "</integer>"; }
+std::string number(uint64_t value) {
+    return "<integer>" + std::to_string(value) + "</integer>";
+}
 
 std::string dictionary(Items items) {
     std::string xml = "<dict>";
@@ -168,11 +178,17 @@ nlohmann::json parsedList(const std::string& bytes) {
     return value;
 }
 
-std::string u32(uint32_t value) { return stored(value); }
+std::string u32(uint32_t value) {
+    return stored(value);
+}
 
-std::string u64(uint64_t value) { return stored(value); }
+std::string u64(uint64_t value) {
+    return stored(value);
+}
 
-std::string pathArgument(std::string_view path) { return std::string(path) + '\0'; }
+std::string pathArgument(std::string_view path) {
+    return std::string(path) + '\0';
+}
 
 std::string muxMessage(const std::string& body, uint32_t tag, uint32_t version, uint32_t message) {
     return u32(static_cast<uint32_t>(16 + body.size())) + u32(version) + u32(message) + u32(tag) +
@@ -332,7 +348,9 @@ uint64_t AfcWire::write(uint64_t handle, const std::string& bytes) {
     return ask(afc::kWrite, u64(handle), bytes).value();
 }
 
-uint64_t AfcWire::close(uint64_t handle) { return ask(afc::kClose, u64(handle)).value(); }
+uint64_t AfcWire::close(uint64_t handle) {
+    return ask(afc::kClose, u64(handle)).value();
+}
 
 nlohmann::json pairsIn(const std::string& payload) {
     nlohmann::json pairs = nlohmann::json::object();

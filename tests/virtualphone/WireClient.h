@@ -1,4 +1,5 @@
-/** A client that writes its bytes by hand, so that the phone is held to the wire and not to a library. */
+/** A client that writes its bytes by hand, so that the phone is held to the wire and not to a
+ * library. */
 #ifndef KRL_TESTS_WIRECLIENT_H
 #define KRL_TESTS_WIRECLIENT_H
 
@@ -21,7 +22,9 @@ class WireSocket {
 public:
     explicit WireSocket(const Bus& bus);
     ~WireSocket();
+
     WireSocket(WireSocket&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
     WireSocket& operator=(WireSocket&&) = delete;
 
     /** False when the phone has closed its side. */
@@ -37,6 +40,7 @@ public:
     bool isQuiet() const;
 
     void close();
+
     int descriptor() const { return fd_; }
 
 private:
@@ -69,6 +73,7 @@ struct MuxReply {
 
     uint64_t result() const { return list.value("Number", uint64_t{UINT64_MAX}); }
 };
+
 std::string muxMessage(const std::string& body, uint32_t tag = 1, uint32_t version = 1,
                        uint32_t message = 8);
 std::optional<MuxReply> receiveMux(const WireSocket& socket);
@@ -101,6 +106,7 @@ struct AfcReply {
 
     /** The argument of status, opened and position answers. */
     uint64_t value() const;
+
     bool isStatus(uint64_t status) const {
         return header.operation == afc::kStatus && value() == status;
     }
@@ -108,7 +114,8 @@ struct AfcReply {
 
 class AfcWire {
 public:
-    AfcWire(const Bus& bus, uint32_t device) : socket(connectService(bus, device, "com.apple.afc")) {}
+    AfcWire(const Bus& bus, uint32_t device)
+        : socket(connectService(bus, device, "com.apple.afc")) {}
 
     /** Sends a request and reads its answer; none when the connection has ended. */
     std::optional<AfcReply> tryAsk(uint64_t operation, const std::string& arguments,

@@ -48,6 +48,7 @@ void sortRingtones(const PhoneState& state, const Change& change, PreparedChange
 
 void generate(Session& session, const PreparedChange& prepared, const PhoneState& state,
               PlanInput& input) {
+    const KeptConnected connected(session.phone(), input.unchanged.size());
     KRTErrorClear();
     CFMutableDictionaryRef rawCatalogue = nullptr;
     CFMutableDictionaryRef rawRenames = nullptr;

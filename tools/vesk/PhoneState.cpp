@@ -23,11 +23,16 @@ void readFolder(Session& session, PhoneState& state) {
     for (const PhoneRingtone& ringtone : state.ringtones.list) {
         state.folder[ringtone.file] = ringtone.size;
     }
+    std::vector<std::string> unknown;
     for (const std::string& file : names.value_or(std::vector<std::string>{})) {
         if (!state.folder.contains(file)) {
-            if (const auto size = session.sizeOf(file)) {
-                state.folder[file] = *size;
-            }
+            unknown.push_back(file);
+        }
+    }
+    const KeptConnected connected(session.phone(), unknown.size());
+    for (const std::string& file : unknown) {
+        if (const auto size = session.sizeOf(file)) {
+            state.folder[file] = *size;
         }
     }
 }
@@ -42,7 +47,7 @@ PhoneState readRingtones(Session& session, bool tolerateUnreadable) {
         state.catalogue = readCatalogue(*state.catalogueFile);
     }
     if (!state.catalogueIsUnreadable()) {
-        state.ringtones = session.ringtones();
+        state.ringtones = session.ringtones(state.catalogue.entries.size());
     } else if (tolerateUnreadable) {
         state.ringtones.entries = cf::dictionary();
     } else {

@@ -56,6 +56,20 @@ std::vector<std::string> PhoneRingtones::names() const {
     return result;
 }
 
+KeptConnected::KeptConnected(KRTPhoneRef phone, std::size_t operations) : phone_(phone) {
+    // What stands in the way of opening is the operations' to say.
+    while (opens_ < operations && KRTPhoneOpen(phone_) == 1) {
+        ++opens_;
+    }
+}
+
+KeptConnected::~KeptConnected() {
+    // As many as are left; closing a closed phone does nothing.
+    for (; opens_ > 0; --opens_) {
+        KRTPhoneClose(phone_);
+    }
+}
+
 Session::Session(AttachedDevice chosen, Discovery& discovery)
     : chosen_(std::move(chosen)), discovery_(discovery),
       phone_(KRTPhoneWithDevice(chosen_.device.get())) {
@@ -99,7 +113,9 @@ PhoneFacts Session::facts() {
     return facts;
 }
 
-PhoneRingtones Session::ringtones() {
+PhoneRingtones Session::ringtones(std::size_t catalogueEntries) {
+    constexpr std::size_t kCatalogueOperations = 2;
+    const KeptConnected connected(phone(), catalogueEntries + kCatalogueOperations);
     KRTErrorClear();
     PhoneRingtones result;
     result.entries = cf::adopt(KRTRingtoneManagerLoadCurrentRingtoneList(store()));
@@ -130,6 +146,7 @@ std::optional<std::uint64_t> Session::sizeOf(const std::string& file) {
 }
 
 std::optional<std::string> Session::catalogueFile() {
+    const KeptConnected connected(phone(), 2);
     const auto size = sizeAt(kCataloguePath);
     if (!size) {
         return std::nullopt;

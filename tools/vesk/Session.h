@@ -43,6 +43,20 @@ struct PhoneRingtones {
     std::vector<std::string> names() const;
 };
 
+/// Keeps a phone connected over so many file operations. Each of them takes one open back, so that
+/// without this the phone reconnects for each.
+class KeptConnected {
+public:
+    KeptConnected(KRTPhoneRef phone, std::size_t operations);
+    ~KeptConnected();
+    KeptConnected(const KeptConnected&) = delete;
+    KeptConnected& operator=(const KeptConnected&) = delete;
+
+private:
+    KRTPhoneRef phone_;
+    std::size_t opens_ = 0;
+};
+
 /// Work on one phone through the library. Each function clears the library's error record first and
 /// throws a Failure with its reason.
 class Session {
@@ -53,7 +67,8 @@ public:
     /// Reads the phone's facts anew.
     PhoneFacts facts();
 
-    PhoneRingtones ringtones();
+    /// @param catalogueEntries  how many there are about, see KeptConnected
+    PhoneRingtones ringtones(std::size_t catalogueEntries);
 
     /// The catalogue's bytes; none when the phone has no catalogue.
     std::optional<std::string> catalogueFile();

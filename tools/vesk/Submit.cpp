@@ -244,7 +244,7 @@ private:
     }
 
     void describeOldRingtones(std::vector<std::string>& details) {
-        const PhoneRingtones now = session_.ringtones();
+        const PhoneRingtones now = session_.ringtones(before_.catalogue.entries.size());
         const std::set<std::string> overwritten = reports_.filesBegun();
         std::size_t intact = 0;
         for (const PhoneRingtone& ringtone : before_.ringtones.list) {
@@ -328,7 +328,7 @@ private:
     void verify() {
         std::map<std::string, std::uint64_t> now;
         try {
-            now = namesAndSizes(session_.ringtones());
+            now = namesAndSizes(session_.ringtones(change_.wanted.size()));
         } catch (const Failure& failure) {
             throw failure.code() == ExitCode::PhoneGone ? pulledOut() : unverified(failure);
         }

@@ -22,7 +22,7 @@ constexpr uint64_t kPiecesInFlight = 16;
 constexpr uint64_t kPiecesAtOnce = 8;
 
 // A listing of a hundred thousand names takes some megabytes.
-constexpr uint64_t kMaxListBytes = 16 * 1024 * 1024;
+constexpr uint64_t kMaxListBytes = uint64_t{16} * 1024 * 1024;
 
 std::string word(uint64_t value) {
     const uint64_t wire = htole64(value);

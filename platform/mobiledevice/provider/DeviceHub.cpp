@@ -27,7 +27,7 @@ private:
 
 } // namespace
 
-int32_t DeviceHub::add(std::shared_ptr<Subscription> subscription) {
+int32_t DeviceHub::add(const std::shared_ptr<Subscription>& subscription) {
     const std::lock_guard listening(listening_);
     {
         const std::lock_guard lock(mutex_);

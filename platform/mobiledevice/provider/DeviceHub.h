@@ -20,7 +20,7 @@ namespace krl::provider {
 class DeviceHub {
 public:
     /** Tells the subscription of the phones that are there, and of all news. */
-    int32_t add(std::shared_ptr<Subscription> subscription);
+    int32_t add(const std::shared_ptr<Subscription>& subscription);
 
     /** Tells it nothing more. */
     void remove(const std::shared_ptr<Subscription>& subscription);

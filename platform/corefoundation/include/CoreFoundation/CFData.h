@@ -15,7 +15,8 @@ CF_EXPORT CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes,
 /**
  * Takes the bytes as they are, without a copy; they must not change.
  * @param bytesDeallocator  kCFAllocatorNull: the caller keeps them alive as long as the object
- * lives. Any other, or NULL: they came from malloc and are freed with the object.
+ *                          lives. Any other, or NULL: they came from malloc and are freed with the
+ *                          object.
  */
 CF_EXPORT CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes,
                                                 CFIndex length,

@@ -22,9 +22,9 @@ enum { kCFPropertyListXMLFormat_v1_0 = 100 };
  *
  * @param mutabilityOption  one of the three above.
  * @param errorString       may be NULL; receives NULL, or on failure a text that the caller
- * releases.
+ *                          releases.
  * @return NULL for anything but a well-formed document nested no deeper than 512 elements. Binary
- * and old-style text property lists are not read.
+ *         and old-style text property lists are not read.
  */
 CF_EXPORT CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator,
                                                             CFDataRef xmlData,

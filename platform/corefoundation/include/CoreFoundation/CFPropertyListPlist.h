@@ -13,7 +13,7 @@
  * caller releases it.
  * @param node  stays the caller's; may be NULL.
  * @return NULL for NULL, for a node of a type that has no object (UID, pointer), for text that is
- * not UTF-8, and for trees nested deeper than 512.
+ *         not UTF-8, and for trees nested deeper than 512.
  */
 CF_EXPORT CFTypeRef CFPropertyListCreateFromPlistNode(plist_t node) CF_NOEXCEPT;
 

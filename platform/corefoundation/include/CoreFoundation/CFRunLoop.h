@@ -66,7 +66,7 @@ CF_EXPORT Boolean CFRunLoopIsWaiting(CFRunLoopRef loop) CF_NOEXCEPT;
  * Own extension, for a program with a main loop of its own (GLib, Qt, epoll).
  * @return a descriptor that is readable while the loop has work in the default mode: a signalled
  *         source, a timer that is due, a stop or a wake-up. Watch it, read nothing from it, and
- * call CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false) on the loop's thread when it is
+ *         call CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false) on the loop's thread when it is
  *         readable. It is the loop's, and closed with it. -1 when the process can open no more.
  */
 CF_EXPORT int CFRunLoopGetPollDescriptor(CFRunLoopRef loop) CF_NOEXCEPT;
@@ -104,7 +104,7 @@ CF_EXPORT void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef sourc
 CF_EXPORT Boolean CFRunLoopContainsSource(CFRunLoopRef loop, CFRunLoopSourceRef source,
                                           CFRunLoopMode mode) CF_NOEXCEPT;
 /** Asks for the source to be handled once by a loop that it was added to, and wakes that loop.
- * Several calls before it is handled count as one. */
+ *  Several calls before it is handled count as one. */
 CF_EXPORT void CFRunLoopSourceSignal(CFRunLoopSourceRef source) CF_NOEXCEPT;
 /** Takes the source out of all loops, for good. Its perform function is not called any more, unless
  *  it is running on another thread right now. */
@@ -124,9 +124,9 @@ typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void* info);
 CF_EXPORT CFTypeID CFRunLoopTimerGetTypeID(void) CF_NOEXCEPT;
 /**
  * @param fireDate  when to fire first, by CFAbsoluteTimeGetCurrent at the time of this call;
- * setting the computer's clock later does not move it.
+ *                  setting the computer's clock later does not move it.
  * @param interval  seconds between further firings; 0 or less: fires once and is then invalid.
- * Firings that were missed are left out.
+ *                  Firings that were missed are left out.
  * @param flags, order  0.
  * @param callout   called on the loop's thread.
  * @param context   copied; may be NULL.

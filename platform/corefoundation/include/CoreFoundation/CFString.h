@@ -91,7 +91,7 @@ CF_EXPORT CFTypeID CFStringGetTypeID(void) CF_NOEXCEPT;
 /**
  * @param cStr      zero-terminated, in the encoding. Read strictly: one byte that does not belong
  *                  there makes the whole text invalid. One leading UTF-8 byte order mark is
- * dropped.
+ *                  dropped.
  * @return NULL when the text is invalid or the encoding unknown.
  */
 CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr,
@@ -111,9 +111,8 @@ CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, con
 
 /**
  * Formats as printf does: %d %i %u %x %X %o with h, hh, l, ll, z; %f %e %g; %c; %s (UTF-8, NULL
- * reads
- * "(null)"); %p; %%; with flags, width and precision; and %@ for an object, which stands as its
- * description (a string as itself, NULL as "(null)"). Positions ("%1$@") are not known.
+ * reads "(null)"); %p; %%; with flags, width and precision; and %@ for an object, which stands as
+ * its description (a string as itself, NULL as "(null)"). Positions ("%1$@") are not known.
  * @param formatOptions  NULL.
  * @return NULL when the format holds anything else, or the text of a %s is not UTF-8.
  */
@@ -158,7 +157,7 @@ CF_EXPORT void CFStringGetCharacters(CFStringRef string, CFRange range,
  * @param buffer      room for bufferSize bytes.
  * @return false when the text with its zero does not fit, the encoding cannot express it (an
  *         unpaired surrogate, or beyond ASCII in ASCII) or is unknown. The buffer then holds an
- * empty string if it has room for one.
+ *         empty string if it has room for one.
  */
 CF_EXPORT Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize,
                                      CFStringEncoding encoding) CF_NOEXCEPT;
@@ -206,7 +205,7 @@ CF_EXPORT CFRange CFStringFind(CFStringRef string, CFStringRef stringToFind,
                                CFStringCompareFlags compareOptions) CF_NOEXCEPT;
 
 /** An array of strings. n separators give n + 1 parts, empty ones included; an empty separator
- * gives the whole string as the only part. */
+ *  gives the whole string as the only part. */
 CF_EXPORT CFArrayRef CFStringCreateArrayBySeparatingStrings(
     CFAllocatorRef allocator, CFStringRef string, CFStringRef separatorString) CF_NOEXCEPT;
 /** @param array of strings; an empty one gives an empty string. */
@@ -214,7 +213,7 @@ CF_EXPORT CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator,
                                                        CFStringRef separatorString) CF_NOEXCEPT;
 
 /** White space, a sign, white space, then ASCII digits up to the first other character; 0 when
- * there are none; held within the 32-bit range. */
+ *  there are none; held within the 32-bit range. */
 CF_EXPORT SInt32 CFStringGetIntValue(CFStringRef string) CF_NOEXCEPT;
 /** Likewise, with fraction and exponent. */
 CF_EXPORT double CFStringGetDoubleValue(CFStringRef string) CF_NOEXCEPT;

@@ -21,14 +21,14 @@ CF_EXPORT CFTypeID CFURLGetTypeID(void) CF_NOEXCEPT;
  * @param pathStyle    kCFURLPOSIXPathStyle.
  * @param isDirectory  whether the URL's path ends in a slash.
  * @return NULL for an empty path, one that is no Unicode text (an unpaired surrogate), and any
- * other style.
+ *         other style.
  */
 CF_EXPORT CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef filePath,
                                                  CFURLPathStyle pathStyle,
                                                  Boolean isDirectory) CF_NOEXCEPT;
 
 /** As CFURLCreateWithFileSystemPath with the style POSIX.
- *  @param buffer  bufLen bytes of UTF-8; NULL is returned when they are none. */
+ *  @param buffer bufLen bytes of UTF-8; NULL is returned when they are none. */
 CF_EXPORT CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator,
                                                            const UInt8* buffer, CFIndex bufLen,
                                                            Boolean isDirectory) CF_NOEXCEPT;
@@ -36,14 +36,13 @@ CF_EXPORT CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef alloca
 /** The unescaped path, without a trailing slash. NULL for a style other than POSIX. */
 CF_EXPORT CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle pathStyle) CF_NOEXCEPT;
 /** The path for the functions of the system: UTF-8, zero-terminated.
- *  @param resolveAgainstBase  makes no difference: relative paths are relative to the working
- * folder.
+ *  @param resolveAgainstBase makes no difference: relative paths are relative to the working
+ *  folder.
  *  @return false when it does not fit. */
 CF_EXPORT Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean resolveAgainstBase,
                                                    UInt8* buffer, CFIndex maxBufLen) CF_NOEXCEPT;
 
-/** The whole URL: "file:///a%20b" for an absolute path, the escaped path alone for a relative one.
- */
+/** The whole URL: "file:///a%20b" for an absolute path, the escaped path for a relative one. */
 CF_EXPORT CFStringRef CFURLGetString(CFURLRef url) CF_NOEXCEPT;
 /** The escaped path, with the slash at its end that a folder has. */
 CF_EXPORT CFStringRef CFURLCopyPath(CFURLRef url) CF_NOEXCEPT;
@@ -52,11 +51,11 @@ CF_EXPORT Boolean CFURLHasDirectoryPath(CFURLRef url) CF_NOEXCEPT;
 /** The text after the last slash; "/" for the root. */
 CF_EXPORT CFStringRef CFURLCopyLastPathComponent(CFURLRef url) CF_NOEXCEPT;
 /** The text after the last dot of the last component. NULL when there is no dot, when it is the
- * first or the last character, or when a space or a direction mark follows it. */
+ *  first or the last character, or when a space or a direction mark follows it. */
 CF_EXPORT CFStringRef CFURLCopyPathExtension(CFURLRef url) CF_NOEXCEPT;
 
 /** Without the last dot of the last component and what follows it, whatever that is; the URL as it
- * is when that dot is the first or the last character, or when there is none. */
+ *  is when that dot is the first or the last character, or when there is none. */
 CF_EXPORT CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef allocator,
                                                         CFURLRef url) CF_NOEXCEPT;
 /** With a dot and the extension after the last component. */

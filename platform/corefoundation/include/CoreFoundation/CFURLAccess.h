@@ -15,9 +15,9 @@
  * @param properties         NULL, or receives NULL: no properties are told.
  * @param desiredProperties  NULL.
  * @param errorCode          may be NULL; receives 0, or on failure the system's error number
- * (errno).
- * @return false on failure, with NULL for the data. Only files can be read, no
- *         folders, pipes or devices.
+ *                           (errno).
+ * @return false on failure, with NULL for the data. Only files can be read, no folders, pipes or
+ *         devices.
  */
 CF_EXPORT Boolean CFURLCreateDataAndPropertiesFromResource(CFAllocatorRef allocator, CFURLRef url,
                                                            CFDataRef* resourceData,

@@ -1,5 +1,5 @@
 /**
- * All of the CoreFoundation subset. The C++ helper CFRef.h and the libplist bridge
+ * All of the CoreFoundation subset. CFRef.h, which is for C++, and the libplist bridge
  * CFPropertyListPlist.h are included on their own.
  */
 #ifndef COREFOUNDATION_COREFOUNDATION_H

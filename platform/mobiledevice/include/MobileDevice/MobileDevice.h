@@ -9,12 +9,12 @@
  * while a call is under way is undefined.
  *
  * What a provider promises, for all functions:
- *  - Statuses are 0 for success; any other value is handed on to the application unchanged. A
- * status of 0 is only given when the phone has answered that very request, completely.
+ *  - Statuses are 0 for success; any other value is handed on to the application unchanged. 0 is
+ *    only given when the phone has answered that very request, completely.
  *  - Null or stale handles (closed, or of a phone that is gone) are answered with a status, never
  *    with a crash. Closing a handle twice is such a case.
  *  - A silent phone fails a call once the deadline is over (AMDeviceSetCallTimeout); a phone that
- * is pulled out fails it at once.
+ *    is pulled out fails it at once.
  *  - Calls may come from any thread, for one phone from one thread at a time.
  *  - On failure, out-parameters are left as they were unless the function says otherwise.
  */
@@ -73,7 +73,7 @@ enum {
 };
 
 /** Statuses that a provider makes itself. All others are the phone's: those of its file service
- * stand above, those of its gate keeper (pairing, sessions, services) are below 0. */
+ *  stand above, those of its gate keeper (pairing, sessions, services) are below 0. */
 enum {
     kAMDInvalidHandle = 64,       /**< null, stale, or not what the function asks for */
     kAMDNotConnected = 65,        /**< no connection, or it was lost, or could not be made */
@@ -103,18 +103,21 @@ enum {
  * which is ended with AMDShutdownNotificationProxy.
  */
 MOBILEDEVICE_EXTERN
-    int32_t (*AMDeviceNotificationSubscribe)(am_device_notification_callback callback,
-                                             uint32_t unused0, uint32_t unused1, void* cookie,
-                                             am_device_notification** notification);
+int32_t (*AMDeviceNotificationSubscribe)(am_device_notification_callback callback, uint32_t unused0,
+                                         uint32_t unused1, void* cookie,
+                                         am_device_notification** notification);
 
 /**
- * Ends a subscription (am_device_notification), after which no callback comes, or a notification
- * proxy (am_service), after the phone has confirmed that it read what was posted. The handle is
+ * Ends a subscription (am_device_notification) or a notification proxy (am_service). The handle is
  * invalid afterwards, whatever the status.
+ *
+ * After a subscription has ended no callback comes; one that runs on another thread is waited for.
+ * It may be ended from within its callback, and gives its references on devices back. A proxy ends
+ * after the phone has confirmed that it read what was posted; if nothing was, nothing is asked.
  */
 MOBILEDEVICE_EXTERN int32_t (*AMDShutdownNotificationProxy)(void* handle);
 
-/** Takes one more reference on a device and returns it. Null is allowed. */
+/** Takes one more reference on a device and returns it; null for null and for a stale handle. */
 MOBILEDEVICE_EXTERN am_device* (*AMDeviceRetain)(am_device* device);
 
 /** Gives a reference back. The last one closes whatever connection of the device is still open. */
@@ -138,8 +141,8 @@ MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartSession)(am_device* device);
 /** Stops the session. */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceStopSession)(am_device* device);
 
-/** Starts a service by name and stores a handle of a connection to it. The last argument is null.
- */
+/** Starts a service by name and stores a handle of a connection to it, which may be made as late
+ *  as it is first used. The last argument is null. */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartService)(am_device* device, CFStringRef serviceName,
                                                     am_service** service, uint32_t* unused);
 
@@ -156,15 +159,16 @@ MOBILEDEVICE_EXTERN int32_t (*AMDPostNotification)(am_service* proxy, CFStringRe
                                                    CFTypeRef userInfo);
 
 /**
- * Sets for how many milliseconds the phone may be silent before a call fails, in the whole process.
- * 0 restores the default of 10,000. May be missing in another provider.
+ * Sets for how many milliseconds the phone may be silent before a call fails, in the whole
+ * process. 0 restores the default of 10,000. Silence: no byte comes and none can be sent; a slow
+ * phone that keeps moving is waited for. May be missing in another provider.
  */
 MOBILEDEVICE_EXTERN void (*AMDeviceSetCallTimeout)(uint32_t timeoutMs);
 
 /* ------------------------------------------------------------------ file service */
 
-/** Opens the file service on a service connection, which belongs to the file connection from then
- *  on. The timeout is 0. */
+/** Opens the file service on a service connection. The service's handle is used up, also on
+ *  failure. The timeout is 0. */
 MOBILEDEVICE_EXTERN int32_t (*AFCConnectionOpen)(am_service* service, uint32_t timeout,
                                                  afc_connection** connection);
 
@@ -219,7 +223,8 @@ MOBILEDEVICE_EXTERN int32_t (*AFCFileRefUnlock)(afc_connection* connection, afc_
 MOBILEDEVICE_EXTERN int32_t (*AFCFileInfoOpen)(afc_connection* connection, const char* path,
                                                afc_dictionary** info);
 
-/** Key-value pairs about the media partition: "FSFreeBytes", "FSTotalBytes" and others. */
+/** Key-value pairs about the media partition: "FSFreeBytes", "FSTotalBytes" and others. Iterators
+ *  that are not closed go with their file connection. */
 MOBILEDEVICE_EXTERN int32_t (*AFCDeviceInfoOpen)(afc_connection* connection, afc_dictionary** info);
 
 /** The next pair; null key and value at the end. The strings live until the iterator is closed. */
