@@ -44,6 +44,10 @@ KRL_EXPORT KRTPhoneRef KRTPhoneWithDevice(am_device* device);
 /**
  * Frees the record with its store record and its information, and releases the device. It closes no
  * connection and does not disconnect: close the phone before. NULL is ignored.
+ *
+ * A phone of the phone manager is the manager's, and left alone. As long as an object of the object
+ * interface refers to the record, it stays as one without a device; while a sync of such an object
+ * runs, all of this waits for its end.
  */
 KRL_EXPORT void KRTPhoneRelease(KRTPhoneRef phone);
 

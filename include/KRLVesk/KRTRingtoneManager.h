@@ -432,8 +432,8 @@ public:
     krl::cf::CFRef<CFDictionaryRef> generateChangeLists() const;
 
     /**
-     * Submits changes to the phone, which must be open, and reads the list anew. Reports go to the
-     * delegate of the sync.
+     * Submits changes to the phone, which must be open, and reads the list anew. Part of a sync:
+     * reports go to its delegate, and in asynchronous mode wait for its answers.
      * @return null on success, then no change is pending; otherwise the error, in the domain that
      *         KRTErrorDomain says, with the error record cleared and the working list as it was
      */

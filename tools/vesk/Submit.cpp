@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <set>
@@ -63,14 +64,13 @@ public:
         // Steps that may fail, such as making a folder that is there, leave their reason in the
         // record, where it would stand for that of a later failure.
         KRTErrorClear();
+        self.answeredCancel_ = self.answeredCancel_ || interrupted();
         try {
             self.take(mode, status, message);
         } catch (...) {
             // Progress that cannot be shown is no reason to stop a sync half-way.
         }
-        const bool cancel = interrupted();
-        self.answeredCancel_ = self.answeredCancel_ || cancel;
-        return !cancel;
+        return !self.answeredCancel_;
     }
 
 private:
@@ -100,8 +100,8 @@ private:
     void takeUpload(bool begins, const char* message) {
         progress_.elapsedSeconds = std::chrono::duration<double>(Clock::now() - start_).count();
         if (begins) {
-            // A cancelled one is reported but not begun.
-            uploadsBegun_ += interrupted() ? 0U : 1U;
+            // One that is answered with a cancel is not begun.
+            uploadsBegun_ += answeredCancel_ ? 0U : 1U;
             progress_.current = message != nullptr ? message : "";
             display_.fileBegins(progress_);
         } else {

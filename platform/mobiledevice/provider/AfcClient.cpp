@@ -16,10 +16,11 @@ namespace {
 constexpr size_t kPieceBytes = 65536;
 
 // Pieces of a write that may be unanswered, and how many are sent at once. Their replies of 48
-// bytes each take less than a kilobyte, which every socket on the way holds: a phone that answers
-// while we still send is never stopped by it, so neither side can wait for the other.
-constexpr uint64_t kPiecesInFlight = 16;
-constexpr uint64_t kPiecesAtOnce = 8;
+// bytes each take three kilobytes, which every socket on the way holds: a phone that answers while
+// we still send is never stopped by it, so neither side can wait for the other. All pieces of 4
+// MiB, the most that callers write at a time, fit, so that such a write waits for the phone once.
+constexpr uint64_t kPiecesInFlight = 64;
+constexpr uint64_t kPiecesAtOnce = 16;
 
 // A listing of a hundred thousand names takes some megabytes.
 constexpr uint64_t kMaxListBytes = uint64_t{16} * 1024 * 1024;
