@@ -33,7 +33,7 @@ function(krl_add_test name)
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
     gtest_discover_tests(${name}
-        TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST
+        TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
         WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}"
         PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120)
 endfunction()
