@@ -39,3 +39,9 @@ if(KRL_SANITIZE)
                         -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${KRL_SANITIZE})
 endif()
+
+if(KRL_FUZZ)
+    # What the fuzzers go by: which branches of the libraries an input reaches.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()
