@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <vector>
@@ -32,30 +33,67 @@ Table makeTable(KRTWord capacity) {
     return table;
 }
 
-struct Entries {
-    std::vector<const void*> names;
-    std::vector<const void*> infos;
+constexpr uint32_t kNoGUID = UINT32_MAX;
+
+/// What the check needs of one entry, and no more: entries are walked in an order that jumps about
+/// in memory, so that each object looked at there would have to be fetched anew.
+struct Entry {
+    CFStringRef name; ///< null when the key is no string
+    uint32_t guid;    ///< index of its GUID, or kNoGUID
+    bool isShort;
+};
+
+bool isShort(CFStringRef name) {
+    return CFStringGetLength(name) <= kLongestShortName;
+}
+
+/// Gives each GUID an index, the same one to equal GUIDs.
+class GUIDs {
+public:
+    uint32_t indexOf(CFTypeRef info) {
+        const auto values = cast<CFDictionaryRef>(info);
+        const void* const guid =
+            values != nullptr ? CFDictionaryGetValue(values, CFSTR("GUID")) : nullptr;
+        if (guid == nullptr) {
+            return kNoGUID;
+        }
+        const auto next = static_cast<uintptr_t>(CFDictionaryGetCount(indices_.get()));
+        CFDictionaryAddValue(indices_.get(), guid, reinterpret_cast<const void*>(next));
+        return static_cast<uint32_t>(
+            reinterpret_cast<uintptr_t>(CFDictionaryGetValue(indices_.get(), guid)));
+    }
+
+    size_t count() const { return static_cast<size_t>(CFDictionaryGetCount(indices_.get())); }
+
+private:
+    CFRef<CFMutableDictionaryRef> indices_ =
+        adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, nullptr));
 };
 
 /// The catalogue's entries in the order in which firmware 1.1.1 walks them.
-Entries entriesInFirmwareOrder(CFDictionaryRef catalogue) {
+std::vector<Entry> entriesInFirmwareOrder(CFDictionaryRef catalogue, GUIDs& guids) {
     constexpr CFIndex kSmallestCapacity = 10;
     const CFIndex catalogueCount = CFDictionaryGetCount(catalogue);
     const auto size = static_cast<size_t>(catalogueCount);
-    Entries entries{std::vector<const void*>(size), std::vector<const void*>(size)};
-    CFDictionaryGetKeysAndValues(catalogue, entries.names.data(), entries.infos.data());
+    std::vector<const void*> names(size);
+    std::vector<const void*> values(size);
+    CFDictionaryGetKeysAndValues(catalogue, names.data(), values.data());
 
+    std::vector<Entry> entries(size);
     const Table table = makeTable(std::max(catalogueCount, kSmallestCapacity));
     for (size_t i = 0; i < size; ++i) {
-        if (entries.names[i] && entries.infos[i]) {
-            KRTDictionarySetObjectForKey(table.get(), entries.infos[i], entries.names[i]);
+        if (names[i] && values[i]) {
+            const auto name = cast<CFStringRef>(names[i]);
+            entries[i] = {name, guids.indexOf(values[i]), name != nullptr && isShort(name)};
+            KRTDictionarySetObjectForKey(table.get(), &entries[i], names[i]);
         }
     }
     const auto count = static_cast<size_t>(KRTDictionaryGetCount(table.get()));
-    entries.names.resize(count);
-    entries.infos.resize(count);
-    KRTDictionaryGetKeysAndValues(table.get(), entries.names.data(), entries.infos.data());
-    return entries;
+    KRTDictionaryGetKeysAndValues(table.get(), names.data(), values.data());
+    std::vector<Entry> inOrder(count);
+    std::transform(values.begin(), values.begin() + static_cast<ptrdiff_t>(count), inOrder.begin(),
+                   [](const void* value) { return *static_cast<const Entry*>(value); });
+    return inOrder;
 }
 
 bool isLetterOrDigit(UniChar unit) {
@@ -86,13 +124,16 @@ CFRef<CFStringRef> nameWithExtension(CFStringRef name, CFStringRef extension) {
 /// Is shown the entries in the firmware's order and gathers the names that it stumbles over.
 class LayoutCheck {
 public:
-    void look(CFStringRef name, CFTypeRef info) {
-        if (CFStringGetLength(name) > kLongestShortName) {
-            lookAtLongName(name);
-        } else if (const auto entry = cast<CFDictionaryRef>(info)) {
-            if (const void* guid = CFDictionaryGetValue(entry, CFSTR("GUID"))) {
-                lookAtShortName(name, guid);
-            }
+    explicit LayoutCheck(size_t guidCount) : firsts_(guidCount) {}
+
+    void look(const Entry& entry) {
+        if (entry.name == nullptr) {
+            return;
+        }
+        if (!entry.isShort) {
+            lookAtLongName(entry.name);
+        } else if (entry.guid != kNoGUID) {
+            lookAtShortName(entry.name, firsts_[entry.guid]);
         }
     }
 
@@ -108,17 +149,16 @@ private:
         }
     }
 
-    void lookAtShortName(CFStringRef name, CFTypeRef guid) {
+    /// @param first  the first short name of the same GUID that has an extension, as far as known
+    void lookAtShortName(CFStringRef name, CFStringRef& first) {
         const auto firstExtension =
-            static_cast<CFStringRef>(CFDictionaryGetValue(firstExtensions_.get(), guid));
+            first != nullptr ? krl::fileNameExtension(first) : CFRef<CFStringRef>();
         if (!firstExtension) {
-            if (const auto extension = krl::fileNameExtension(name)) {
-                CFDictionarySetValue(firstExtensions_.get(), guid, extension.get());
-            }
-        } else if (!CFEqual(firstExtension, CFSTR("m4r"))) {
+            first = name;
+        } else if (!CFEqual(firstExtension.get(), CFSTR("m4r"))) {
             // Contract: what is reported is this entry's base name with the first entry's
             // extension, which need not be a name of the catalogue.
-            if (const auto reported = nameWithExtension(name, firstExtension)) {
+            if (const auto reported = nameWithExtension(name, firstExtension.get())) {
                 CFArrayAppendValue(names_.get(), reported.get());
             }
         }
@@ -126,19 +166,17 @@ private:
 
     CFRef<CFMutableArrayRef> names_ =
         adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-    /// GUID to the extension of its first short name that has one.
-    CFRef<CFMutableDictionaryRef> firstExtensions_ = adopt(CFDictionaryCreateMutable(
-        nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    /// By index of the GUID; lent by the catalogue.
+    std::vector<CFStringRef> firsts_;
 };
 
 /// Exhausted memory ends the process here: no catalogue may pass unchecked.
 CFMutableArrayRef namesInTheWay(CFDictionaryRef catalogue) noexcept {
-    const Entries entries = entriesInFirmwareOrder(catalogue);
-    LayoutCheck check;
-    for (size_t i = 0; i < entries.names.size(); ++i) {
-        if (const auto name = cast<CFStringRef>(entries.names[i])) {
-            check.look(name, entries.infos[i]);
-        }
+    GUIDs guids;
+    const std::vector<Entry> entries = entriesInFirmwareOrder(catalogue, guids);
+    LayoutCheck check(guids.count());
+    for (const Entry& entry : entries) {
+        check.look(entry);
     }
     return check.takeNames();
 }
