@@ -24,6 +24,10 @@ const void* ownCode() {
     return reinterpret_cast<const void*>(&_install_support_plugin);
 }
 
+bool loadDeviceFramework() noexcept {
+    return krl::system::loadFramework(kDeviceFramework);
+}
+
 bool hasDeviceFunctions() {
     return AMDeviceConnect != nullptr;
 }
@@ -49,7 +53,7 @@ int installFromArchive() {
 } // namespace
 
 int KRTVeskInit() {
-    if (!krl::system::loadFramework(kDeviceFramework)) {
+    if (!loadDeviceFramework()) {
         KRTVeskOpen = 0;
     }
     // Contract: without the device functions the flag is not cleared here. One that an earlier
@@ -62,7 +66,7 @@ int KRTVeskInit() {
 }
 
 bool KRTVeskInitLight() {
-    const bool loaded = krl::system::loadFramework(kDeviceFramework);
+    const bool loaded = loadDeviceFramework();
     if (hasDeviceFunctions()) {
         KRTVeskOpen = 1;
     } else if (!loaded) {
@@ -75,7 +79,7 @@ signed char KRTVeskIsValid() {
     return KRTVeskOpen;
 }
 
-int _install_support_plugin() {
+int _install_support_plugin() noexcept {
     const plugin::Version required = plugin::requiredVersion(ownCode());
     const std::string installed = plugin::installedPath();
     if (krl::system::exists(installed) &&
@@ -85,7 +89,7 @@ int _install_support_plugin() {
     return installFromArchive();
 }
 
-int perform_unzip(const char* zipPath, const char* destinationFolder) {
+int perform_unzip(const char* zipPath, const char* destinationFolder) noexcept {
     if (!krl::system::programs().isThere(plugin::kUnpacker)) {
         return failInstallation(CFSTR("com.korvane.vesk.unzipNotFound"));
     }
