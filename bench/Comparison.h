@@ -27,6 +27,5 @@ void compare(Comparison comparison, std::string_view does);
 void registerSlotTable();
 void registerPropertyLists();
 void registerGeneration();
-void registerTransfers();
 
 } // namespace bench

@@ -2,11 +2,13 @@
 // shared machine, so none are printed but as a hint.
 
 #include "Comparison.h"
+#include "PhoneOnTheWire.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace bench {
@@ -134,7 +136,9 @@ int main(int argc, char** argv) {
     bench::registerSlotTable();
     bench::registerPropertyLists();
     bench::registerGeneration();
-    bench::registerTransfers();
+    const auto world = std::make_shared<bench::World>();
+    bench::registerTransfers(world);
+    bench::registerObjectLayer(world);
     bench::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     return reporter.failed() ? 1 : 0;
