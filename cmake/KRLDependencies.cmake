@@ -8,6 +8,12 @@ pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 # reached.
 pkg_check_modules(USBMUXD IMPORTED_TARGET libusbmuxd-2.0)
 
+# Encrypted sessions and pairing. Without it the provider refuses both with a status that says so.
+pkg_check_modules(NSS IMPORTED_TARGET nss)
+if(NOT NSS_FOUND)
+    message(WARNING "nss not found: no encrypted sessions, so most phones cannot be reached, and no pairing")
+endif()
+
 pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)

@@ -77,9 +77,9 @@ files_on_phone() { find "$phone" -path '*/Ringtones/*' -type f -name "$1" | wc -
 mkdir "$music"
 cp "$source_folder"/samples/*.{m4r,m4a,mp3,wav,aiff} "$music"
 
-heading "A virtual phone of firmware 1.1.1 is plugged in"
+heading "A virtual phone of firmware 1.1.1 is plugged in; its sessions are SSL 3.0"
 "$bin/virtualphone" --root "$phone" --firmware 1.1.1 --name "My Phone" --socket "$work/usbmux" \
-    --log "$work/requests.log" --link-speed 16K >"$work/out" 2>&1 &
+    --log "$work/requests.log" --link-speed 16K --session ssl3 >"$work/out" 2>&1 &
 phone_process=$!
 for _ in $(seq 300); do
     [ -S "$work/usbmux" ] && break
@@ -126,13 +126,16 @@ vesk sync "$music"
 expect_ringtones "Glöckchen" "Harp" "Horn" "Sunrise 🌅" "two-tone"
 vesk list
 
+grep -q '"request":"Handshake","name":"SSL 3.0' "$work/requests.log" ||
+    fail "the sessions should have been SSL 3.0"
+
 heading "Next"
 cat <<END
 Try it yourself, from $source_folder:
 
-  $1/bin/virtualphone --root /tmp/phone --firmware 1.1.1 --name "My Phone" -- bash
+  $1/bin/virtualphone --root /tmp/phone --firmware 1.1.1 --name "My Phone" --session ssl3 -- bash
   $1/bin/vesk sync samples          (in the shell that this opens)
   $1/bin/vesk --help
 
-With a real phone on USB, vesk needs no option: idevicepair pair, then vesk devices.
+With a real phone on USB, vesk needs no option: vesk pair, then vesk devices.
 END

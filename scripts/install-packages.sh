@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
     g++ cmake ninja-build pkg-config make git
     unzip libsystemd-dev dbus-daemon
-    libplist-dev libusbmuxd-dev libtag1-dev libcli11-dev libfmt-dev nlohmann-json3-dev
+    libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libcli11-dev libfmt-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev libimobiledevice-dev libimobiledevice-utils ifuse
     libglib2.0-dev clang-format-14 binutils
 )

@@ -270,10 +270,10 @@ uint32_t BusState::plug(std::shared_ptr<Phone> phone) {
     if (state.isFirstPlugging() && state.options.paired) {
         std::optional<std::string> record = records.read(phone->udid());
         if (!record) {
-            record = newPairRecord();
+            record = newPairRecord(state.sessionKeys.get());
             records.save(phone->udid(), *record);
         }
-        phone->trust(hostIdOf(*record));
+        state.hosts.add(hostIdOf(*record), certificatesOf(*record));
     }
     return devices.plug(std::move(phone));
 }

@@ -38,15 +38,29 @@ void Channel::meter(Faults& faults, Service service) {
 }
 
 bool Channel::fill() {
+    const std::span<char> buffer(buffer_.get(), kBufferSize);
+    const std::size_t received = encryption_ ? encryption_->receive(buffer) : receiveRaw(buffer);
+    begin_ = 0;
+    end_ = received;
+    return received > 0;
+}
+
+std::size_t Channel::receiveRaw(std::span<char> target) {
+    if (begin_ != end_ && !encryption_) {
+        // Came with the last request in clear.
+        const std::span<const char> early = take(target.size());
+        std::memcpy(target.data(), early.data(), early.size());
+        return early.size();
+    }
     if (isShutDown_) {
-        return false;
+        return 0;
     }
     ssize_t got = 0;
     do {
-        got = recv(socket_.get(), buffer_.get(), kBufferSize, 0);
+        got = recv(socket_.get(), target.data(), target.size(), 0);
     } while (got < 0 && errno == EINTR);
     if (got <= 0) {
-        return false;
+        return 0;
     }
     auto received = static_cast<std::size_t>(got);
     if (faults_ != nullptr) {
@@ -56,9 +70,7 @@ bool Channel::fill() {
             shutDown();
         }
     }
-    begin_ = 0;
-    end_ = received;
-    return received > 0;
+    return received;
 }
 
 std::span<const char> Channel::take(std::size_t most) {
@@ -96,6 +108,10 @@ bool Channel::skip(uint64_t bytes) {
 }
 
 bool Channel::write(std::span<const char> bytes) {
+    return encryption_ ? encryption_->send(bytes) : sendRaw(bytes);
+}
+
+bool Channel::sendRaw(std::span<const char> bytes) {
     bool endsAfterwards = false;
     if (faults_ != nullptr) {
         const Faults::Allowance allowed = faults_->allowSending(service_, bytes.size());
@@ -180,6 +196,38 @@ void Channel::waitForEnd() {
     pollfd waiting{.fd = socket_.get(), .events = 0, .revents = 0};
     while (poll(&waiting, 1, -1) <= 0) {
     }
+}
+
+void Channel::encrypt(std::unique_ptr<EncryptedStream> stream) {
+    encryption_ = std::move(stream);
+}
+
+void Channel::endEncryption() {
+    if (encryption_) {
+        encryption_.reset();
+        mayBringFarewell_ = true;
+    }
+}
+
+bool Channel::skipFarewell() {
+    // A request in clear begins with its length, which is too small to begin with the 21 of an
+    // alert.
+    constexpr char kAlert = 21;
+    while (mayBringFarewell_ && waitForInput(std::chrono::milliseconds(0))) {
+        if (begin_ == end_ && !fill()) {
+            return false;
+        }
+        if (buffer_[begin_] != kAlert) {
+            mayBringFarewell_ = false;
+            break;
+        }
+        unsigned char header[5]; // kind, version (2), length (2)
+        if (!read({reinterpret_cast<char*>(header), sizeof header}) ||
+            !skip(static_cast<uint64_t>(header[3]) << 8 | header[4])) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void Channel::shutDown() {

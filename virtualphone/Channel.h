@@ -3,6 +3,7 @@
 #define VIRTUALPHONE_CHANNEL_H
 
 #include "virtualphone/Faults.h"
+#include "virtualphone/RawStream.h"
 #include "virtualphone/UniqueFd.h"
 
 #include <atomic>
@@ -55,6 +56,22 @@ public:
     /** Waits for the connection's end. */
     void waitForEnd();
 
+    /** From now on bytes are encrypted by a stream whose handshake is done. */
+    void encrypt(std::unique_ptr<EncryptedStream> stream);
+
+    /** Says that the encryption ends, if there is one, and goes back to clear. */
+    void endEncryption();
+
+    bool isEncrypted() const { return encryption_ != nullptr; }
+
+    /** After that: passes over what the client has said about the end. False when the connection
+     *  ends. */
+    bool skipFarewell();
+
+    /** For the encryption: bytes as they travel, 0 or false at the end. */
+    std::size_t receiveRaw(std::span<char> target);
+    bool sendRaw(std::span<const char> bytes);
+
     /** Ends the connection for both sides. The descriptor stays, so that no number is reused. */
     void shutDown();
 
@@ -68,6 +85,8 @@ private:
     std::unique_ptr<char[]> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
+    bool mayBringFarewell_ = false;
+    std::unique_ptr<EncryptedStream> encryption_; // last: its end is said over the socket
 };
 
 } // namespace virtualphone

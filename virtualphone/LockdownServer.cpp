@@ -2,6 +2,8 @@
 
 #include "virtualphone/Firmware.h"
 #include "virtualphone/FramedList.h"
+#include "virtualphone/Handshake.h"
+#include "virtualphone/PairRecords.h"
 #include "virtualphone/PhoneState.h"
 #include "virtualphone/ReplyFaults.h"
 
@@ -65,7 +67,7 @@ HostOrError hostIn(const Plist& request, bool withCertificates) {
 } // namespace
 
 LockdownServer::LockdownServer(const Client& client)
-    : channel_(client.channel), phone_(client.phone),
+    : client_(client), channel_(client.channel), phone_(client.phone),
       responder_(client, Service::Lockdown, spoilFramed) {}
 
 void LockdownServer::run() {
@@ -79,7 +81,8 @@ void LockdownServer::run() {
 
 bool LockdownServer::waitForRequest() {
     const std::chrono::milliseconds idle = phone_.options.lockdownIdleTimeout;
-    return channel_.waitForInput(idle.count() == 0 ? std::chrono::milliseconds(-1) : idle);
+    const std::chrono::milliseconds most = idle.count() == 0 ? std::chrono::milliseconds(-1) : idle;
+    return channel_.waitForInput(most) && channel_.skipFarewell() && channel_.waitForInput(most);
 }
 
 bool LockdownServer::serve(const Plist& request) {
@@ -91,7 +94,19 @@ bool LockdownServer::serve(const Plist& request) {
         return false;
     }
     const std::string error = carryOut(name, exchange);
-    return answer(exchange, error) && !isOver_;
+    return answer(exchange, error) && changeEncryption() && !isOver_;
+}
+
+// Right behind the answers that start and stop a session.
+bool LockdownServer::changeEncryption() {
+    if (wantsEncryption_ == channel_.isEncrypted()) {
+        return true;
+    }
+    if (!wantsEncryption_) {
+        channel_.endEncryption();
+        return true;
+    }
+    return shakeHands(client_, responder_, phone_.hosts.certificates(sessionHost_));
 }
 
 std::string LockdownServer::carryOut(const std::string& name, Exchange& exchange) {
@@ -219,7 +234,11 @@ std::string LockdownServer::pair(Exchange& exchange) {
     if (phone_.options.passwordProtected) {
         return "PasswordProtected";
     }
-    phone_.hosts.add(host);
+    HostCertificates certificates = certificatesIn(itemOf(exchange.request, "PairRecord"));
+    if (phone_.sessionKeys && !phone_.sessionKeys->canKnow(certificates)) {
+        return "InvalidPairRecord";
+    }
+    phone_.hosts.add(host, std::move(certificates));
     isValidated_ = true;
     return "";
 }
@@ -251,9 +270,9 @@ std::string LockdownServer::startSession(Exchange& exchange) {
     }
     session_ = phone_.newSessionId();
     setItem(exchange.reply, "SessionID", session_);
-    // Sessions in clear. An encrypted one would be announced here, and the channel would change
-    // over once this answer has left and back once the answer to StopSession has.
-    setItem(exchange.reply, "EnableSessionSSL", newBoolean(false));
+    sessionHost_ = host;
+    wantsEncryption_ = phone_.sessionKeys != nullptr;
+    setItem(exchange.reply, "EnableSessionSSL", newBoolean(wantsEncryption_));
     return "";
 }
 
@@ -269,6 +288,7 @@ std::string LockdownServer::stopSession(Exchange& exchange) {
         return "InvalidSessionID";
     }
     session_.clear();
+    wantsEncryption_ = false;
     return "";
 }
 
@@ -291,6 +311,9 @@ std::string LockdownServer::startService(Exchange& exchange) {
     exchange.entry.port = *port;
     setItem(exchange.reply, "Service", name);
     setItem(exchange.reply, "Port", newInteger(*port));
+    if (phone_.hasSecureServices()) {
+        setItem(exchange.reply, "EnableServiceSSL", newBoolean(true));
+    }
     return "";
 }
 

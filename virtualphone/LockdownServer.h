@@ -33,6 +33,7 @@ private:
     bool serve(const Plist& request);
     std::string carryOut(const std::string& name, Exchange& exchange);
     bool answer(Exchange& exchange, const std::string& error);
+    bool changeEncryption();
 
     std::string queryType(Exchange& exchange);
     std::string getValue(Exchange& exchange);
@@ -48,11 +49,14 @@ private:
 
     std::string checkWritable(Exchange& exchange, std::string& domain, std::string& key) const;
 
+    const Client& client_;
     Channel& channel_;
     PhoneState& phone_;
     Responder responder_;
     bool isValidated_ = false; // a trusted host has shown its pair record on this connection
     std::string session_;      // empty: none
+    std::string sessionHost_;
+    bool wantsEncryption_ = false; // for what follows the answer that is on its way
     bool isOver_ = false;
 };
 

@@ -3,6 +3,7 @@
 #include "virtualphone/AfcServer.h"
 #include "virtualphone/Bytes.h"
 #include "virtualphone/FramedList.h"
+#include "virtualphone/Handshake.h"
 #include "virtualphone/LockdownServer.h"
 #include "virtualphone/NotificationProxyServer.h"
 #include "virtualphone/PhoneState.h"
@@ -281,6 +282,12 @@ void MuxServer::serveTunnel() {
     channel_.meter(phone.faults, tunnel_.service);
     const Client client{channel_, phone, bus_.log, connection_,
                         [this] { bus_.pullOut(tunnelDevice_); }};
+    if (tunnel_.service != Service::Lockdown && phone.hasSecureServices()) {
+        Responder responder(client, tunnel_.service, spoilFramed);
+        if (!shakeHands(client, responder, phone.hosts.certificates())) {
+            return;
+        }
+    }
     switch (tunnel_.service) {
     case Service::Lockdown:
         LockdownServer(client).run();

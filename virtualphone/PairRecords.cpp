@@ -1,7 +1,5 @@
 #include "virtualphone/PairRecords.h"
 
-#include "virtualphone/PropertyList.h"
-
 namespace virtualphone {
 
 namespace {
@@ -39,15 +37,23 @@ const std::string& hostHostId() {
     return id;
 }
 
-std::string newPairRecord() {
+std::string newPairRecord(const SessionKeys* keys) {
     const Plist record = newDictionary();
     setItem(record, "HostID", hostHostId());
     setItem(record, "SystemBUID", hostSystemBuid());
-    for (const char* const key : {"DeviceCertificate", "HostCertificate", "RootCertificate"}) {
-        setItem(record, key, newData(pemLike("CERTIFICATE")));
+    std::map<std::string, std::string> parts;
+    if (keys != nullptr) {
+        parts = keys->pairRecordParts();
+    } else {
+        for (const char* const key : {"DeviceCertificate", "HostCertificate", "RootCertificate"}) {
+            parts[key] = pemLike("CERTIFICATE");
+        }
+        for (const char* const key : {"HostPrivateKey", "RootPrivateKey"}) {
+            parts[key] = pemLike("RSA PRIVATE KEY");
+        }
     }
-    for (const char* const key : {"HostPrivateKey", "RootPrivateKey"}) {
-        setItem(record, key, newData(pemLike("RSA PRIVATE KEY")));
+    for (const auto& [key, pem] : parts) {
+        setItem(record, key, newData(pem));
     }
     return toXml(record);
 }
@@ -55,6 +61,18 @@ std::string newPairRecord() {
 std::string hostIdOf(const std::string& contents) {
     const Plist record = fromBytes(contents);
     return isDictionary(record.get()) ? stringOf(itemOf(record, "HostID")).value_or("") : "";
+}
+
+HostCertificates certificatesIn(plist_t record) {
+    const auto textAt = [&](const char* key) {
+        return isDictionary(record) ? dataOf(plist_dict_get_item(record, key)).value_or("")
+                                    : std::string();
+    };
+    return {textAt("HostCertificate"), textAt("RootCertificate")};
+}
+
+HostCertificates certificatesOf(const std::string& contents) {
+    return certificatesIn(fromBytes(contents).get());
 }
 
 } // namespace virtualphone

@@ -2,6 +2,9 @@
 #ifndef VIRTUALPHONE_PAIRRECORDS_H
 #define VIRTUALPHONE_PAIRRECORDS_H
 
+#include "virtualphone/PropertyList.h"
+#include "virtualphone/SessionKeys.h"
+
 #include <map>
 #include <mutex>
 #include <optional>
@@ -29,11 +32,16 @@ const std::string& hostSystemBuid();
 /** HostID in the records that are made here. */
 const std::string& hostHostId();
 
-/** A record good for sessions in clear: its certificates and keys are PEM in form only. */
-std::string newPairRecord();
+/** A record for a phone with these keys. Without, for sessions in clear, its certificates and keys
+ *  are PEM in form only. */
+std::string newPairRecord(const SessionKeys* keys);
 
 /** The HostID of a record, or an empty string when it is no record. */
 std::string hostIdOf(const std::string& contents);
+
+/** The host's certificates in a record, or in what a host shows of one. */
+HostCertificates certificatesIn(plist_t record);
+HostCertificates certificatesOf(const std::string& contents);
 
 } // namespace virtualphone
 

@@ -129,7 +129,7 @@ bool Phone::trusts(const std::string& hostId) const {
 }
 
 void Phone::trust(const std::string& hostId) {
-    state_->hosts.add(hostId);
+    state_->hosts.add(hostId, {});
 }
 
 void Phone::forgetHosts() {

@@ -46,6 +46,7 @@ public:
 
     /** Whether the phone trusts this host; what pairing and unpairing change. */
     bool trusts(const std::string& hostId) const;
+    /** A host trusted in this way has no certificate, which encrypted sessions ask for. */
     void trust(const std::string& hostId);
 
     /** Forgets every host: the computer's pair records are refused from now on. */

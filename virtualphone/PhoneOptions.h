@@ -10,6 +10,12 @@
 
 namespace virtualphone {
 
+enum class SessionKind {
+    Clear,  ///< not encrypted
+    Modern, ///< TLS 1.0 to 1.2
+    Ssl3    ///< SSL 3.0 with AES-128, 3DES or RC4, as the first phones have it
+};
+
 struct PhoneOptions {
     /** The media partition: made when it is not there, with the folders a fresh phone has. */
     std::filesystem::path root{};
@@ -50,6 +56,16 @@ struct PhoneOptions {
 
     /** The host must have been validated on a connection before it may start a session there. */
     bool sessionNeedsValidation = true;
+
+    /** How lockdown sessions travel. Encrypted ones take a client with the keys of its pair record.
+     */
+    SessionKind session = SessionKind::Clear;
+
+    /** Services are encrypted as sessions are, as on later firmware. */
+    bool secureServices = false;
+
+    /** The phone's certificate is not valid any more. */
+    bool expiredCertificate = false;
 
     /** Locked with a passcode: pairing is refused with "PasswordProtected". */
     bool passwordProtected = false;

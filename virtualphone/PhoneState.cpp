@@ -44,9 +44,20 @@ bool TrustedHosts::contains(const std::string& hostId) const {
     return hosts_.contains(hostId);
 }
 
-void TrustedHosts::add(const std::string& hostId) {
+void TrustedHosts::add(const std::string& hostId, HostCertificates certificates) {
     const std::lock_guard lock(mutex_);
-    hosts_.insert(hostId);
+    hosts_.insert_or_assign(hostId, std::move(certificates));
+}
+
+std::vector<HostCertificates> TrustedHosts::certificates(const std::string& hostId) const {
+    const std::lock_guard lock(mutex_);
+    std::vector<HostCertificates> found;
+    for (const auto& [id, certificates] : hosts_) {
+        if (hostId.empty() || id == hostId) {
+            found.push_back(certificates);
+        }
+    }
+    return found;
 }
 
 void TrustedHosts::remove(const std::string& hostId) {
@@ -60,8 +71,13 @@ void TrustedHosts::clear() {
 }
 
 PhoneState::PhoneState(PhoneOptions complete)
-    : options(std::move(complete)), media(options.root, options.freeBytes, options.totalBytes),
-      values(options), link(options.linkBytesPerSecond) {}
+    : options(std::move(complete)), sessionKeys(newSessionKeys(options)),
+      media(options.root, options.freeBytes, options.totalBytes), values(options),
+      link(options.linkBytesPerSecond) {
+    if (sessionKeys) {
+        values.set("", "DevicePublicKey", newData(sessionKeys->publicKey()));
+    }
+}
 
 bool PhoneState::holdSyncLock() {
     const std::lock_guard lock(mutex_);

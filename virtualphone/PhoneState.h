@@ -8,14 +8,16 @@
 #include "virtualphone/MediaFolder.h"
 #include "virtualphone/Notifications.h"
 #include "virtualphone/PhoneOptions.h"
+#include "virtualphone/SessionKeys.h"
 #include "virtualphone/UniqueFd.h"
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
+#include <vector>
 
 namespace virtualphone {
 
@@ -43,13 +45,16 @@ private:
 class TrustedHosts {
 public:
     bool contains(const std::string& hostId) const;
-    void add(const std::string& hostId);
+    void add(const std::string& hostId, HostCertificates certificates);
+
+    /** Of one host, or of all when no HostID is given. */
+    std::vector<HostCertificates> certificates(const std::string& hostId = {}) const;
     void remove(const std::string& hostId);
     void clear();
 
 private:
     mutable std::mutex mutex_;
-    std::set<std::string> hosts_;
+    std::map<std::string, HostCertificates> hosts_;
 };
 
 class PhoneState {
@@ -58,6 +63,7 @@ public:
     explicit PhoneState(PhoneOptions complete);
 
     const PhoneOptions options;
+    const std::unique_ptr<const SessionKeys> sessionKeys; // null: sessions in clear
     Faults faults;
     MediaFolder media;
     DeviceValues values;
@@ -65,6 +71,8 @@ public:
     Notifications notifications;
     ServicePorts ports;
     TrustedHosts hosts;
+
+    bool hasSecureServices() const { return sessionKeys && options.secureServices; }
 
     bool holdSyncLock();
     void releaseSyncLock();

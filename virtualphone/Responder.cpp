@@ -65,7 +65,6 @@ void Responder::record(LogEntry entry) const {
     log_.add(std::move(entry));
 }
 
-// False when the connection is over before the answer.
 bool Responder::thinkFirst() const {
     if (latency_.count() > 0 && !channel_.pause(latency_)) {
         return false;

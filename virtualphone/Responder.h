@@ -54,6 +54,9 @@ public:
     /** Whether a fault of this kind was met, for what is spoilt before it is encoded. */
     bool hasMet(FaultAction action) const { return fault_ && fault_->action == action; }
 
+    /** Thinks as long as the phone or a fault wants; false when the connection is over by then. */
+    bool thinkFirst() const;
+
     /** Logs the request, then answers it; false when the connection is over. */
     bool answer(LogEntry entry, Packet& packet);
 
@@ -65,7 +68,6 @@ public:
 
 private:
     void record(LogEntry entry) const;
-    bool thinkFirst() const;
     bool send(Packet& packet) const;
 
     Channel& channel_;

@@ -12,6 +12,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -84,6 +85,20 @@ void addBehaviourOptions(CLI::App& app, ProgramOptions& options) {
         ->check(CLI::Range(0.0, kLongestMs))
         ->option_text("MS")
         ->group("Behaviour");
+    app.add_option(
+           "--session", options.shared.session,
+           "how sessions travel: clear, modern (TLS) or ssl3, as on the first phones [clear]")
+        ->transform(CLI::CheckedTransformer(
+                        std::map<std::string, SessionKind>{{"clear", SessionKind::Clear},
+                                                           {"modern", SessionKind::Modern},
+                                                           {"ssl3", SessionKind::Ssl3}})
+                        .description(""))
+        ->option_text("KIND")
+        ->group("Behaviour");
+    flag("--secure-services", options.shared.secureServices,
+         "services are encrypted as sessions are, as on later firmware");
+    flag("--expired-certificate", options.shared.expiredCertificate,
+         "the phone's certificate is not valid any more");
     flag("--unpaired", options.isUnpaired, "no computer is paired with the phone");
     flag("--passcode", options.shared.passwordProtected, "locked: pairing is refused");
     flag("--no-validation", options.needsNoValidation,

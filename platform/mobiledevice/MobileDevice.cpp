@@ -14,6 +14,9 @@ decltype(AMDeviceStartService) AMDeviceStartService = nullptr;
 decltype(AMDeviceCopyValue) AMDeviceCopyValue = nullptr;
 decltype(AMDPostNotification) AMDPostNotification = nullptr;
 decltype(AMDeviceSetCallTimeout) AMDeviceSetCallTimeout = nullptr;
+decltype(AMDevicePair) AMDevicePair = nullptr;
+decltype(AMDeviceUnpair) AMDeviceUnpair = nullptr;
+decltype(AMDeviceCheckSessionSupport) AMDeviceCheckSessionSupport = nullptr;
 
 decltype(AFCConnectionOpen) AFCConnectionOpen = nullptr;
 decltype(AFCConnectionClose) AFCConnectionClose = nullptr;

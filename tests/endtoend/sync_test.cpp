@@ -17,13 +17,35 @@ struct FirmwareCase {
     bool hasCompanions;
 };
 
+using virtualphone::SessionKind;
+
 void PrintTo(const FirmwareCase& firmware, std::ostream* stream) {
     *stream << firmware.version;
 }
 
-class SyncOnFirmware : public SyncTest, public ::testing::WithParamInterface<FirmwareCase> {
+const FirmwareCase kGenerations[] = {{"1.0.0", false}, {"1.0.1", false}, {"1.0.2", true},
+                                     {"1.1.1", true},  {"1.1.2", false}, {"1.1.3", false}};
+
+class SyncOnFirmware : public SyncTest,
+                       public ::testing::WithParamInterface<std::tuple<FirmwareCase, SessionKind>> {
 protected:
-    SyncOnFirmware() { options.firmware = GetParam().version; }
+    SyncOnFirmware() {
+        options.firmware = firmware().version;
+        options.session = std::get<SessionKind>(GetParam());
+    }
+
+    static const FirmwareCase& firmware() { return std::get<FirmwareCase>(GetParam()); }
+
+    /// What was agreed on in the handshakes of all sessions so far.
+    std::set<std::string> handshakes() {
+        std::set<std::string> outcomes;
+        for (const auto& entry : log().entries()) {
+            if (entry.request == "Handshake") {
+                outcomes.insert(entry.name + entry.error);
+            }
+        }
+        return outcomes;
+    }
 };
 
 TEST_P(SyncOnFirmware, PutsRingtonesOnThePhoneInItsLayout) {
@@ -53,7 +75,7 @@ TEST_P(SyncOnFirmware, PutsRingtonesOnThePhoneInItsLayout) {
     }
     EXPECT_EQ(contents(std::string(kFolder) + "/" + m4r), "m4r bytes");
     EXPECT_EQ(contents(std::string(kFolder) + "/" + mp3), "mp3 bytes");
-    if (GetParam().hasCompanions) {
+    if (firmware().hasCompanions) {
         EXPECT_EQ(companion, mp3.substr(0, 4) + ".m4r");
         EXPECT_THAT(filesOnPhone(), UnorderedElementsAre(m4r, mp3, companion));
         EXPECT_EQ(contents(std::string(kFolder) + "/" + companion), "");
@@ -63,6 +85,11 @@ TEST_P(SyncOnFirmware, PutsRingtonesOnThePhoneInItsLayout) {
     }
     EXPECT_THAT(loadedNames(),
                 UnorderedElementsAre("First", "Zweiter Klingelton \xC3\xA4\xF0\x9F\x8E\xB5"));
+    if (std::get<SessionKind>(GetParam()) == SessionKind::Clear) {
+        EXPECT_THAT(handshakes(), IsEmpty());
+    } else {
+        EXPECT_THAT(handshakes(), ElementsAre("SSL 3.0, TLS_RSA_WITH_AES_128_CBC_SHA"));
+    }
 }
 
 TEST_P(SyncOnFirmware, TakesARingtoneOffWithItsCompanion) {
@@ -103,17 +130,23 @@ TEST_P(SyncOnFirmware, ASecondSyncUploadsNothingAndKeepsEveryFile) {
     EXPECT_EQ(writes.size(), 1U) << "the catalogue, and no ringtone";
 }
 
+std::string caseName(const ::testing::TestParamInfo<SyncOnFirmware::ParamType>& parameter) {
+    std::string name = std::get<FirmwareCase>(parameter.param).version;
+    std::replace(name.begin(), name.end(), '.', '_');
+    return "firmware_" + name;
+}
+
 INSTANTIATE_TEST_SUITE_P(Generations, SyncOnFirmware,
-                         ::testing::Values(FirmwareCase{"1.0.0", false},
-                                           FirmwareCase{"1.0.1", false},
-                                           FirmwareCase{"1.0.2", true}, FirmwareCase{"1.1.1", true},
-                                           FirmwareCase{"1.1.2", false},
-                                           FirmwareCase{"1.1.3", false}),
-                         [](const auto& parameter) {
-                             std::string name = parameter.param.version;
-                             std::replace(name.begin(), name.end(), '.', '_');
-                             return "firmware_" + name;
-                         });
+                         ::testing::Combine(::testing::ValuesIn(kGenerations),
+                                            ::testing::Values(SessionKind::Clear)),
+                         caseName);
+
+#ifdef KRL_HAS_SECURE_SESSIONS
+INSTANTIATE_TEST_SUITE_P(GenerationsWithSsl3, SyncOnFirmware,
+                         ::testing::Combine(::testing::ValuesIn(kGenerations),
+                                            ::testing::Values(SessionKind::Ssl3)),
+                         caseName);
+#endif
 
 class WholeSync : public SyncTest {};
 

@@ -58,8 +58,8 @@ int32_t startSession(LockdownClient& client) {
 }
 
 int32_t startService(LockdownClient& client) {
-    uint16_t port = 0;
-    return client.startService("com.apple.afc", port);
+    ServiceAddress address;
+    return client.startService("com.apple.afc", address);
 }
 
 int32_t getName(LockdownClient& client) {
@@ -342,7 +342,7 @@ TEST_F(Lockdown, AnEncryptedSessionThatCannotBeHadEndsTheConnection) {
     EXPECT_EQ(getName(client), kAMDNotConnected);
 }
 
-TEST_F(Lockdown, OnlyClearSessionsAreToBeHadNow) {
+TEST_F(Lockdown, WithoutNssOnlyClearSessionsAreToBeHad) {
     ClearSessionsOnly clearOnly;
     EXPECT_EQ(clearOnly.begin(*pair.channel(), recordOf(kRecord)), kAMDSessionNotSupported);
 }
@@ -350,9 +350,10 @@ TEST_F(Lockdown, OnlyClearSessionsAreToBeHadNow) {
 TEST_F(Lockdown, AServiceHasAPort) {
     sayAnswer("StartService",
               {{"Service", xmlString("com.apple.afc")}, {"Port", "<integer>65535</integer>"}});
-    uint16_t port = 0;
-    EXPECT_EQ(client.startService("com.apple.afc", port), 0);
-    EXPECT_EQ(port, 65535);
+    ServiceAddress address;
+    EXPECT_EQ(client.startService("com.apple.afc", address), 0);
+    EXPECT_EQ(address.port, 65535);
+    EXPECT_FALSE(address.isSecure);
     EXPECT_EQ(stringAt(heardMessage(pair), "Service"), "com.apple.afc");
 }
 
@@ -369,13 +370,17 @@ TEST_F(Lockdown, AServiceWithoutAPossiblePortIsABadReply) {
     }
 }
 
-TEST_F(Lockdown, AnEncryptedServiceIsNotToBeHad) {
+TEST_F(Lockdown, AServiceIsEncryptedWhenThePhoneSaysSoAndOnlyThen) {
+    for (const bool isSecure : {true, false}) {
+        sayAnswer("StartService", {{"Port", "<integer>1234</integer>"},
+                                   {"EnableServiceSSL", isSecure ? "<true/>" : "<false/>"}});
+        ServiceAddress address;
+        EXPECT_EQ(client.startService("com.apple.afc", address), 0);
+        EXPECT_EQ(address.isSecure, isSecure);
+    }
     sayAnswer("StartService",
-              {{"Port", "<integer>1234</integer>"}, {"EnableServiceSSL", "<true/>"}});
-    EXPECT_EQ(startService(client), kAMDSessionNotSupported);
-    sayAnswer("StartService",
-              {{"Port", "<integer>1234</integer>"}, {"EnableServiceSSL", "<false/>"}});
-    EXPECT_EQ(startService(client), 0);
+              {{"Port", "<integer>1234</integer>"}, {"EnableServiceSSL", xmlString("yes")}});
+    EXPECT_EQ(startService(client), kAMDBadReply);
 }
 
 TEST_F(Lockdown, AValueIsAskedForByDomainAndKeyWhereThereAreAny) {

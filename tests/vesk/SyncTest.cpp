@@ -225,18 +225,20 @@ TEST_F(Sync, ASourceFileThatVanishesIsNamed) {
 
 TEST_F(Sync, TheLockIsTakenBeforeAndGivenBackAfterTheChanges) {
     ASSERT_THAT(vesk({"add", local("a.m4r")}), ExitsWith(ExitCode::Success));
+    // Two connections: what is posted has no answer, so nothing says when the phone reads it.
+    std::vector<std::string> posts;
     std::vector<std::string> steps;
     for (const auto& entry : log().entries()) {
         if (entry.service == "notification_proxy" && entry.request == "PostNotification") {
-            steps.push_back(entry.name.substr(entry.name.rfind('.') + 1));
+            posts.push_back(entry.name.substr(entry.name.rfind('.') + 1));
         } else if (entry.request == "Lock" && entry.mode == 6) {
             steps.emplace_back("lock");
         } else if (entry.request == "Write") {
             steps.emplace_back("write");
         }
     }
-    EXPECT_THAT(steps, ElementsAre("syncWillStart", "syncLockRequest", "lock", "write", "write",
-                                   "syncDidFinish"));
+    EXPECT_THAT(posts, ElementsAre("syncWillStart", "syncLockRequest", "syncDidFinish"));
+    EXPECT_THAT(steps, ElementsAre("lock", "write", "write"));
 }
 
 TEST_F(Sync, ReadingManyRingtonesDoesNotReconnectForEach) {

@@ -143,6 +143,7 @@ TEST_F(Program, HelpNamesEveryOptionActionAndCommand) {
                                    "--udid",          "--free-bytes",
                                    "--total-bytes",   "--link-speed",
                                    "--latency",       "--lockdown-idle",
+                                   "--session",       "--secure-services",
                                    "--unpaired",      "--passcode",
                                    "--no-validation", "--binary-replies",
                                    "--make-parents",  "--accept-existing",

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <limits>
+#include <utility>
+#include <vector>
 
 namespace krl::provider {
 
@@ -32,6 +34,9 @@ std::span<iovec> withoutSent(std::span<iovec> parts, size_t sent) {
 Channel::Channel(UniqueDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
 
 IoResult Channel::send(std::span<iovec> parts) {
+    if (encryption_) {
+        return sendEncrypted(parts);
+    }
     parts = withoutSent(parts, 0);
     while (!parts.empty()) {
         if (ended_) {
@@ -55,6 +60,18 @@ IoResult Channel::send(std::span<iovec> parts) {
 }
 
 IoResult Channel::receive(std::span<std::byte> target) {
+    if (encryption_) {
+        return receiveEncrypted(target);
+    }
+    if (mayBringFarewell_ && !target.empty()) {
+        if (const IoResult skipped = skipFarewell(); skipped != IoResult::Done) {
+            return skipped;
+        }
+    }
+    return receiveClear(target);
+}
+
+IoResult Channel::receiveClear(std::span<std::byte> target) {
     while (!target.empty()) {
         if (ended_) {
             return IoResult::Closed;
@@ -124,6 +141,121 @@ IoResult Channel::waitFor(short events) const {
             return IoResult::Closed;
         }
     }
+}
+
+// ------------------------------------------------------------------ encryption
+
+template <typename Step>
+IoResult Channel::carryOut(Step step) {
+    while (!ended_) {
+        IoResult ready = IoResult::Done;
+        switch (step()) {
+        case Encryption::Step::Done:
+            return IoResult::Done;
+        case Encryption::Step::WantsToReceive:
+            ready = waitFor(POLLIN);
+            break;
+        case Encryption::Step::WantsToSend:
+            ready = waitFor(POLLOUT);
+            break;
+        case Encryption::Step::Closed:
+            return IoResult::Closed;
+        }
+        if (ready != IoResult::Done) {
+            return ready;
+        }
+    }
+    return IoResult::Closed;
+}
+
+IoResult Channel::beginEncryption(std::unique_ptr<Encryption> encryption) {
+    encryption_ = std::move(encryption);
+    return carryOut([this] { return encryption_->handshake(); });
+}
+
+void Channel::endEncryption() {
+    encryption_.reset();
+    mayBringFarewell_ = true;
+}
+
+IoResult Channel::sendEncrypted(std::span<const iovec> parts) {
+    for (const iovec& part : parts) {
+        std::span rest(static_cast<const std::byte*>(part.iov_base), part.iov_len);
+        while (!rest.empty()) {
+            size_t sent = 0;
+            if (const IoResult result = carryOut([&] { return encryption_->send(rest, sent); });
+                result != IoResult::Done) {
+                return result;
+            }
+            rest = rest.subspan(sent);
+        }
+    }
+    return carryOut([this] { return encryption_->flush(); });
+}
+
+IoResult Channel::receiveEncrypted(std::span<std::byte> target) {
+    while (!target.empty()) {
+        size_t received = 0;
+        if (const IoResult result =
+                carryOut([&] { return encryption_->receive(target, received); });
+            result != IoResult::Done) {
+            return result;
+        }
+        target = target.subspan(received);
+    }
+    return IoResult::Done;
+}
+
+// A phone may say that the encryption ends, and nothing tells whether it will. But the records that
+// say so begin with 21, and a message in clear with a length that is far too small for that.
+IoResult Channel::skipFarewell() {
+    constexpr std::byte kAlert{21};
+    constexpr size_t kHeaderBytes = 5; // kind, version (2), length (2)
+    while (mayBringFarewell_) {
+        if (buffered_.empty()) {
+            size_t received = 0;
+            if (const IoResult result = receiveSome(buffer_, received); result != IoResult::Done) {
+                return result;
+            }
+            buffered_ = std::span<std::byte>(buffer_).first(received);
+        }
+        if (buffered_.front() != kAlert) {
+            mayBringFarewell_ = false;
+            return IoResult::Done;
+        }
+        std::array<std::byte, kHeaderBytes> header{};
+        if (const IoResult result = receiveClear(header); result != IoResult::Done) {
+            return result;
+        }
+        std::vector<std::byte> body(std::to_integer<size_t>(header[3]) << 8 |
+                                    std::to_integer<size_t>(header[4]));
+        if (const IoResult result = receiveClear(body); result != IoResult::Done) {
+            return result;
+        }
+    }
+    return IoResult::Done;
+}
+
+ssize_t Channel::receiveNow(std::span<std::byte> target) {
+    if (!buffered_.empty()) {
+        const size_t count = std::min(buffered_.size(), target.size());
+        std::copy_n(buffered_.begin(), count, target.begin());
+        buffered_ = buffered_.subspan(count);
+        return static_cast<ssize_t>(count);
+    }
+    ssize_t count = 0;
+    do {
+        count = ::recv(descriptor_.get(), target.data(), target.size(), MSG_DONTWAIT);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+ssize_t Channel::sendNow(std::span<const std::byte> bytes) {
+    ssize_t count = 0;
+    do {
+        count = ::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    } while (count < 0 && errno == EINTR);
+    return count;
 }
 
 void Channel::shutdown() noexcept {

@@ -1,6 +1,8 @@
 #include "Device.h"
 
+#include "LockdownErrors.h"
 #include "Mux.h"
+#include "Pairing.h"
 
 #include <MobileDevice/MobileDevice.h>
 
@@ -9,7 +11,7 @@
 namespace krl::provider {
 
 Device::Lockdown::Lockdown(std::shared_ptr<Channel> channel)
-    : client(std::move(channel), std::make_unique<ClearSessionsOnly>()) {}
+    : client(std::move(channel), newSessionSecurity()) {}
 
 Device::Device(uint32_t muxId, std::string udid) : muxId_(muxId), udid_(std::move(udid)) {}
 
@@ -56,6 +58,56 @@ int32_t Device::validatePairing() {
     });
 }
 
+int32_t Device::pair() {
+    return exchange([this](Lockdown& connection) { return pairOn(connection); });
+}
+
+int32_t Device::pairOn(Lockdown& connection) {
+    PlistRef answer;
+    if (const int32_t status =
+            connection.client.getValue(std::nullopt, "DevicePublicKey", answer)) {
+        return status;
+    }
+    const std::optional<std::string> systemBuid = mux::readSystemBuid();
+    if (!systemBuid) {
+        return kAMDNotConnected;
+    }
+    PairingFacts facts{dataAt(answer, "Value").value_or(""), *systemBuid, std::nullopt};
+    if (connection.client.getValue(std::nullopt, "WiFiAddress", answer) == 0) {
+        facts.wifiAddress = stringAt(answer, "Value");
+    }
+    PlistRef contents;
+    if (const int32_t status = newPairRecord(facts, contents)) {
+        return status;
+    }
+    std::string hostId = stringAt(contents, "HostID").value_or("");
+    PairRecord record(std::move(contents), std::move(hostId));
+    if (const int32_t status = connection.client.pair(record)) {
+        return status;
+    }
+    if (!mux::savePairRecord(muxId_, udid_, record.xml())) {
+        connection.client.unpair(record); // a pairing that nobody can use is none
+        return kAMDPairRecordNotKept;
+    }
+    connection.record = std::move(record);
+    return 0;
+}
+
+int32_t Device::unpair() {
+    return exchange([this](Lockdown& connection) -> int32_t {
+        const std::optional<PairRecord> record = readPairRecord();
+        if (!record) {
+            return kAMDNotPaired;
+        }
+        const int32_t status = connection.client.unpair(*record);
+        if (status != 0 && status != lockdownErrorNumber("InvalidHostID")) {
+            return status;
+        }
+        connection.record.reset();
+        return mux::deletePairRecord(udid_) ? 0 : int32_t{kAMDPairRecordNotKept};
+    });
+}
+
 int32_t Device::startSession() {
     return exchangePaired([](LockdownClient& client, const PairRecord& record) {
         std::optional<std::string> systemBuid = record.systemBuid();
@@ -70,15 +122,32 @@ int32_t Device::stopSession() {
     return exchange([](Lockdown& connection) { return connection.client.stopSession(); });
 }
 
-int32_t Device::startService(const std::string& name, uint16_t& port) {
+int32_t Device::startService(const std::string& name, ServiceAddress& address) {
     return exchange(
-        [&](Lockdown& connection) { return connection.client.startService(name, port); });
+        [&](Lockdown& connection) { return connection.client.startService(name, address); });
 }
 
 int32_t Device::getValue(const std::optional<std::string>& domain,
                          const std::optional<std::string>& key, PlistRef& answer) {
     return exchange(
         [&](Lockdown& connection) { return connection.client.getValue(domain, key, answer); });
+}
+
+int32_t Device::open(const ServiceAddress& address, std::shared_ptr<Channel>& opened) {
+    std::shared_ptr<Channel> channel = open(address.port);
+    if (!channel) {
+        return kAMDNotConnected;
+    }
+    if (address.isSecure) {
+        const std::optional<PairRecord> record = readPairRecord();
+        const int32_t status =
+            record ? newSessionSecurity()->begin(*channel, *record) : int32_t{kAMDNotPaired};
+        if (status != 0) {
+            return status;
+        }
+    }
+    opened = std::move(channel);
+    return 0;
 }
 
 std::shared_ptr<Channel> Device::open(uint16_t port) {

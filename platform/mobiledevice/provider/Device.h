@@ -28,11 +28,16 @@ public:
 
     [[nodiscard]] bool isPaired();
     int32_t validatePairing();
+    int32_t pair();
+    int32_t unpair();
     int32_t startSession();
     int32_t stopSession();
-    int32_t startService(const std::string& name, uint16_t& port);
+    int32_t startService(const std::string& name, ServiceAddress& address);
     int32_t getValue(const std::optional<std::string>& domain,
                      const std::optional<std::string>& key, PlistRef& answer);
+
+    /** Connects to a service, encrypted if it is to be; 0 or a status. */
+    int32_t open(const ServiceAddress& address, std::shared_ptr<Channel>& opened);
 
     /** Connects to a port of the phone; null if that cannot be done. */
     std::shared_ptr<Channel> open(uint16_t port);
@@ -51,6 +56,7 @@ private:
     };
 
     [[nodiscard]] std::shared_ptr<Lockdown> lockdown();
+    int32_t pairOn(Lockdown& connection);
 
     /** Calls the body with the lockdown connection, if there is one; one call after the other. */
     template <typename Body>

@@ -51,10 +51,34 @@ LockdownClient::LockdownClient(std::shared_ptr<Channel> channel,
     : messenger_(std::move(channel)), security_(std::move(security)) {}
 
 int32_t LockdownClient::validatePair(const PairRecord& record) {
-    const PlistRef request = newRequest("ValidatePair");
+    PlistRef answer;
+    return exchangeRecord(newRequest("ValidatePair"), record, answer);
+}
+
+int32_t LockdownClient::pair(PairRecord& record) {
+    const PlistRef request = newRequest("Pair");
+    PlistRef options = newDictionary();
+    plist_dict_set_item(options.get(), "ExtendedPairingErrors", plist_new_bool(1));
+    plist_dict_set_item(request.get(), "PairingOptions", options.release());
+    PlistRef answer;
+    if (const int32_t status = exchangeRecord(request, record, answer)) {
+        return status;
+    }
+    if (const auto bag = dataAt(answer, "EscrowBag")) {
+        record.setData("EscrowBag", *bag);
+    }
+    return 0;
+}
+
+int32_t LockdownClient::unpair(const PairRecord& record) {
+    PlistRef answer;
+    return exchangeRecord(newRequest("Unpair"), record, answer);
+}
+
+int32_t LockdownClient::exchangeRecord(const PlistRef& request, const PairRecord& record,
+                                       PlistRef& answer) {
     plist_dict_set_item(request.get(), "PairRecord", record.withoutPrivateKeys().release());
     setString(request, "ProtocolVersion", "2");
-    PlistRef answer;
     return exchange(request, {}, answer);
 }
 
@@ -104,7 +128,7 @@ int32_t LockdownClient::stopSession() {
     return 0;
 }
 
-int32_t LockdownClient::startService(const std::string& name, uint16_t& port) {
+int32_t LockdownClient::startService(const std::string& name, ServiceAddress& address) {
     const PlistRef request = newRequest("StartService");
     setString(request, "Service", name);
     PlistRef answer;
@@ -115,10 +139,11 @@ int32_t LockdownClient::startService(const std::string& name, uint16_t& port) {
     if (number == 0 || number > std::numeric_limits<uint16_t>::max()) {
         return messenger_.badReply();
     }
-    if (hasKey(answer, "EnableServiceSSL") && booleanAt(answer, "EnableServiceSSL") != false) {
-        return kAMDSessionNotSupported;
+    const std::optional<bool> isSecure = booleanAt(answer, "EnableServiceSSL");
+    if (hasKey(answer, "EnableServiceSSL") && !isSecure) {
+        return messenger_.badReply();
     }
-    port = static_cast<uint16_t>(number);
+    address = {static_cast<uint16_t>(number), isSecure.value_or(false)};
     return 0;
 }
 

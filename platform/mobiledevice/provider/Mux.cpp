@@ -51,6 +51,16 @@ std::optional<std::vector<std::byte>> readPairRecord(const std::string& udid) {
                : std::optional<std::vector<std::byte>>(std::in_place, bytes, bytes + size);
 }
 
+bool savePairRecord(uint32_t muxId, const std::string& udid, const std::string& contents) {
+    return isUsable() &&
+           usbmuxd_save_pair_record_with_device_id(udid.c_str(), muxId, contents.data(),
+                                                   static_cast<uint32_t>(contents.size())) == 0;
+}
+
+bool deletePairRecord(const std::string& udid) {
+    return isUsable() && usbmuxd_delete_pair_record(udid.c_str()) == 0;
+}
+
 std::optional<std::string> readSystemBuid() {
     char* buid = nullptr;
     if (!isUsable() || usbmuxd_read_buid(&buid) != 0) {

@@ -19,6 +19,10 @@ UniqueDescriptor connect(uint32_t muxId, uint16_t port);
 /** The contents of the pair record that this computer holds for a phone, if it holds one. */
 std::optional<std::vector<std::byte>> readPairRecord(const std::string& udid);
 
+/** Has the daemon keep a pair record for the phone at this place, or forget the one it keeps. */
+bool savePairRecord(uint32_t muxId, const std::string& udid, const std::string& contents);
+bool deletePairRecord(const std::string& udid);
+
 /** This computer's own identity towards phones. */
 std::optional<std::string> readSystemBuid();
 

@@ -20,6 +20,18 @@ std::optional<std::string> PairRecord::systemBuid() const {
     return stringAt(contents_, "SystemBUID");
 }
 
+std::string PairRecord::dataText(const char* key) const {
+    return dataAt(contents_, key).value_or("");
+}
+
+void PairRecord::setData(const char* key, const std::string& bytes) {
+    provider::setData(contents_, key, bytes);
+}
+
+std::string PairRecord::xml() const {
+    return xmlOf(contents_);
+}
+
 PlistRef PairRecord::withoutPrivateKeys() const {
     PlistRef record(plist_copy(contents_.get()));
     for (const char* key : {"HostPrivateKey", "RootPrivateKey"}) {

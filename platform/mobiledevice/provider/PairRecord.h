@@ -13,6 +13,9 @@ namespace krl::provider {
 
 class PairRecord {
 public:
+    /** Of a new pairing. */
+    PairRecord(PlistRef contents, std::string hostId);
+
     /** Nothing if the bytes are no property list or name no host. */
     static std::optional<PairRecord> parse(std::span<const std::byte> bytes);
 
@@ -21,12 +24,19 @@ public:
     /** Missing in some records; the mux daemon knows it too. */
     [[nodiscard]] std::optional<std::string> systemBuid() const;
 
+    /** A key or certificate, PEM text; empty when the record has none of that name. */
+    [[nodiscard]] std::string dataText(const char* key) const;
+
+    /** Adds what the phone has given at the pairing. */
+    void setData(const char* key, const std::string& bytes);
+
+    /** The whole record as an XML document; empty when memory is out. */
+    [[nodiscard]] std::string xml() const;
+
     /** What the phone may see: everything but the private keys. */
     [[nodiscard]] PlistRef withoutPrivateKeys() const;
 
 private:
-    PairRecord(PlistRef contents, std::string hostId);
-
     PlistRef contents_;
     std::string hostId_;
 };

@@ -6,6 +6,7 @@
 #include <array>
 #include <limits>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -16,22 +17,17 @@ namespace {
 // All of a phone's values together take some tens of kilobytes.
 constexpr uint32_t kMaxMessageBytes = 4 * 1024 * 1024;
 
-using OwnedXml = std::unique_ptr<char, decltype(&plist_to_xml_free)>;
-
 } // namespace
 
 PlistMessenger::PlistMessenger(std::shared_ptr<Channel> channel) : channel_(std::move(channel)) {}
 
 int32_t PlistMessenger::send(const PlistRef& message) {
-    char* text = nullptr;
-    uint32_t length = 0;
-    plist_to_xml(message.get(), &text, &length);
-    const OwnedXml xml(text, &plist_to_xml_free);
-    if (!xml) {
+    std::string xml = xmlOf(message);
+    if (xml.empty()) {
         return kAMDNoResources;
     }
-    uint32_t header = htobe32(length);
-    std::array<iovec, 2> parts{iovec{&header, sizeof header}, iovec{xml.get(), length}};
+    uint32_t header = htobe32(static_cast<uint32_t>(xml.size()));
+    std::array<iovec, 2> parts{iovec{&header, sizeof header}, iovec{xml.data(), xml.size()}};
     return failed(channel_->send(parts));
 }
 

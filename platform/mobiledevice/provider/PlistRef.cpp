@@ -52,6 +52,10 @@ void setString(const PlistRef& dictionary, const char* key, const std::string& v
     plist_dict_set_item(dictionary.get(), key, plist_new_string(value.c_str()));
 }
 
+void setData(const PlistRef& dictionary, const char* key, const std::string& bytes) {
+    plist_dict_set_item(dictionary.get(), key, plist_new_data(bytes.data(), bytes.size()));
+}
+
 std::optional<std::string> stringAt(const PlistRef& dictionary, const char* key) {
     plist_t node = nodeAt(dictionary, key, PLIST_STRING);
     if (node == nullptr) {
@@ -81,6 +85,24 @@ std::optional<bool> booleanAt(const PlistRef& dictionary, const char* key) {
     uint8_t value = 0;
     plist_get_bool_val(node, &value);
     return value != 0;
+}
+
+std::optional<std::string> dataAt(const PlistRef& dictionary, const char* key) {
+    plist_t node = nodeAt(dictionary, key, PLIST_DATA);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    uint64_t length = 0;
+    const char* bytes = plist_get_data_ptr(node, &length);
+    return bytes == nullptr ? std::string() : std::string(bytes, length);
+}
+
+std::string xmlOf(const PlistRef& list) {
+    char* text = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(list.get(), &text, &length);
+    const std::unique_ptr<char, decltype(&plist_to_xml_free)> owned(text, &plist_to_xml_free);
+    return owned ? std::string(owned.get(), length) : std::string();
 }
 
 bool hasKey(const PlistRef& dictionary, const char* key) {

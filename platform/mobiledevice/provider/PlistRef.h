@@ -27,12 +27,19 @@ PlistRef newDictionary();
 
 void setString(const PlistRef& dictionary, const char* key, const std::string& value);
 
+void setData(const PlistRef& dictionary, const char* key, const std::string& bytes);
+
 /** The value under a key if it has the type asked for. */
 std::optional<std::string> stringAt(const PlistRef& dictionary, const char* key);
 std::optional<uint64_t> unsignedAt(const PlistRef& dictionary, const char* key);
 std::optional<bool> booleanAt(const PlistRef& dictionary, const char* key);
 
+std::optional<std::string> dataAt(const PlistRef& dictionary, const char* key);
+
 bool hasKey(const PlistRef& dictionary, const char* key);
+
+/** The list as an XML document; empty when memory is out. */
+std::string xmlOf(const PlistRef& list);
 
 } // namespace krl::provider
 

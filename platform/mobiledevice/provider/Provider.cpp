@@ -128,6 +128,18 @@ int32_t validatePairing(am_device* device) {
     return withDevice(device, [](Device& phone) { return phone.validatePairing(); });
 }
 
+int32_t pair(am_device* device) {
+    return withDevice(device, [](Device& phone) { return phone.pair(); });
+}
+
+int32_t unpair(am_device* device) {
+    return withDevice(device, [](Device& phone) { return phone.unpair(); });
+}
+
+int32_t checkSessionSupport() {
+    return guarded<int32_t>(kAMDNoResources, [] { return sessionSupport(); });
+}
+
 int32_t startSession(am_device* device) {
     return withDevice(device, [](Device& phone) { return phone.startSession(); });
 }
@@ -143,13 +155,13 @@ int32_t startService(am_device* device, CFStringRef serviceName, am_service** se
         if (!phone || !name || service == nullptr) {
             return kAMDInvalidHandle;
         }
-        uint16_t port = 0;
-        if (const int32_t status = phone->startService(*name, port)) {
+        ServiceAddress address;
+        if (const int32_t status = phone->startService(*name, address)) {
             return status;
         }
+        const auto deviceId = reinterpret_cast<Handles::Id>(device);
         const bool done =
-            handOut(std::make_shared<Service>(phone, reinterpret_cast<Handles::Id>(device), port),
-                    device, service);
+            handOut(std::make_shared<Service>(phone, deviceId, address), device, service);
         return done ? 0 : kAMDInvalidHandle;
     });
 }
@@ -182,15 +194,33 @@ int32_t postNotification(am_service* proxy, CFStringRef name, CFTypeRef) {
 
 // ------------------------------------------------------------------ file service
 
+// What a device's status is called among those of the file service.
+int32_t fileStatus(int32_t status) {
+    switch (status) {
+    case kAMDNotConnected:
+        return kAFCNotConnected;
+    case kAMDTimedOut:
+        return kAFCTimedOut;
+    default:
+        return status;
+    }
+}
+
 int32_t connectionOpen(am_service* service, uint32_t, afc_connection** connection) {
     if (connection == nullptr) {
         return kAFCInvalidArgument;
     }
     return guarded<int32_t>(kAMDNoResources, [&]() -> int32_t {
         const auto taken = handles().take<Service>(service);
-        auto channel = taken ? taken->openChannel() : nullptr;
-        const bool done = channel && handOut(std::make_shared<AfcConnection>(std::move(channel)),
-                                             toHandle<am_device>(taken->deviceId()), connection);
+        if (!taken) {
+            return kAFCNotConnected;
+        }
+        std::shared_ptr<Channel> channel;
+        if (const int32_t status = taken->openChannel(channel)) {
+            return fileStatus(status);
+        }
+        const bool done = handOut(std::make_shared<AfcConnection>(std::move(channel)),
+                                  toHandle<am_device>(taken->deviceId()), connection);
         return done ? 0 : kAFCNotConnected;
     });
 }
@@ -384,6 +414,9 @@ const MobileDeviceTable kTable{
     .AFCKeyValueRead = keyValueRead,
     .AFCKeyValueClose = keyValueClose,
     .AMDeviceSetCallTimeout = setCallTimeout,
+    .AMDevicePair = pair,
+    .AMDeviceUnpair = unpair,
+    .AMDeviceCheckSessionSupport = checkSessionSupport,
 };
 
 } // namespace

@@ -6,23 +6,27 @@
 
 namespace krl::provider {
 
-Service::Service(std::shared_ptr<Device> device, Handles::Id deviceId, uint16_t port)
-    : device_(std::move(device)), deviceId_(deviceId), port_(port) {}
+Service::Service(std::shared_ptr<Device> device, Handles::Id deviceId, ServiceAddress address)
+    : device_(std::move(device)), deviceId_(deviceId), address_(address) {}
 
-std::shared_ptr<Channel> Service::openChannel() {
+int32_t Service::openOnce(std::shared_ptr<Channel>& channel) {
+    return std::exchange(opened_, true) ? int32_t{kAMDNotConnected}
+                                        : device_->open(address_, channel);
+}
+
+int32_t Service::openChannel(std::shared_ptr<Channel>& channel) {
     const std::lock_guard lock(mutex_);
-    return std::exchange(opened_, true) ? nullptr : device_->open(port_);
+    return openOnce(channel);
 }
 
 int32_t Service::post(const std::string& notification) {
     const std::lock_guard lock(mutex_);
-    if (!std::exchange(opened_, true)) {
-        if (auto channel = device_->open(port_)) {
-            proxy_.emplace(std::move(channel));
-        }
-    }
     if (!proxy_) {
-        return kAMDNotConnected;
+        std::shared_ptr<Channel> channel;
+        if (const int32_t status = openOnce(channel)) {
+            return status;
+        }
+        proxy_.emplace(std::move(channel));
     }
     return proxy_->post(notification);
 }

@@ -18,20 +18,23 @@ namespace krl::provider {
  *  descriptor. It is good for one connection: a file connection, or a notification proxy. */
 class Service final : public Object {
 public:
-    Service(std::shared_ptr<Device> device, Handles::Id deviceId, uint16_t port);
+    Service(std::shared_ptr<Device> device, Handles::Id deviceId, ServiceAddress address);
 
     [[nodiscard]] Handles::Id deviceId() const { return deviceId_; }
 
-    /** Connects the port for somebody else to speak on; null if that fails or it was connected. */
-    std::shared_ptr<Channel> openChannel();
+    /** Connects the port for somebody else to speak on; 0, or a status when that fails or it was
+     *  connected before. */
+    int32_t openChannel(std::shared_ptr<Channel>& channel);
 
     int32_t post(const std::string& notification);
     int32_t shutdownProxy();
 
 private:
+    int32_t openOnce(std::shared_ptr<Channel>& channel);
+
     const std::shared_ptr<Device> device_;
     const Handles::Id deviceId_;
-    const uint16_t port_;
+    const ServiceAddress address_;
 
     std::mutex mutex_; // held for the length of a call
     bool opened_ = false;

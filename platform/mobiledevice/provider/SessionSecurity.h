@@ -6,6 +6,7 @@
 #include "PairRecord.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace krl::provider {
 
@@ -27,6 +28,12 @@ public:
     int32_t begin(Channel& channel, const PairRecord& record) override;
     void end(Channel& channel) override;
 };
+
+/** The best that this build has: SSL 3.0 to TLS 1.2, or sessions in clear only. */
+std::unique_ptr<SessionSecurity> newSessionSecurity();
+
+/** What can be had here: 0 for everything, kAMDNoSsl3, or kAMDSessionNotSupported. */
+int32_t sessionSupport();
 
 } // namespace krl::provider
 

@@ -84,7 +84,14 @@ enum {
     kAMDNoSession = 69,           /**< there is no session to stop */
     kAMDSessionNotSupported = 70, /**< the phone asks for encryption that is not to be had */
     kAMDRefused = 71,             /**< the phone refused and gave a reason without a number */
-    kAMDNoResources = 72          /**< memory or descriptors ran out on this computer */
+    kAMDNoResources = 72,         /**< memory or descriptors ran out on this computer */
+    kAMDBadPairRecord = 73,      /**< the pair record lacks keys or certificates that can be read */
+    kAMDHandshakeFailed = 74,    /**< phone and computer did not agree on encryption */
+    kAMDWrongCertificate = 75,   /**< the phone shows another key than it was paired with */
+    kAMDCertificateExpired = 76, /**< a certificate of the pairing is not valid at this time */
+    kAMDCertificateRefused = 77, /**< the phone refuses this computer's certificate */
+    kAMDNoSsl3 = 78, /**< SSL 3.0 is asked for, and this computer's NSS speaks it no more */
+    kAMDPairRecordNotKept = 79 /**< the mux daemon does not save or delete the pair record */
 };
 
 /** How AFCFileRefOpen opens a file. */
@@ -135,7 +142,22 @@ MOBILEDEVICE_EXTERN int32_t (*AMDeviceIsPaired)(am_device* device);
 /** Has the phone check the pair record. Early firmware trusts the connection only afterwards. */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceValidatePairing)(am_device* device);
 
-/** Starts a session on the connection, which AMDeviceStartService needs. */
+/**
+ * Pairs this computer with the phone: makes keys and certificates, has the phone take them and the
+ * mux daemon keep them. A pair record that there is already is replaced. Needs a connection; takes
+ * up to a second for the keys. Nothing is kept, on either side, when it fails. May be missing in
+ * another provider.
+ */
+MOBILEDEVICE_EXTERN int32_t (*AMDevicePair)(am_device* device);
+
+/**
+ * Has the phone forget this computer and the mux daemon the pair record. A phone that has forgotten
+ * it already is no failure. Needs a connection. May be missing in another provider.
+ */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceUnpair)(am_device* device);
+
+/** Starts a session on the connection, which AMDeviceStartService needs. Encrypted when the phone
+ *  asks for it: the newest protocol that both speak, down to SSL 3.0. */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartSession)(am_device* device);
 
 /** Stops the session. */
@@ -164,6 +186,13 @@ MOBILEDEVICE_EXTERN int32_t (*AMDPostNotification)(am_service* proxy, CFStringRe
  * phone that keeps moving is waited for. May be missing in another provider.
  */
 MOBILEDEVICE_EXTERN void (*AMDeviceSetCallTimeout)(uint32_t timeoutMs);
+
+/**
+ * What sessions this computer can have, whatever phone there is: 0 for all, kAMDNoSsl3 when those
+ * of early firmware cannot be had, kAMDSessionNotSupported when only sessions in clear can. May be
+ * missing in another provider.
+ */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceCheckSessionSupport)(void);
 
 /* ------------------------------------------------------------------ file service */
 

@@ -15,7 +15,7 @@ extern "C" {
 #endif
 
 /** Rises whenever a function is added, dropped or means something else. */
-#define MOBILEDEVICE_PROVIDER_VERSION 1u
+#define MOBILEDEVICE_PROVIDER_VERSION 2u
 
 /** X(function) for every function that a provider must have. */
 #define MOBILEDEVICE_REQUIRED_FUNCTIONS(X)                                                         \
@@ -52,7 +52,11 @@ extern "C" {
     X(AFCKeyValueClose)
 
 /** X(function) for every function that may be null in a provider's table. */
-#define MOBILEDEVICE_OPTIONAL_FUNCTIONS(X) X(AMDeviceSetCallTimeout)
+#define MOBILEDEVICE_OPTIONAL_FUNCTIONS(X)                                                         \
+    X(AMDeviceSetCallTimeout)                                                                      \
+    X(AMDevicePair)                                                                                \
+    X(AMDeviceUnpair)                                                                              \
+    X(AMDeviceCheckSessionSupport)
 
 #define MOBILEDEVICE_FUNCTIONS(X)                                                                  \
     MOBILEDEVICE_REQUIRED_FUNCTIONS(X)                                                             \

@@ -1,0 +1,39 @@
+// Certificates of pair records: made, read and compared. start() must have been true.
+#ifndef KRL_NSS_CERTIFICATES_H
+#define KRL_NSS_CERTIFICATES_H
+
+#include "Nss/Owners.h"
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+namespace krl::nss {
+
+/** What a certificate says and who says it. */
+struct CertificatePlan {
+    std::string subject;         ///< a common name
+    std::string issuer;          ///< the signer's common name
+    SECKEYPublicKey* subjectKey; ///< whose key it is about
+    SECKEYPrivateKey* issuerKey; ///< signs it
+    bool mayIssue = false;       ///< a root
+    bool withSha1 = true;        ///< signed with SHA-1, as early phones want it; or SHA-256
+    std::chrono::system_clock::time_point notBefore;
+    std::chrono::system_clock::time_point notAfter;
+};
+
+/** PEM text "CERTIFICATE"; empty on failure. Its serial number is drawn anew each time. */
+std::string newCertificatePem(const CertificatePlan& plan);
+
+/** The first certificate of a PEM text; null when there is none that can be read. */
+Certificate parseCertificate(std::string_view pem);
+
+/** Whether both are about the same key. */
+bool haveSameKey(const CERTCertificate* one, const CERTCertificate* other);
+
+/** Whether a certificate is valid now: neither too early nor too late. */
+bool isValidNow(const CERTCertificate* certificate);
+
+} // namespace krl::nss
+
+#endif

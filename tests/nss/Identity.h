@@ -1,0 +1,54 @@
+// Two sides that know each other, made once: keys cost the most.
+#ifndef KRL_TESTS_NSS_IDENTITY_H
+#define KRL_TESTS_NSS_IDENTITY_H
+
+#include <Nss/Certificates.h>
+#include <Nss/Keys.h>
+#include <Nss/Runtime.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+namespace krl::nss::testing {
+
+struct Identity {
+    KeyPair keys;
+    std::string keyPem;
+    std::string certificatePem;
+};
+
+inline constexpr int kEarlyBits = 1024;
+
+inline CertificatePlan planFor(const KeyPair& keys, const std::string& name) {
+    const auto now = std::chrono::system_clock::now();
+    return {.subject = name,
+            .issuer = name,
+            .subjectKey = keys.publicKey.get(),
+            .issuerKey = keys.privateKey.get(),
+            .notBefore = now - std::chrono::hours(24),
+            .notAfter = now + std::chrono::hours(24)};
+}
+
+inline Identity newIdentity(const std::string& name) {
+    EXPECT_TRUE(start());
+    Identity identity{newKeyPair(kEarlyBits), "", ""};
+    identity.keyPem = privateKeyPem(identity.keys);
+    identity.certificatePem = newCertificatePem(planFor(identity.keys, name));
+    return identity;
+}
+
+inline const Identity& phoneIdentity() {
+    static const Identity identity = newIdentity("Phone");
+    return identity;
+}
+
+inline const Identity& hostIdentity() {
+    static const Identity identity = newIdentity("Host");
+    return identity;
+}
+
+} // namespace krl::nss::testing
+
+#endif
