@@ -52,7 +52,7 @@ std::size_t Channel::receiveRaw(std::span<char> target) {
         std::memcpy(target.data(), early.data(), early.size());
         return early.size();
     }
-    if (isShutDown_) {
+    if (isShutDown_ || !flush()) {
         return 0;
     }
     ssize_t got = 0;
@@ -108,7 +108,25 @@ bool Channel::skip(uint64_t bytes) {
 }
 
 bool Channel::write(std::span<const char> bytes) {
-    return encryption_ ? encryption_->send(bytes) : sendRaw(bytes);
+    return flush() && (encryption_ ? encryption_->send(bytes) : sendRaw(bytes));
+}
+
+bool Channel::writeSoon(std::span<const char> bytes) {
+    constexpr std::size_t kMostHeld = 4096;
+    if (begin_ == end_ || held_.size() + bytes.size() > kMostHeld) {
+        return write(bytes);
+    }
+    held_.insert(held_.end(), bytes.begin(), bytes.end());
+    return true;
+}
+
+bool Channel::flush() {
+    if (held_.empty()) {
+        return true;
+    }
+    const bool isSent = encryption_ ? encryption_->send(held_) : sendRaw(held_);
+    held_.clear();
+    return isSent;
 }
 
 bool Channel::sendRaw(std::span<const char> bytes) {
@@ -152,6 +170,7 @@ bool Channel::waitForInput(std::chrono::milliseconds timeout) {
     if (begin_ != end_) {
         return true;
     }
+    flush();
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (true) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -167,6 +186,7 @@ bool Channel::waitForInput(std::chrono::milliseconds timeout) {
 }
 
 bool Channel::pause(std::chrono::nanoseconds time) {
+    flush();
     const auto deadline = std::chrono::steady_clock::now() + time;
     while (true) {
         const auto left = deadline - std::chrono::steady_clock::now();
@@ -182,6 +202,7 @@ bool Channel::pause(std::chrono::nanoseconds time) {
 }
 
 bool Channel::waitFor(int descriptor) {
+    flush();
     while (true) {
         pollfd waiting[] = {{.fd = socket_.get(), .events = 0, .revents = 0},
                             {.fd = descriptor, .events = POLLIN, .revents = 0}};
@@ -193,6 +214,7 @@ bool Channel::waitFor(int descriptor) {
 }
 
 void Channel::waitForEnd() {
+    flush();
     pollfd waiting{.fd = socket_.get(), .events = 0, .revents = 0};
     while (poll(&waiting, 1, -1) <= 0) {
     }

@@ -3,6 +3,7 @@
 #define VIRTUALPHONE_CHANNEL_H
 
 #include "virtualphone/Faults.h"
+#include "virtualphone/Packet.h"
 #include "virtualphone/RawStream.h"
 #include "virtualphone/UniqueFd.h"
 
@@ -37,6 +38,16 @@ public:
     /** Writes everything, waiting as long as the client needs; false when the connection has ended.
      */
     bool write(std::span<const char> bytes);
+
+    /**
+     * Writes everything once there is nothing more to do than to wait: an answer does not leave
+     * before requests that are here already are dealt with. A client that sends many of them ahead
+     * is woken less often.
+     */
+    bool writeSoon(std::span<const char> bytes);
+
+    /** Writes what writeSoon still holds; all functions that wait or write do. */
+    bool flush();
 
     /**
      * Writes everything without waiting. A client that has not made room by reading loses its
@@ -85,6 +96,7 @@ private:
     std::unique_ptr<char[]> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
+    Packet held_;
     bool mayBringFarewell_ = false;
     std::unique_ptr<EncryptedStream> encryption_; // last: its end is said over the socket
 };

@@ -31,6 +31,8 @@ bool Responder::begin(const LogEntry& entry) {
     if (!fault_) {
         return true;
     }
+    // Earlier answers are on their way, whatever happens now.
+    channel_.flush();
     switch (fault_->action) {
     case FaultAction::Drop:
         record(entry);
@@ -81,7 +83,8 @@ bool Responder::thinkFirst() const {
 
 bool Responder::send(Packet& packet) const {
     if (!fault_) {
-        return channel_.write(packet);
+        // Only clients of the file service send requests ahead.
+        return service_ == Service::Afc ? channel_.writeSoon(packet) : channel_.write(packet);
     }
     const std::span<const char> half = std::span<const char>(packet).first(packet.size() / 2);
     switch (fault_->action) {
