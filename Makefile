@@ -1,6 +1,6 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
-.PHONY: demo test bench format install-packages asan tsan fuzz
+.PHONY: demo test bench format install-packages asan tsan quick-asan quick-tsan fuzz
 
 build := build
 
@@ -24,6 +24,12 @@ bench: install-packages
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target benchmarks
 	@scripts/bench.sh $(build)/release
+
+# Its fast tests, and those about threads, under a sanitizer.
+quick-asan quick-tsan: install-packages
+	cmake --preset $(@:quick-%=%)
+	cmake --build --preset $(@:quick-%=%) --target quick_tests
+	ctest --preset $(@:quick-%=%) -j2 -L 'fast|threads'
 
 # Short runs of the fuzz targets; needs Clang.
 fuzz: install-packages

@@ -17,7 +17,10 @@ endfunction()
 # krl_add_test(name SOURCES ... LIBRARIES ... [DEFINITIONS ...] [LABELS ...])
 #
 # One GoogleTest program; each of its tests is a test of ctest's. Label "wire" marks tests that talk
-# to a virtual phone over sockets, "fast" all others.
+# to a virtual phone over sockets, "fast" all others, "wire-threads" those of the former that are
+# about threads. The target quick_tests builds the last two, which `ctest -L 'fast|threads'` runs.
+add_custom_target(quick_tests)
+
 function(krl_add_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;DEFINITIONS;LABELS" ${ARGN})
     if(NOT ARG_LABELS)
@@ -32,6 +35,9 @@ function(krl_add_test name)
     endif()
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+    if(ARG_LABELS MATCHES "fast|threads")
+        add_dependencies(quick_tests ${name})
+    endif()
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
         WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}"
