@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -13,12 +14,15 @@ namespace {
 // A signal handler reaches nothing but these.
 std::atomic<OnInterrupt> reaction{OnInterrupt::LeaveAtOnce};
 std::atomic<bool> noticed{false};
+// Standard error, also while that is muted.
+std::atomic<int> terminal{STDERR_FILENO};
 
 static_assert(std::atomic<OnInterrupt>::is_always_lock_free);
 static_assert(std::atomic<bool>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void say(std::string_view text) {
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
+    [[maybe_unused]] const auto written = write(terminal, text.data(), text.size());
 }
 
 void leave(std::string_view text) {
@@ -48,6 +52,8 @@ void handle(int /*signal*/) {
 } // namespace
 
 void installInterruptHandlers() {
+    const int duplicate = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    terminal = duplicate < 0 ? STDERR_FILENO : duplicate;
     struct sigaction action = {};
     action.sa_handler = handle;
     sigemptyset(&action.sa_mask);

@@ -114,7 +114,8 @@ void requireUsable(const AttachedDevice& phone) {
 
 } // namespace
 
-AttachedDevice choosePhone(Discovery& discovery, const Options& options) {
+AttachedDevice choosePhone(const Options& options) {
+    Discovery discovery;
     const AttachedDevice phone =
         options.udid.empty() ? onlyPhone(discovery, options) : namedPhone(discovery, options);
     requireUsable(phone);

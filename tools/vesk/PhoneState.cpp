@@ -20,7 +20,7 @@ Failure catalogueUnreadable(const PhoneFacts& facts) {
 void readFolder(Session& session, PhoneState& state) {
     const auto names = session.folderNames();
     state.folderExists = names.has_value();
-    for (const PhoneRingtone& ringtone : state.ringtones.list) {
+    for (const PhoneRingtone& ringtone : state.ringtones) {
         state.folder[ringtone.file] = ringtone.size;
     }
     std::vector<std::string> unknown;
@@ -48,9 +48,7 @@ PhoneState readRingtones(Session& session, bool tolerateUnreadable) {
     }
     if (!state.catalogueIsUnreadable()) {
         state.ringtones = session.ringtones(state.catalogue.entries.size());
-    } else if (tolerateUnreadable) {
-        state.ringtones.entries = cf::dictionary();
-    } else {
+    } else if (!tolerateUnreadable) {
         throw catalogueUnreadable(state.facts);
     }
     return state;

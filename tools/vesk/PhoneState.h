@@ -14,7 +14,7 @@ struct PhoneState {
     PhoneFacts facts;
     std::optional<std::string> catalogueFile; ///< its bytes; none when there is no catalogue
     Catalogue catalogue;
-    PhoneRingtones ringtones;
+    std::vector<PhoneRingtone> ringtones; ///< that the library sees
     bool folderExists = false;
     std::map<std::string, std::uint64_t> folder; ///< files in the ringtone folder and their sizes
 

@@ -26,7 +26,8 @@ std::string onComputer(const std::string& path) {
 /// folder.
 class Walk {
 public:
-    explicit Walk(const PlanInput& input) : input_(input) {
+    explicit Walk(const PlanInput& input)
+        : input_(input), catalogueBytes_(input.oldCatalogueBytes) {
         for (const auto& [file, size] : input.folder) {
             folder_[file] = {onPhone(file), size};
         }
@@ -36,6 +37,7 @@ public:
     }
 
     Plan run() {
+        removeCatalogue();
         createFolder();
         renamePass();
         uploadPass();
@@ -74,6 +76,14 @@ private:
     void notePeak() {
         plan_.spaceNeeded = std::max(plan_.spaceNeeded,
                                      static_cast<std::uint64_t>(std::max<std::int64_t>(used_, 0)));
+    }
+
+    void removeCatalogue() {
+        if (input_.dropsCatalogue) {
+            used_ -= static_cast<std::int64_t>(catalogueBytes_);
+            add({.kind = Kind::RemoveCatalogue, .bytes = catalogueBytes_});
+            catalogueBytes_ = 0;
+        }
     }
 
     void createFolder() {
@@ -169,7 +179,7 @@ private:
 
     void writeCatalogue() {
         used_ += static_cast<std::int64_t>(input_.newCatalogueBytes) -
-                 static_cast<std::int64_t>(input_.oldCatalogueBytes);
+                 static_cast<std::int64_t>(catalogueBytes_);
         notePeak();
         add({.kind = Kind::WriteCatalogue, .bytes = input_.newCatalogueBytes},
             /*repeats=*/input_.sameCatalogue);
@@ -258,6 +268,7 @@ private:
 
     const PlanInput& input_;
     Plan plan_;
+    std::uint64_t catalogueBytes_; ///< what the phone's catalogue takes
     std::map<std::string, Content> folder_;
     std::set<std::string> unchangedNames_;
     std::set<std::string> kept_;
@@ -268,6 +279,8 @@ private:
 
 const char* operationName(Kind kind) {
     switch (kind) {
+    case Kind::RemoveCatalogue:
+        return "remove-catalogue";
     case Kind::CreateFolder:
         return "create-folder";
     case Kind::Rename:

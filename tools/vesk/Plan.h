@@ -30,6 +30,7 @@ struct NewRingtone {
 /// One change on the phone.
 struct Operation {
     enum class Kind {
+        RemoveCatalogue, ///< the old one cannot be loaded
         CreateFolder,
         Rename,      ///< file becomes newFile
         Upload,      ///< source goes to file
@@ -61,6 +62,7 @@ struct PlanInput {
     std::vector<CatalogueEntry> newCatalogue; ///< as the library generates it
     std::map<std::string, std::string> moves; ///< GUID to the new file name, likewise
 
+    bool dropsCatalogue = false; ///< the old one cannot be loaded and goes before all else
     bool folderExists = true;
     std::map<std::string, std::uint64_t> folder; ///< files in the ringtone folder and their sizes
     bool olderLayout = false;                    ///< the firmware wants placeholders

@@ -1,15 +1,14 @@
 #pragma once
 
 #include "Catalogue.h"
-#include "Cf.h"
 #include "Failure.h"
 #include "PhoneChoice.h"
+#include "PhoneWatch.h"
 #include "Plan.h"
 
 #include <KRLVesk/KRLVesk.h>
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,26 +33,17 @@ struct PhoneFacts {
     std::string label() const;
 };
 
-/// The ringtones that the library sees on a phone.
-struct PhoneRingtones {
-    cf::CFRef<CFMutableDictionaryRef> entries; ///< name to entry, as the library wants them back
-    std::vector<PhoneRingtone> list;           ///< in the same order
-
-    const PhoneRingtone* find(const std::string& name) const;
-    std::vector<std::string> names() const;
-};
-
 /// Keeps a phone connected over so many file operations. Each of them takes one open back, so that
-/// without this the phone reconnects for each.
+/// without this the phone reconnects for each, and gives up the sync lock.
 class KeptConnected {
 public:
-    KeptConnected(KRTPhoneRef phone, std::size_t operations);
+    KeptConnected(KRTPhone& phone, std::size_t operations);
     ~KeptConnected();
     KeptConnected(const KeptConnected&) = delete;
     KeptConnected& operator=(const KeptConnected&) = delete;
 
 private:
-    KRTPhoneRef phone_;
+    KRTPhone& phone_;
     std::size_t opens_ = 0;
 };
 
@@ -61,14 +51,15 @@ private:
 /// throws a Failure with its reason.
 class Session {
 public:
-    /// @param discovery  asked whether the phone is still there when a call fails
-    Session(AttachedDevice chosen, Discovery& discovery);
+    explicit Session(AttachedDevice chosen);
 
     /// Reads the phone's facts anew.
     PhoneFacts facts();
 
+    /// Reads the phone's ringtones anew: the ones that the library sees. Pending edits of the
+    /// working list are dropped.
     /// @param catalogueEntries  how many there are about, see KeptConnected
-    PhoneRingtones ringtones(std::size_t catalogueEntries);
+    std::vector<PhoneRingtone> ringtones(std::size_t catalogueEntries);
 
     /// The catalogue's bytes; none when the phone has no catalogue.
     std::optional<std::string> catalogueFile();
@@ -80,11 +71,12 @@ public:
     std::optional<std::uint64_t> sizeOf(const std::string& file);
 
     /// Whether the phone was pulled out.
-    bool isGone() { return discovery_.isGone(chosen_.device); }
+    bool isGone() { return watch_.isGone(); }
 
-    KRTPhoneRef phone() const { return phone_.get(); }
+    KRTPhone& phone() const { return *watch_.phone(); }
 
-    KRTRingtoneManagerRef store() const { return KRTPhoneGetRingtoneManager(phone_.get()); }
+    /// The working list, which is read from the phone when it is first asked for.
+    KRTRingtoneManager& tones();
 
     std::string label() const { return chosen_.description.label(); }
 
@@ -92,15 +84,25 @@ public:
     Failure readFailure(const std::string& what);
 
 private:
-    struct ReleasePhone {
-        void operator()(KRTPhoneRef phone) const { KRTPhoneRelease(phone); }
-    };
-
+    void findPhone();
+    void requireThatItOpens();
     std::optional<std::uint32_t> sizeAt(const std::string& path);
 
     AttachedDevice chosen_;
-    Discovery& discovery_;
-    std::unique_ptr<__KRTPhone, ReleasePhone> phone_;
+    PhoneWatch watch_;
+    std::shared_ptr<KRTRingtoneManager> tones_;
 };
+
+// The keys of the change lists that a working list generates.
+const CFStringRef kAddedList = CFSTR("added");
+const CFStringRef kRemovedList = CFSTR("removed");
+const CFStringRef kUnchangedList = CFSTR("unchanged");
+
+/// A list of the working list: none when it is not there, because the phone's could not be read.
+std::optional<std::vector<PhoneRingtone>> ringtonesIn(CFDictionaryRef changeLists, CFStringRef key);
+
+/// The ringtone of this name, or null.
+const PhoneRingtone* findRingtone(const std::vector<PhoneRingtone>& ringtones,
+                                  const std::string& name);
 
 } // namespace vesk
