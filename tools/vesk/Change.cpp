@@ -48,7 +48,7 @@ struct ReleaseStore {
 
 void generate(Session& session, CFDictionaryRef changeLists, const PhoneState& state,
               PlanInput& input) {
-    const KeptConnected connected(session.phone(), input.unchanged.size());
+    session.expectOperations(input.unchanged.size());
     KRTErrorClear();
     // No object says what a sync would write. The function behind the sync does, for a store record
     // of its own.
@@ -65,6 +65,7 @@ void generate(Session& session, CFDictionaryRef changeLists, const PhoneState& s
     }
     const auto catalogue = cf::adopt(rawCatalogue);
     const auto renames = cf::adopt(rawRenames);
+    session.requireConnection();
     input.newCatalogue = catalogueEntries(catalogue.get());
     for (const auto& [key, value] : cf::pairs(renames.get())) {
         const auto record = cf::cast<CFDictionaryRef>(value);
@@ -94,8 +95,7 @@ void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& 
 
 void makeHold(Session& session, const PhoneState& state, const std::vector<LocalRingtone>& wanted) {
     constexpr std::size_t kCatalogueOperations = 2;
-    const KeptConnected connected(session.phone(),
-                                  state.catalogue.entries.size() + kCatalogueOperations);
+    session.expectOperations(state.catalogue.entries.size() + kCatalogueOperations);
     KRTRingtoneManager& tones = session.tones();
     const auto list = cf::dictionary();
     for (const LocalRingtone& ringtone : wanted) {
@@ -103,6 +103,7 @@ void makeHold(Session& session, const PhoneState& state, const std::vector<Local
     }
     KRTErrorClear();
     tones.compareList(list.get());
+    session.requireConnection();
 
     // It tells ringtones apart by name alone: one of another size is to be replaced.
     std::vector<LocalRingtone> replaced;

@@ -66,7 +66,7 @@ ExitCode runDevices(const Options& options, Output& output) {
 }
 
 ExitCode runInfo(const Options& options, Output& output) {
-    Session session(choosePhone(options));
+    Session session(options);
     const PhoneState state = readRingtones(session, /*tolerateUnreadable=*/true);
     const PhoneFacts& facts = state.facts;
     std::uint64_t ringtoneBytes = 0;

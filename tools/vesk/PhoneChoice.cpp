@@ -114,8 +114,7 @@ void requireUsable(const AttachedDevice& phone) {
 
 } // namespace
 
-AttachedDevice choosePhone(const Options& options) {
-    Discovery discovery;
+AttachedDevice choosePhone(Discovery& discovery, const Options& options) {
     const AttachedDevice phone =
         options.udid.empty() ? onlyPhone(discovery, options) : namedPhone(discovery, options);
     requireUsable(phone);

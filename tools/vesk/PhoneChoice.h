@@ -7,6 +7,6 @@ namespace vesk {
 
 /// The phone that the options name, or the only one there is: reached, paired, an iPhone.
 /// @throw Failure when there is none, more than one, or it cannot be used
-AttachedDevice choosePhone(const Options& options);
+AttachedDevice choosePhone(Discovery& discovery, const Options& options);
 
 } // namespace vesk

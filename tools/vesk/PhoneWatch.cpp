@@ -1,28 +1,14 @@
 #include "PhoneWatch.h"
 
-#include "Cf.h"
-#include "Device.h"
 #include "Terminal.h"
 
-#include <utility>
-
 namespace vesk {
-namespace {
-
-std::string udidOf(const KRTPhone& phone) {
-    const auto information = phone.phoneInformation();
-    return cf::textAt(cf::dictionaryAt(information.get(), CFSTR("PhoneVersions")),
-                      CFSTR("UniqueDeviceID"));
-}
-
-} // namespace
-
 class PhoneWatch::Delegate : public KRTPhoneManagerDelegate {
 public:
-    explicit Delegate(std::string udid) : udid_(std::move(udid)) {}
+    explicit Delegate(am_device* device) : device_(device) {}
 
     void phoneConnected(const std::shared_ptr<KRTPhone>& connected) override {
-        if (connected && !phone && sameUdid(udidOf(*connected), udid_)) {
+        if (connected && connected->_rawDevice() == device_) {
             phone = connected;
         }
     }
@@ -35,10 +21,10 @@ public:
     bool isGone = false;
 
 private:
-    const std::string udid_;
+    am_device* const device_;
 };
 
-PhoneWatch::PhoneWatch(std::string udid) : delegate_(std::make_shared<Delegate>(std::move(udid))) {
+PhoneWatch::PhoneWatch(am_device* device) : delegate_(std::make_shared<Delegate>(device)) {
     KRTPhoneManager::sharedManager()->addDelegate(delegate_);
 }
 

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <memory>
-#include <string>
 
 namespace vesk {
 
@@ -12,8 +11,8 @@ namespace vesk {
 /// time, on one thread.
 class PhoneWatch {
 public:
-    /// Begins to look for the phone with this UDID.
-    explicit PhoneWatch(std::string udid);
+    /// Begins to look for the phone that this device is.
+    explicit PhoneWatch(am_device* device);
 
     /// Ends the manager, and with it all that it has found.
     ~PhoneWatch();

@@ -106,7 +106,7 @@ std::string describeChange(const PreparedChange& change) {
     part(change.added.size() - replaced, "added");
     part(replaced, "replaced");
     part(change.removed.size() - replaced, "removed");
-    part(change.plan.count(Operation::Kind::Rename), "moved");
+    part(change.plan.moved, "moved");
     return parts.empty() ? "put in order" : fmt::format("{}", fmt::join(parts, ", "));
 }
 
@@ -114,7 +114,7 @@ std::string describeChange(const PreparedChange& change) {
 class ChangeCommand {
 public:
     ChangeCommand(const Options& options, Output& output)
-        : options_(options), output_(output), session_(choosePhone(options)),
+        : options_(options), output_(output), session_(options),
           state_(readEverything(session_, options.force)) {}
 
     Session& session() { return session_; }
@@ -159,13 +159,21 @@ private:
         for (const auto& [name, size] : prepared.wanted) {
             names.push_back(name);
         }
-        output_.document({{"phone", phoneJson(state_.facts)},
-                          {"result", result},
-                          {"operations", plan.changesAnything ? operations : Json::array()},
-                          {"uploadBytes", plan.uploadBytes},
-                          {"spaceNeeded", plan.spaceNeeded},
-                          {"ringtones", names}});
+        output_.document(
+            {{"phone", phoneJson(state_.facts)},
+             {"result", result},
+             {"operations", plan.changesAnything ? operations : Json::array()},
+             {"uploadBytes", plan.uploadBytes},
+             {"spaceNeeded", plan.spaceNeeded},
+             {"freeBytes", state_.facts.freeBytes ? Json(*state_.facts.freeBytes) : Json(nullptr)},
+             {"ringtones", names}});
         output_.summary(summary(prepared));
+    }
+
+    std::string spaceText(const Plan& plan) const {
+        return fmt::format("{} to upload, {} of space needed, {} free",
+                           formatBytes(plan.uploadBytes), formatBytes(plan.spaceNeeded),
+                           state_.facts.freeBytes ? formatBytes(*state_.facts.freeBytes) : "?");
     }
 
     std::string summary(const PreparedChange& prepared) const {
@@ -176,8 +184,8 @@ private:
         }
         const std::string what = describeChange(prepared);
         if (options_.dryRun) {
-            return fmt::format("{}: {}; it would have {} then. Dry run: nothing was changed.",
-                               label, what, holds);
+            return fmt::format("{}: {}; it would have {} then. {}. Dry run: nothing was changed.",
+                               label, what, holds, spaceText(prepared.plan));
         }
         const std::uint64_t bytes = prepared.plan.uploadBytes;
         return fmt::format("{}: {}{}. It has {} now.", label, what,
@@ -248,7 +256,7 @@ void requireYes(const Options& options, const PhoneState& state) {
 } // namespace
 
 ExitCode runList(const Options& options, Output& output) {
-    Session session(choosePhone(options));
+    Session session(options);
     PhoneState state = readRingtones(session, /*tolerateUnreadable=*/false);
     std::sort(state.ringtones.begin(), state.ringtones.end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });

@@ -63,23 +63,31 @@ const PhoneRingtone* findRingtone(const std::vector<PhoneRingtone>& ringtones,
     return found == ringtones.end() ? nullptr : &*found;
 }
 
-KeptConnected::KeptConnected(KRTPhone& phone, std::size_t operations) : phone_(phone) {
-    // What stands in the way of opening is the operations' to say.
-    while (opens_ < operations && !phone_.open()) {
+Session::Session(const Options& options) : Session(Discovery(), options) {}
+
+Session::Session(Discovery&& discovery, const Options& options)
+    : chosen_(choosePhone(discovery, options)), watch_(chosen_.device.get()) {
+    findPhone();
+}
+
+Session::~Session() {
+    disconnect();
+}
+
+void Session::expectOperations(std::size_t count) {
+    // One more than there are keeps the phone connected after the last. What stands in the way of
+    // opening is the operations' to say.
+    const std::size_t wanted = opens_ + count + (opens_ == 0 ? 1 : 0);
+    while (opens_ < wanted && !phone().open()) {
         ++opens_;
     }
 }
 
-KeptConnected::~KeptConnected() {
-    // As many as are left; closing a closed phone does nothing.
+void Session::disconnect() {
+    // Closing a closed phone does nothing.
     for (; opens_ > 0; --opens_) {
-        phone_.close();
+        phone().close();
     }
-}
-
-Session::Session(AttachedDevice chosen)
-    : chosen_(std::move(chosen)), watch_(chosen_.description.udid) {
-    findPhone();
 }
 
 void Session::findPhone() {
@@ -119,8 +127,6 @@ Failure Session::readFailure(const std::string& what) {
 }
 
 PhoneFacts Session::facts() {
-    KRTErrorClear();
-    phone().updateInformation();
     const auto information = phone().phoneInformation();
     const auto values = cf::dictionaryAt(information.get(), CFSTR("PhoneVersions"));
     PhoneFacts facts;
@@ -150,7 +156,7 @@ KRTRingtoneManager& Session::tones() {
 
 std::vector<PhoneRingtone> Session::ringtones(std::size_t catalogueEntries) {
     constexpr std::size_t kCatalogueOperations = 2;
-    const KeptConnected connected(phone(), catalogueEntries + kCatalogueOperations);
+    expectOperations(catalogueEntries + kCatalogueOperations);
     KRTErrorClear();
     if (tones_) {
         tones_->rebuildRingtoneListFromOriginal();
@@ -159,10 +165,12 @@ std::vector<PhoneRingtone> Session::ringtones(std::size_t catalogueEntries) {
     if (!read) {
         throw readFailure("the ringtones cannot be read");
     }
+    requireConnection();
     return *read;
 }
 
 std::optional<std::uint32_t> Session::sizeAt(const std::string& path) {
+    expectOperations(1);
     KRTErrorClear();
     std::uint32_t size = 0;
     const auto error = phone().size(&size, cf::string(path).get());
@@ -175,16 +183,20 @@ std::optional<std::uint32_t> Session::sizeAt(const std::string& path) {
     return std::nullopt;
 }
 
+void Session::requireConnection() {
+    sizeAt(kCataloguePath);
+}
+
 std::optional<std::uint64_t> Session::sizeOf(const std::string& file) {
     return sizeAt(fmt::format("{}/{}", kRingtonesFolder, file));
 }
 
 std::optional<std::string> Session::catalogueFile() {
-    const KeptConnected connected(phone(), 2);
     const auto size = sizeAt(kCataloguePath);
     if (!size) {
         return std::nullopt;
     }
+    expectOperations(1);
     KRTErrorClear();
     std::string bytes(*size, '\0');
     std::uint32_t length = *size;
@@ -197,6 +209,7 @@ std::optional<std::string> Session::catalogueFile() {
 }
 
 std::optional<std::vector<std::string>> Session::folderNames() {
+    expectOperations(1);
     KRTErrorClear();
     const auto names = phone().listDirectoryAtPath(cf::string(kRingtonesFolder).get());
     if (!names) {

@@ -33,32 +33,35 @@ struct PhoneFacts {
     std::string label() const;
 };
 
-/// Keeps a phone connected over so many file operations. Each of them takes one open back, so that
-/// without this the phone reconnects for each, and gives up the sync lock.
-class KeptConnected {
-public:
-    KeptConnected(KRTPhone& phone, std::size_t operations);
-    ~KeptConnected();
-    KeptConnected(const KeptConnected&) = delete;
-    KeptConnected& operator=(const KeptConnected&) = delete;
-
-private:
-    KRTPhone& phone_;
-    std::size_t opens_ = 0;
-};
-
 /// Work on one phone through the library. Each function clears the library's error record first and
 /// throws a Failure with its reason.
 class Session {
 public:
-    explicit Session(AttachedDevice chosen);
+    /// With the phone that the options choose.
+    explicit Session(const Options& options);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
-    /// Reads the phone's facts anew.
+    /// Keeps the phone connected for so many file operations more than were said before. Each of
+    /// them takes one open back, so that without this the phone reconnects for each, and gives up
+    /// the sync lock.
+    void expectOperations(std::size_t count);
+
+    /// Makes sure that the connection still stands. The library takes a file that it cannot ask for
+    /// for one that is not there: over a lost connection, ringtones seem to be gone.
+    /// @throw Failure when it does not
+    void requireConnection();
+
+    /// Disconnects: the next call connects anew.
+    void disconnect();
+
+    /// The phone's facts as they were when it was found.
     PhoneFacts facts();
 
     /// Reads the phone's ringtones anew: the ones that the library sees. Pending edits of the
     /// working list are dropped.
-    /// @param catalogueEntries  how many there are about, see KeptConnected
+    /// @param catalogueEntries  how many there are about
     std::vector<PhoneRingtone> ringtones(std::size_t catalogueEntries);
 
     /// The catalogue's bytes; none when the phone has no catalogue.
@@ -84,6 +87,9 @@ public:
     Failure readFailure(const std::string& what);
 
 private:
+    /// The manager takes over what is attached from the discovery, which is to last until then.
+    Session(Discovery&& discovery, const Options& options);
+
     void findPhone();
     void requireThatItOpens();
     std::optional<std::uint32_t> sizeAt(const std::string& path);
@@ -91,6 +97,7 @@ private:
     AttachedDevice chosen_;
     PhoneWatch watch_;
     std::shared_ptr<KRTRingtoneManager> tones_;
+    std::size_t opens_ = 0;
 };
 
 // The keys of the change lists that a working list generates.

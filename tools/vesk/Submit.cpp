@@ -86,6 +86,7 @@ private:
             break;
         case kRemoving:
             reachedRemovals_ = true;
+            setOnInterrupt(OnInterrupt::FinishSync);
             display_.stage("Removing, writing the catalogue ...");
             break;
         default:
@@ -127,6 +128,7 @@ public:
     void run() {
         const InterruptScope scope(OnInterrupt::FinishStep);
         const auto failure = carryOut();
+        session_.disconnect();
         reports_.display().clear();
         if (failure) {
             throw failed(*failure);
@@ -135,7 +137,7 @@ public:
             throw cancelled();
         }
         verify();
-        if (reports_.answeredCancel()) {
+        if (interrupted()) {
             output_.note("it was too late to cancel: the sync is complete");
         }
     }
@@ -143,7 +145,9 @@ public:
 private:
     /// @return why it failed
     std::optional<std::string> carryOut() {
-        const KeptConnected connected(session_.phone(), mostFileOperations());
+        // A phone closes a connection on which nothing was asked for a while, but for files.
+        session_.disconnect();
+        session_.expectOperations(mostFileOperations());
         begin();
         return runSync(tones_,
                        [this](const SyncStep& step) noexcept { return reports_.answer(step); });
@@ -215,10 +219,13 @@ private:
 
     /// Until the removals have begun.
     std::string stateText() const {
-        return fmt::format("{} of {} had been uploaded; {}", reports_.uploaded(),
-                           counted(reports_.uploadsPlanned(), "ringtone"),
-                           removesCatalogue() ? "the unreadable catalogue is gone"
-                                              : "the phone's catalogue is the old one");
+        const std::string done =
+            reports_.uploadsPlanned() == 0
+                ? "nothing had been removed"
+                : fmt::format("{} of {} had been uploaded", reports_.uploaded(),
+                              counted(reports_.uploadsPlanned(), "ringtone"));
+        return done + (removesCatalogue() ? "; the unreadable catalogue is gone"
+                                          : "; the phone's catalogue is the old one");
     }
 
     Failure failed(const std::string& reason) {
