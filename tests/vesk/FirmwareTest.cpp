@@ -141,4 +141,66 @@ INSTANTIATE_TEST_SUITE_P(Table, EachFirmware,
                                            Firmware{"1.1.1", true}, Firmware{"1.1.2", false},
                                            Firmware{"1.1.3", false}));
 
+/** A phone that was updated from firmware with placeholders to firmware without. */
+class Updated : public VeskTest {
+protected:
+    void SetUp() override {
+        options.firmware = "1.1.1";
+        plugIn();
+        local("bells.mp3", "the bells");
+        local("tick.wav", "the tick");
+        local("harp.m4r", "the harp");
+        ASSERT_THAT(vesk({"sync", localFolder()}), ExitsWith(ExitCode::Success));
+        ASSERT_EQ(ringtoneFolder().size(), 5U) << "two placeholders";
+        put(std::string(kFolder) + "/notes.txt", "stray");
+        bus().unplug(id());
+        options.firmware = "1.1.3";
+        plugIn();
+    }
+
+    void expectConverted(const std::map<std::string, std::string>& wanted) {
+        std::map<std::string, std::string> now;
+        std::set<std::string> files;
+        const nlohmann::json list = vesk({"list", "--json"}).json();
+        for (const auto& ringtone : list.at("ringtones")) {
+            const auto file = ringtone.at("file").get<std::string>();
+            now[ringtone.at("name").get<std::string>()] =
+                contents(std::string(kFolder) + "/" + file);
+            files.insert(file);
+        }
+        EXPECT_EQ(now, wanted);
+        EXPECT_EQ(ringtoneFolder(), files) << "no placeholders, no stray files";
+        std::size_t entries = 0;
+        const std::string catalogue = contents(kCatalogue);
+        for (auto at = catalogue.find("<key>GUID</key>"); at != std::string::npos;
+             at = catalogue.find("<key>GUID</key>", at + 1)) {
+            ++entries;
+        }
+        EXPECT_EQ(entries, wanted.size());
+    }
+};
+
+TEST_F(Updated, ASyncOfTheSameFolderConvertsTheListAndLosesNothing) {
+    log().clear();
+    const VeskResult sync = vesk({"sync", localFolder(), "--json"});
+    EXPECT_THAT(sync, ExitsWith(ExitCode::Success));
+    EXPECT_EQ(sync.json().at("result"), "done");
+    EXPECT_EQ(sync.json().at("uploadBytes"), 0);
+    EXPECT_EQ(changesInLog(), changesIn(sync.json().at("operations")));
+    EXPECT_THAT(sync.err, AllOf(HasSubstr("1 file in"), HasSubstr("notes.txt")));
+    expectConverted({{"bells", "the bells"}, {"tick", "the tick"}, {"harp", "the harp"}});
+    EXPECT_EQ(vesk({"sync", localFolder(), "--json"}).json().at("result"), "nothing-to-do");
+}
+
+TEST_F(Updated, AnAddedRingtoneConvertsItToo) {
+    EXPECT_THAT(vesk({"add", local("horn.aiff", "the horn")}), ExitsWith(ExitCode::Success));
+    expectConverted(
+        {{"bells", "the bells"}, {"tick", "the tick"}, {"harp", "the harp"}, {"horn", "the horn"}});
+}
+
+TEST_F(Updated, ARemovalConvertsItToo) {
+    EXPECT_THAT(vesk({"remove", "tick"}), ExitsWith(ExitCode::Success));
+    expectConverted({{"bells", "the bells"}, {"harp", "the harp"}});
+}
+
 } // namespace vesk::testing

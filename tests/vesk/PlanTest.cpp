@@ -204,11 +204,11 @@ TEST(PlanChanges, NothingWhenAllIsThereInTheSameForm) {
     EXPECT_TRUE(makePlan(otherCatalogue).changesAnything);
 
     PlanInput missingPlaceholder = input;
-    missingPlaceholder.folder.erase("KDAQ.m4r");
+    missingPlaceholder.folder.pop_back();
     EXPECT_TRUE(makePlan(missingPlaceholder).changesAnything);
 
     PlanInput stray = input;
-    stray.folder["stray"] = 1;
+    stray.folder.push_back({"stray", 1});
     EXPECT_TRUE(makePlan(stray).changesAnything);
 }
 

@@ -192,6 +192,7 @@ TEST_F(Refusal, OneIphoneAmongOtherDevicesIsTheOne) {
     const VeskResult result = vesk({"info", "--json"});
     EXPECT_THAT(result, ExitsWith(ExitCode::Success));
     EXPECT_EQ(result.json().at("name"), "My Phone");
+    EXPECT_THAT(result.err, IsEmpty()) << "what the library says of the other one is left out";
     EXPECT_THAT(refused({"list", "--udid", pod->udid()}, ExitCode::NotAnIphone),
                 AllOf(HasSubstr("My iPod"), HasSubstr("iPod")));
 }

@@ -126,6 +126,8 @@ std::vector<std::string> VeskTest::changesIn(const nlohmann::json& operations) {
         const auto bytes = std::to_string(operation.value("bytes", 0));
         if (kind == "create-folder") {
             changes.push_back(std::string("folder ") + kFolder);
+        } else if (kind == "remove-catalogue") {
+            changes.emplace_back("remove Ringtones.plist");
         } else if (kind == "rename") {
             changes.push_back("rename " + file + " " + operation.at("newFile").get<std::string>());
         } else if (kind == "remove" || kind == "delete") {

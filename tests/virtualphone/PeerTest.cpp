@@ -80,12 +80,12 @@ TEST_F(PeerLibrary, FindsTheSyncLockHeld) {
 
 TEST_F(PeerLibrary, Posts) {
     EXPECT_EQ(output({"post", "one", "two"}), "posted\n");
+    ASSERT_TRUE(log().waitFor([](const LogEntry& entry) { return entry.request == "Shutdown"; }));
     const auto posts =
         log().entries([](const LogEntry& entry) { return entry.request == "PostNotification"; });
     ASSERT_EQ(posts.size(), 2U);
     EXPECT_EQ(posts[0].name, "one");
     EXPECT_EQ(posts[1].name, "two");
-    EXPECT_TRUE(log().waitFor([](const LogEntry& entry) { return entry.request == "Shutdown"; }));
 }
 
 TEST_F(PeerLibrary, Observes) {

@@ -58,6 +58,11 @@ std::optional<std::int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key
     return value;
 }
 
+CFDictionaryRef dictionaryAt(CFDictionaryRef dictionary, CFStringRef key) {
+    return dictionary == nullptr ? nullptr
+                                 : cast<CFDictionaryRef>(CFDictionaryGetValue(dictionary, key));
+}
+
 std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs(CFDictionaryRef dictionary) {
     const auto count = dictionary == nullptr
                            ? std::size_t{0}

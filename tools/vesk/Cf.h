@@ -35,6 +35,9 @@ std::string textAt(CFDictionaryRef dictionary, CFStringRef key);
 /// The whole number under a key.
 std::optional<std::int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key);
 
+/// The dictionary under a key, lent; null when there is none or it is something else.
+CFDictionaryRef dictionaryAt(CFDictionaryRef dictionary, CFStringRef key);
+
 /// Keys and values in the dictionary's order, lent by it.
 std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs(CFDictionaryRef dictionary);
 

@@ -3,7 +3,7 @@
 #include "Failure.h"
 #include "Status.h"
 
-#include <set>
+#include <memory>
 
 namespace vesk {
 namespace {
@@ -21,44 +21,51 @@ cf::CFRef<CFMutableDictionaryRef> newEntry(const LocalRingtone& ringtone) {
     return entry;
 }
 
-void sortRingtones(const PhoneState& state, const Change& change, PreparedChange& prepared,
-                   PlanInput& input) {
-    const std::set<std::string> removed(change.removed.begin(), change.removed.end());
-    prepared.added = cf::dictionary();
-    prepared.removed = cf::dictionary();
-    prepared.unchanged = cf::dictionary();
-    const auto entries = cf::pairs(state.ringtones.entries.get());
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        const PhoneRingtone& ringtone = state.ringtones.list[i];
-        const bool goes = removed.contains(ringtone.name);
-        CFDictionarySetValue(goes ? prepared.removed.get() : prepared.unchanged.get(),
-                             entries[i].first, entries[i].second);
-        (goes ? input.removed : input.unchanged).push_back(ringtone);
-        if (!goes) {
-            prepared.wanted[ringtone.name] = ringtone.size;
-        }
+/// Sorts the ringtones of the change lists into the change and the plan's input.
+void sortRingtones(CFDictionaryRef changeLists, PreparedChange& prepared, PlanInput& input) {
+    input.unchanged = ringtonesIn(changeLists, kUnchangedList).value_or(input.unchanged);
+    input.removed = ringtonesIn(changeLists, kRemovedList).value_or(input.removed);
+    for (const PhoneRingtone& ringtone : input.unchanged) {
+        prepared.wanted[ringtone.name] = ringtone.size;
     }
-    for (const LocalRingtone& ringtone : change.added) {
-        CFDictionarySetValue(prepared.added.get(), cf::string(ringtone.name).get(),
-                             newEntry(ringtone).get());
-        input.added.push_back({ringtone.name, ringtone.path, ringtone.size});
+    for (const PhoneRingtone& ringtone : input.removed) {
+        prepared.removed.insert(ringtone.name);
+    }
+    for (const auto& [key, value] : cf::pairs(cf::dictionaryAt(changeLists, kAddedList))) {
+        const auto entry = cf::cast<CFDictionaryRef>(value);
+        const NewRingtone ringtone{
+            cf::textAt(entry, KRTRingtoneName), cf::textAt(entry, KRTLocalPath),
+            static_cast<std::uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0))};
+        input.added.push_back(ringtone);
+        prepared.added.insert(ringtone.name);
         prepared.wanted[ringtone.name] = ringtone.size;
     }
 }
 
-void generate(Session& session, const PreparedChange& prepared, const PhoneState& state,
+struct ReleaseStore {
+    void operator()(KRTRingtoneManagerRef store) const { KRTRingtoneManagerRelease(store); }
+};
+
+void generate(Session& session, CFDictionaryRef changeLists, const PhoneState& state,
               PlanInput& input) {
-    const KeptConnected connected(session.phone(), input.unchanged.size());
+    session.expectOperations(input.unchanged.size());
     KRTErrorClear();
+    // No object says what a sync would write. The function behind the sync does, for a store record
+    // of its own.
+    const std::unique_ptr<__KRTRingtoneManager, ReleaseStore> store(
+        KRTRingtoneManagerForPhone(session.phone()._phoneRef()));
     CFMutableDictionaryRef rawCatalogue = nullptr;
     CFMutableDictionaryRef rawRenames = nullptr;
-    if (KRTRingtoneManagerGeneratePList(session.store(), prepared.added.get(),
-                                        prepared.removed.get(), prepared.unchanged.get(),
+    if (!store ||
+        KRTRingtoneManagerGeneratePList(store.get(), cf::dictionaryAt(changeLists, kAddedList),
+                                        cf::dictionaryAt(changeLists, kRemovedList),
+                                        cf::dictionaryAt(changeLists, kUnchangedList),
                                         &rawCatalogue, &rawRenames) != 1) {
         throw session.readFailure("the new catalogue cannot be worked out");
     }
     const auto catalogue = cf::adopt(rawCatalogue);
     const auto renames = cf::adopt(rawRenames);
+    session.requireConnection();
     input.newCatalogue = catalogueEntries(catalogue.get());
     for (const auto& [key, value] : cf::pairs(renames.get())) {
         const auto record = cf::cast<CFDictionaryRef>(value);
@@ -74,16 +81,67 @@ void generate(Session& session, const PreparedChange& prepared, const PhoneState
 
 } // namespace
 
-PreparedChange prepare(Session& session, const PhoneState& state, const Change& change) {
+void addRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& added) {
+    for (const LocalRingtone& ringtone : added) {
+        tones.addRingtone(newEntry(ringtone).get());
+    }
+}
+
+void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        tones.removeRingtone(tones.ringtoneForName(cf::string(name).get()).get());
+    }
+}
+
+void makeHold(Session& session, const PhoneState& state, const std::vector<LocalRingtone>& wanted) {
+    constexpr std::size_t kCatalogueOperations = 2;
+    session.expectOperations(state.catalogue.entries.size() + kCatalogueOperations);
+    KRTRingtoneManager& tones = session.tones();
+    const auto list = cf::dictionary();
+    for (const LocalRingtone& ringtone : wanted) {
+        CFDictionarySetValue(list.get(), cf::string(ringtone.name).get(), newEntry(ringtone).get());
+    }
+    KRTErrorClear();
+    tones.compareList(list.get());
+    session.requireConnection();
+
+    // It tells ringtones apart by name alone: one of another size is to be replaced.
+    std::vector<LocalRingtone> replaced;
+    for (const LocalRingtone& ringtone : wanted) {
+        const auto now = tones.ringtoneForName(cf::string(ringtone.name).get());
+        if (cf::numberAt(now.get(), KRTFileSize) != static_cast<std::int64_t>(ringtone.size)) {
+            replaced.push_back(ringtone);
+        }
+    }
+    addRingtones(tones, replaced);
+
+    // It keeps m4r files that came from elsewhere, asked for or not.
+    const auto managed = tones.currentRingtonesManaged();
+    for (CFIndex i = 0; i < CFArrayGetCount(managed.get()); ++i) {
+        const auto ringtone = static_cast<CFMutableDictionaryRef>(
+            const_cast<void*>(CFArrayGetValueAtIndex(managed.get(), i)));
+        if (!CFDictionaryContainsKey(list.get(), CFDictionaryGetValue(ringtone, KRTRingtoneName))) {
+            tones.removeRingtone(ringtone);
+        }
+    }
+}
+
+PreparedChange prepare(Session& session, const PhoneState& state) {
+    const auto changeLists = session.tones().generateChangeLists();
     PreparedChange prepared;
     PlanInput input;
-    sortRingtones(state, change, prepared, input);
-    generate(session, prepared, state, input);
+    input.dropsCatalogue = cf::dictionaryAt(changeLists.get(), kUnchangedList) == nullptr;
+    if (input.dropsCatalogue && !state.catalogueIsUnreadable()) {
+        throw session.readFailure("the ringtones cannot be read");
+    }
+    sortRingtones(changeLists.get(), prepared, input);
+    generate(session, changeLists.get(), state, input);
     input.oldCatalogue = state.catalogue.entries;
     input.folderExists = state.folderExists;
     input.folder = state.folder;
     input.olderLayout = state.facts.olderLayout;
     prepared.plan = makePlan(input);
+    prepared.catalogueEntries = input.newCatalogue.size();
     return prepared;
 }
 

@@ -4,29 +4,34 @@
 #include "PhoneState.h"
 #include "Plan.h"
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace vesk {
 
-/// What is to become of a phone's ringtones. A ringtone that is replaced is in both lists.
-struct Change {
-    std::vector<LocalRingtone> added;
-    std::vector<std::string> removed; ///< names
-};
+// Edits of a phone's working list.
 
-/// A change as the library takes it, and what will come of it.
+void addRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& added);
+void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& names);
+
+/// Makes it exactly these ringtones, told apart by name and size. Drops edits made before and reads
+/// the phone's ringtones anew.
+void makeHold(Session& session, const PhoneState& state, const std::vector<LocalRingtone>& wanted);
+
+/// The change that the working list holds, and what will come of it.
 struct PreparedChange {
-    cf::CFRef<CFMutableDictionaryRef> added;
-    cf::CFRef<CFMutableDictionaryRef> removed;
-    cf::CFRef<CFMutableDictionaryRef> unchanged;
+    std::set<std::string> added;   ///< names
+    std::set<std::string> removed; ///< names; one that is replaced is in both
     Plan plan;
     std::map<std::string, std::uint64_t> wanted; ///< names on the phone afterwards and their sizes
+    std::size_t catalogueEntries = 0;            ///< in the new catalogue
 };
 
 /// Asks the library for the catalogue that the change leads to and goes through it. Changes
 /// nothing.
 /// @throw Failure when the catalogue cannot be generated
-PreparedChange prepare(Session& session, const PhoneState& state, const Change& change);
+PreparedChange prepare(Session& session, const PhoneState& state);
 
 } // namespace vesk

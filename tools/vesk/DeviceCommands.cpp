@@ -66,12 +66,11 @@ ExitCode runDevices(const Options& options, Output& output) {
 }
 
 ExitCode runInfo(const Options& options, Output& output) {
-    Discovery discovery;
-    Session session(choosePhone(discovery, options), discovery);
+    Session session(options);
     const PhoneState state = readRingtones(session, /*tolerateUnreadable=*/true);
     const PhoneFacts& facts = state.facts;
     std::uint64_t ringtoneBytes = 0;
-    for (const PhoneRingtone& ringtone : state.ringtones.list) {
+    for (const PhoneRingtone& ringtone : state.ringtones) {
         ringtoneBytes += ringtone.size;
     }
     const char* catalogue = !state.catalogueFile            ? "none yet"
@@ -85,8 +84,8 @@ ExitCode runInfo(const Options& options, Output& output) {
     table.add({"Layout", facts.olderLayout ? "older (placeholders, slot order)" : "current"});
     table.add({"Free space", facts.freeBytes ? formatBytes(*facts.freeBytes) : "?"});
     table.add({"Catalogue", catalogue});
-    table.add({"Ringtones",
-               fmt::format("{} ({})", state.ringtones.list.size(), formatBytes(ringtoneBytes))});
+    table.add(
+        {"Ringtones", fmt::format("{} ({})", state.ringtones.size(), formatBytes(ringtoneBytes))});
     output.table(table);
     output.document({{"udid", facts.udid},
                      {"name", facts.name},
@@ -96,7 +95,7 @@ ExitCode runInfo(const Options& options, Output& output) {
                      {"layout", facts.olderLayout ? "older" : "current"},
                      {"freeBytes", facts.freeBytes ? Json(*facts.freeBytes) : Json(nullptr)},
                      {"catalogue", catalogue},
-                     {"ringtones", state.ringtones.list.size()},
+                     {"ringtones", state.ringtones.size()},
                      {"ringtoneBytes", ringtoneBytes}});
     return ExitCode::Success;
 }

@@ -84,13 +84,4 @@ bool Discovery::isAttached(const Device& device) const {
     return std::find(devices_.begin(), devices_.end(), device) != devices_.end();
 }
 
-bool Discovery::isGone(const Device& device) {
-    constexpr milliseconds kLag{1000};
-    const auto end = std::chrono::steady_clock::now() + kLag;
-    while (isAttached(device) && std::chrono::steady_clock::now() < end) {
-        next(milliseconds{50});
-    }
-    return !isAttached(device);
-}
-
 } // namespace vesk

@@ -40,9 +40,6 @@ public:
     /// the others time to get here.
     std::vector<AttachedDevice> attached(std::chrono::milliseconds first);
 
-    /// Whether a device that was attached is gone. News of it may lag behind its failing calls.
-    bool isGone(const Device& device);
-
 private:
     static void callback(am_device_notification_info* info);
 

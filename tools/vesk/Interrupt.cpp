@@ -1,9 +1,11 @@
 #include "Interrupt.h"
 
 #include "ExitCodes.h"
+#include "Terminal.h"
 
 #include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -13,12 +15,24 @@ namespace {
 // A signal handler reaches nothing but these.
 std::atomic<OnInterrupt> reaction{OnInterrupt::LeaveAtOnce};
 std::atomic<bool> noticed{false};
+// Standard error, also while that is muted.
+std::atomic<int> errorOutput{STDERR_FILENO};
+// Whether there may be a progress bar, and the "^C" of the keyboard, to be taken off first.
+std::atomic<bool> onTerminal{false};
 
 static_assert(std::atomic<OnInterrupt>::is_always_lock_free);
 static_assert(std::atomic<bool>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free);
+
+void put(std::string_view text) {
+    [[maybe_unused]] const auto written = write(errorOutput, text.data(), text.size());
+}
 
 void say(std::string_view text) {
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
+    if (onTerminal) {
+        put("\r\x1b[K");
+    }
+    put(text);
 }
 
 void leave(std::string_view text) {
@@ -29,15 +43,24 @@ void leave(std::string_view text) {
 void handle(int /*signal*/) {
     switch (reaction.load()) {
     case OnInterrupt::LeaveAtOnce:
-        leave("\nvesk: cancelled; nothing was changed on the phone\n");
+        leave("vesk: cancelled; nothing was changed on the phone\n");
         break;
     case OnInterrupt::FinishStep:
         if (noticed.exchange(true)) {
-            leave(
-                "\nvesk: left at once, in the middle of a sync. The phone may hold files that its "
-                "catalogue does not list; run the same command again to put that right.\n");
+            leave("vesk: left at once, in the middle of a sync. The phone's catalogue is the old "
+                  "one; files that it does not list may lie in the folder, also ones that were to "
+                  "be moved. See with \"vesk list\" what is there, then run the same command "
+                  "again.\n");
         }
-        say("\nvesk: cancelling after this step; press Ctrl-C again to leave at once\n");
+        say("vesk: cancelling after this step; press Ctrl-C again to leave at once\n");
+        break;
+    case OnInterrupt::FinishSync:
+        if (noticed.exchange(true)) {
+            leave("vesk: left at once, when the removals had begun. The phone's catalogue may be "
+                  "incomplete: run \"vesk info\" before anything else.\n");
+        }
+        say("vesk: too late to cancel, the sync is being completed; pressing Ctrl-C again leaves "
+            "at once, perhaps without a catalogue\n");
         break;
     case OnInterrupt::EndWatching:
         noticed = true;
@@ -48,6 +71,9 @@ void handle(int /*signal*/) {
 } // namespace
 
 void installInterruptHandlers() {
+    const int duplicate = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    errorOutput = duplicate < 0 ? STDERR_FILENO : duplicate;
+    onTerminal = terminalUnderstandsEscapes(stderr);
     struct sigaction action = {};
     action.sa_handler = handle;
     sigemptyset(&action.sa_mask);

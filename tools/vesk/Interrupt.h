@@ -6,6 +6,7 @@ namespace vesk {
 enum class OnInterrupt {
     LeaveAtOnce, ///< nothing is being written: say so and leave
     FinishStep,  ///< cancel at the next step of a sync; a second one leaves at once
+    FinishSync,  ///< too late to cancel: complete the sync; a second one leaves at once
     EndWatching, ///< end without a word
 };
 
@@ -13,11 +14,10 @@ enum class OnInterrupt {
 /// must not end a sync half-way.
 void installInterruptHandlers();
 
-/// Sets what the signals do from now on. A signal that came while this was FinishStep stays
-/// noticed.
+/// Sets what the signals do from now on. A signal that was noticed before stays so.
 void setOnInterrupt(OnInterrupt reaction);
 
-/// Whether a signal came under FinishStep or EndWatching.
+/// Whether a signal came under another reaction than LeaveAtOnce.
 bool interrupted();
 
 /// Sets a reaction for a scope and LeaveAtOnce after it.

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <map>
+
 namespace vesk {
 namespace {
 
@@ -20,19 +22,15 @@ Failure catalogueUnreadable(const PhoneFacts& facts) {
 void readFolder(Session& session, PhoneState& state) {
     const auto names = session.folderNames();
     state.folderExists = names.has_value();
-    for (const PhoneRingtone& ringtone : state.ringtones.list) {
-        state.folder[ringtone.file] = ringtone.size;
+    std::map<std::string, std::uint64_t> sizes;
+    for (const PhoneRingtone& ringtone : state.ringtones) {
+        sizes[ringtone.file] = ringtone.size;
     }
-    std::vector<std::string> unknown;
     for (const std::string& file : names.value_or(std::vector<std::string>{})) {
-        if (!state.folder.contains(file)) {
-            unknown.push_back(file);
-        }
-    }
-    const KeptConnected connected(session.phone(), unknown.size());
-    for (const std::string& file : unknown) {
-        if (const auto size = session.sizeOf(file)) {
-            state.folder[file] = *size;
+        const auto known = sizes.find(file);
+        const auto size = known != sizes.end() ? known->second : session.sizeOf(file);
+        if (size) {
+            state.folder.push_back({file, *size});
         }
     }
 }
@@ -48,9 +46,7 @@ PhoneState readRingtones(Session& session, bool tolerateUnreadable) {
     }
     if (!state.catalogueIsUnreadable()) {
         state.ringtones = session.ringtones(state.catalogue.entries.size());
-    } else if (tolerateUnreadable) {
-        state.ringtones.entries = cf::dictionary();
-    } else {
+    } else if (!tolerateUnreadable) {
         throw catalogueUnreadable(state.facts);
     }
     return state;

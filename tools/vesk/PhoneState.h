@@ -2,7 +2,6 @@
 
 #include "Session.h"
 
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,9 +13,9 @@ struct PhoneState {
     PhoneFacts facts;
     std::optional<std::string> catalogueFile; ///< its bytes; none when there is no catalogue
     Catalogue catalogue;
-    PhoneRingtones ringtones;
+    std::vector<PhoneRingtone> ringtones; ///< that the library sees
     bool folderExists = false;
-    std::map<std::string, std::uint64_t> folder; ///< files in the ringtone folder and their sizes
+    std::vector<FolderFile> folder; ///< the ringtone folder, in the order in which it is listed
 
     /// Whether there is a catalogue that nobody can read. The library takes such a phone for one
     /// without ringtones, and a sync would delete them all.

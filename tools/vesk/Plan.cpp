@@ -26,9 +26,10 @@ std::string onComputer(const std::string& path) {
 /// folder.
 class Walk {
 public:
-    explicit Walk(const PlanInput& input) : input_(input) {
-        for (const auto& [file, size] : input.folder) {
-            folder_[file] = {onPhone(file), size};
+    explicit Walk(const PlanInput& input)
+        : input_(input), catalogueBytes_(input.oldCatalogueBytes) {
+        for (const FolderFile& file : input.folder) {
+            folder_[file.name] = {onPhone(file.name), file.size};
         }
         for (const PhoneRingtone& ringtone : input.unchanged) {
             unchangedNames_.insert(ringtone.name);
@@ -36,6 +37,7 @@ public:
     }
 
     Plan run() {
+        removeCatalogue();
         createFolder();
         renamePass();
         uploadPass();
@@ -76,6 +78,14 @@ private:
                                      static_cast<std::uint64_t>(std::max<std::int64_t>(used_, 0)));
     }
 
+    void removeCatalogue() {
+        if (input_.dropsCatalogue) {
+            used_ -= static_cast<std::int64_t>(catalogueBytes_);
+            add({.kind = Kind::RemoveCatalogue, .bytes = catalogueBytes_});
+            catalogueBytes_ = 0;
+        }
+    }
+
     void createFolder() {
         if (!input_.folderExists) {
             add({.kind = Kind::CreateFolder});
@@ -91,7 +101,7 @@ private:
             const auto ringtone =
                 std::find_if(input_.unchanged.begin(), input_.unchanged.end(),
                              [&](const PhoneRingtone& one) { return one.guid == entry.guid; });
-            // A placeholder has the GUID of its ringtone, whose file is gone by then.
+            // A placeholder has the GUID of its ringtone, whose file is gone by then, as a rule.
             if (ringtone != input_.unchanged.end() && folder_.contains(ringtone->file)) {
                 rename(*ringtone, move->second);
             }
@@ -100,17 +110,18 @@ private:
     }
 
     void rename(const PhoneRingtone& ringtone, const std::string& newFile) {
-        if (ringtone.file == newFile) {
-            return;
-        }
         const Content content = folder_.at(ringtone.file);
         erase(ringtone.file);
         put(newFile, content);
+        // The name that was given up may be drawn again; the phone is asked all the same.
+        const bool stays = ringtone.file == newFile;
+        plan_.moved += stays ? 0U : 1U;
         add({.kind = Kind::Rename,
              .file = ringtone.file,
              .newFile = newFile,
              .name = ringtone.name,
-             .bytes = content.size});
+             .bytes = content.size},
+            /*repeats=*/stays);
     }
 
     void uploadPass() {
@@ -169,20 +180,17 @@ private:
 
     void writeCatalogue() {
         used_ += static_cast<std::int64_t>(input_.newCatalogueBytes) -
-                 static_cast<std::int64_t>(input_.oldCatalogueBytes);
+                 static_cast<std::int64_t>(catalogueBytes_);
         notePeak();
         add({.kind = Kind::WriteCatalogue, .bytes = input_.newCatalogueBytes},
             /*repeats=*/input_.sameCatalogue);
     }
 
     void cleanup() {
-        std::vector<std::string> files;
-        for (const auto& [file, content] : folder_) {
-            files.push_back(file);
-        }
-        for (const std::string& file : files) {
-            if (!kept_.contains(file)) {
-                deleteStray(file);
+        // Whatever came since the folder was listed is kept.
+        for (const FolderFile& file : input_.folder) {
+            if (folder_.contains(file.name) && !kept_.contains(file.name)) {
+                deleteStray(file.name);
             }
         }
     }
@@ -242,10 +250,15 @@ private:
                 seen.insert(ringtone.file);
             }
         }
+        std::set<std::string> withSound;
+        for (const FolderFile& file : input_.folder) {
+            if (file.size > 0) {
+                withSound.insert(file.name);
+            }
+        }
         for (const CatalogueEntry& entry : input_.oldCatalogue) {
-            const auto size = input_.folder.find(entry.file);
-            const bool hasSound = size != input_.folder.end() && size->second > 0;
-            if (hasSound && !seen.contains(entry.file) && !survives(entry.file)) {
+            if (withSound.contains(entry.file) && !seen.contains(entry.file) &&
+                !survives(entry.file)) {
                 plan_.hidden.push_back({entry.name, entry.file});
             }
         }
@@ -258,6 +271,7 @@ private:
 
     const PlanInput& input_;
     Plan plan_;
+    std::uint64_t catalogueBytes_; ///< what the phone's catalogue takes
     std::map<std::string, Content> folder_;
     std::set<std::string> unchangedNames_;
     std::set<std::string> kept_;
@@ -268,6 +282,8 @@ private:
 
 const char* operationName(Kind kind) {
     switch (kind) {
+    case Kind::RemoveCatalogue:
+        return "remove-catalogue";
     case Kind::CreateFolder:
         return "create-folder";
     case Kind::Rename:

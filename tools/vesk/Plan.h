@@ -30,6 +30,7 @@ struct NewRingtone {
 /// One change on the phone.
 struct Operation {
     enum class Kind {
+        RemoveCatalogue, ///< the old one cannot be loaded
         CreateFolder,
         Rename,      ///< file becomes newFile
         Upload,      ///< source goes to file
@@ -51,6 +52,12 @@ struct Operation {
 /// "rename", "upload" and so on.
 const char* operationName(Operation::Kind kind);
 
+/// A file in the phone's ringtone folder.
+struct FolderFile {
+    std::string name;
+    std::uint64_t size = 0;
+};
+
 /// What a sync starts from and what the library would make of it.
 struct PlanInput {
     std::vector<NewRingtone> added;
@@ -61,9 +68,10 @@ struct PlanInput {
     std::vector<CatalogueEntry> newCatalogue; ///< as the library generates it
     std::map<std::string, std::string> moves; ///< GUID to the new file name, likewise
 
+    bool dropsCatalogue = false; ///< the old one cannot be loaded and goes before all else
     bool folderExists = true;
-    std::map<std::string, std::uint64_t> folder; ///< files in the ringtone folder and their sizes
-    bool olderLayout = false;                    ///< the firmware wants placeholders
+    std::vector<FolderFile> folder; ///< in the order in which the phone lists it
+    bool olderLayout = false;       ///< the firmware wants placeholders
     std::uint64_t oldCatalogueBytes = 0;
     std::uint64_t newCatalogueBytes = 0;
     bool sameCatalogue = false; ///< old and new are equal byte for byte
@@ -80,6 +88,7 @@ struct HiddenRingtone {
 /// What a sync does, found out by going through it without a phone.
 struct Plan {
     std::vector<Operation> operations; ///< in the order in which they happen
+    std::size_t moved = 0;             ///< ringtones that get another file name
     std::uint64_t uploadBytes = 0;
     std::uint64_t spaceNeeded = 0; ///< most space that it takes at any moment beyond what is taken
 

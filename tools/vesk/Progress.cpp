@@ -15,6 +15,13 @@ namespace {
 constexpr std::size_t kNarrowestBar = 8;
 constexpr std::size_t kWidestBar = 30;
 
+/// A terminal may wrap once its last column is written, so that one stays free; and two for the
+/// "^C" that it shows.
+std::size_t drawingColumns() {
+    constexpr std::size_t kFree = 3;
+    return std::max(terminalColumns(stderr), kFree) - kFree;
+}
+
 std::string bar(double fraction, std::size_t width) {
     const auto filled = std::min(
         width, static_cast<std::size_t>(std::floor(fraction * static_cast<double>(width))));
@@ -106,7 +113,7 @@ ProgressDisplay::~ProgressDisplay() {
 
 void ProgressDisplay::stage(const std::string& text) {
     if (kind_ == Kind::Bar) {
-        draw(fitted(forTerminal(text), terminalColumns(stderr) - 1));
+        draw(fitted(forTerminal(text), drawingColumns()));
     }
 }
 
@@ -141,8 +148,7 @@ void ProgressDisplay::drawIfDue(const Progress& progress) {
         return;
     }
     lastDrawn_ = now;
-    // A terminal may wrap once its last column is written, so that one stays free.
-    draw(progressLine(progress, terminalColumns(stderr) - 1));
+    draw(progressLine(progress, drawingColumns()));
 }
 
 void ProgressDisplay::draw(const std::string& line) {

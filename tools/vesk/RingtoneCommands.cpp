@@ -1,7 +1,6 @@
 #include "Commands.h"
 
 #include "Change.h"
-#include "Discovery.h"
 #include "PhoneState.h"
 #include "Submit.h"
 #include "Text.h"
@@ -9,7 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
+#include <iterator>
 
 namespace vesk {
 namespace {
@@ -38,7 +37,8 @@ Table operationTable(const Plan& plan) {
         {{"OPERATION"}, {"FILE ON THE PHONE"}, {"BYTES", Table::Align::Right}, {"RINGTONE"}});
     for (const Operation& operation : plan.operations) {
         const bool moves = operation.kind == Operation::Kind::Rename;
-        const bool catalogue = operation.kind == Operation::Kind::WriteCatalogue;
+        const bool catalogue = operation.kind == Operation::Kind::WriteCatalogue ||
+                               operation.kind == Operation::Kind::RemoveCatalogue;
         const bool folder = operation.kind == Operation::Kind::CreateFolder;
         table.add({operationName(operation.kind),
                    moves       ? operation.file + " -> " + operation.newFile
@@ -92,11 +92,10 @@ void warnOfStrays(const Plan& plan, Output& output) {
     }
 }
 
-std::string describeChange(const Plan& plan, const Change& change) {
+std::string describeChange(const PreparedChange& change) {
     std::size_t replaced = 0;
-    const std::set<std::string> removed(change.removed.begin(), change.removed.end());
-    for (const LocalRingtone& ringtone : change.added) {
-        replaced += removed.contains(ringtone.name) ? 1U : 0U;
+    for (const std::string& name : change.added) {
+        replaced += change.removed.contains(name) ? 1U : 0U;
     }
     std::vector<std::string> parts;
     const auto part = [&](std::size_t count, const char* what) {
@@ -106,8 +105,8 @@ std::string describeChange(const Plan& plan, const Change& change) {
     };
     part(change.added.size() - replaced, "added");
     part(replaced, "replaced");
-    part(removed.size() - replaced, "removed");
-    part(plan.count(Operation::Kind::Rename), "moved");
+    part(change.removed.size() - replaced, "removed");
+    part(change.plan.moved, "moved");
     return parts.empty() ? "put in order" : fmt::format("{}", fmt::join(parts, ", "));
 }
 
@@ -115,14 +114,16 @@ std::string describeChange(const Plan& plan, const Change& change) {
 class ChangeCommand {
 public:
     ChangeCommand(const Options& options, Output& output)
-        : options_(options), output_(output),
-          session_(choosePhone(discovery_, options), discovery_),
+        : options_(options), output_(output), session_(options),
           state_(readEverything(session_, options.force)) {}
+
+    Session& session() { return session_; }
 
     const PhoneState& state() const { return state_; }
 
-    ExitCode run(const Change& change) {
-        const PreparedChange prepared = prepare(session_, state_, change);
+    /// After the working list was edited.
+    ExitCode run() {
+        const PreparedChange prepared = prepare(session_, state_);
         requireNothingLost(state_.facts, prepared.plan, options_.force);
         requireSpace(state_.facts, prepared.plan);
         const bool nothing = !prepared.plan.changesAnything;
@@ -134,7 +135,7 @@ public:
         } else if (!nothing) {
             submit(session_, state_, prepared, output_);
         }
-        report(change, prepared);
+        report(prepared);
         return ExitCode::Success;
     }
 
@@ -145,7 +146,7 @@ private:
         }
     }
 
-    void report(const Change& change, const PreparedChange& prepared) {
+    void report(const PreparedChange& prepared) {
         const Plan& plan = prepared.plan;
         const char* result = !plan.changesAnything ? "nothing-to-do"
                              : options_.dryRun     ? "dry-run"
@@ -158,25 +159,33 @@ private:
         for (const auto& [name, size] : prepared.wanted) {
             names.push_back(name);
         }
-        output_.document({{"phone", phoneJson(state_.facts)},
-                          {"result", result},
-                          {"operations", plan.changesAnything ? operations : Json::array()},
-                          {"uploadBytes", plan.uploadBytes},
-                          {"spaceNeeded", plan.spaceNeeded},
-                          {"ringtones", names}});
-        output_.summary(summary(change, prepared));
+        output_.document(
+            {{"phone", phoneJson(state_.facts)},
+             {"result", result},
+             {"operations", plan.changesAnything ? operations : Json::array()},
+             {"uploadBytes", plan.uploadBytes},
+             {"spaceNeeded", plan.spaceNeeded},
+             {"freeBytes", state_.facts.freeBytes ? Json(*state_.facts.freeBytes) : Json(nullptr)},
+             {"ringtones", names}});
+        output_.summary(summary(prepared));
     }
 
-    std::string summary(const Change& change, const PreparedChange& prepared) const {
+    std::string spaceText(const Plan& plan) const {
+        return fmt::format("{} to upload, {} of space needed, {} free",
+                           formatBytes(plan.uploadBytes), formatBytes(plan.spaceNeeded),
+                           state_.facts.freeBytes ? formatBytes(*state_.facts.freeBytes) : "?");
+    }
+
+    std::string summary(const PreparedChange& prepared) const {
         const std::string& label = state_.facts.label();
         const std::string holds = counted(prepared.wanted.size(), "ringtone");
         if (!prepared.plan.changesAnything) {
             return fmt::format("{}: nothing to do, it has {}.", label, holds);
         }
-        const std::string what = describeChange(prepared.plan, change);
+        const std::string what = describeChange(prepared);
         if (options_.dryRun) {
-            return fmt::format("{}: {}; it would have {} then. Dry run: nothing was changed.",
-                               label, what, holds);
+            return fmt::format("{}: {}; it would have {} then. {}. Dry run: nothing was changed.",
+                               label, what, holds, spaceText(prepared.plan));
         }
         const std::uint64_t bytes = prepared.plan.uploadBytes;
         return fmt::format("{}: {}{}. It has {} now.", label, what,
@@ -186,7 +195,6 @@ private:
 
     const Options& options_;
     Output& output_;
-    Discovery discovery_;
     Session session_;
     PhoneState state_;
 };
@@ -194,7 +202,7 @@ private:
 void requireNamesFree(const PhoneState& state, const std::vector<LocalRingtone>& ringtones) {
     std::vector<std::string> taken;
     for (const LocalRingtone& ringtone : ringtones) {
-        if (state.ringtones.find(ringtone.name) != nullptr) {
+        if (findRingtone(state.ringtones, ringtone.name) != nullptr) {
             taken.push_back(ringtone.name);
         }
     }
@@ -206,13 +214,20 @@ void requireNamesFree(const PhoneState& state, const std::vector<LocalRingtone>&
     }
 }
 
+std::vector<std::string> namesOf(const std::vector<PhoneRingtone>& ringtones) {
+    std::vector<std::string> names;
+    std::transform(ringtones.begin(), ringtones.end(), std::back_inserter(names),
+                   [](const PhoneRingtone& one) { return one.name; });
+    return names;
+}
+
 void requireNamesFound(const PhoneState& state, const std::vector<std::string>& names) {
     std::vector<std::string> missing;
     std::vector<std::string> details;
     for (const std::string& name : names) {
-        if (state.ringtones.find(name) == nullptr) {
+        if (findRingtone(state.ringtones, name) == nullptr) {
             missing.push_back(name);
-            const auto close = closeNames(name, state.ringtones.names());
+            const auto close = closeNames(name, namesOf(state.ringtones));
             if (!close.empty()) {
                 details.push_back(
                     fmt::format("instead of \"{}\", did you mean {}?", name, quotedList(close)));
@@ -227,35 +242,12 @@ void requireNamesFound(const PhoneState& state, const std::vector<std::string>& 
     }
 }
 
-/// What makes the phone hold exactly these ringtones.
-Change changeTowards(const PhoneState& state, const std::vector<LocalRingtone>& wanted) {
-    Change change;
-    std::set<std::string> wantedNames;
-    for (const LocalRingtone& ringtone : wanted) {
-        wantedNames.insert(ringtone.name);
-        const PhoneRingtone* old = state.ringtones.find(ringtone.name);
-        if (old == nullptr || old->size != ringtone.size) {
-            change.added.push_back(ringtone);
-            if (old != nullptr) {
-                change.removed.push_back(ringtone.name);
-            }
-        }
-    }
-    for (const PhoneRingtone& ringtone : state.ringtones.list) {
-        if (!wantedNames.contains(ringtone.name)) {
-            change.removed.push_back(ringtone.name);
-        }
-    }
-    return change;
-}
-
 void requireYes(const Options& options, const PhoneState& state) {
-    if (!options.yes && !options.dryRun && !state.ringtones.list.empty()) {
+    if (!options.yes && !options.dryRun && !state.ringtones.empty()) {
         throw Failure(ExitCode::NeedsYes,
                       fmt::format("\"{}\" has no ringtones: a sync would remove all {} from {}",
                                   options.arguments.front(),
-                                  counted(state.ringtones.list.size(), "ringtone"),
-                                  state.facts.label()),
+                                  counted(state.ringtones.size(), "ringtone"), state.facts.label()),
                       "If that is what you want, repeat with --yes. Nothing was changed on the "
                       "phone.");
     }
@@ -264,14 +256,13 @@ void requireYes(const Options& options, const PhoneState& state) {
 } // namespace
 
 ExitCode runList(const Options& options, Output& output) {
-    Discovery discovery;
-    Session session(choosePhone(discovery, options), discovery);
+    Session session(options);
     PhoneState state = readRingtones(session, /*tolerateUnreadable=*/false);
-    std::sort(state.ringtones.list.begin(), state.ringtones.list.end(),
+    std::sort(state.ringtones.begin(), state.ringtones.end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });
     Table table({{"NAME"}, {"FILE"}, {"SIZE", Table::Align::Right}});
     Json ringtones = Json::array();
-    for (const PhoneRingtone& ringtone : state.ringtones.list) {
+    for (const PhoneRingtone& ringtone : state.ringtones) {
         table.add({ringtone.name, ringtone.file, formatBytes(ringtone.size)});
         ringtones.push_back({{"name", ringtone.name},
                              {"guid", ringtone.guid},
@@ -288,20 +279,22 @@ ExitCode runList(const Options& options, Output& output) {
 }
 
 ExitCode runAdd(const Options& options, Output& output) {
-    Change change;
+    std::vector<LocalRingtone> added;
     for (const std::string& file : options.arguments) {
-        change.added.push_back(localRingtone(file, options.name));
+        added.push_back(localRingtone(file, options.name));
     }
-    requireDistinctNames(change.added);
+    requireDistinctNames(added);
     ChangeCommand command(options, output);
-    requireNamesFree(command.state(), change.added);
-    return command.run(change);
+    requireNamesFree(command.state(), added);
+    addRingtones(command.session().tones(), added);
+    return command.run();
 }
 
 ExitCode runRemove(const Options& options, Output& output) {
     ChangeCommand command(options, output);
     requireNamesFound(command.state(), options.arguments);
-    return command.run({{}, options.arguments});
+    removeRingtones(command.session().tones(), options.arguments);
+    return command.run();
 }
 
 ExitCode runSync(const Options& options, Output& output) {
@@ -314,7 +307,8 @@ ExitCode runSync(const Options& options, Output& output) {
     if (folder.ringtones.empty()) {
         requireYes(options, command.state());
     }
-    return command.run(changeTowards(command.state(), folder.ringtones));
+    makeHold(command.session(), command.state(), folder.ringtones);
+    return command.run();
 }
 
 } // namespace vesk

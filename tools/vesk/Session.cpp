@@ -26,9 +26,9 @@ std::string companionOf(const std::string& file) {
     return cf::text(name.get()) + ".m4r";
 }
 
-PhoneRingtone phoneRingtone(const std::string& name, CFDictionaryRef entry) {
+PhoneRingtone phoneRingtone(CFDictionaryRef entry) {
     PhoneRingtone ringtone;
-    ringtone.name = name;
+    ringtone.name = cf::textAt(entry, KRTRingtoneName);
     ringtone.guid = cf::textAt(entry, KRTFileKey);
     ringtone.type = cf::textAt(entry, CFSTR("FileType"));
     ringtone.file = lastComponent(cf::textAt(entry, KRTRemotePath));
@@ -43,39 +43,76 @@ std::string PhoneFacts::label() const {
     return fmt::format("\"{}\" (firmware {})", name, firmware.empty() ? "unknown" : firmware);
 }
 
-const PhoneRingtone* PhoneRingtones::find(const std::string& name) const {
-    const auto found = std::find_if(list.begin(), list.end(),
-                                    [&](const PhoneRingtone& one) { return one.name == name; });
-    return found == list.end() ? nullptr : &*found;
-}
-
-std::vector<std::string> PhoneRingtones::names() const {
-    std::vector<std::string> result;
-    std::transform(list.begin(), list.end(), std::back_inserter(result),
-                   [](const PhoneRingtone& one) { return one.name; });
+std::optional<std::vector<PhoneRingtone>> ringtonesIn(CFDictionaryRef changeLists,
+                                                      CFStringRef key) {
+    const CFDictionaryRef list = cf::dictionaryAt(changeLists, key);
+    if (list == nullptr) {
+        return std::nullopt;
+    }
+    std::vector<PhoneRingtone> result;
+    for (const auto& [name, entry] : cf::pairs(list)) {
+        result.push_back(phoneRingtone(cf::cast<CFDictionaryRef>(entry)));
+    }
     return result;
 }
 
-KeptConnected::KeptConnected(KRTPhoneRef phone, std::size_t operations) : phone_(phone) {
-    // What stands in the way of opening is the operations' to say.
-    while (opens_ < operations && KRTPhoneOpen(phone_) == 1) {
+const PhoneRingtone* findRingtone(const std::vector<PhoneRingtone>& ringtones,
+                                  const std::string& name) {
+    const auto found = std::find_if(ringtones.begin(), ringtones.end(),
+                                    [&](const PhoneRingtone& one) { return one.name == name; });
+    return found == ringtones.end() ? nullptr : &*found;
+}
+
+Session::Session(const Options& options) : Session(Discovery(), options) {}
+
+Session::Session(Discovery&& discovery, const Options& options)
+    : chosen_(choosePhone(discovery, options)), watch_(chosen_.device.get()) {
+    findPhone();
+}
+
+Session::~Session() {
+    disconnect();
+}
+
+void Session::expectOperations(std::size_t count) {
+    // One more than there are keeps the phone connected after the last. What stands in the way of
+    // opening is the operations' to say.
+    const std::size_t wanted = opens_ + count + (opens_ == 0 ? 1 : 0);
+    while (opens_ < wanted && !phone().open()) {
         ++opens_;
     }
 }
 
-KeptConnected::~KeptConnected() {
-    // As many as are left; closing a closed phone does nothing.
+void Session::disconnect() {
+    // Closing a closed phone does nothing.
     for (; opens_ > 0; --opens_) {
-        KRTPhoneClose(phone_);
+        phone().close();
     }
 }
 
-Session::Session(AttachedDevice chosen, Discovery& discovery)
-    : chosen_(std::move(chosen)), discovery_(discovery),
-      phone_(KRTPhoneWithDevice(chosen_.device.get())) {
-    if (!phone_) {
-        throw std::bad_alloc();
+void Session::findPhone() {
+    constexpr std::chrono::seconds kLongest{10};
+    const auto end = std::chrono::steady_clock::now() + kLongest;
+    KRTErrorClear();
+    while (!watch_.phone() && std::chrono::steady_clock::now() < end) {
+        watch_.wait(std::chrono::milliseconds{100});
+        // The manager does not tell of a phone that does not open. Something did not: this one?
+        if (!watch_.phone() && KRTError()) {
+            requireThatItOpens();
+        }
     }
+    if (!watch_.phone()) {
+        throw readFailure("the phone is not found any more");
+    }
+}
+
+void Session::requireThatItOpens() {
+    KRTErrorClear();
+    const auto phone = KRTPhone::_phoneWithPhoneRef(KRTPhoneWithDevice(chosen_.device.get()));
+    if (!phone || phone->open()) {
+        throw readFailure("the phone cannot be opened");
+    }
+    phone->close();
 }
 
 Failure Session::readFailure(const std::string& what) {
@@ -90,18 +127,15 @@ Failure Session::readFailure(const std::string& what) {
 }
 
 PhoneFacts Session::facts() {
-    KRTErrorClear();
-    KRTPhoneUpdateInformation(phone());
-    const auto information = cf::adopt(KRTPhoneGetPhoneInformation(phone()));
-    const auto values =
-        cf::cast<CFDictionaryRef>(CFDictionaryGetValue(information.get(), CFSTR("PhoneVersions")));
+    const auto information = phone().phoneInformation();
+    const auto values = cf::dictionaryAt(information.get(), CFSTR("PhoneVersions"));
     PhoneFacts facts;
     facts.name = cf::textAt(information.get(), KRTPhoneNameKey);
     facts.deviceClass = cf::textAt(information.get(), KRTPhoneClassKey);
     facts.udid = cf::textAt(values, CFSTR("UniqueDeviceID"));
     facts.firmware = cf::textAt(values, CFSTR("ProductVersion"));
-    facts.firmwareNumber = KRTPhoneFirmwareVersion(phone());
-    facts.olderLayout = KRTPhonePostUpdate(phone()) == 1;
+    facts.firmwareNumber = phone().phoneFirmwareVersion();
+    facts.olderLayout = phone().postEvilUpdate() == 1;
     if (const auto free = cf::numberAt(information.get(), KRTPhoneFreeSpaceKey)) {
         facts.freeBytes = static_cast<std::uint64_t>(*free);
     }
@@ -113,32 +147,44 @@ PhoneFacts Session::facts() {
     return facts;
 }
 
-PhoneRingtones Session::ringtones(std::size_t catalogueEntries) {
+KRTRingtoneManager& Session::tones() {
+    if (!tones_) {
+        tones_ = phone().ringtoneManager();
+    }
+    return *tones_;
+}
+
+std::vector<PhoneRingtone> Session::ringtones(std::size_t catalogueEntries) {
     constexpr std::size_t kCatalogueOperations = 2;
-    const KeptConnected connected(phone(), catalogueEntries + kCatalogueOperations);
+    expectOperations(catalogueEntries + kCatalogueOperations);
     KRTErrorClear();
-    PhoneRingtones result;
-    result.entries = cf::adopt(KRTRingtoneManagerLoadCurrentRingtoneList(store()));
-    if (!result.entries) {
+    if (tones_) {
+        tones_->rebuildRingtoneListFromOriginal();
+    }
+    const auto read = ringtonesIn(tones().generateChangeLists().get(), kUnchangedList);
+    if (!read) {
         throw readFailure("the ringtones cannot be read");
     }
-    for (const auto& [key, value] : cf::pairs(result.entries.get())) {
-        result.list.push_back(
-            phoneRingtone(cf::text(cf::cast<CFStringRef>(key)), cf::cast<CFDictionaryRef>(value)));
-    }
-    return result;
+    requireConnection();
+    return *read;
 }
 
 std::optional<std::uint32_t> Session::sizeAt(const std::string& path) {
+    expectOperations(1);
     KRTErrorClear();
     std::uint32_t size = 0;
-    if (KRTPhoneSizeOfFileAtPath(phone(), path.c_str(), &size) == 1) {
+    const auto error = phone().size(&size, cf::string(path).get());
+    if (!error) {
         return size;
     }
-    if (KRTErrorGetCode() != kAFCObjectNotFound) {
+    if (CFErrorGetCode(error.get()) != kAFCObjectNotFound) {
         throw readFailure(fmt::format("\"{}\" cannot be looked at", path));
     }
     return std::nullopt;
+}
+
+void Session::requireConnection() {
+    sizeAt(kCataloguePath);
 }
 
 std::optional<std::uint64_t> Session::sizeOf(const std::string& file) {
@@ -146,15 +192,16 @@ std::optional<std::uint64_t> Session::sizeOf(const std::string& file) {
 }
 
 std::optional<std::string> Session::catalogueFile() {
-    const KeptConnected connected(phone(), 2);
     const auto size = sizeAt(kCataloguePath);
     if (!size) {
         return std::nullopt;
     }
+    expectOperations(1);
     KRTErrorClear();
     std::string bytes(*size, '\0');
     std::uint32_t length = *size;
-    if (KRTPhoneReadFileAtPath(phone(), kCataloguePath, bytes.data(), &length) != 1) {
+    // The object's method does not say how many bytes there were.
+    if (KRTPhoneReadFileAtPath(phone()._phoneRef(), kCataloguePath, bytes.data(), &length) != 1) {
         throw readFailure("the ringtone catalogue cannot be read");
     }
     bytes.resize(std::min<std::size_t>(length, bytes.size()));
@@ -162,8 +209,9 @@ std::optional<std::string> Session::catalogueFile() {
 }
 
 std::optional<std::vector<std::string>> Session::folderNames() {
+    expectOperations(1);
     KRTErrorClear();
-    const auto names = cf::adopt(KRTPhoneListDirectoryAtPath(phone(), kRingtonesFolder));
+    const auto names = phone().listDirectoryAtPath(cf::string(kRingtonesFolder).get());
     if (!names) {
         if (KRTErrorGetCode() == kAFCObjectNotFound) {
             return std::nullopt;

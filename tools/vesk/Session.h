@@ -1,15 +1,14 @@
 #pragma once
 
 #include "Catalogue.h"
-#include "Cf.h"
 #include "Failure.h"
 #include "PhoneChoice.h"
+#include "PhoneWatch.h"
 #include "Plan.h"
 
 #include <KRLVesk/KRLVesk.h>
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,41 +33,36 @@ struct PhoneFacts {
     std::string label() const;
 };
 
-/// The ringtones that the library sees on a phone.
-struct PhoneRingtones {
-    cf::CFRef<CFMutableDictionaryRef> entries; ///< name to entry, as the library wants them back
-    std::vector<PhoneRingtone> list;           ///< in the same order
-
-    const PhoneRingtone* find(const std::string& name) const;
-    std::vector<std::string> names() const;
-};
-
-/// Keeps a phone connected over so many file operations. Each of them takes one open back, so that
-/// without this the phone reconnects for each.
-class KeptConnected {
-public:
-    KeptConnected(KRTPhoneRef phone, std::size_t operations);
-    ~KeptConnected();
-    KeptConnected(const KeptConnected&) = delete;
-    KeptConnected& operator=(const KeptConnected&) = delete;
-
-private:
-    KRTPhoneRef phone_;
-    std::size_t opens_ = 0;
-};
-
 /// Work on one phone through the library. Each function clears the library's error record first and
 /// throws a Failure with its reason.
 class Session {
 public:
-    /// @param discovery  asked whether the phone is still there when a call fails
-    Session(AttachedDevice chosen, Discovery& discovery);
+    /// With the phone that the options choose.
+    explicit Session(const Options& options);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
-    /// Reads the phone's facts anew.
+    /// Keeps the phone connected for so many file operations more than were said before. Each of
+    /// them takes one open back, so that without this the phone reconnects for each, and gives up
+    /// the sync lock.
+    void expectOperations(std::size_t count);
+
+    /// Makes sure that the connection still stands. The library takes a file that it cannot ask for
+    /// for one that is not there: over a lost connection, ringtones seem to be gone.
+    /// @throw Failure when it does not
+    void requireConnection();
+
+    /// Disconnects: the next call connects anew.
+    void disconnect();
+
+    /// The phone's facts as they were when it was found.
     PhoneFacts facts();
 
-    /// @param catalogueEntries  how many there are about, see KeptConnected
-    PhoneRingtones ringtones(std::size_t catalogueEntries);
+    /// Reads the phone's ringtones anew: the ones that the library sees. Pending edits of the
+    /// working list are dropped.
+    /// @param catalogueEntries  how many there are about
+    std::vector<PhoneRingtone> ringtones(std::size_t catalogueEntries);
 
     /// The catalogue's bytes; none when the phone has no catalogue.
     std::optional<std::string> catalogueFile();
@@ -80,11 +74,12 @@ public:
     std::optional<std::uint64_t> sizeOf(const std::string& file);
 
     /// Whether the phone was pulled out.
-    bool isGone() { return discovery_.isGone(chosen_.device); }
+    bool isGone() { return watch_.isGone(); }
 
-    KRTPhoneRef phone() const { return phone_.get(); }
+    KRTPhone& phone() const { return *watch_.phone(); }
 
-    KRTRingtoneManagerRef store() const { return KRTPhoneGetRingtoneManager(phone_.get()); }
+    /// The working list, which is read from the phone when it is first asked for.
+    KRTRingtoneManager& tones();
 
     std::string label() const { return chosen_.description.label(); }
 
@@ -92,15 +87,29 @@ public:
     Failure readFailure(const std::string& what);
 
 private:
-    struct ReleasePhone {
-        void operator()(KRTPhoneRef phone) const { KRTPhoneRelease(phone); }
-    };
+    /// The manager takes over what is attached from the discovery, which is to last until then.
+    Session(Discovery&& discovery, const Options& options);
 
+    void findPhone();
+    void requireThatItOpens();
     std::optional<std::uint32_t> sizeAt(const std::string& path);
 
     AttachedDevice chosen_;
-    Discovery& discovery_;
-    std::unique_ptr<__KRTPhone, ReleasePhone> phone_;
+    PhoneWatch watch_;
+    std::shared_ptr<KRTRingtoneManager> tones_;
+    std::size_t opens_ = 0;
 };
+
+// The keys of the change lists that a working list generates.
+const CFStringRef kAddedList = CFSTR("added");
+const CFStringRef kRemovedList = CFSTR("removed");
+const CFStringRef kUnchangedList = CFSTR("unchanged");
+
+/// A list of the working list: none when it is not there, because the phone's could not be read.
+std::optional<std::vector<PhoneRingtone>> ringtonesIn(CFDictionaryRef changeLists, CFStringRef key);
+
+/// The ringtone of this name, or null.
+const PhoneRingtone* findRingtone(const std::vector<PhoneRingtone>& ringtones,
+                                  const std::string& name);
 
 } // namespace vesk

@@ -1,5 +1,7 @@
 #include "Status.h"
 
+#include "Cf.h"
+
 #include <KRLVesk/KRTError.h>
 #include <MobileDevice/MobileDevice.h>
 #include <fmt/format.h>
@@ -85,6 +87,15 @@ const char* find(const std::array<Meaning, N>& meanings, int32_t status) {
     return found == meanings.end() ? nullptr : found->text;
 }
 
+std::string textOf(int32_t code, std::string_view module) {
+    // The phone's module reports statuses of the device layer and, at 0 and below -100, codes of
+    // its own.
+    if (module == "KRTPhoneInternal" && code != 0 && code > -100) {
+        return statusText(code);
+    }
+    return fmt::format("{}, code {}", module, code);
+}
+
 } // namespace
 
 std::string statusText(int32_t status) {
@@ -104,14 +115,13 @@ std::string lastFailureText() {
     if (KRTErrorGetLine() == 0) {
         return "no reason was given";
     }
-    const int code = KRTErrorGetCode();
-    const std::string_view module = KRTErrorGetFile() != nullptr ? KRTErrorGetFile() : "";
-    // The phone's module reports statuses of the device layer and, at 0 and below -100, codes of
-    // its own.
-    if (module == "KRTPhoneInternal" && code != 0 && code > -100) {
-        return statusText(code);
-    }
-    return fmt::format("{}, code {}", module, code);
+    return textOf(KRTErrorGetCode(), KRTErrorGetFile() != nullptr ? KRTErrorGetFile() : "");
+}
+
+std::string failureText(CFErrorRef error) {
+    const auto information = cf::adopt(CFErrorCopyUserInfo(error));
+    return textOf(static_cast<int32_t>(CFErrorGetCode(error)),
+                  cf::textAt(information.get(), CFSTR("file")));
 }
 
 } // namespace vesk

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <CoreFoundation/CoreFoundation.h>
+
 #include <cstdint>
 #include <string>
 
@@ -11,5 +13,8 @@ std::string statusText(int32_t status);
 
 /// Why the library's last call failed, from its error record, in words.
 std::string lastFailureText();
+
+/// The same from an error object of the library.
+std::string failureText(CFErrorRef error);
 
 } // namespace vesk

@@ -4,6 +4,7 @@
 #include "Interrupt.h"
 #include "Progress.h"
 #include "Status.h"
+#include "SyncRun.h"
 #include "Text.h"
 
 #include <fmt/format.h>
@@ -22,7 +23,7 @@ namespace {
 /// The store's modes of a status report.
 enum Mode : int32_t { kPreparing = 0, kRemoving = 3, kBeforeUploads = 4, kUploading = 5 };
 
-/// What the store reported, and the answer to it.
+/// What the sync reported, and the answer to it.
 class Reports {
 public:
     Reports(const Plan& plan, const Output& output) : display_(output) {
@@ -57,27 +58,22 @@ public:
 
     bool answeredCancel() const { return answeredCancel_; }
 
-    // Called from the library, through which no exception may pass.
-    static bool respond(int32_t mode, int32_t status, uint32_t /*max*/, uint32_t /*value*/,
-                        const char* message, void* context) noexcept {
-        auto& self = *static_cast<Reports*>(context);
-        // Steps that may fail, such as making a folder that is there, leave their reason in the
-        // record, where it would stand for that of a later failure.
-        KRTErrorClear();
-        self.answeredCancel_ = self.answeredCancel_ || interrupted();
+    /// Takes a step; whether to go on.
+    bool answer(const SyncStep& step) noexcept {
+        answeredCancel_ = answeredCancel_ || interrupted();
         try {
-            self.take(mode, status, message);
+            take(step);
         } catch (...) {
             // Progress that cannot be shown is no reason to stop a sync half-way.
         }
-        return !self.answeredCancel_;
+        return !answeredCancel_;
     }
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    void take(int32_t mode, int32_t status, const char* message) {
-        switch (mode) {
+    void take(const SyncStep& step) {
+        switch (step.mode) {
         case kPreparing:
             ++preparingReports_;
             display_.stage("Preparing ...");
@@ -86,10 +82,11 @@ private:
             start_ = Clock::now();
             break;
         case kUploading:
-            takeUpload(status == 1, message);
+            takeUpload(step.status == 1, step.name);
             break;
         case kRemoving:
             reachedRemovals_ = true;
+            setOnInterrupt(OnInterrupt::FinishSync);
             display_.stage("Removing, writing the catalogue ...");
             break;
         default:
@@ -97,12 +94,12 @@ private:
         }
     }
 
-    void takeUpload(bool begins, const char* message) {
+    void takeUpload(bool begins, const std::string& name) {
         progress_.elapsedSeconds = std::chrono::duration<double>(Clock::now() - start_).count();
         if (begins) {
             // One that is answered with a cancel is not begun.
             uploadsBegun_ += answeredCancel_ ? 0U : 1U;
-            progress_.current = message != nullptr ? message : "";
+            progress_.current = name;
             display_.fileBegins(progress_);
         } else {
             progress_.bytesDone += uploads_.at(progress_.filesDone).bytes;
@@ -130,44 +127,76 @@ public:
 
     void run() {
         const InterruptScope scope(OnInterrupt::FinishStep);
-        begin();
-        const bool succeeded = write();
-        const std::string reason = succeeded ? "" : lastFailureText();
-        end();
+        const auto failure = carryOut();
+        session_.disconnect();
         reports_.display().clear();
-        if (!succeeded) {
-            throw failed(reason);
+        if (failure) {
+            throw failed(*failure);
         }
         if (reports_.answeredCancel() && !reports_.reachedRemovals()) {
             throw cancelled();
         }
         verify();
-        if (reports_.answeredCancel()) {
+        if (interrupted()) {
             output_.note("it was too late to cancel: the sync is complete");
         }
     }
 
 private:
+    /// @return why it failed
+    std::optional<std::string> carryOut() {
+        // A phone closes a connection on which nothing was asked for a while, but for files.
+        session_.disconnect();
+        session_.expectOperations(mostFileOperations());
+        begin();
+        return runSync(tones_,
+                       [this](const SyncStep& step) noexcept { return reports_.answer(step); });
+    }
+
+    /// Generating asks for each ringtone that stays, and so does reading the list afterwards; moves
+    /// are tried twice.
+    std::size_t mostFileOperations() const {
+        constexpr std::size_t kOthers = 20;
+        return 2 * (change_.catalogueEntries + change_.plan.operations.size()) + kOthers;
+    }
+
+    /// Takes the sync lock before the sync does: that one goes on without it when it cannot be had.
     void begin() {
         reports_.display().stage("Waiting for the phone's sync lock ...");
         KRTErrorClear();
-        if (KRTPhoneOpen(session_.phone()) != 1) {
+        if (session_.phone().open()) {
             reports_.display().clear();
             throw session_.readFailure("the phone cannot be opened");
         }
-        if (KRTPhoneBeginSync(session_.phone()) != 1) {
+        if (session_.phone().beginSync() != 1) {
             throw notBegun(lastFailureText());
         }
         if (interrupted()) {
             end();
-            reports_.display().clear();
             throw Failure(ExitCode::Cancelled, "cancelled; nothing was changed on the phone");
+        }
+        if (removesCatalogue()) {
+            removeCatalogue();
+        }
+    }
+
+    /// There is no sync of a list that cannot be loaded.
+    void removeCatalogue() {
+        const auto lists = tones_->generateChangeLists();
+        const auto added =
+            cf::adopt(CFDictionaryCreateCopy(nullptr, cf::dictionaryAt(lists.get(), kAddedList)));
+        KRTErrorClear();
+        if (session_.phone().removeObjectAtPath(cf::string(kCataloguePath).get())) {
+            throw notBegun(lastFailureText());
+        }
+        tones_->rebuildRingtoneListFromOriginal();
+        for (const auto& [name, ringtone] : cf::pairs(added.get())) {
+            tones_->addRingtone(static_cast<CFMutableDictionaryRef>(const_cast<void*>(ringtone)));
         }
     }
 
     Failure notBegun(const std::string& reason) {
         end();
-        reports_.display().clear();
         const bool gone = session_.isGone();
         return {
             gone ? ExitCode::PhoneGone : ExitCode::CannotBegin,
@@ -177,23 +206,26 @@ private:
             "on it. Close the other program, plug the phone in and try again."};
     }
 
-    bool write() {
-        KRTErrorClear();
-        KRTRingtoneManagerSetStatusResponder(session_.store(), Reports::respond, &reports_);
-        const int result = KRTRingtoneManagerSubmitChanges(
-            session_.store(), change_.added.get(), change_.removed.get(), change_.unchanged.get());
-        KRTRingtoneManagerSetStatusResponder(session_.store(), nullptr, nullptr);
-        return result == 1;
-    }
-
+    /// Gives the sync lock back without a sync.
     void end() {
-        KRTPhoneEndSync(session_.phone());
-        KRTPhoneClose(session_.phone());
+        session_.phone().endSync();
+        session_.phone().close();
+        reports_.display().clear();
     }
 
-    std::string uploadedText() const {
-        return fmt::format("{} of {} had been uploaded", reports_.uploaded(),
-                           counted(reports_.uploadsPlanned(), "ringtone"));
+    bool removesCatalogue() const {
+        return change_.plan.count(Operation::Kind::RemoveCatalogue) > 0;
+    }
+
+    /// Until the removals have begun.
+    std::string stateText() const {
+        const std::string done =
+            reports_.uploadsPlanned() == 0
+                ? "nothing had been removed"
+                : fmt::format("{} of {} had been uploaded", reports_.uploaded(),
+                              counted(reports_.uploadsPlanned(), "ringtone"));
+        return done + (removesCatalogue() ? "; the unreadable catalogue is gone"
+                                          : "; the phone's catalogue is the old one");
     }
 
     Failure failed(const std::string& reason) {
@@ -230,7 +262,7 @@ private:
 
     /// Adds what the phone holds now.
     Failure withState(ExitCode code, const std::string& message) {
-        std::vector<std::string> details{uploadedText() + "; the phone's catalogue is the old one"};
+        std::vector<std::string> details{stateText()};
         try {
             undoRenames();
             describeOldRingtones(details);
@@ -244,11 +276,11 @@ private:
     }
 
     void describeOldRingtones(std::vector<std::string>& details) {
-        const PhoneRingtones now = session_.ringtones(before_.catalogue.entries.size());
+        const auto now = session_.ringtones(before_.catalogue.entries.size());
         const std::set<std::string> overwritten = reports_.filesBegun();
         std::size_t intact = 0;
-        for (const PhoneRingtone& ringtone : before_.ringtones.list) {
-            if (now.find(ringtone.name) == nullptr) {
+        for (const PhoneRingtone& ringtone : before_.ringtones) {
+            if (findRingtone(now, ringtone.name) == nullptr) {
                 details.push_back(
                     fmt::format("\"{}\" is not on the phone any more", ringtone.name));
             } else if (overwritten.contains(ringtone.file)) {
@@ -260,7 +292,7 @@ private:
                 ++intact;
             }
         }
-        if (intact == before_.ringtones.list.size()) {
+        if (intact == before_.ringtones.size()) {
             details.push_back(intact == 0 ? "it had no ringtones before and lists none now"
                                           : fmt::format("all {} that it had are still there",
                                                         counted(intact, "ringtone")));
@@ -277,16 +309,15 @@ private:
             const auto& [from, to] = std::tie(operation->file, operation->newFile);
             const bool moved = operation->kind == Operation::Kind::Rename && folder.contains(to) &&
                                !folder.contains(from);
-            if (moved && KRTPhoneRenameObjectAtPath(session_.phone(), path(to).c_str(),
-                                                    path(from).c_str()) == 1) {
+            if (moved && !session_.phone().renameFileAtPath(path(to).get(), path(from).get())) {
                 folder.erase(to);
                 folder.insert(from);
             }
         }
     }
 
-    static std::string path(const std::string& file) {
-        return fmt::format("{}/{}", kRingtonesFolder, file);
+    static cf::CFRef<CFStringRef> path(const std::string& file) {
+        return cf::string(fmt::format("{}/{}", kRingtonesFolder, file));
     }
 
     Failure pulledOut() {
@@ -296,7 +327,7 @@ private:
                 "all uploads had arrived; whether the new catalogue was written is "
                 "not known");
         } else {
-            details.push_back(uploadedText() + "; the phone's catalogue is the old one");
+            details.push_back(stateText());
             describeMoved(details);
         }
         return {ExitCode::PhoneGone,
@@ -317,14 +348,17 @@ private:
         }
     }
 
-    static std::map<std::string, std::uint64_t> namesAndSizes(const PhoneRingtones& ringtones) {
+    static std::map<std::string, std::uint64_t>
+    namesAndSizes(const std::vector<PhoneRingtone>& ringtones) {
         std::map<std::string, std::uint64_t> result;
-        for (const PhoneRingtone& ringtone : ringtones.list) {
+        for (const PhoneRingtone& ringtone : ringtones) {
             result[ringtone.name] = ringtone.size;
         }
         return result;
     }
 
+    /// Over a new connection: what the sync itself reads at its end, when the phone has gone, is an
+    /// empty list.
     void verify() {
         std::map<std::string, std::uint64_t> now;
         try {
@@ -368,6 +402,7 @@ private:
     }
 
     Session& session_;
+    const std::shared_ptr<KRTRingtoneManager> tones_ = session_.tones().shared_from_this();
     const PhoneState& before_;
     const PreparedChange& change_;
     Output& output_;
