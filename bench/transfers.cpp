@@ -30,7 +30,9 @@ const MobileDeviceTable& provider() {
     return *MobileDeviceProviderTable();
 }
 
-/// A phone on a bus that both sides find.
+/// Phones on a bus that both sides find, in the order in which they are plugged in.
+enum PhoneIndex { kClear, kModern, kSsl3, kPhoneCount };
+
 class World {
 public:
     World() {
@@ -41,8 +43,13 @@ public:
         root_ = name;
         setenv("USBMUXD_SOCKET_ADDRESS", bus_.environmentValue().c_str(), 1);
         bus_.log().keepAtMost(100);
-        phone_ = std::make_shared<virtualphone::Phone>(virtualphone::PhoneOptions{.root = root_});
-        bus_.plug(phone_);
+        using virtualphone::SessionKind;
+        for (const SessionKind kind :
+             {SessionKind::Clear, SessionKind::Modern, SessionKind::Ssl3}) {
+            phones_.push_back(std::make_shared<virtualphone::Phone>(virtualphone::PhoneOptions{
+                .root = root_ / std::to_string(phones_.size()), .session = kind}));
+            bus_.plug(phones_.back());
+        }
     }
 
     ~World() {
@@ -53,12 +60,12 @@ public:
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
-    const std::string& udid() const { return phone_->udid(); }
+    const std::string& udid(PhoneIndex phone = kClear) const { return phones_[phone]->udid(); }
 
 private:
     std::filesystem::path root_;
     virtualphone::Bus bus_;
-    std::shared_ptr<virtualphone::Phone> phone_;
+    std::vector<std::shared_ptr<virtualphone::Phone>> phones_;
 };
 
 // ---------------------------------------------------------------------- ours
@@ -66,12 +73,12 @@ private:
 class Subscription {
 public:
     Subscription() {
-        arrived() = nullptr;
+        arrived().clear();
         provider().AMDeviceNotificationSubscribe(&heard, 0, 0, nullptr, &handle_);
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (arrived() == nullptr) {
+        while (arrived().size() < kPhoneCount) {
             if (std::chrono::steady_clock::now() > limit) {
-                throw std::runtime_error("the phone did not arrive");
+                throw std::runtime_error("the phones did not arrive");
             }
             CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
         }
@@ -82,17 +89,17 @@ public:
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
 
-    am_device* device() const { return arrived(); }
+    am_device* device(PhoneIndex phone = kClear) const { return arrived()[phone]; }
 
 private:
-    static am_device*& arrived() {
-        static am_device* device = nullptr;
-        return device;
+    static std::vector<am_device*>& arrived() {
+        static std::vector<am_device*> devices;
+        return devices;
     }
 
     static void heard(am_device_notification_info* info) {
         if (info->message == kAMDeviceMessageConnected) {
-            arrived() = info->device;
+            arrived().push_back(info->device);
         }
     }
 
@@ -241,32 +248,47 @@ void compareUploads(const std::shared_ptr<World>& world, std::size_t sizeBytes,
             "4 MiB pieces; peer a bare libimobiledevice loop");
 }
 
+Body reconnections(const std::shared_ptr<World>& world, PhoneIndex phone) {
+    return [world, phone](benchmark::State& state) {
+        const Subscription subscription;
+        am_device* device = subscription.device(phone);
+        for (auto _ : state) {
+            afc_connection* connection = reconnect(device);
+            if (connection == nullptr) {
+                state.SkipWithError("a reconnection failed");
+                break;
+            }
+            provider().AFCConnectionClose(connection);
+            provider().AMDeviceDisconnect(device);
+        }
+    };
+}
+
+Body peerReconnections(const std::shared_ptr<World>& world, PhoneIndex phone) {
+    return [world, phone](benchmark::State& state) {
+        for (auto _ : state) {
+            PeerConnection peer;
+            if (!reconnectPeer(peer, world->udid(phone))) {
+                state.SkipWithError("a reconnection failed");
+                break;
+            }
+        }
+    };
+}
+
 void compareReconnections(const std::shared_ptr<World>& world) {
     compare({.title = "one reconnection",
-             .ours =
-                 [world](benchmark::State& state) {
-                     const Subscription subscription;
-                     for (auto _ : state) {
-                         afc_connection* connection = reconnect(subscription.device());
-                         if (connection == nullptr) {
-                             state.SkipWithError("a reconnection failed");
-                             break;
-                         }
-                         provider().AFCConnectionClose(connection);
-                         provider().AMDeviceDisconnect(subscription.device());
-                     }
-                 },
-             .peer =
-                 [world](benchmark::State& state) {
-                     for (auto _ : state) {
-                         PeerConnection peer;
-                         if (!reconnectPeer(peer, world->udid())) {
-                             state.SkipWithError("a reconnection failed");
-                             break;
-                         }
-                     }
-                 }},
+             .ours = reconnections(world, kClear),
+             .peer = peerReconnections(world, kClear)},
             "connect, pairing, session, service, files; peer libimobiledevice");
+    compare({.title = "one reconnection, modern session",
+             .ours = reconnections(world, kModern),
+             .peer = peerReconnections(world, kModern)},
+            "the same with a handshake: TLS 1.2, the peer TLS 1.0");
+    compare({.title = "one reconnection, SSL 3.0",
+             .ours = reconnections(world, kSsl3),
+             .peer = reconnections(world, kClear)},
+            "no peer speaks it: ours over our own in clear");
 }
 
 } // namespace

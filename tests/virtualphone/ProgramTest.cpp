@@ -254,6 +254,13 @@ TEST_F(Program, WritesTheLogWhileItRuns) {
     EXPECT_THAT(readFile("log"), HasSubstr("\"request\":\"ListDevices\""));
 }
 
+TEST_F(Program, RefusesASessionThatThereIsNot) {
+    const Outcome outcome = run(command({"--session", "ssl2", "--", "true"}));
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.output, HasSubstr("ssl2"));
+    EXPECT_EQ(run(command({"--session", "clear", "--", "true"})).status, 0);
+}
+
 TEST_F(Program, HoldsTheSyncLock) {
     const Outcome outcome = run(command({"--hold-sync-lock", "--", "true"}));
     EXPECT_EQ(outcome.status, 0);

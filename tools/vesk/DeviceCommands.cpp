@@ -25,9 +25,9 @@ std::string problemOf(const DeviceDescription& about) {
     return about.paired ? "" : "not paired";
 }
 
-/// What to do about a device that is not paired; empty for any other.
+/// What to do about a phone that is not paired; empty for any other device.
 std::string pairingHint(const DeviceDescription& about) {
-    return about.reachable && !about.paired ? fmt::format("vesk pair --udid {}", about.udid) : "";
+    return about.isIphone() && !about.paired ? fmt::format("vesk pair --udid {}", about.udid) : "";
 }
 
 /// The problem as the table has it.

@@ -46,7 +46,7 @@ constexpr std::array kProvider{
     Meaning{kAMDNotPaired, "not paired: this computer holds no pair record for the phone"},
     Meaning{kAMDNoSession, "there is no session"},
     Meaning{kAMDSessionNotSupported,
-            "the phone asks for an encrypted session, and this computer has no NSS for it"},
+            "encryption is needed, and this computer or this build has no NSS for it"},
     Meaning{kAMDRefused, "the phone refused"},
     Meaning{kAMDNoResources, "memory or descriptors have run out on this computer"},
     Meaning{kAMDBadPairRecord, "the pair record has no keys that can be read; pair the phone anew"},
