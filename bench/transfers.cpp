@@ -281,11 +281,11 @@ void compareReconnections(const std::shared_ptr<World>& world) {
              .ours = reconnections(world, kClear),
              .peer = peerReconnections(world, kClear)},
             "connect, pairing, session, service, files; peer libimobiledevice");
-    compare({.title = "one reconnection, modern session",
+    compare({.title = "reconnection, modern",
              .ours = reconnections(world, kModern),
              .peer = peerReconnections(world, kModern)},
             "the same with a handshake: TLS 1.2, the peer TLS 1.0");
-    compare({.title = "one reconnection, SSL 3.0",
+    compare({.title = "reconnection, SSL 3.0",
              .ours = reconnections(world, kSsl3),
              .peer = reconnections(world, kClear)},
             "no peer speaks it: ours over our own in clear");

@@ -77,8 +77,8 @@ ExitCode runPair(const Options& options, Output& output) {
     if (const int32_t status = AMDevicePair(phone.device.get())) {
         throw Failure(ExitCode::PairingFailed,
                       fmt::format("{} was not paired: {}", about.label(), statusText(status)),
-                      "Unlock the phone, keep it awake and try again. Nothing was kept on either "
-                      "side.");
+                      "Unlock the phone, keep it awake and try again. This computer kept "
+                      "nothing.");
     }
     if (const int32_t status = trySession(phone.device)) {
         output.warning(fmt::format("{} is paired, but no session can be had: {}", about.label(),
