@@ -12,6 +12,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -19,7 +20,9 @@ inline const MobileDeviceTable& provider() {
     return *MobileDeviceProviderTable();
 }
 
-/// A phone on a bus that both sides find.
+/// Phones on a bus that both sides find, in the order in which they are plugged in.
+enum PhoneIndex { kClear, kModern, kSsl3, kPhoneCount };
+
 class World {
 public:
     World() {
@@ -30,8 +33,13 @@ public:
         root_ = name;
         setenv("USBMUXD_SOCKET_ADDRESS", bus_.environmentValue().c_str(), 1);
         bus_.log().keepAtMost(100);
-        phone_ = std::make_shared<virtualphone::Phone>(virtualphone::PhoneOptions{.root = root_});
-        bus_.plug(phone_);
+        using virtualphone::SessionKind;
+        for (const SessionKind kind :
+             {SessionKind::Clear, SessionKind::Modern, SessionKind::Ssl3}) {
+            phones_.push_back(std::make_shared<virtualphone::Phone>(virtualphone::PhoneOptions{
+                .root = root_ / std::to_string(phones_.size()), .session = kind}));
+            bus_.plug(phones_.back());
+        }
     }
 
     ~World() {
@@ -42,26 +50,26 @@ public:
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
-    const std::string& udid() const { return phone_->udid(); }
+    const std::string& udid(PhoneIndex phone = kClear) const { return phones_[phone]->udid(); }
 
     const std::filesystem::path& root() const { return root_; }
 
 private:
     std::filesystem::path root_;
     virtualphone::Bus bus_;
-    std::shared_ptr<virtualphone::Phone> phone_;
+    std::vector<std::shared_ptr<virtualphone::Phone>> phones_;
 };
 
-/// Hears of the phone's arrival.
+/// Hears of the phones' arrival.
 class Subscription {
 public:
     Subscription() {
-        arrived() = nullptr;
+        arrived().clear();
         provider().AMDeviceNotificationSubscribe(&heard, 0, 0, nullptr, &handle_);
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (arrived() == nullptr) {
+        while (arrived().size() < kPhoneCount) {
             if (std::chrono::steady_clock::now() > limit) {
-                throw std::runtime_error("the phone did not arrive");
+                throw std::runtime_error("the phones did not arrive");
             }
             CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
         }
@@ -72,24 +80,24 @@ public:
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
 
-    am_device* device() const { return arrived(); }
+    am_device* device(PhoneIndex phone = kClear) const { return arrived()[phone]; }
 
 private:
-    static am_device*& arrived() {
-        static am_device* device = nullptr;
-        return device;
+    static std::vector<am_device*>& arrived() {
+        static std::vector<am_device*> devices;
+        return devices;
     }
 
     static void heard(am_device_notification_info* info) {
         if (info->message == kAMDeviceMessageConnected) {
-            arrived() = info->device;
+            arrived().push_back(info->device);
         }
     }
 
     am_device_notification* handle_ = nullptr;
 };
 
-// On one phone, since clients look for the bus in the environment.
+// On one bus, since clients look for the bus in the environment.
 void registerTransfers(const std::shared_ptr<World>& world);
 void registerObjectLayer(const std::shared_ptr<World>& world);
 

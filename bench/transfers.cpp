@@ -167,32 +167,47 @@ void compareUploads(const std::shared_ptr<World>& world, std::size_t sizeBytes,
             "4 MiB pieces; peer a bare libimobiledevice loop");
 }
 
+Body reconnections(const std::shared_ptr<World>& world, PhoneIndex phone) {
+    return [world, phone](benchmark::State& state) {
+        const Subscription subscription;
+        am_device* device = subscription.device(phone);
+        for (auto _ : state) {
+            afc_connection* connection = reconnect(device);
+            if (connection == nullptr) {
+                state.SkipWithError("a reconnection failed");
+                break;
+            }
+            provider().AFCConnectionClose(connection);
+            provider().AMDeviceDisconnect(device);
+        }
+    };
+}
+
+Body peerReconnections(const std::shared_ptr<World>& world, PhoneIndex phone) {
+    return [world, phone](benchmark::State& state) {
+        for (auto _ : state) {
+            PeerConnection peer;
+            if (!reconnectPeer(peer, world->udid(phone))) {
+                state.SkipWithError("a reconnection failed");
+                break;
+            }
+        }
+    };
+}
+
 void compareReconnections(const std::shared_ptr<World>& world) {
     compare({.title = "one reconnection",
-             .ours =
-                 [world](benchmark::State& state) {
-                     const Subscription subscription;
-                     for (auto _ : state) {
-                         afc_connection* connection = reconnect(subscription.device());
-                         if (connection == nullptr) {
-                             state.SkipWithError("a reconnection failed");
-                             break;
-                         }
-                         provider().AFCConnectionClose(connection);
-                         provider().AMDeviceDisconnect(subscription.device());
-                     }
-                 },
-             .peer =
-                 [world](benchmark::State& state) {
-                     for (auto _ : state) {
-                         PeerConnection peer;
-                         if (!reconnectPeer(peer, world->udid())) {
-                             state.SkipWithError("a reconnection failed");
-                             break;
-                         }
-                     }
-                 }},
+             .ours = reconnections(world, kClear),
+             .peer = peerReconnections(world, kClear)},
             "connect, pairing, session, service, files; peer libimobiledevice");
+    compare({.title = "reconnection, modern",
+             .ours = reconnections(world, kModern),
+             .peer = peerReconnections(world, kModern)},
+            "the same with a handshake: TLS 1.2, the peer TLS 1.0");
+    compare({.title = "reconnection, SSL 3.0",
+             .ours = reconnections(world, kSsl3),
+             .peer = reconnections(world, kClear)},
+            "no peer speaks it: ours over our own in clear");
 }
 
 } // namespace

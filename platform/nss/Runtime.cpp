@@ -99,14 +99,17 @@ bool writesSsl3Hello() {
 } // namespace
 
 bool start() {
-    static const bool isUsable = [] {
-        // For libraries that share a process: an application may initialise NSS before or after.
-        constexpr PRUint32 kFlags = NSS_INIT_READONLY | NSS_INIT_NOCERTDB | NSS_INIT_NOMODDB |
-                                    NSS_INIT_FORCEOPEN | NSS_INIT_NOROOTINIT |
-                                    NSS_INIT_OPTIMIZESPACE;
-        return NSS_InitContext("", "", "", "", nullptr, kFlags) != nullptr;
-    }();
-    return isUsable;
+    // For libraries that share a process: an application may initialise NSS before or after. Its
+    // own shutdown, however, ends NSS for everybody.
+    constexpr PRUint32 kFlags = NSS_INIT_READONLY | NSS_INIT_NOCERTDB | NSS_INIT_NOMODDB |
+                                NSS_INIT_FORCEOPEN | NSS_INIT_NOROOTINIT | NSS_INIT_OPTIMIZESPACE;
+    static std::mutex mutex;
+    static const NSSInitContext* context = nullptr;
+    const std::lock_guard lock(mutex);
+    if (context == nullptr || NSS_IsInitialized() == PR_FALSE) {
+        context = NSS_InitContext("", "", "", "", nullptr, kFlags);
+    }
+    return context != nullptr;
 }
 
 OldProtocols::OldProtocols() {

@@ -34,14 +34,16 @@ struct TlsStream::Layer {
         return received < 0 ? failed() : static_cast<PRInt32>(received);
     }
 
-    // Takes everything and keeps what the transport does not take yet: NSS itself goes on with a
-    // handshake message that it could not send only when it has another one to send.
+    // Takes everything and keeps what the transport does not take: NSS itself goes on with a
+    // handshake message that it could not send only when it has another one to send, and leaks
+    // one that it could not send at all. A transport that has ended shows in the next step.
     static PRInt32 send(PRFileDesc* descriptor, const void* bytes, PRInt32 size, PRIntn,
                         PRIntervalTime) {
         TlsStream& stream = streamOf(descriptor);
         const auto* first = static_cast<const std::byte*>(bytes);
         stream.unsent_.insert(stream.unsent_.end(), first, first + size);
-        return stream.sendKept() || errno == EAGAIN ? size : failed();
+        stream.sendKept();
+        return size;
     }
 
     static PRInt32 read(PRFileDesc* descriptor, void* target, PRInt32 size) {

@@ -5,9 +5,11 @@
 #include <sys/resource.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace krl::provider::testing {
@@ -194,6 +196,173 @@ TEST(Channel, WorksOnDescriptorsBeyond1024) {
         EXPECT_EQ(channel.receive(target), IoResult::TimedOut);
     }
     ::setrlimit(RLIMIT_NOFILE, &before);
+}
+
+// ------------------------------------------------------------------ encryption
+
+// Shifts every byte by one. Its handshake is a word each way, its end another.
+class Shifted final : public Encryption {
+public:
+    explicit Shifted(Channel& channel) : channel_(channel) {}
+
+    ~Shifted() override { channel_.sendNow(std::as_bytes(std::span(kEnd))); }
+
+    Step handshake() override {
+        channel_.sendNow(std::as_bytes(std::span(kHello).subspan(std::exchange(greeted_, 5))));
+        std::array<std::byte, 5> answer{};
+        size_t got = 0;
+        const Step step = take(std::span(answer).first(5 - heard_), got);
+        heard_ += got;
+        return step != Step::Done || heard_ == 5 ? step : Step::WantsToReceive;
+    }
+
+    Step send(std::span<const std::byte> bytes, size_t& sent) override {
+        for (const std::byte byte : bytes) {
+            unsent_.push_back(static_cast<std::byte>(std::to_integer<int>(byte) + 1));
+        }
+        sent = bytes.size();
+        return Step::Done;
+    }
+
+    Step flush() override {
+        while (!unsent_.empty()) {
+            const ssize_t count = channel_.sendNow(unsent_);
+            if (count < 0) {
+                return errno == EAGAIN ? Step::WantsToSend : Step::Closed;
+            }
+            unsent_.erase(unsent_.begin(), unsent_.begin() + count);
+        }
+        return Step::Done;
+    }
+
+    Step receive(std::span<std::byte> target, size_t& received) override {
+        const Step step = take(target, received);
+        for (std::byte& byte : target.first(step == Step::Done ? received : 0)) {
+            byte = static_cast<std::byte>(std::to_integer<int>(byte) - 1);
+        }
+        return step;
+    }
+
+private:
+    Step take(std::span<std::byte> target, size_t& received) {
+        const ssize_t count = channel_.receiveNow(target);
+        if (count <= 0) {
+            return count < 0 && errno == EAGAIN ? Step::WantsToReceive : Step::Closed;
+        }
+        received = static_cast<size_t>(count);
+        return Step::Done;
+    }
+
+    static constexpr std::array<char, 5> kHello = {'h', 'e', 'l', 'l', 'o'};
+    static constexpr std::array<char, 3> kEnd = {'e', 'n', 'd'};
+
+    Channel& channel_;
+    size_t greeted_ = 0;
+    size_t heard_ = 0;
+    std::vector<std::byte> unsent_;
+};
+
+std::string shifted(std::string text) {
+    for (char& c : text) {
+        c = static_cast<char>(c + 1);
+    }
+    return text;
+}
+
+class EncryptedChannel : public ::testing::Test {
+protected:
+    IoResult begin() { return channel.beginEncryption(std::make_unique<Shifted>(channel)); }
+
+    void beginWell() {
+        pair.say("HELLO");
+        ASSERT_EQ(begin(), IoResult::Done);
+        ASSERT_EQ(pair.hear(5), "hello");
+    }
+
+    // A TLS alert as the end of a stream is said with.
+    const std::string alert = std::string("\x15\x03\x00\x00\x02\x01\x00", 7);
+
+    SocketPair pair;
+    Channel& channel = *pair.channel();
+};
+
+TEST_F(EncryptedChannel, CarriesEverythingEncryptedBothWays) {
+    beginWell();
+    EXPECT_EQ(send(channel, {"ab", "", "c"}), IoResult::Done);
+    EXPECT_EQ(pair.hear(3), "bcd");
+    pair.say(shifted("answer"));
+    EXPECT_EQ(received(channel, 6), "answer");
+}
+
+TEST_F(EncryptedChannel, WaitsForAPeerThatIsSlowToTakeIt) {
+    beginWell();
+    const std::string bytes = bytesOf(3'000'001);
+    std::string heard;
+    std::thread listener([&] { heard = pair.hear(bytes.size()); });
+    EXPECT_EQ(send(channel, {bytes}), IoResult::Done);
+    listener.join();
+    EXPECT_TRUE(heard == shifted(bytes));
+}
+
+TEST_F(EncryptedChannel, AHandshakeHasTheDeadlineToo) {
+    const ShortTimeout timeout(30);
+    EXPECT_EQ(begin(), IoResult::TimedOut);
+    pair.say("HEL");
+    EXPECT_EQ(begin(), IoResult::TimedOut);
+}
+
+TEST_F(EncryptedChannel, AHandshakeEndsWithTheStream) {
+    pair.say("HEL");
+    pair.endSaying();
+    EXPECT_EQ(begin(), IoResult::Closed);
+}
+
+TEST_F(EncryptedChannel, ShutdownWakesAHandshake) {
+    std::thread ender([&] {
+        pair.hear(5); // the handshake has begun
+        channel.shutdown();
+    });
+    EXPECT_EQ(begin(), IoResult::Closed);
+    ender.join();
+}
+
+TEST_F(EncryptedChannel, IsInClearAgainAfterItsEnd) {
+    beginWell();
+    channel.endEncryption();
+    EXPECT_EQ(pair.hear(3), "end");
+    EXPECT_EQ(send(channel, {"clear"}), IoResult::Done);
+    EXPECT_EQ(pair.hear(5), "clear");
+    pair.say(std::string("\0\0clear", 7));
+    EXPECT_EQ(received(channel, 7), std::string("\0\0clear", 7));
+}
+
+TEST_F(EncryptedChannel, PassesOverWhatThePeerSaysAboutTheEnd) {
+    beginWell();
+    channel.endEncryption();
+    pair.say(alert + alert + std::string("\0first", 6) + alert);
+    EXPECT_EQ(received(channel, 6), std::string("\0first", 6));
+    EXPECT_EQ(received(channel, 7), alert) << "only what stands before the first message";
+}
+
+TEST_F(EncryptedChannel, AFarewellMayComeInPiecesOrBreakOff) {
+    beginWell();
+    channel.endEncryption();
+    std::thread talker([&] {
+        for (const char c : alert + std::string("\0x", 2)) {
+            pair.say(std::string(1, c));
+        }
+    });
+    EXPECT_EQ(received(channel, 2), std::string("\0x", 2));
+    talker.join();
+
+    SocketPair other;
+    other.say("HELLO");
+    ASSERT_EQ(other.channel()->beginEncryption(std::make_unique<Shifted>(*other.channel())),
+              IoResult::Done);
+    other.channel()->endEncryption();
+    other.say(alert.substr(0, 3));
+    other.endSaying();
+    EXPECT_EQ(received(*other.channel(), 1), "(failed)");
 }
 
 TEST(CallTimeout, ZeroRestoresTheDefaultOfTenSeconds) {

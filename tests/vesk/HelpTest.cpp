@@ -14,8 +14,8 @@ using testing::MatchesRegex;
 namespace vesk::testing {
 namespace {
 
-constexpr const char* kCommands[] = {"devices", "info",  "list",  "add",   "remove",
-                                     "sync",    "check", "watch", "plugin"};
+constexpr const char* kCommands[] = {"devices", "info",  "list",   "add",  "remove", "sync",
+                                     "check",   "watch", "plugin", "pair", "unpair", "doctor"};
 
 } // namespace
 

@@ -207,7 +207,7 @@ TEST_F(Refusal, OnlyADeviceThatIsNoIphone) {
 TEST_F(Refusal, AnUnpairedPhone) {
     bus().deletePairRecord(phone().udid());
     EXPECT_THAT(refused({"list"}, ExitCode::NotPaired),
-                AllOf(HasSubstr("My Phone"), HasSubstr("idevicepair -u " + phone().udid())));
+                AllOf(HasSubstr("My Phone"), HasSubstr("vesk pair --udid " + phone().udid())));
 }
 
 TEST_F(Refusal, APhoneThatForgotThisComputer) {

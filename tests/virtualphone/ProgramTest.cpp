@@ -138,21 +138,16 @@ TEST_F(Program, WhatCannotBeOpenedIsStatusOneWithItsName) {
 TEST_F(Program, HelpNamesEveryOptionActionAndCommand) {
     const Outcome outcome = run({KRL_VIRTUALPHONE, "--help"});
     EXPECT_EQ(outcome.status, 0);
-    for (const char* const word : {"--root",          "--firmware",
-                                   "--name",          "--class",
-                                   "--udid",          "--free-bytes",
-                                   "--total-bytes",   "--link-speed",
-                                   "--latency",       "--lockdown-idle",
-                                   "--session",       "--secure-services",
-                                   "--unpaired",      "--passcode",
-                                   "--no-validation", "--binary-replies",
-                                   "--make-parents",  "--accept-existing",
-                                   "--reuse-handles", "--sound-read",
-                                   "--fault",         "--hold-sync-lock",
-                                   "--socket",        "--log",
-                                   "--unplugged",     "--interactive",
-                                   "COMMAND",         "status:N",
-                                   "huge-length",     "unplug",
+    for (const char* const word : {"--root",           "--firmware",     "--name",
+                                   "--class",          "--udid",         "--free-bytes",
+                                   "--total-bytes",    "--link-speed",   "--latency",
+                                   "--lockdown-idle",  "--session",      "--secure-services",
+                                   "--unpaired",       "--passcode",     "--no-validation",
+                                   "--binary-replies", "--make-parents", "--accept-existing",
+                                   "--reuse-handles",  "--sound-read",   "--fault",
+                                   "--hold-sync-lock", "--socket",       "--log",
+                                   "--unplugged",      "--interactive",  "COMMAND",
+                                   "status:N",         "huge-length",    "unplug",
                                    "release-lock"}) {
         EXPECT_THAT(outcome.output, HasSubstr(word));
     }
@@ -252,6 +247,13 @@ TEST_F(Program, WritesTheLogWhileItRuns) {
     run(command({"--log", in("log"), "--", "idevice_id", "-l"}));
     EXPECT_THAT(readFile("log"), StartsWith("{\"number\":1,"));
     EXPECT_THAT(readFile("log"), HasSubstr("\"request\":\"ListDevices\""));
+}
+
+TEST_F(Program, RefusesASessionThatThereIsNot) {
+    const Outcome outcome = run(command({"--session", "ssl2", "--", "true"}));
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.output, HasSubstr("ssl2"));
+    EXPECT_EQ(run(command({"--session", "clear", "--", "true"})).status, 0);
 }
 
 TEST_F(Program, HoldsTheSyncLock) {

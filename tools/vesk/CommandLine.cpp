@@ -23,7 +23,8 @@ constexpr char kDescription[] =
     R"(vesk: custom ringtones on early iPhones (firmware 1.0.x and 1.1.x)
 
 Looks at the phone on this computer's USB, shows its ringtones, and adds, removes
-or replaces them. The phone has to be paired (idevicepair pair).
+or replaces them. The phone has to be paired (vesk pair); if
+something does not work, vesk doctor says why.
 )";
 
 struct SecondsOptions {
@@ -47,6 +48,7 @@ public:
         app_.footer(exitCodeHelp());
         addGlobalOptions();
         addDeviceCommands();
+        addPairingCommands();
         addRingtoneCommands();
         addOfflineCommands();
         addPluginCommands();
@@ -151,6 +153,24 @@ private:
         command(Command::Watch, "watch", "Show phones as they come and go, until Ctrl-C",
                 "Changes nothing. What is attached already comes first. Ctrl-C ends with exit code "
                 "0.");
+    }
+
+    void addPairingCommands() {
+        command(
+            Command::Pair, "pair", "Pair a phone with this computer",
+            "Makes keys and certificates, has the phone take them and the usbmuxd daemon keep "
+            "them. Does\nnothing when the phone knows this computer already. Does not change the "
+            "phone's contents.");
+        command(Command::Unpair, "unpair", "End a phone's pairing with this computer",
+                "The phone forgets this computer, and the usbmuxd daemon the keys. Does not change "
+                "the phone's\ncontents, nor its pairing with other computers.");
+        command(
+            Command::Doctor, "doctor",
+            "Look for what stands between you and a phone, and say what to do",
+            "Changes nothing. Looks at the usbmuxd daemon, encryption, pairing, the session, the "
+            "file service,\nthe sync lock (taken and given back at once), free space, the "
+            "catalogue and the firmware of every\nphone that is attached. Exit code 70: "
+            "something stands in the way.");
     }
 
     void addRingtoneCommands() {
@@ -262,6 +282,12 @@ ExitCode carryOut(const Options& options, Output& output) {
         return runCheck(options, output);
     case Command::Watch:
         return runWatch(options, output);
+    case Command::Pair:
+        return runPair(options, output);
+    case Command::Unpair:
+        return runUnpair(options, output);
+    case Command::Doctor:
+        return runDoctor(options, output);
     case Command::PluginStatus:
         return runPluginStatus(options, output);
     case Command::PluginInstall:

@@ -11,6 +11,10 @@ ExitCode runDevices(const Options& options, Output& output);
 ExitCode runInfo(const Options& options, Output& output);
 ExitCode runWatch(const Options& options, Output& output);
 
+ExitCode runPair(const Options& options, Output& output);
+ExitCode runUnpair(const Options& options, Output& output);
+ExitCode runDoctor(const Options& options, Output& output);
+
 ExitCode runList(const Options& options, Output& output);
 ExitCode runAdd(const Options& options, Output& output);
 ExitCode runRemove(const Options& options, Output& output);

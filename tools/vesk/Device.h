@@ -49,6 +49,28 @@ struct DeviceDescription {
     std::string label() const;
 };
 
+/// A connection to a device for the length of a scope.
+class Connection {
+public:
+    explicit Connection(const Device& device)
+        : device_(device), status_(AMDeviceConnect(device.get())) {}
+
+    ~Connection() {
+        if (status_ == 0) {
+            AMDeviceDisconnect(device_.get());
+        }
+    }
+
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    int32_t status() const { return status_; }
+
+private:
+    Device device_;
+    int32_t status_;
+};
+
 /// UDIDs are hexadecimal digits of either case.
 bool sameUdid(const std::string& left, const std::string& right);
 

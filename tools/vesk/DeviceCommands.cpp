@@ -25,12 +25,26 @@ std::string problemOf(const DeviceDescription& about) {
     return about.paired ? "" : "not paired";
 }
 
+/// What to do about a phone that is not paired; empty for any other device.
+std::string pairingHint(const DeviceDescription& about) {
+    return about.isIphone() && !about.paired ? fmt::format("vesk pair --udid {}", about.udid) : "";
+}
+
+/// The problem as the table has it.
+std::string problemWithHint(const DeviceDescription& about) {
+    const std::string problem = problemOf(about);
+    return pairingHint(about).empty() ? problem : problem + " (vesk pair)";
+}
+
 Json deviceJson(const DeviceDescription& about) {
     const std::string problem = problemOf(about);
     Json json{{"udid", about.udid},         {"name", about.name},     {"class", about.deviceClass},
               {"firmware", about.firmware}, {"paired", about.paired}, {"usable", problem.empty()}};
     if (!problem.empty()) {
         json["problem"] = problem;
+    }
+    if (const std::string hint = pairingHint(about); !hint.empty()) {
+        json["hint"] = hint;
     }
     return json;
 }
@@ -53,7 +67,8 @@ ExitCode runDevices(const Options& options, Output& output) {
         if (isWanted(options, about)) {
             devices.push_back(deviceJson(about));
             table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
-                       orUnknown(about.firmware), about.paired ? "yes" : "no", problemOf(about)});
+                       orUnknown(about.firmware), about.paired ? "yes" : "no",
+                       problemWithHint(about)});
         }
     }
     if (devices.empty()) {

@@ -17,7 +17,7 @@ Discovery::Discovery() {
     if (AMDeviceNotificationSubscribe == nullptr) {
         throw Failure(ExitCode::NoDeviceLayer,
                       "the device layer (MobileDevice.so) is missing or cannot be loaded",
-                      "Install libusbmuxd and libplist, and keep MobileDevice.so beside "
+                      "Install libusbmuxd, libplist and libnss3, and keep MobileDevice.so beside "
                       "libKRLVesk.so.");
     }
     current_ = this;

@@ -22,6 +22,8 @@ const char* exitCodeName(ExitCode code) {
         return "not-an-iphone";
     case ExitCode::NoDeviceLayer:
         return "no-device-layer";
+    case ExitCode::PairingFailed:
+        return "pairing-failed";
     case ExitCode::UnsupportedType:
         return "unsupported-type";
     case ExitCode::UnreadableFile:
@@ -64,6 +66,8 @@ const char* exitCodeName(ExitCode code) {
         return "plugin-not-installed";
     case ExitCode::PluginSilent:
         return "plugin-silent";
+    case ExitCode::ProblemsFound:
+        return "problems-found";
     case ExitCode::Cancelled:
         return "cancelled";
     }
@@ -77,7 +81,7 @@ const char* exitCodeHelp() {
    2  the command line is wrong; nothing was touched
   10  no phone is attached            14  the device is not an iPhone
   11  several phones: say --udid      15  the device layer or its daemon is missing
-  12  the phone is not paired
+  12  the phone is not paired         16  pairing or unpairing did not succeed
   13  the phone cannot be opened or read
   20  file type not supported         25  the name is on the phone already
   21  file or folder not readable     26  two files have the same name
@@ -91,6 +95,7 @@ const char* exitCodeHelp() {
   50  check: not accepted             51  check: not a ringtone catalogue
   60  plugin: missing or out of date  62  plugin: no recent one answers
   61  plugin: could not be installed
+  70  doctor: something stands in the way
  130  cancelled)";
 }
 

@@ -16,6 +16,7 @@ enum class ExitCode : int {
     CannotOpen = 13,
     NotAnIphone = 14,
     NoDeviceLayer = 15,
+    PairingFailed = 16,
 
     // What was asked for
     UnsupportedType = 20,
@@ -47,6 +48,9 @@ enum class ExitCode : int {
     PluginNotCurrent = 60,
     PluginNotInstalled = 61,
     PluginSilent = 62,
+
+    // vesk doctor
+    ProblemsFound = 70,
 
     Cancelled = 130,
 };

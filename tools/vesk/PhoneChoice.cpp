@@ -92,13 +92,15 @@ AttachedDevice namedPhone(Discovery& discovery, const Options& options) {
                   seen);
 }
 
-void requireUsable(const AttachedDevice& phone) {
-    const DeviceDescription& about = phone.description;
+void requireReachable(const DeviceDescription& about) {
     if (!about.reachable) {
         throw Failure(ExitCode::CannotOpen,
                       fmt::format("the only phone is {}", unreachableText(about)),
                       "Unplug it, plug it in again and try once more.");
     }
+}
+
+void requireUsable(const DeviceDescription& about) {
     if (!about.isIphone()) {
         throw Failure(ExitCode::NotAnIphone,
                       fmt::format("{} is not an iPhone but \"{}\"", about.label(),
@@ -106,18 +108,24 @@ void requireUsable(const AttachedDevice& phone) {
                       "Only iPhones have ringtones. Plug an iPhone in, or say another --udid.");
     }
     if (!about.paired) {
-        throw Failure(
-            ExitCode::NotPaired, fmt::format("{} is not paired with this computer", about.label()),
-            fmt::format("Unlock the phone and pair it: idevicepair -u {} pair", about.udid));
+        throw Failure(ExitCode::NotPaired,
+                      fmt::format("{} is not paired with this computer", about.label()),
+                      fmt::format("Unlock the phone and pair it: vesk pair --udid {}", about.udid));
     }
 }
 
 } // namespace
 
 AttachedDevice choosePhone(Discovery& discovery, const Options& options) {
+    const AttachedDevice phone = chooseDevice(discovery, options);
+    requireUsable(phone.description);
+    return phone;
+}
+
+AttachedDevice chooseDevice(Discovery& discovery, const Options& options) {
     const AttachedDevice phone =
         options.udid.empty() ? onlyPhone(discovery, options) : namedPhone(discovery, options);
-    requireUsable(phone);
+    requireReachable(phone.description);
     return phone;
 }
 

@@ -9,4 +9,7 @@ namespace vesk {
 /// @throw Failure when there is none, more than one, or it cannot be used
 AttachedDevice choosePhone(Discovery& discovery, const Options& options);
 
+/// The same for any device that can be reached, paired or not.
+AttachedDevice chooseDevice(Discovery& discovery, const Options& options);
+
 } // namespace vesk

@@ -123,7 +123,7 @@ Failure Session::readFailure(const std::string& what) {
     }
     return {ExitCode::CannotOpen, fmt::format("{} on {}: {}", what, label(), reason),
             "Nothing was changed on the phone. Unlock it, plug it in again, or pair it anew "
-            "(idevicepair pair), and try once more."};
+            "(vesk pair), and try once more. \"vesk doctor\" looks for the reason."};
 }
 
 PhoneFacts Session::facts() {

@@ -48,9 +48,19 @@ constexpr std::array kProvider{
     Meaning{kAMDNotPaired, "not paired: this computer holds no pair record for the phone"},
     Meaning{kAMDNoSession, "there is no session"},
     Meaning{kAMDSessionNotSupported,
-            "the phone asks for an encrypted session, which is not supported"},
+            "encryption is needed, and this computer or this build has no NSS for it"},
     Meaning{kAMDRefused, "the phone refused"},
     Meaning{kAMDNoResources, "memory or descriptors have run out on this computer"},
+    Meaning{kAMDBadPairRecord, "the pair record has no keys that can be read; pair the phone anew"},
+    Meaning{kAMDHandshakeFailed, "phone and computer did not agree on an encrypted session"},
+    Meaning{kAMDWrongCertificate,
+            "the phone shows another key than it was paired with; pair it anew if it is yours"},
+    Meaning{
+        kAMDCertificateExpired,
+        "a certificate of the pairing is not valid now; check the clock or pair the phone anew"},
+    Meaning{kAMDCertificateRefused, "the phone refuses this computer's certificate; pair it anew"},
+    Meaning{kAMDNoSsl3, "the phone asks for SSL 3.0, which this computer's NSS does not speak"},
+    Meaning{kAMDPairRecordNotKept, "the usbmuxd daemon does not save or delete the pair record"},
 };
 
 constexpr std::array kFile{

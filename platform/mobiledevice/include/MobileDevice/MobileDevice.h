@@ -145,8 +145,8 @@ MOBILEDEVICE_EXTERN int32_t (*AMDeviceValidatePairing)(am_device* device);
 /**
  * Pairs this computer with the phone: makes keys and certificates, has the phone take them and the
  * mux daemon keep them. A pair record that there is already is replaced. Needs a connection; takes
- * up to a second for the keys. Nothing is kept, on either side, when it fails. May be missing in
- * another provider.
+ * up to a second for the keys. When it fails this computer keeps nothing, and the phone nothing
+ * that it has refused. May be missing in another provider.
  */
 MOBILEDEVICE_EXTERN int32_t (*AMDevicePair)(am_device* device);
 

@@ -4,8 +4,11 @@
 
 namespace krl::nss {
 
-/** Initialises NSS at the first call, without databases and beside whatever an application does
- *  with NSS itself; it stays initialised. False when NSS cannot be used here. Any thread. */
+/**
+ * Initialises NSS where it is not, without databases and beside whatever an application does with
+ * NSS itself; we never end it. To be called before each piece of work, since an application's
+ * NSS_Shutdown ends NSS for us too. False when NSS cannot be used here. Any thread.
+ */
 bool start();
 
 /**

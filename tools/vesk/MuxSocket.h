@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+namespace vesk {
+
+/// The socket of the usbmux daemon as the device layer will look for it, tried out.
+struct MuxSocket {
+    enum class State {
+        Answers,
+        Absent,    ///< no such socket
+        Deserted,  ///< the socket is there, nobody listens
+        Forbidden, ///< this user may not connect
+        Broken,    ///< anything else; `reason` says what
+        NotTried   ///< an address on the network
+    };
+
+    State state = State::NotTried;
+    std::string address; ///< a path, or what the environment says
+    std::string reason;
+};
+
+/// Connects to the socket and says nothing to it.
+MuxSocket tryMuxSocket();
+
+} // namespace vesk
