@@ -257,7 +257,7 @@ TEST_F(Arrival, ListeningBeginsAndEndsManyTimes) {
     watcher.end();
     ASSERT_TRUE(bus().waitForConnections(0));
     const size_t before = openDescriptors();
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < 200; ++i) {
         Watcher<1> again;
         EXPECT_NE(again.waitForArrival(), nullptr);
     }
