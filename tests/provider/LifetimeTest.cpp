@@ -211,8 +211,13 @@ TEST_F(Lifetime, AProcessWithVeryManyDescriptorsGetsAStatusInsteadOfAnEnd) {
         EXPECT_EQ(md.AMDeviceConnect(device), kAMDNotConnected);
         EXPECT_EQ(md.AMDeviceIsPaired(device), 0);
         EXPECT_EQ(md.AFCDirectoryCreate(files, "/x"), 0); // what is open works on
+        md.AMDeviceRetain(device);
+        EXPECT_EQ(watcher.end(), 0);
+        Watcher<1> anew; // and phones are heard of
+        EXPECT_EQ(anew.waitForArrival(), device);
     }
     EXPECT_EQ(md.AMDeviceConnect(device), 0);
+    md.AMDeviceRelease(device);
     ::setrlimit(RLIMIT_NOFILE, &before);
 }
 

@@ -6,6 +6,8 @@
 #include "Peer.h"
 #include "PlistMessages.h"
 
+#include "tests/support/TemporaryFolder.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -173,25 +175,6 @@ bool isEnded(const Peer& peer) {
     return peer.hearsSomething(kLimit) && peer.hear(1).empty();
 }
 
-class Folder {
-public:
-    Folder() {
-        if (::mkdtemp(name_) == nullptr) {
-            throw std::runtime_error("cannot make a temporary folder");
-        }
-    }
-
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    ~Folder() { std::filesystem::remove_all(name_); }
-
-    std::filesystem::path path() const { return name_; }
-
-private:
-    char name_[32] = "/tmp/muxlistener-XXXXXX";
-};
-
 class Listening : public ::testing::Test {
 protected:
     void begin() { listener.emplace(setting, notes); }
@@ -218,7 +201,7 @@ protected:
         daemon.emplace(setting);
     }
 
-    Folder folder;
+    virtualphone::testing::TemporaryFolder folder;
     const std::string setting = "UNIX:" + (folder.path() / "socket").string();
     std::optional<Daemon> daemon{std::in_place, setting};
     Notes notes;
