@@ -2,6 +2,8 @@
 
 #include "ProviderFixture.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
@@ -230,6 +232,22 @@ TEST_F(Arrival, SubscribingNeedsACallbackAndAPlace) {
     EXPECT_EQ(md.AMDeviceNotificationSubscribe(ignore, 0, 0, nullptr, nullptr), kAMDInvalidHandle);
 }
 
+TEST_F(Arrival, SubscribingWithoutADescriptorFailsAndLeavesNothing) {
+    EXPECT_EQ(watcher.end(), 0);
+    ASSERT_TRUE(bus().waitForConnections(0));
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto unheard = [](am_device_notification_info*) { ADD_FAILURE(); };
+    am_device_notification* handle = nullptr;
+    EXPECT_EQ(md.AMDeviceNotificationSubscribe(unheard, 0, 0, nullptr, &handle), kAMDNoResources);
+    EXPECT_EQ(handle, nullptr);
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    Watcher<1> second;
+    EXPECT_NE(second.waitForArrival(), nullptr);
+}
+
 TEST_F(Arrival, SubscriptionsComeAndGoOnManyThreads) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 3; ++i) {
@@ -257,7 +275,7 @@ TEST_F(Arrival, ListeningBeginsAndEndsManyTimes) {
     watcher.end();
     ASSERT_TRUE(bus().waitForConnections(0));
     const size_t before = openDescriptors();
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < 200; ++i) {
         Watcher<1> again;
         EXPECT_NE(again.waitForArrival(), nullptr);
     }

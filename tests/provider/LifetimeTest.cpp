@@ -182,27 +182,13 @@ TEST_F(Lifetime, APhoneThatIsPulledOutLeavesNoDescriptorBehind) {
     EXPECT_TRUE(descriptorsFallTo(before));
 }
 
-// How many sockets a child process would inherit.
-int inheritableSockets() {
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        const auto target = std::filesystem::read_symlink(entry.path(), gone);
-        const int descriptor = std::stoi(entry.path().filename());
-        if (!gone && target.string().starts_with("socket:")) {
-            count += (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0 ? 1 : 0;
-        }
-    }
-    return count;
-}
-
 TEST_F(Lifetime, TunnelsAreNotInheritedByChildren) {
-    const int before = inheritableSockets();
+    const int before = inheritableDescriptors();
     am_service* proxy = openProxy();
     EXPECT_EQ(md.AMDPostNotification(proxy, CFSTR("x"), nullptr), 0);
     openFiles();
     ASSERT_TRUE(bus().waitForConnections(4)); // the listener, lockdown, the proxy, the files
-    EXPECT_EQ(inheritableSockets(), before);
+    EXPECT_EQ(inheritableDescriptors(), before);
 }
 
 TEST_F(Lifetime, AProcessWithVeryManyDescriptorsGetsAStatusInsteadOfAnEnd) {
@@ -225,8 +211,13 @@ TEST_F(Lifetime, AProcessWithVeryManyDescriptorsGetsAStatusInsteadOfAnEnd) {
         EXPECT_EQ(md.AMDeviceConnect(device), kAMDNotConnected);
         EXPECT_EQ(md.AMDeviceIsPaired(device), 0);
         EXPECT_EQ(md.AFCDirectoryCreate(files, "/x"), 0); // what is open works on
+        md.AMDeviceRetain(device);
+        EXPECT_EQ(watcher.end(), 0);
+        Watcher<1> anew; // and phones are heard of
+        EXPECT_EQ(anew.waitForArrival(), device);
     }
     EXPECT_EQ(md.AMDeviceConnect(device), 0);
+    md.AMDeviceRelease(device);
     ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
@@ -386,11 +377,7 @@ TEST_F(Lifetime, ASlowPhoneIsWaitedForWhileItMoves) {
 TEST_F(Lifetime, TheHubSeversAPhoneThatIsGoneEvenIfItsTunnelsStay) {
     // A removal that the mux tells of while its tunnels still stand.
     afc_connection* files = openFiles();
-    usbmuxd_event_t event{};
-    event.event = UE_DEVICE_REMOVE;
-    event.device.handle = id();
-    event.device.conn_type = CONNECTION_TYPE_USB;
-    DeviceHub::onMuxEvent(&event, &deviceHub());
+    deviceHub().detached(id());
     EXPECT_EQ(md.AFCDirectoryCreate(files, "/x"), kAFCNotConnected);
     EXPECT_EQ(md.AMDeviceConnect(device), kAMDNotConnected);
 }

@@ -2,6 +2,8 @@
 #ifndef KRL_TESTS_PROVIDER_PROVIDERFIXTURE_H
 #define KRL_TESTS_PROVIDER_PROVIDERFIXTURE_H
 
+#include "Descriptors.h"
+
 #include "tests/support/VirtualPhoneFixture.h"
 
 #include <CoreFoundation/CFRef.h>
@@ -11,9 +13,7 @@
 
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <utility>
@@ -41,11 +41,6 @@ inline bool runUntil(const std::function<bool()>& isSo) {
 inline void runOnce() {
     while (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true) == kCFRunLoopRunHandledSource) {
     }
-}
-
-inline size_t openDescriptors() {
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
 /** Whether there are soon no more open descriptors than that; the phone, which is in this process,

@@ -2,6 +2,7 @@
 #ifndef KRL_TESTS_VIRTUALPHONEFIXTURE_H
 #define KRL_TESTS_VIRTUALPHONEFIXTURE_H
 
+#include "TemporaryFolder.h"
 #include "virtualphone/VirtualPhone.h"
 
 #include <gtest/gtest.h>
@@ -11,36 +12,10 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace virtualphone::testing {
-
-/** A new folder, removed with its contents. */
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "vphone-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make a temporary folder");
-        }
-        path_ = name;
-    }
-
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 /** Points USBMUXD_SOCKET_ADDRESS at a bus; puts back what was there. Set it up before threads. */
 class SocketEnvironment {

@@ -1,31 +1,11 @@
 #include "DeviceHub.h"
 
 #include "Device.h"
-#include "Mux.h"
 
-#include <pthread.h>
-
+#include <exception>
 #include <utility>
 
 namespace krl::provider {
-
-namespace {
-
-// libusbmuxd cancels its thread to end it. Inside our code that would leave locks held.
-class CancellationOff {
-public:
-    CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
-
-    CancellationOff(const CancellationOff&) = delete;
-    CancellationOff& operator=(const CancellationOff&) = delete;
-
-    ~CancellationOff() { pthread_setcancelstate(before_, nullptr); }
-
-private:
-    int before_ = PTHREAD_CANCEL_ENABLE;
-};
-
-} // namespace
 
 int32_t DeviceHub::add(const std::shared_ptr<Subscription>& subscription) {
     const std::lock_guard listening(listening_);
@@ -36,18 +16,17 @@ int32_t DeviceHub::add(const std::shared_ptr<Subscription>& subscription) {
         }
         subscriptions_.push_back(subscription);
     }
-    if (context_ != nullptr) {
+    if (listener_) {
         return 0;
     }
-    // Otherwise a daemon on any socket but the default one would never be noticed when it comes.
-    libusbmuxd_set_use_inotify(0);
-    if (mux::isUsable() && usbmuxd_events_subscribe(&context_, &onMuxEvent, this) == 0) {
+    try {
+        listener_.emplace(muxSetting(), *this);
         return 0;
+    } catch (const std::exception&) {
+        const std::lock_guard lock(mutex_);
+        std::erase(subscriptions_, subscription);
+        return kAMDNoResources;
     }
-    context_ = nullptr;
-    const std::lock_guard lock(mutex_);
-    std::erase(subscriptions_, subscription);
-    return kAMDNoResources;
 }
 
 void DeviceHub::remove(const std::shared_ptr<Subscription>& subscription) {
@@ -61,29 +40,26 @@ void DeviceHub::remove(const std::shared_ptr<Subscription>& subscription) {
         }
         released.swap(attached_);
     }
-    if (context_ != nullptr) {
-        usbmuxd_events_unsubscribe(std::exchange(context_, nullptr));
-    }
+    listener_.reset();
 }
 
-void DeviceHub::onMuxEvent(const usbmuxd_event_t* event, void* hub) {
-    const CancellationOff cancellationOff;
-    auto& self = *static_cast<DeviceHub*>(hub);
-    if (event->device.conn_type != CONNECTION_TYPE_USB) {
-        return;
-    }
+void DeviceHub::attached(uint32_t muxId, const std::string& udid) noexcept {
     try {
-        if (event->event == UE_DEVICE_ADD) {
-            self.attached(event->device.handle, event->device.udid);
-        } else if (event->event == UE_DEVICE_REMOVE) {
-            self.detached(event->device.handle);
-        }
+        announce(muxId, udid);
     } catch (const std::exception&) {
         // Out of memory: the phone goes unannounced.
     }
 }
 
-void DeviceHub::attached(uint32_t muxId, const std::string& udid) {
+void DeviceHub::detached(uint32_t muxId) noexcept {
+    try {
+        withdraw(muxId);
+    } catch (const std::exception&) {
+        // Out of memory: the phone is severed, but not everybody hears of it.
+    }
+}
+
+void DeviceHub::announce(uint32_t muxId, const std::string& udid) {
     const std::lock_guard lock(mutex_);
     if (subscriptions_.empty() || attached_.contains(muxId)) {
         return;
@@ -95,9 +71,9 @@ void DeviceHub::attached(uint32_t muxId, const std::string& udid) {
     attached_.emplace(muxId, std::move(device));
 }
 
-// Also called by libusbmuxd for every phone when listening ends, which removes none of them: then
-// there is no subscription any more.
-void DeviceHub::detached(uint32_t muxId) {
+// Also called for every phone when listening ends, which removes none of them: then there is no
+// subscription any more.
+void DeviceHub::withdraw(uint32_t muxId) {
     const std::lock_guard lock(mutex_);
     const auto entry = attached_.find(muxId);
     if (entry == attached_.end()) {

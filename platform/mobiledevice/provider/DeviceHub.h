@@ -3,21 +3,21 @@
 #define KRL_PROVIDER_DEVICEHUB_H
 
 #include "DeviceReference.h"
+#include "MuxListener.h"
 #include "Subscription.h"
-
-#include <usbmuxd.h>
 
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace krl::provider {
 
 /** Listens while there is a subscription. Any thread. */
-class DeviceHub {
+class DeviceHub final : public MuxAudience {
 public:
     /** Tells the subscription of the phones that are there, and of all news. */
     int32_t add(const std::shared_ptr<Subscription>& subscription);
@@ -25,18 +25,18 @@ public:
     /** Tells it nothing more. */
     void remove(const std::shared_ptr<Subscription>& subscription);
 
-    /** What libusbmuxd calls, on a thread of its own and while it holds locks. */
-    static void onMuxEvent(const usbmuxd_event_t* event, void* hub);
+    void attached(uint32_t muxId, const std::string& udid) noexcept override;
+    void detached(uint32_t muxId) noexcept override;
 
 private:
-    void attached(uint32_t muxId, const std::string& udid);
-    void detached(uint32_t muxId);
+    void announce(uint32_t muxId, const std::string& udid);
+    void withdraw(uint32_t muxId);
     DeviceReference deviceFor(uint32_t muxId, const std::string& udid);
 
-    // Orders the calls that begin and end listening. libusbmuxd's thread never takes it, for they
+    // Orders the calls that begin and end listening. The listener's thread never takes it, for they
     // wait for that thread.
     std::mutex listening_;
-    usbmuxd_subscription_context_t context_ = nullptr;
+    std::optional<MuxListener> listener_;
 
     std::mutex mutex_; // of what follows
     std::vector<std::shared_ptr<Subscription>> subscriptions_;
@@ -46,7 +46,7 @@ private:
     std::map<uint32_t, am_device*> pluggings_;
 };
 
-/** The process's hub. It outlives libusbmuxd's thread. */
+/** The process's hub. It outlives the listener's thread. */
 DeviceHub& deviceHub();
 
 } // namespace krl::provider

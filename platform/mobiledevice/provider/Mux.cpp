@@ -19,12 +19,13 @@ using OwnedText = std::unique_ptr<char, decltype(&std::free)>;
 // other threads that open something meanwhile.
 constexpr int kSelectableDescriptors = FD_SETSIZE - 16;
 
-} // namespace
-
+// Whether libusbmuxd can be called without harm now.
 bool isUsable() {
     const UniqueDescriptor lowestFree(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     return lowestFree && lowestFree.get() < kSelectableDescriptors;
 }
+
+} // namespace
 
 UniqueDescriptor connect(uint32_t muxId, uint16_t port) {
     if (!isUsable()) {

@@ -26,9 +26,6 @@ bool deletePairRecord(const std::string& udid);
 /** This computer's own identity towards phones. */
 std::optional<std::string> readSystemBuid();
 
-/** Whether libusbmuxd can be called without harm now. */
-bool isUsable();
-
 } // namespace krl::provider::mux
 
 #endif

@@ -97,6 +97,11 @@ std::optional<std::string> dataAt(const PlistRef& dictionary, const char* key) {
     return bytes == nullptr ? std::string() : std::string(bytes, length);
 }
 
+PlistRef dictionaryAt(const PlistRef& dictionary, const char* key) {
+    plist_t node = nodeAt(dictionary, key, PLIST_DICT);
+    return PlistRef(node == nullptr ? nullptr : plist_copy(node));
+}
+
 std::string xmlOf(const PlistRef& list) {
     char* text = nullptr;
     uint32_t length = 0;

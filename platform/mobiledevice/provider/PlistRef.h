@@ -36,6 +36,9 @@ std::optional<bool> booleanAt(const PlistRef& dictionary, const char* key);
 
 std::optional<std::string> dataAt(const PlistRef& dictionary, const char* key);
 
+/** A copy of the dictionary under a key, null if there is none. */
+PlistRef dictionaryAt(const PlistRef& dictionary, const char* key);
+
 bool hasKey(const PlistRef& dictionary, const char* key);
 
 /** The list as an XML document; empty when memory is out. */
