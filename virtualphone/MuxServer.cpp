@@ -67,6 +67,13 @@ Plist attachedMessage(const Attachment& attachment) {
     return message;
 }
 
+// Says the end of an encryption while the phone, whose faults count its bytes, is still there.
+struct Farewell {
+    Channel& channel;
+
+    ~Farewell() { channel.endEncryption(); }
+};
+
 } // namespace
 
 MuxServer::MuxServer(Channel& channel, const BusParts& bus, uint64_t connection)
@@ -280,6 +287,7 @@ void MuxServer::serveListener() {
 void MuxServer::serveTunnel() {
     PhoneState& phone = tunnel_.phone->state();
     channel_.meter(phone.faults, tunnel_.service);
+    const Farewell farewell{channel_};
     const Client client{channel_, phone, bus_.log, connection_,
                         [this] { bus_.pullOut(tunnelDevice_); }};
     if (tunnel_.service != Service::Lockdown && phone.hasSecureServices()) {

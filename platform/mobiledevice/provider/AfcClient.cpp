@@ -15,12 +15,11 @@ namespace {
 // Early firmware gives wrong data for longer reads.
 constexpr size_t kPieceBytes = 65536;
 
-// Pieces of a write that may be unanswered, and how many are sent at once. Their replies of 48
-// bytes each take three kilobytes, which every socket on the way holds: a phone that answers while
-// we still send is never stopped by it, so neither side can wait for the other. All pieces of 4
-// MiB, the most that callers write at a time, fit, so that such a write waits for the phone once.
-constexpr uint64_t kPiecesInFlight = 64;
-constexpr uint64_t kPiecesAtOnce = 16;
+// Pieces of a write that are sent before an answer is looked at: 4 MiB, the most that callers write
+// at a time, so that such a write waits for the phone once. The replies, of 48 bytes each, take
+// three kilobytes, which every socket on the way holds: a phone that answers while we still send is
+// never stopped by it, so neither side can wait for the other.
+constexpr size_t kPiecesInFlight = 64;
 
 // A listing of a hundred thousand names takes some megabytes.
 constexpr uint64_t kMaxListBytes = uint64_t{16} * 1024 * 1024;
@@ -112,23 +111,17 @@ int32_t AfcClient::readFile(uint64_t file, std::span<std::byte> target, size_t& 
 }
 
 int32_t AfcClient::writeFile(uint64_t file, std::span<const std::byte> bytes) {
-    uint64_t oldestUnanswered = nextNumber_;
-    uint64_t unanswered = 0;
     int32_t failure = 0;
-    bool more = true;
-    while (more || unanswered > 0) {
-        if (more && unanswered <= kPiecesInFlight - kPiecesAtOnce) {
-            failure = sendPieces(file, bytes, unanswered);
-            more = failure == 0 && !bytes.empty();
-        } else {
-            // Nothing is sent after a failure, but the replies on their way are still taken, so
-            // that the next request does not meet them.
-            const int32_t status = receiveStatus(oldestUnanswered++);
-            --unanswered;
+    do {
+        const uint64_t first = nextNumber_;
+        failure = sendPieces(file, bytes);
+        // After a failure too the replies on their way are taken, so that the next request does not
+        // meet them.
+        for (uint64_t number = first; number < nextNumber_; ++number) {
+            const int32_t status = receiveStatus(number);
             failure = failure != 0 ? failure : status;
-            more = more && failure == 0;
         }
-    }
+    } while (failure == 0 && !bytes.empty());
     return failure;
 }
 
@@ -164,14 +157,14 @@ int32_t AfcClient::send(Operation operation, const std::string& arguments) {
     return checked(channel_->send(parts));
 }
 
-int32_t AfcClient::sendPieces(uint64_t file, std::span<const std::byte>& rest, uint64_t& pieces) {
+int32_t AfcClient::sendPieces(uint64_t file, std::span<const std::byte>& rest) {
     struct Prefix {
         afc::Header header;
         uint64_t file;
     };
 
-    std::array<Prefix, kPiecesAtOnce> prefixes;
-    std::array<iovec, 2 * kPiecesAtOnce> parts;
+    std::array<Prefix, kPiecesInFlight> prefixes;
+    std::array<iovec, 2 * kPiecesInFlight> parts;
     size_t count = 0;
     do {
         const std::span<const std::byte> piece = rest.first(std::min(rest.size(), kPieceBytes));
@@ -182,8 +175,7 @@ int32_t AfcClient::sendPieces(uint64_t file, std::span<const std::byte>& rest, u
         parts[2 * count] = part(&prefixes[count], sizeof(Prefix));
         parts[2 * count + 1] = part(piece.data(), piece.size());
         ++count;
-    } while (!rest.empty() && count < kPiecesAtOnce);
-    pieces += count;
+    } while (!rest.empty() && count < kPiecesInFlight);
     return checked(channel_->send(std::span(parts).first(2 * count)));
 }
 

@@ -58,8 +58,8 @@ private:
                         std::vector<char>& data);
 
     int32_t send(afc::Operation operation, const std::string& arguments);
-    /** Sends some more of the pieces of a write; `rest` becomes what is left. */
-    int32_t sendPieces(uint64_t file, std::span<const std::byte>& rest, uint64_t& pieces);
+    /** Sends the next pieces of a write; `rest` becomes what is left. */
+    int32_t sendPieces(uint64_t file, std::span<const std::byte>& rest);
 
     int32_t receiveHeader(uint64_t number, Reply& reply);
     /** Receives what stands before the body of a reply of the wanted form; a status of failure,
