@@ -77,8 +77,8 @@ void startServices(const ChannelRef& channel) {
     LockdownClient client = lockdownOn(channel);
     client.validatePair(pairRecord());
     client.startSession(pairRecord(), std::nullopt);
-    std::uint16_t port = 0;
-    client.startService("com.apple.afc", port);
+    ServiceAddress service{};
+    client.startService("com.apple.afc", service);
     client.stopSession();
 }
 
