@@ -11,18 +11,16 @@
  *  5. Nothing here is locked: use a phone, the records that hang on it and the phone manager from
  *     one thread at a time. Calls that reach the phone block until it has answered or the deadline
  *     of the device layer is over.
-
+ *
  * Conventions of the object interface, C++20 classes below the functions of the same subject:
  *  1. A method is named by the first keyword of its selector, its other parameters by the other
  *     keywords: size:ofFileAtPath: is size(size, ofFileAtPath). Initialisers are static and return
- the
- *     object.
+ *     the object.
  *  2. Objects are held by std::shared_ptr, CoreFoundation objects that are handed over by
  *     krl::cf::CFRef. Bare pointers are lent: arguments for the call, unless a method says that it
  *     retains them.
  *  3. An error object is a CFErrorRef, null on success. Methods throw nothing but what they say,
- and
- *     std::bad_alloc.
+ *     and std::bad_alloc.
  *  4. Delegates are classes with pure virtual functions, which must not throw.
  */
 #ifndef KRLVESK_KRLBASE_H

@@ -46,7 +46,7 @@ public:
     /**
      * Handles an answer.
      * @param userInfo  what the answer carries; null, or without "version": version 1.0. A version
-     * is a string or a number.
+     *                  is a string or a number.
      */
     void _pongSeen(CFDictionaryRef userInfo);
 

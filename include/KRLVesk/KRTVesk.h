@@ -30,7 +30,7 @@ extern KRL_EXPORT signed char KRTVeskOpen;
  *         missing, in which case the plug-in is left alone, or when the plug-in could not be
  *         installed. KRTVeskOpen tells the two apart: with 1, phones can be used all the same.
  *         KRTErrorDomain then says why the plug-in could not be installed, and keeps saying so
- * after a later success: "com.korvane.vesk.unzipNotFound": there is no unzip;
+ *         after a later success: "com.korvane.vesk.unzipNotFound": there is no unzip;
  *         "com.korvane.vesk.unzipFailed": unzip failed, for instance because the folder cannot be
  *         written; what it had to say is on standard error;
  *         "com.korvane.vesk.noPathFilePath": the plug-in's archive is missing from the library's

@@ -242,6 +242,19 @@ TEST_F(Refusal, AReplacementNeedsItsSpaceBeforeTheOldFileGoes) {
     EXPECT_THAT(vesk({"sync", localFolder()}), ExitsWith(ExitCode::Success));
 }
 
+TEST_F(Refusal, ACatalogueThatClaimsAGigabyteIsNotReadWhole) {
+    put(kCatalogue, "");
+    std::filesystem::resize_file(options.root / std::string(kCatalogue).substr(1), 1U << 30U);
+    EXPECT_EQ(vesk({"info", "--json"}).json().at("catalogue"), "unreadable");
+    uint64_t asked = 0;
+    for (const auto& entry : log().entries()) {
+        asked += entry.request == "Read" ? entry.size.value_or(0) : 0;
+    }
+    constexpr uint64_t kMost = 64 * 1024 * 1024;
+    EXPECT_GT(asked, 0U);
+    EXPECT_LE(asked, kMost);
+}
+
 TEST_F(Refusal, AnUnreadableCatalogueBecauseASyncWouldDeleteEveryFile) {
     for (const std::string text :
          {"", "not a property list", "<plist><dict/></plist>", "<plist><array/></plist>"}) {

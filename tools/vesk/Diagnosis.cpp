@@ -3,6 +3,7 @@
 #include "Catalogue.h"
 #include "Cf.h"
 #include "MuxSocket.h"
+#include "Session.h"
 #include "Status.h"
 #include "Text.h"
 
@@ -19,7 +20,6 @@ namespace {
 
 constexpr const char* kFileService = "com.apple.afc";
 constexpr const char* kSyncLock = "/com.apple.itunes.lock_sync";
-constexpr const char* kCatalogue = "/iTunes_Control/iTunes/Ringtones.plist";
 constexpr std::uint64_t kLeastFreeBytes = 1024 * 1024; // about one ringtone
 
 Finding good(const char* check, std::string text) {
@@ -222,8 +222,8 @@ int32_t readFile(afc_connection* files, const char* path, std::string& bytes) {
     if (const int32_t status = AFCFileInfoOpen(files, path, &info)) {
         return status;
     }
-    constexpr std::uint64_t kMost = 64 * 1024 * 1024; // a catalogue is some kilobytes
-    bytes.resize(std::min(numberOf(info, "st_size").value_or(0), kMost));
+    bytes.resize(
+        std::min<std::uint64_t>(numberOf(info, "st_size").value_or(0), kMostCatalogueBytes));
     afc_file_ref file = 0;
     if (const int32_t status = AFCFileRefOpen(files, path, kAFCOpenRead, &file)) {
         return status;
@@ -238,7 +238,7 @@ int32_t readFile(afc_connection* files, const char* path, std::string& bytes) {
 Finding catalogueFinding(afc_connection* files) {
     constexpr const char* kCheck = "catalogue";
     std::string bytes;
-    const int32_t status = readFile(files, kCatalogue, bytes);
+    const int32_t status = readFile(files, kCataloguePath, bytes);
     if (status == kAFCObjectNotFound) {
         return good(kCheck, "the phone has no ringtone catalogue yet");
     }
@@ -253,7 +253,7 @@ Finding catalogueFinding(afc_connection* files) {
             kCheck,
             fmt::format("the ringtone catalogue ({}) is no property list with "
                         "\"Ringtones\"",
-                        kCatalogue),
+                        kCataloguePath),
             "Save that file and the folder \"/iTunes_Control/Ringtones\" first; add, "
             "remove and sync write a new one with --force, and delete the ringtones that "
             "are there.");

@@ -4,6 +4,7 @@
 #include "Terminal.h"
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <string_view>
@@ -41,6 +42,7 @@ void leave(std::string_view text) {
 }
 
 void handle(int /*signal*/) {
+    const int before = errno; // what was interrupted may be about to look at it
     switch (reaction.load()) {
     case OnInterrupt::LeaveAtOnce:
         leave("vesk: cancelled; nothing was changed on the phone\n");
@@ -66,6 +68,7 @@ void handle(int /*signal*/) {
         noticed = true;
         break;
     }
+    errno = before;
 }
 
 } // namespace

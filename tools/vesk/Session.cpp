@@ -198,8 +198,8 @@ std::optional<std::string> Session::catalogueFile() {
     }
     expectOperations(1);
     KRTErrorClear();
-    std::string bytes(*size, '\0');
-    std::uint32_t length = *size;
+    std::uint32_t length = std::min(*size, kMostCatalogueBytes);
+    std::string bytes(length, '\0');
     // The object's method does not say how many bytes there were.
     if (KRTPhoneReadFileAtPath(phone()._phoneRef(), kCataloguePath, bytes.data(), &length) != 1) {
         throw readFailure("the ringtone catalogue cannot be read");

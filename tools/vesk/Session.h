@@ -19,6 +19,10 @@ namespace vesk {
 inline constexpr char kRingtonesFolder[] = "/iTunes_Control/Ringtones";
 inline constexpr char kCataloguePath[] = "/iTunes_Control/iTunes/Ringtones.plist";
 
+/// More than this of a catalogue is not read, whatever size the phone says it has: one of ten
+/// thousand ringtones takes some megabytes, and one that is cut off is no property list.
+inline constexpr std::uint32_t kMostCatalogueBytes = 64 * 1024 * 1024;
+
 /// What a phone says of itself over a session.
 struct PhoneFacts {
     std::string udid;
@@ -64,7 +68,8 @@ public:
     /// @param catalogueEntries  how many there are about
     std::vector<PhoneRingtone> ringtones(std::size_t catalogueEntries);
 
-    /// The catalogue's bytes; none when the phone has no catalogue.
+    /// The catalogue's bytes, not more than kMostCatalogueBytes; none when the phone has no
+    /// catalogue.
     std::optional<std::string> catalogueFile();
 
     /// Names in the ringtone folder; none when there is no folder.
