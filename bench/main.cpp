@@ -37,8 +37,8 @@ void registerSide(const std::string& name, Body body) {
 double quantile(std::vector<double> values, double fraction) {
     std::sort(values.begin(), values.end());
     const double position = fraction * static_cast<double>(values.size() - 1);
-    const auto below = static_cast<std::size_t>(position);
-    const std::size_t above = std::min(below + 1, values.size() - 1);
+    const auto below = static_cast<size_t>(position);
+    const size_t above = std::min(below + 1, values.size() - 1);
     return values[below] +
            (position - static_cast<double>(below)) * (values[above] - values[below]);
 }

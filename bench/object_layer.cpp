@@ -22,7 +22,7 @@ using krl::cf::CFRef;
 using List = CFRef<CFMutableDictionaryRef>;
 
 constexpr int kRingtones = 20;
-constexpr std::size_t kFileBytes = 300 * 1024;
+constexpr size_t kFileBytes = 300 * 1024;
 
 List makeList() {
     return adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,

@@ -15,7 +15,7 @@ namespace bench {
 namespace {
 
 struct Hash {
-    std::size_t operator()(const void* key) const { return CFHash(key); }
+    size_t operator()(const void* key) const { return CFHash(key); }
 };
 
 struct Equal {
@@ -36,17 +36,17 @@ std::shared_ptr<Keys> fileNames(int count) {
     return keys;
 }
 
-void walkSlots(KRTDictionary* table, std::size_t count) {
+void walkSlots(KRTDictionary* table, size_t count) {
     std::vector<const void*> keys(count);
     std::vector<const void*> values(count);
     KRTDictionaryGetKeysAndValues(table, keys.data(), values.data());
     benchmark::DoNotOptimize(keys.data());
 }
 
-constexpr std::size_t kGrowing = 10;
+constexpr size_t kGrowing = 10;
 
 /// @param room  how many keys there is room for at first
-void fillSlotTable(benchmark::State& state, const Keys& keys, std::size_t room) {
+void fillSlotTable(benchmark::State& state, const Keys& keys, size_t room) {
     for (auto _ : state) {
         KRTDictionary* table = KRTDictionaryWithCapacity(static_cast<KRTWord>(room));
         for (const auto& key : keys) {
@@ -57,7 +57,7 @@ void fillSlotTable(benchmark::State& state, const Keys& keys, std::size_t room) 
     }
 }
 
-void fillUnorderedMap(benchmark::State& state, const Keys& keys, std::size_t room) {
+void fillUnorderedMap(benchmark::State& state, const Keys& keys, size_t room) {
     for (auto _ : state) {
         std::unordered_map<const void*, const void*, Hash, Equal> table;
         table.reserve(room);
@@ -73,7 +73,7 @@ void fillUnorderedMap(benchmark::State& state, const Keys& keys, std::size_t roo
     }
 }
 
-void compareFilling(const std::string& title, const std::shared_ptr<Keys>& keys, std::size_t room) {
+void compareFilling(const std::string& title, const std::shared_ptr<Keys>& keys, size_t room) {
     compare(
         {.title = "slot table, " + title,
          .ours = [keys, room](benchmark::State& state) { fillSlotTable(state, *keys, room); },

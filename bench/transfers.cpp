@@ -20,7 +20,7 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t kPieceBytes = 4 * 1024 * 1024;
+constexpr size_t kPieceBytes = 4 * 1024 * 1024;
 constexpr char kRemotePath[] = "/tone.m4r";
 
 // ---------------------------------------------------------------------- ours
@@ -44,7 +44,7 @@ bool uploadOurs(afc_connection* connection, const std::vector<char>& bytes) {
     if (md.AFCFileRefOpen(connection, kRemotePath, kAFCOpenWrite, &file) != 0) {
         return false;
     }
-    for (std::size_t at = 0; at < bytes.size(); at += kPieceBytes) {
+    for (size_t at = 0; at < bytes.size(); at += kPieceBytes) {
         const auto count = static_cast<uint32_t>(std::min(kPieceBytes, bytes.size() - at));
         if (md.AFCFileRefWrite(connection, file, bytes.data() + at, count) != 0) {
             return false;
@@ -120,7 +120,7 @@ bool uploadPeer(afc_client_t files, const std::vector<char>& bytes) {
     if (afc_file_open(files, kRemotePath, AFC_FOPEN_WRONLY, &file) != AFC_E_SUCCESS) {
         return false;
     }
-    for (std::size_t at = 0; at < bytes.size(); at += kPieceBytes) {
+    for (size_t at = 0; at < bytes.size(); at += kPieceBytes) {
         const auto count = static_cast<uint32_t>(std::min(kPieceBytes, bytes.size() - at));
         uint32_t written = 0;
         errno = 0;
@@ -133,7 +133,7 @@ bool uploadPeer(afc_client_t files, const std::vector<char>& bytes) {
 
 // ---------------------------------------------------------------------- comparisons
 
-void compareUploads(const std::shared_ptr<World>& world, std::size_t sizeBytes,
+void compareUploads(const std::shared_ptr<World>& world, size_t sizeBytes,
                     const std::string& label) {
     const auto bytes = std::make_shared<std::vector<char>>(sizeBytes, 'x');
     compare({.title = "upload, " + label,

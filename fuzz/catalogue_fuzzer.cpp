@@ -68,7 +68,7 @@ CFRef<CFMutableDictionaryRef> load(KRTRingtoneManagerRef manager) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     if (size == 0) {
         return 0;
     }

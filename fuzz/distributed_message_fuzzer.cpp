@@ -24,7 +24,7 @@ constexpr std::string_view kGreeting = "DATA\r\nOK 0123456789abcdef0123456789abc
 
 class MessageBytes {
 public:
-    void number(std::uint32_t value) {
+    void number(uint32_t value) {
         pad(4);
         bytes_.append(reinterpret_cast<const char*>(&value), sizeof value);
     }
@@ -35,13 +35,13 @@ public:
         if (type == 'g') {
             bytes_ += static_cast<char>(text.size());
         } else {
-            number(static_cast<std::uint32_t>(text.size()));
+            number(static_cast<uint32_t>(text.size()));
         }
         bytes_ += text;
         bytes_ += '\0';
     }
 
-    void pad(std::size_t alignment) {
+    void pad(size_t alignment) {
         while (bytes_.size() % alignment != 0) {
             bytes_ += '\0';
         }
@@ -53,21 +53,21 @@ private:
     std::string bytes_;
 };
 
-constexpr std::size_t kFieldsLengthAt = 12;
-constexpr std::size_t kFieldsAt = 16;
+constexpr size_t kFieldsLengthAt = 12;
+constexpr size_t kFieldsAt = 16;
 
 /// A signal of ours, little-endian as this machine is, with any body.
 std::string signalWith(std::string_view body) {
     MessageBytes message;
     message.bytes() = {'l', '\4', '\1', '\1'};
-    message.number(static_cast<std::uint32_t>(body.size()));
+    message.number(static_cast<uint32_t>(body.size()));
     message.number(1);
     message.number(0);
     message.field('\1', 'o', wire::kPath);
     message.field('\2', 's', wire::kInterface);
     message.field('\3', 's', wire::kMember);
     message.field('\10', 'g', wire::kSignature);
-    const auto fieldsLength = static_cast<std::uint32_t>(message.bytes().size() - kFieldsAt);
+    const auto fieldsLength = static_cast<uint32_t>(message.bytes().size() - kFieldsAt);
     std::memcpy(message.bytes().data() + kFieldsLengthAt, &fieldsLength, sizeof fieldsLength);
     message.pad(8);
     message.bytes() += body;
@@ -96,8 +96,8 @@ void takeMessages(sd_bus* bus) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr std::size_t kMost = 60'000; // fits into the socket's buffer
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    constexpr size_t kMost = 60'000; // fits into the socket's buffer
     if (size == 0 || size > kMost) {
         return 0;
     }

@@ -16,7 +16,7 @@ krl::cf::CFRef<CFPropertyListRef> parse(CFDataRef data) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     const auto data = krl::cf::adopt(CFDataCreate(nullptr, bytes, static_cast<CFIndex>(size)));
     const auto first = parse(data.get());
     if (!first) {

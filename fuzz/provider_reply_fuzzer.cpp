@@ -26,7 +26,7 @@ using namespace krl::provider;
 
 using ChannelRef = std::shared_ptr<Channel>;
 
-constexpr std::size_t kMost = 60'000; // fits into the socket's buffer
+constexpr size_t kMost = 60'000; // fits into the socket's buffer
 
 LockdownClient lockdownOn(const ChannelRef& channel) {
     return {channel, std::make_unique<ClearSessionsOnly>()};
@@ -41,7 +41,7 @@ const PairRecord& pairRecord() {
 
 void readFile(const ChannelRef& channel) {
     std::vector<std::byte> target(kMost);
-    std::size_t received = 0;
+    size_t received = 0;
     AfcClient(channel).readFile(1, target, received);
     if (received > target.size()) {
         std::abort();
@@ -58,7 +58,7 @@ void listFolder(const ChannelRef& channel) {
 
 void changeFiles(const ChannelRef& channel) {
     AfcClient client(channel);
-    std::uint64_t file = 0;
+    uint64_t file = 0;
     client.openFile("/a", 3, file);
     const std::vector<std::byte> bytes(1000);
     client.writeFile(file, bytes);
@@ -93,7 +93,7 @@ const std::array<std::function<void(const ChannelRef&)>, 6> kQuestions = {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0 || size > kMost) {
         return 0;
     }

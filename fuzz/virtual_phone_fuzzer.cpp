@@ -22,7 +22,7 @@ namespace {
 
 using namespace virtualphone;
 
-constexpr std::size_t kMost = 60'000; // fits into the socket's buffer
+constexpr size_t kMost = 60'000; // fits into the socket's buffer
 
 class World {
 public:
@@ -75,7 +75,7 @@ void drain(int socket) {
     }
 }
 
-void say(int socket, const std::uint8_t* bytes, std::size_t size) {
+void say(int socket, const uint8_t* bytes, size_t size) {
     if (send(socket, bytes, size, MSG_NOSIGNAL) != static_cast<ssize_t>(size)) {
         throw std::runtime_error("the socket's buffer is too small");
     }
@@ -83,7 +83,7 @@ void say(int socket, const std::uint8_t* bytes, std::size_t size) {
 }
 
 /// The socket of the bus is served by the bus's own threads.
-void askBus(const std::uint8_t* bytes, std::size_t size) {
+void askBus(const uint8_t* bytes, size_t size) {
     const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -96,7 +96,7 @@ void askBus(const std::uint8_t* bytes, std::size_t size) {
 }
 
 template <class Server>
-void askService(const std::uint8_t* bytes, std::size_t size) {
+void askService(const uint8_t* bytes, size_t size) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         throw std::runtime_error("socketpair failed");
@@ -113,7 +113,7 @@ constexpr std::array kServices = {askBus, askService<LockdownServer>, askService
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0 || size > kMost) {
         return 0;
     }

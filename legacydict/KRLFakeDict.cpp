@@ -36,8 +36,8 @@ CFTypeRef objectOf(KRTUnsignedWord word) {
     return reinterpret_cast<CFTypeRef>(word);
 }
 
-std::size_t indexOf(KRTWord slot) {
-    return static_cast<std::size_t>(slot);
+size_t indexOf(KRTWord slot) {
+    return static_cast<size_t>(slot);
 }
 
 /// What an object answers when it is asked for a copy of itself. Null copies to null.
@@ -93,7 +93,7 @@ std::unique_ptr<KRLFakeDict> KRLFakeDict::initWithCapacity(KRTWord capacity) {
 
 // dealloc
 KRLFakeDict::~KRLFakeDict() {
-    for (std::size_t i = 0; i < _keys.size(); ++i) {
+    for (size_t i = 0; i < _keys.size(); ++i) {
         if (__hkv(_keys[i])) {
             CFRelease(objectOf(_keys[i]));
             CFRelease(objectOf(_values[i]));
@@ -198,9 +198,9 @@ void KRLFakeDict::fb(CFTypeRef key, KRTWord* found, KRTWord* freeSlot) const {
     if (_keys.empty()) {
         return;
     }
-    const std::size_t count = _keys.size();
-    const std::size_t start = __KRLDictionaryScrambleHash(hashOf(key)) & (count - 1);
-    std::size_t i = start;
+    const size_t count = _keys.size();
+    const size_t start = __KRLDictionaryScrambleHash(hashOf(key)) & (count - 1);
+    size_t i = start;
     do {
         const KRTUnsignedWord slotKey = _keys[i];
         if (slotKey == _marker) {
@@ -246,7 +246,7 @@ void KRLFakeDict::_dg(KRTWord extra) {
     values.swap(_values);
     // The old slot order decides which of two keys that meet in one slot comes first.
     bool isBroken = false;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
+    for (size_t i = 0; i < keys.size(); ++i) {
         if (!__hkv(keys[i])) {
             continue;
         }

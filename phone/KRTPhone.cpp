@@ -23,12 +23,12 @@ public:
         }
         const CFIndex length = CFStringGetLength(path);
         const CFIndex room = CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8);
-        text_.resize(static_cast<std::size_t>(room));
+        text_.resize(static_cast<size_t>(room));
         CFIndex used = 0;
         const CFIndex converted =
             CFStringGetBytes(path, CFRangeMake(0, length), kCFStringEncodingUTF8, 0, false,
                              reinterpret_cast<UInt8*>(text_.data()), room, &used);
-        text_.resize(static_cast<std::size_t>(used));
+        text_.resize(static_cast<size_t>(used));
         isPath_ = converted == length && text_.find('\0') == std::string::npos;
     }
 

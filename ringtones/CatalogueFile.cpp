@@ -25,7 +25,7 @@ struct FreeBytes {
 CFRef<CFDataRef> readCatalogue(KRTPhoneRef phone, uint32_t sizeBytes) {
     // At least one byte, so that an empty file has a buffer too. Not cleared: whatever size the
     // phone claims, only what it really sends is touched.
-    const std::size_t roomBytes = sizeBytes > 0 ? sizeBytes : 1;
+    const size_t roomBytes = sizeBytes > 0 ? sizeBytes : 1;
     const std::unique_ptr<UInt8, FreeBytes> buffer(static_cast<UInt8*>(std::malloc(roomBytes)));
     uint32_t length = sizeBytes;
     if (!buffer || KRTPhoneReadFileAtPath(phone, kCataloguePath, buffer.get(), &length) != 1) {

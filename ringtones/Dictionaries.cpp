@@ -8,14 +8,14 @@ std::vector<Pair> pairsOf(CFDictionaryRef dictionary) {
     if (dictionary == nullptr) {
         return {};
     }
-    const auto count = static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
+    const auto count = static_cast<size_t>(CFDictionaryGetCount(dictionary));
     std::vector<CFTypeRef> keys(count);
     std::vector<CFTypeRef> values(count);
     CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
 
     std::vector<Pair> pairs;
     pairs.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i) {
         pairs.push_back({keys[i], values[i]});
     }
     return pairs;

@@ -48,7 +48,7 @@ private:
     using List = std::list<Name>;
 
     struct Hash {
-        std::size_t operator()(const Name& name) const { return CFHash(name.get()); }
+        size_t operator()(const Name& name) const { return CFHash(name.get()); }
     };
 
     struct Equal {

@@ -16,12 +16,12 @@ bool isM4R(CFStringRef fileType) {
 std::optional<std::string> utf8(CFStringRef text) {
     const CFIndex length = CFStringGetLength(text);
     const CFIndex room = CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8);
-    std::string bytes(static_cast<std::size_t>(room), '\0');
+    std::string bytes(static_cast<size_t>(room), '\0');
     CFIndex used = 0;
     const CFIndex converted =
         CFStringGetBytes(text, CFRangeMake(0, length), kCFStringEncodingUTF8, 0, false,
                          reinterpret_cast<UInt8*>(bytes.data()), room, &used);
-    bytes.resize(static_cast<std::size_t>(used));
+    bytes.resize(static_cast<size_t>(used));
     if (converted != length || bytes.find('\0') != std::string::npos) {
         return std::nullopt;
     }

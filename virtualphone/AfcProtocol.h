@@ -10,7 +10,7 @@
 namespace virtualphone::afc {
 
 inline constexpr std::string_view kMagic = "CFA6LPAA";
-inline constexpr std::size_t kHeaderSize = 40;
+inline constexpr size_t kHeaderSize = 40;
 
 /** A packet: this header, then arguments, then payload. */
 struct Header {

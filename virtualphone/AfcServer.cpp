@@ -21,7 +21,7 @@ namespace {
 // Room for two paths that are longer than any the kernel takes.
 constexpr uint64_t kLongestArguments = uint64_t{64} * 1024;
 constexpr uint64_t kLongestReadAnswer = uint64_t{16} * 1024 * 1024;
-constexpr std::size_t kMostOpenFiles = 256;
+constexpr size_t kMostOpenFiles = 256;
 constexpr uint64_t kBlockSize = 4096;
 
 uint64_t statusOf(int error) {
@@ -195,7 +195,7 @@ bool AfcServer::refuseHeader(const afc::Header& header) {
 }
 
 bool AfcServer::serve(const afc::Header& header) {
-    arguments_.resize(static_cast<std::size_t>(header.thisLength - afc::kHeaderSize));
+    arguments_.resize(static_cast<size_t>(header.thisLength - afc::kHeaderSize));
     if (!channel_.read(arguments_)) {
         return false;
     }
@@ -280,8 +280,7 @@ bool AfcServer::answer(Request& request, uint64_t status) {
         replyNumber(afc::kStatus, status);
     }
     request.entry.status = status;
-    const std::size_t payload =
-        replyOperation_ == afc::kData ? reply_.size() - afc::kHeaderSize : 0;
+    const size_t payload = replyOperation_ == afc::kData ? reply_.size() - afc::kHeaderSize : 0;
     afc::Header header{};
     std::copy(afc::kMagic.begin(), afc::kMagic.end(), header.magic.begin());
     header.entireLength = reply_.size();
@@ -412,20 +411,20 @@ uint64_t AfcServer::read(Request& request) {
     }
     const uint64_t size = *request.entry.size;
     startData();
-    reply_.resize(afc::kHeaderSize + static_cast<std::size_t>(std::min(size, kLongestReadAnswer)));
+    reply_.resize(afc::kHeaderSize + static_cast<size_t>(std::min(size, kLongestReadAnswer)));
     const ssize_t got =
         ::read(file, reply_.data() + afc::kHeaderSize, reply_.size() - afc::kHeaderSize);
     if (got < 0) {
         return statusOf(errno);
     }
-    reply_.resize(afc::kHeaderSize + static_cast<std::size_t>(got));
+    reply_.resize(afc::kHeaderSize + static_cast<size_t>(got));
     const uint64_t sound = phone_.options.soundReadBytes;
     if (sound != 0 && size > sound) {
         std::for_each(reply_.begin() + afc::kHeaderSize, reply_.end(),
                       [](char& byte) { byte = static_cast<char>(~byte); });
     }
     // Should the connection end meanwhile, the answer will find out.
-    phone_.link.carry(channel_, static_cast<std::size_t>(got));
+    phone_.link.carry(channel_, static_cast<size_t>(got));
     return afc::kSuccess;
 }
 
@@ -436,7 +435,7 @@ uint64_t AfcServer::write(Request& request) {
     }
     while (request.payload > 0) {
         const std::span<const char> piece =
-            channel_.take(phone_.link.pieceSize(static_cast<std::size_t>(request.payload)));
+            channel_.take(phone_.link.pieceSize(static_cast<size_t>(request.payload)));
         if (piece.empty() || !phone_.link.carry(channel_, piece.size())) {
             break; // nobody is left to be answered
         }

@@ -105,8 +105,8 @@ public:
     ~BusState();
 
     uint32_t plug(std::shared_ptr<Phone> phone);
-    std::size_t connectionCount() const;
-    bool waitForConnections(std::size_t atMost, std::chrono::milliseconds timeout) const;
+    size_t connectionCount() const;
+    bool waitForConnections(size_t atMost, std::chrono::milliseconds timeout) const;
 
     const std::filesystem::path privateFolder; // empty: the socket stands elsewhere
     const std::filesystem::path socketPath;
@@ -138,7 +138,7 @@ private:
     mutable std::mutex mutex_;
     mutable std::condition_variable closed_;
     std::list<Conversation> conversations_;
-    std::size_t open_ = 0;
+    size_t open_ = 0;
     uint64_t lastNumber_ = 0;
     std::vector<uint32_t> pulledOut_;
     bool isStopping_ = false;
@@ -278,12 +278,12 @@ uint32_t BusState::plug(std::shared_ptr<Phone> phone) {
     return devices.plug(std::move(phone));
 }
 
-std::size_t BusState::connectionCount() const {
+size_t BusState::connectionCount() const {
     const std::lock_guard lock(mutex_);
     return open_;
 }
 
-bool BusState::waitForConnections(std::size_t atMost, std::chrono::milliseconds timeout) const {
+bool BusState::waitForConnections(size_t atMost, std::chrono::milliseconds timeout) const {
     std::unique_lock lock(mutex_);
     return closed_.wait_for(lock, timeout, [&] { return open_ <= atMost; });
 }
@@ -337,11 +337,11 @@ void Bus::deletePairRecord(const std::string& udid) {
     state_->records.remove(udid);
 }
 
-std::size_t Bus::connectionCount() const {
+size_t Bus::connectionCount() const {
     return state_->connectionCount();
 }
 
-bool Bus::waitForConnections(std::size_t atMost, std::chrono::milliseconds timeout) const {
+bool Bus::waitForConnections(size_t atMost, std::chrono::milliseconds timeout) const {
     return state_->waitForConnections(atMost, timeout);
 }
 

@@ -70,10 +70,10 @@ public:
     void deletePairRecord(const std::string& udid);
 
     /** Number of clients' sockets that are open. */
-    std::size_t connectionCount() const;
+    size_t connectionCount() const;
 
     /** Waits until that number is down to this; false when the time is over. */
-    bool waitForConnections(std::size_t atMost,
+    bool waitForConnections(size_t atMost,
                             std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
 
 private:

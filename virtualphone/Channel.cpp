@@ -13,7 +13,7 @@ namespace virtualphone {
 namespace {
 
 // A unix socket holds about 200 KiB, so one receive takes all that is there.
-constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+constexpr size_t kBufferSize = size_t{256} * 1024;
 constexpr int kSendBufferSize = 1024 * 1024;
 
 timespec timespecOf(std::chrono::nanoseconds time) {
@@ -39,13 +39,13 @@ void Channel::meter(Faults& faults, Service service) {
 
 bool Channel::fill() {
     const std::span<char> buffer(buffer_.get(), kBufferSize);
-    const std::size_t received = encryption_ ? encryption_->receive(buffer) : receiveRaw(buffer);
+    const size_t received = encryption_ ? encryption_->receive(buffer) : receiveRaw(buffer);
     begin_ = 0;
     end_ = received;
     return received > 0;
 }
 
-std::size_t Channel::receiveRaw(std::span<char> target) {
+size_t Channel::receiveRaw(std::span<char> target) {
     if (begin_ != end_ && !encryption_) {
         // Came with the last request in clear.
         const std::span<const char> early = take(target.size());
@@ -62,7 +62,7 @@ std::size_t Channel::receiveRaw(std::span<char> target) {
     if (got <= 0) {
         return 0;
     }
-    auto received = static_cast<std::size_t>(got);
+    auto received = static_cast<size_t>(got);
     if (faults_ != nullptr) {
         const Faults::Allowance allowed = faults_->allowReceiving(service_, received);
         received = allowed.bytes;
@@ -73,11 +73,11 @@ std::size_t Channel::receiveRaw(std::span<char> target) {
     return received;
 }
 
-std::span<const char> Channel::take(std::size_t most) {
+std::span<const char> Channel::take(size_t most) {
     if (begin_ == end_ && !fill()) {
         return {};
     }
-    const std::size_t count = std::min(most, end_ - begin_);
+    const size_t count = std::min(most, end_ - begin_);
     const std::span<const char> bytes(buffer_.get() + begin_, count);
     begin_ += count;
     return bytes;
@@ -98,7 +98,7 @@ bool Channel::read(std::span<char> bytes) {
 bool Channel::skip(uint64_t bytes) {
     while (bytes > 0) {
         const std::span<const char> got =
-            take(static_cast<std::size_t>(std::min<uint64_t>(bytes, kBufferSize)));
+            take(static_cast<size_t>(std::min<uint64_t>(bytes, kBufferSize)));
         if (got.empty()) {
             return false;
         }
@@ -112,7 +112,7 @@ bool Channel::write(std::span<const char> bytes) {
 }
 
 bool Channel::writeSoon(std::span<const char> bytes) {
-    constexpr std::size_t kMostHeld = 4096;
+    constexpr size_t kMostHeld = 4096;
     if (begin_ == end_ || held_.size() + bytes.size() > kMostHeld) {
         return write(bytes);
     }
@@ -144,7 +144,7 @@ bool Channel::sendRaw(std::span<const char> bytes) {
         if (sent < 0) {
             return false;
         }
-        bytes = bytes.subspan(static_cast<std::size_t>(sent));
+        bytes = bytes.subspan(static_cast<size_t>(sent));
     }
     if (endsAfterwards) {
         shutDown();

@@ -27,7 +27,7 @@ public:
      * Up to this many bytes, straight from the buffer; waits for at least one. Valid until the next
      * call. Empty when the connection has ended.
      */
-    std::span<const char> take(std::size_t most);
+    std::span<const char> take(size_t most);
 
     /** Reads exactly this many bytes; false when the connection ends before. */
     bool read(std::span<char> bytes);
@@ -80,7 +80,7 @@ public:
     bool skipFarewell();
 
     /** For the encryption: bytes as they travel, 0 or false at the end. */
-    std::size_t receiveRaw(std::span<char> target);
+    size_t receiveRaw(std::span<char> target);
     bool sendRaw(std::span<const char> bytes);
 
     /** Ends the connection for both sides. The descriptor stays, so that no number is reused. */
@@ -94,8 +94,8 @@ private:
     Faults* faults_ = nullptr;
     Service service_ = Service::Usbmux;
     std::unique_ptr<char[]> buffer_;
-    std::size_t begin_ = 0;
-    std::size_t end_ = 0;
+    size_t begin_ = 0;
+    size_t end_ = 0;
     Packet held_;
     bool mayBringFarewell_ = false;
     std::unique_ptr<EncryptedStream> encryption_; // last: its end is said over the socket

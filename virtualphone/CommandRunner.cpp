@@ -148,8 +148,8 @@ private:
             readsInput_ = got < 0 && errno == EINTR;
             return;
         }
-        input_.append(bytes, static_cast<std::size_t>(got));
-        for (std::size_t end = input_.find('\n'); end != std::string::npos && !status_;
+        input_.append(bytes, static_cast<size_t>(got));
+        for (size_t end = input_.find('\n'); end != std::string::npos && !status_;
              end = input_.find('\n')) {
             const std::string line = input_.substr(0, end);
             input_.erase(0, end + 1);

@@ -10,7 +10,7 @@ namespace virtualphone {
 
 namespace {
 
-std::string labelOf(std::size_t index) {
+std::string labelOf(size_t index) {
     return "phone " + std::to_string(index + 1);
 }
 
@@ -35,7 +35,7 @@ uint64_t numberOf(const std::string& text) {
 
 } // namespace
 
-std::string describe(const Bus& bus, const Phone& phone, std::size_t index) {
+std::string describe(const Bus& bus, const Phone& phone, size_t index) {
     const PhoneOptions& options = phone.options();
     const uint32_t id = bus.deviceId(phone);
     std::ostringstream line;
@@ -88,7 +88,7 @@ std::string Controls::help() {
         if (*command.argument != '\0') {
             form += std::string(" ") + command.argument;
         }
-        form.resize(std::max<std::size_t>(form.size(), 16), ' ');
+        form.resize(std::max<size_t>(form.size(), 16), ' ');
         text << "  " << form << command.explanation << '\n';
     }
     text << "  help            show this\n"
@@ -131,14 +131,14 @@ Controls::Targets Controls::targetsOf(const std::string& target) const {
     if (number == 0 || number > phones_.size()) {
         throw std::invalid_argument("there is no phone @" + target);
     }
-    return {phones_[static_cast<std::size_t>(number - 1)]};
+    return {phones_[static_cast<size_t>(number - 1)]};
 }
 
-std::size_t Controls::indexOf(const Phone& phone) const {
+size_t Controls::indexOf(const Phone& phone) const {
     const auto found =
         std::find_if(phones_.begin(), phones_.end(),
                      [&](const std::shared_ptr<Phone>& known) { return known.get() == &phone; });
-    return static_cast<std::size_t>(found - phones_.begin());
+    return static_cast<size_t>(found - phones_.begin());
 }
 
 std::string Controls::list(const Targets& targets, const std::string&) {

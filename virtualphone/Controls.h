@@ -40,7 +40,7 @@ private:
     static const std::vector<Command>& commands();
 
     Targets targetsOf(const std::string& target) const;
-    std::size_t indexOf(const Phone& phone) const;
+    size_t indexOf(const Phone& phone) const;
 
     // Each returns lines to print; what is wrong is thrown as std::invalid_argument.
     std::string list(const Targets& targets, const std::string& argument);
@@ -62,7 +62,7 @@ private:
 
 /** One line about a phone: number, name, class, firmware, UDID, folder, and whether it is plugged
  * in. */
-std::string describe(const Bus& bus, const Phone& phone, std::size_t index);
+std::string describe(const Bus& bus, const Phone& phone, size_t index);
 
 /** Adds a fault to each of these phones, or to the bus when it is of the bus's own requests. */
 void addFault(Bus& bus, const std::vector<std::shared_ptr<Phone>>& phones, const Fault& fault);

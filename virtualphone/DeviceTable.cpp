@@ -93,7 +93,7 @@ void DeviceTable::removeListener(AttachmentListener& listener) {
     listeners_.erase(&listener);
 }
 
-std::size_t DeviceTable::listenerCount() const {
+size_t DeviceTable::listenerCount() const {
     const std::lock_guard lock(mutex_);
     return listeners_.size();
 }

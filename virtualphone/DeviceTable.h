@@ -54,7 +54,7 @@ public:
     /** Tells a listener of all phones that are there, and from then on of every change. */
     void addListener(AttachmentListener& listener);
     void removeListener(AttachmentListener& listener);
-    std::size_t listenerCount() const;
+    size_t listenerCount() const;
 
     /** Tells the listeners that a pair record was saved; nothing happens for an unknown id. */
     void announcePaired(uint32_t id);

@@ -37,7 +37,7 @@ Plist defaultDomain(const PhoneOptions& options) {
     // Of the form that they have, and different from phone to phone.
     setItem(values, "SerialNumber", "VP" + options.udid.substr(0, 9));
     std::string wifi = "00";
-    for (std::size_t i = 0; i < 10; i += 2) {
+    for (size_t i = 0; i < 10; i += 2) {
         wifi += ":" + options.udid.substr(i, 2);
     }
     setItem(values, "WiFiAddress", wifi);

@@ -74,13 +74,13 @@ std::optional<uint64_t> numberIn(std::string_view text) {
     return number;
 }
 
-std::size_t indexOf(Service service) {
-    return static_cast<std::size_t>(service);
+size_t indexOf(Service service) {
+    return static_cast<size_t>(service);
 }
 
 // Takes what follows the separator off the text; none when it does not stand there.
 std::optional<std::string_view> splitOff(std::string_view& text, char separator) {
-    const std::size_t at = text.find(separator);
+    const size_t at = text.find(separator);
     if (at == std::string_view::npos) {
         return std::nullopt;
     }
@@ -264,15 +264,15 @@ std::optional<Fault> Faults::meet(Service service, std::string_view request) {
     return met;
 }
 
-Faults::Allowance Faults::allowReceiving(Service service, std::size_t bytes) {
+Faults::Allowance Faults::allowReceiving(Service service, size_t bytes) {
     return allow(receiving_, service, bytes);
 }
 
-Faults::Allowance Faults::allowSending(Service service, std::size_t bytes) {
+Faults::Allowance Faults::allowSending(Service service, size_t bytes) {
     return allow(sending_, service, bytes);
 }
 
-Faults::Allowance Faults::allow(Budgets& budgets, Service service, std::size_t bytes) {
+Faults::Allowance Faults::allow(Budgets& budgets, Service service, size_t bytes) {
     const std::lock_guard lock(mutex_);
     std::optional<uint64_t>& budget = budgets[indexOf(service)];
     if (!budget) {
@@ -282,7 +282,7 @@ Faults::Allowance Faults::allow(Budgets& budgets, Service service, std::size_t b
         *budget -= bytes;
         return {bytes, false};
     }
-    const auto allowed = static_cast<std::size_t>(*budget);
+    const auto allowed = static_cast<size_t>(*budget);
     budget.reset();
     return {allowed, true};
 }

@@ -104,12 +104,12 @@ public:
     std::optional<Fault> meet(Service service, std::string_view request);
 
     struct Allowance {
-        std::size_t bytes; ///< that may travel
-        bool isLast;       ///< the connection is to be closed after them
+        size_t bytes; ///< that may travel
+        bool isLast;  ///< the connection is to be closed after them
     };
 
-    Allowance allowReceiving(Service service, std::size_t bytes);
-    Allowance allowSending(Service service, std::size_t bytes);
+    Allowance allowReceiving(Service service, size_t bytes);
+    Allowance allowSending(Service service, size_t bytes);
 
     bool isSilent() const { return isSilent_; }
 
@@ -124,7 +124,7 @@ private:
 
     using Budgets = std::array<std::optional<uint64_t>, 4>;
 
-    Allowance allow(Budgets& budgets, Service service, std::size_t bytes);
+    Allowance allow(Budgets& budgets, Service service, size_t bytes);
 
     std::mutex mutex_;
     std::vector<Armed> armed_;

@@ -18,7 +18,7 @@ public:
           isStalled_(responder.hasMet(FaultAction::StallReply)),
           isGarbled_(responder.hasMet(FaultAction::GarbledReply)) {}
 
-    std::size_t receive(std::span<char> target) override { return channel_.receiveRaw(target); }
+    size_t receive(std::span<char> target) override { return channel_.receiveRaw(target); }
 
     bool send(std::span<const char> bytes) override {
         if (isCut_ || isStalled_) {

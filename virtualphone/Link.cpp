@@ -4,7 +4,7 @@
 
 namespace virtualphone {
 
-bool Link::carry(Channel& channel, std::size_t bytes) {
+bool Link::carry(Channel& channel, size_t bytes) {
     if (bytesPerSecond_ == 0 || bytes == 0) {
         return true;
     }
@@ -21,14 +21,14 @@ bool Link::carry(Channel& channel, std::size_t bytes) {
     return channel.pause(arrival - now);
 }
 
-std::size_t Link::pieceSize(std::size_t wanted) const {
+size_t Link::pieceSize(size_t wanted) const {
     constexpr uint64_t kPiecesPerSecond = 50;
     constexpr uint64_t kSmallest = 512;
     if (bytesPerSecond_ == 0) {
         return wanted;
     }
     const uint64_t piece = std::max(bytesPerSecond_ / kPiecesPerSecond, kSmallest);
-    return static_cast<std::size_t>(std::min<uint64_t>(wanted, piece));
+    return static_cast<size_t>(std::min<uint64_t>(wanted, piece));
 }
 
 } // namespace virtualphone

@@ -17,10 +17,10 @@ public:
     explicit Link(uint64_t bytesPerSecond) : bytesPerSecond_(bytesPerSecond) {}
 
     /** Waits until these bytes have travelled; false when the connection ended meanwhile. */
-    bool carry(Channel& channel, std::size_t bytes);
+    bool carry(Channel& channel, size_t bytes);
 
     /** The most to carry at once, so that progress is seen about every 20 ms. */
-    std::size_t pieceSize(std::size_t wanted) const;
+    size_t pieceSize(size_t wanted) const;
 
 private:
     const uint64_t bytesPerSecond_;

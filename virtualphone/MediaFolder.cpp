@@ -21,7 +21,7 @@ constexpr mode_t kFolderMode = 0755;
 
 // A path of the phone below the root's descriptor: the root itself is ".".
 const char* belowRoot(const std::string& path) {
-    const std::size_t start = path.find_first_not_of('/');
+    const size_t start = path.find_first_not_of('/');
     return start == std::string::npos ? "." : path.c_str() + start;
 }
 
@@ -41,7 +41,7 @@ int writeAll(int file, std::span<const char> bytes) {
         if (written < 0 && errno != EINTR) {
             return errno;
         }
-        bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+        bytes = bytes.subspan(static_cast<size_t>(std::max<ssize_t>(written, 0)));
     }
     return 0;
 }
@@ -103,12 +103,12 @@ int MediaFolder::openBelow(const std::string& path, int flags, UniqueFd& file) c
 
 // The folder in which a path's last name stands. The name is empty for the root itself.
 int MediaFolder::locate(const std::string& path, Place& place) const {
-    const std::size_t end = path.find_last_not_of('/');
+    const size_t end = path.find_last_not_of('/');
     if (path.empty()) {
         return ENOENT;
     }
     const std::string trimmed = path.substr(0, end == std::string::npos ? 0 : end + 1);
-    const std::size_t slash = trimmed.rfind('/');
+    const size_t slash = trimmed.rfind('/');
     place.name = slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
     if (place.name == "." || place.name == "..") {
         return EINVAL;
@@ -148,7 +148,7 @@ int MediaFolder::info(const std::string& path, struct stat& status, std::string&
         if (length < 0) {
             return errno;
         }
-        linkTarget.assign(target, static_cast<std::size_t>(length));
+        linkTarget.assign(target, static_cast<size_t>(length));
     }
     return 0;
 }
@@ -156,8 +156,8 @@ int MediaFolder::info(const std::string& path, struct stat& status, std::string&
 int MediaFolder::makeDirectory(const std::string& path, bool makesParents,
                                bool acceptsExisting) const {
     if (makesParents) {
-        for (std::size_t slash = path.find('/', path.find_first_not_of('/'));
-             slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        for (size_t slash = path.find('/', path.find_first_not_of('/')); slash != std::string::npos;
+             slash = path.find('/', slash + 1)) {
             const int error = makeDirectory(path.substr(0, slash), false, true);
             if (error != 0) {
                 return error;
@@ -383,7 +383,7 @@ int MediaFolder::writeWithin(int file, std::span<const char> bytes) {
     if (missing > bytes.size()) {
         return ENOSPC;
     }
-    const int error = writeAll(file, bytes.first(bytes.size() - static_cast<std::size_t>(missing)));
+    const int error = writeAll(file, bytes.first(bytes.size() - static_cast<size_t>(missing)));
     *free_ -= std::min(*free_, sizeOf(file) - before);
     return error == 0 && missing > 0 ? ENOSPC : error;
 }

@@ -257,7 +257,7 @@ uint32_t MuxServer::deletePairRecord(Exchange& exchange) {
 
 uint32_t MuxServer::listListeners(Exchange& exchange) {
     Plist list = newArray();
-    for (std::size_t left = bus_.devices.listenerCount(); left > 0; --left) {
+    for (size_t left = bus_.devices.listenerCount(); left > 0; --left) {
         Plist listener = newDictionary();
         setItem(listener, "ConnType", newInteger(0));
         appendItem(list, std::move(listener));

@@ -118,15 +118,15 @@ public:
         return name == nullptr ? "unknown error" : name;
     }
 
-    std::size_t receive(std::span<char> target) override {
-        std::size_t received = 0;
+    size_t receive(std::span<char> target) override {
+        size_t received = 0;
         const nss::TlsStep step = stream_->receive(std::as_writable_bytes(target), received);
         return step == nss::TlsStep::Done ? received : 0;
     }
 
     bool send(std::span<const char> bytes) override {
         while (!bytes.empty()) {
-            std::size_t sent = 0;
+            size_t sent = 0;
             if (stream_->send(std::as_bytes(bytes), sent) != nss::TlsStep::Done) {
                 return false;
             }

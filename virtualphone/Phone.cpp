@@ -11,7 +11,7 @@ namespace virtualphone {
 
 namespace {
 
-constexpr std::size_t kUdidLength = 40;
+constexpr size_t kUdidLength = 40;
 
 bool isUdid(const std::string& text) {
     return text.size() == kUdidLength &&
@@ -36,18 +36,18 @@ std::string derivedUdid(const std::string& folder) {
 }
 
 // Length of the UTF-8 sequence that starts here, or 0.
-std::size_t sequenceLength(const std::string& text, std::size_t at) {
-    const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+size_t sequenceLength(const std::string& text, size_t at) {
+    const auto byteAt = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byteAt(at);
-    const std::size_t length = lead < 0x80                   ? 1
-                               : lead >= 0xC2 && lead < 0xE0 ? 2
-                               : lead >= 0xE0 && lead < 0xF0 ? 3
-                               : lead >= 0xF0 && lead < 0xF5 ? 4
-                                                             : 0;
+    const size_t length = lead < 0x80                   ? 1
+                          : lead >= 0xC2 && lead < 0xE0 ? 2
+                          : lead >= 0xE0 && lead < 0xF0 ? 3
+                          : lead >= 0xF0 && lead < 0xF5 ? 4
+                                                        : 0;
     if (length == 0 || at + length > text.size()) {
         return 0;
     }
-    for (std::size_t i = at + 1; i < at + length; ++i) {
+    for (size_t i = at + 1; i < at + length; ++i) {
         if ((byteAt(i) & 0xC0) != 0x80) {
             return 0;
         }
@@ -56,9 +56,9 @@ std::size_t sequenceLength(const std::string& text, std::size_t at) {
 }
 
 void checkText(const char* what, const std::string& text) {
-    std::size_t at = 0;
+    size_t at = 0;
     while (at < text.size()) {
-        const std::size_t length = sequenceLength(text, at);
+        const size_t length = sequenceLength(text, at);
         if (length == 0 || text[at] == '\0') {
             throw std::invalid_argument(std::string("the phone's ") + what +
                                         " is not UTF-8 text: " + text);

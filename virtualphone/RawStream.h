@@ -14,7 +14,7 @@ public:
     virtual ~RawStream() = default;
 
     /** Number of bytes that came, 0 at the end. */
-    virtual std::size_t receive(std::span<char> target) = 0;
+    virtual size_t receive(std::span<char> target) = 0;
 
     /** Sends all of them; false when the connection has ended. */
     virtual bool send(std::span<const char> bytes) = 0;

@@ -13,17 +13,17 @@ namespace virtualphone {
 
 namespace {
 
-constexpr std::size_t kTooFewOrMany = 8;
+constexpr size_t kTooFewOrMany = 8;
 constexpr std::string_view kSurplus = "surplus!";
 static_assert(kSurplus.size() == kTooFewOrMany);
 
-void scramble(Packet& packet, std::size_t from) {
-    for (std::size_t i = std::min(from, packet.size()); i < packet.size(); ++i) {
+void scramble(Packet& packet, size_t from) {
+    for (size_t i = std::min(from, packet.size()); i < packet.size(); ++i) {
         packet[i] = static_cast<char>(packet[i] ^ 0x5A);
     }
 }
 
-void cutEnd(Packet& packet, std::size_t least) {
+void cutEnd(Packet& packet, size_t least) {
     packet.resize(std::max(least, packet.size() - std::min(packet.size(), kTooFewOrMany)));
 }
 
@@ -108,10 +108,10 @@ void spoilFramed(Packet& packet, FaultAction action) {
 }
 
 void spoilMux(Packet& packet, FaultAction action) {
-    constexpr std::size_t kVersionAt = 4;
-    constexpr std::size_t kMessageAt = 8;
-    constexpr std::size_t kTagAt = 12;
-    constexpr std::size_t kHeaderSize = 16;
+    constexpr size_t kVersionAt = 4;
+    constexpr size_t kMessageAt = 8;
+    constexpr size_t kTagAt = 12;
+    constexpr size_t kHeaderSize = 16;
     auto length = loadLittle<uint32_t>(packet.data());
     switch (action) {
     case FaultAction::ShortReply:

@@ -62,7 +62,7 @@ void RequestLog::writeTo(const std::filesystem::path& file) {
     }
 }
 
-void RequestLog::keepAtMost(std::size_t count) {
+void RequestLog::keepAtMost(size_t count) {
     const std::lock_guard lock(mutex_);
     limit_ = count;
     while (entries_.size() > limit_) {

@@ -61,7 +61,7 @@ public:
     void writeTo(const std::filesystem::path& file);
 
     /** Keeps at most this many entries in memory, the latest; without this call all of them. */
-    void keepAtMost(std::size_t count);
+    void keepAtMost(size_t count);
 
     /** Adds an entry; number and time are filled in. */
     void add(LogEntry entry);
@@ -90,7 +90,7 @@ private:
     const std::chrono::steady_clock::time_point start_;
     std::deque<LogEntry> entries_;
     uint64_t nextNumber_ = 1;
-    std::size_t limit_ = std::numeric_limits<std::size_t>::max();
+    size_t limit_ = std::numeric_limits<size_t>::max();
     std::ofstream file_;
 };
 

@@ -159,8 +159,8 @@ std::string footer() {
 }
 
 // A value given once counts for all phones, otherwise each phone has its own.
-std::string valueFor(const char* option, const std::vector<std::string>& values, std::size_t phone,
-                     std::size_t phones, const std::string& standard) {
+std::string valueFor(const char* option, const std::vector<std::string>& values, size_t phone,
+                     size_t phones, const std::string& standard) {
     if (values.empty()) {
         return standard;
     }
@@ -174,8 +174,8 @@ std::string valueFor(const char* option, const std::vector<std::string>& values,
 
 std::vector<std::shared_ptr<Phone>> makePhones(const ProgramOptions& options) {
     std::vector<std::shared_ptr<Phone>> phones;
-    const std::size_t count = options.roots.size();
-    for (std::size_t i = 0; i < count; ++i) {
+    const size_t count = options.roots.size();
+    for (size_t i = 0; i < count; ++i) {
         PhoneOptions phone = options.shared;
         phone.root = options.roots[i];
         phone.firmware = valueFor("--firmware", options.firmwares, i, count, phone.firmware);
@@ -227,7 +227,7 @@ std::string quoted(const std::string& text) {
 }
 
 void announce(const Bus& bus, const std::vector<std::shared_ptr<Phone>>& phones) {
-    for (std::size_t i = 0; i < phones.size(); ++i) {
+    for (size_t i = 0; i < phones.size(); ++i) {
         std::cerr << describe(bus, *phones[i], i) << '\n';
     }
     std::cout << "export " << kEnvironmentName << "=" << quoted(bus.environmentValue())

@@ -31,7 +31,7 @@ public:
             return -1;
         }
         const size_t count = std::min(target.size(), in_.bytes.size());
-        const auto end = in_.bytes.begin() + static_cast<std::ptrdiff_t>(count);
+        const auto end = in_.bytes.begin() + static_cast<ptrdiff_t>(count);
         std::copy(in_.bytes.begin(), end, target.begin());
         in_.bytes.erase(in_.bytes.begin(), end);
         return static_cast<ssize_t>(count);
@@ -45,7 +45,7 @@ public:
             return -1;
         }
         out_.bytes.insert(out_.bytes.end(), bytes.begin(),
-                          bytes.begin() + static_cast<std::ptrdiff_t>(count));
+                          bytes.begin() + static_cast<ptrdiff_t>(count));
         return static_cast<ssize_t>(count);
     }
 

@@ -51,7 +51,7 @@ protected:
 
     /// From this thread, answers each report of the store with the function.
     void answerEach(const std::function<void(const Step&)>& answer) {
-        for (std::size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
+        for (size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
             const Step step = delegate->steps()[i];
             if (step.isOfStore()) {
                 ++answers;
@@ -162,7 +162,7 @@ TEST_F(AsynchronousSync, ASecondAnswerIsNotKeptForTheNextReport) {
     });
     tones->syncCurrentListToPhone(delegate);
     int seen = 0;
-    for (std::size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
+    for (size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
         if (delegate->steps()[i].isOfStore() && ++seen % 2 == 0) {
             ++answers;
             tones->continueSync();
@@ -291,7 +291,7 @@ TEST_F(AsynchronousSync, ASynchronousOneSwitchedToAsynchronousWaitsFromTheNextRe
     });
     std::thread application([this] {
         int seen = 0;
-        for (std::size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
+        for (size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
             // The first report of the store found the mode still off, and did not wait.
             if (delegate->steps()[i].isOfStore() && ++seen > 1) {
                 ++answers;

@@ -53,7 +53,7 @@ void insert(KRLFakeDict& dictionary, const std::string& key) {
 }
 
 /// File names as the phone has them, drawn with a fixed seed.
-std::vector<std::string> fileNames(std::size_t count) {
+std::vector<std::string> fileNames(size_t count) {
     std::mt19937 random(20071109);
     std::set<std::string> names;
     while (names.size() < count) {
@@ -142,7 +142,7 @@ TEST(FakeDict, CapacitiesZeroAndOneMakeFourSlots) {
 
 // ---------------------------------------------------------------------------- order
 
-class FakeDictOrder : public testing::TestWithParam<std::size_t> {};
+class FakeDictOrder : public testing::TestWithParam<size_t> {};
 
 TEST_P(FakeDictOrder, IsThatOfTheTableFilledTheSameWay) {
     const auto names = fileNames(GetParam());

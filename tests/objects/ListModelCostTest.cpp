@@ -65,14 +65,14 @@ namespace {
 using namespace krl::test;
 using krl::cf::CFRef;
 
-std::string toneName(std::size_t i) {
+std::string toneName(size_t i) {
     return "Tone number " + std::to_string(i);
 }
 
-class ListModelCost : public ObjectTest, public testing::WithParamInterface<std::size_t> {
+class ListModelCost : public ObjectTest, public testing::WithParamInterface<size_t> {
 protected:
     void SetUp() override {
-        for (std::size_t i = 0; i < count; ++i) {
+        for (size_t i = 0; i < count; ++i) {
             names.push_back(str(toneName(i)));
             records.push_back(record({toneName(i)}));
         }
@@ -88,7 +88,7 @@ protected:
     /// Makes all ringtones kept ones.
     void keepAll() {
         std::vector<Entry> entries;
-        for (std::size_t i = 0; i < count; ++i) {
+        for (size_t i = 0; i < count; ++i) {
             entries.push_back({std::to_string(i) + ".m4r", toneName(i)});
         }
         catalogue = parsedCatalogue(entries);
@@ -107,7 +107,7 @@ protected:
         return static_cast<double>(steps) / static_cast<double>(count);
     }
 
-    const std::size_t count = GetParam();
+    const size_t count = GetParam();
     std::vector<CFRef<CFStringRef>> names;
     std::vector<Record> records;
     Record catalogue;
@@ -153,7 +153,7 @@ TEST_P(ListModelCost, RemovingAddedOnes) {
 
 TEST_P(ListModelCost, LookingUpByName) {
     keepAll();
-    std::size_t found = 0;
+    size_t found = 0;
     EXPECT_LT(stepsEach([&] {
                   for (const auto& name : names) {
                       found += tones->ringtoneForName(name.get()) ? 1U : 0U;
@@ -165,9 +165,9 @@ TEST_P(ListModelCost, LookingUpByName) {
 
 TEST_P(ListModelCost, LookingUpNamesThatAreNotThere) {
     keepAll();
-    std::size_t found = 0;
+    size_t found = 0;
     EXPECT_LT(stepsEach([&] {
-                  for (std::size_t i = 0; i < count; ++i) {
+                  for (size_t i = 0; i < count; ++i) {
                       found += tones->ringtoneForName(CFSTR("Nobody")) ? 1U : 0U;
                   }
               }),
@@ -200,10 +200,10 @@ INSTANTIATE_TEST_SUITE_P(Ringtones, ListModelCost, testing::Values(1000U, 10000U
 
 /// With the ringtones on the phone, and half of them wanted.
 TEST_F(ObjectTest, ComparingWithAFullPhoneTakesAFewStepsARingtone) {
-    constexpr std::size_t kCount = 2000;
+    constexpr size_t kCount = 2000;
     std::vector<Entry> entries;
     std::vector<Record> wanted;
-    for (std::size_t i = 0; i < kCount; ++i) {
+    for (size_t i = 0; i < kCount; ++i) {
         entries.push_back({std::to_string(i) + ".mp3", toneName(i)});
         if (i % 2 == 0) {
             wanted.push_back(record({toneName(i)}));

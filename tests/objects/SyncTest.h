@@ -85,14 +85,14 @@ public:
     }
 
     /// Waits until there are so many steps.
-    bool waitForSteps(std::size_t count) {
+    bool waitForSteps(size_t count) {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, kPatience, [&] { return steps_.size() >= count; });
     }
 
     /// Waits until there are so many steps, or no more will come.
     /// @return whether there are so many
-    bool waitForStepsOrEnd(std::size_t count) {
+    bool waitForStepsOrEnd(size_t count) {
         std::unique_lock lock(mutex_);
         changed_.wait_for(lock, kPatience, [&] { return isOver_ || steps_.size() >= count; });
         return steps_.size() >= count;

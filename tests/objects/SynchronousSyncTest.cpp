@@ -161,9 +161,9 @@ TEST_F(SynchronousSync, DoesNotLookWhetherBeginAndEndOfTheLockSucceed) {
 TEST_F(SynchronousSync, ForgetsTheDelegateBeforeTheCompletion) {
     start();
     tones->addRingtone(record({"New", source.path()}).get());
-    std::size_t stepsAfter = 0;
+    size_t stepsAfter = 0;
     completion->onCompletion([&] {
-        const std::size_t before = delegate->steps().size();
+        const size_t before = delegate->steps().size();
         tones->_internal_status_function(5, 1, 1, 0, "late");
         stepsAfter = delegate->steps().size() - before;
     });

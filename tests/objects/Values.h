@@ -30,7 +30,7 @@ inline std::string text(CFTypeRef object) {
     const CFRange all = CFRangeMake(0, CFStringGetLength(string));
     CFIndex size = 0;
     CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false, nullptr, 0, &size);
-    std::string bytes(static_cast<std::size_t>(size), '\0');
+    std::string bytes(static_cast<size_t>(size), '\0');
     CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false,
                      reinterpret_cast<UInt8*>(bytes.data()), size, nullptr);
     return bytes;
@@ -45,7 +45,7 @@ inline std::vector<std::string> texts(CFArrayRef array) {
 }
 
 inline std::vector<std::string> keys(CFDictionaryRef dictionary) {
-    std::vector<const void*> names(static_cast<std::size_t>(CFDictionaryGetCount(dictionary)));
+    std::vector<const void*> names(static_cast<size_t>(CFDictionaryGetCount(dictionary)));
     CFDictionaryGetKeysAndValues(dictionary, names.data(), nullptr);
     std::vector<std::string> all;
     for (const void* name : names) {

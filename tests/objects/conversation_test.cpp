@@ -89,7 +89,7 @@ protected:
         const auto delegate = std::make_shared<RecordingDelegate>();
         completion.onCompletion([&delegate] { delegate->end(); });
         manager->syncCurrentListToPhone(delegate);
-        for (std::size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
+        for (size_t i = 0; delegate->waitForStepsOrEnd(i + 1); ++i) {
             const Step step = delegate->steps()[i];
             const Answer answer = atStep(step);
             if (!step.isOfStore()) {

@@ -78,7 +78,7 @@ public:
     /// The next line of the output, "(end)" when there is none any more.
     std::string line() {
         for (;;) {
-            if (const std::size_t end = pending_.find('\n'); end != std::string::npos) {
+            if (const size_t end = pending_.find('\n'); end != std::string::npos) {
                 std::string line = pending_.substr(0, end);
                 pending_.erase(0, end + 1);
                 return line;
@@ -117,7 +117,7 @@ private:
         std::array<char, 4096> bytes{};
         const ssize_t count = read(output_, bytes.data(), bytes.size());
         if (count > 0) {
-            pending_.append(bytes.data(), static_cast<std::size_t>(count));
+            pending_.append(bytes.data(), static_cast<size_t>(count));
         }
         return count > 0;
     }

@@ -46,12 +46,12 @@ std::string text(CFDictionaryRef info) {
     if (info == nullptr) {
         return "-";
     }
-    const auto count = static_cast<std::size_t>(CFDictionaryGetCount(info));
+    const auto count = static_cast<size_t>(CFDictionaryGetCount(info));
     std::vector<const void*> keys(count);
     std::vector<const void*> values(count);
     CFDictionaryGetKeysAndValues(info, keys.data(), values.data());
     std::string result;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i) {
         result += (i > 0 ? " " : "") + text(static_cast<CFTypeRef>(keys[i])) + "=" +
                   text(static_cast<CFTypeRef>(values[i]));
     }
@@ -79,7 +79,7 @@ public:
     Observer& operator=(const Observer&) = delete;
 
     /** Runs this thread's loop until so many were heard. */
-    const std::vector<std::string>& waitFor(std::size_t count) {
+    const std::vector<std::string>& waitFor(size_t count) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (heard.size() < count && std::chrono::steady_clock::now() < end) {
             CFRunLoopRunInMode(kCFRunLoopDefaultMode, 1, true);

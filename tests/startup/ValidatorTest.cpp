@@ -54,7 +54,7 @@ TEST(Validator, AnswersByThePongsAndTakesTheWholeSixSeconds) {
     }
     VeskProcess withoutBus({KRL_LIBRARY, "validate"},
                            {.environment = kNoBus, .program = KRL_STARTUP_PROBE});
-    for (std::size_t i = 0; i < exchanges.size(); ++i) {
+    for (size_t i = 0; i < exchanges.size(); ++i) {
         SCOPED_TRACE(kCases[i].name);
         const VeskResult answer = exchanges[i]->validator->wait();
         EXPECT_EQ(answer.out, kCases[i].isValid ? "validate=1 whole=1\n" : "validate=0 whole=1\n");

@@ -51,8 +51,8 @@ protected:
         return done;
     }
 
-    std::size_t filesOfType(const std::string& type) const {
-        std::size_t count = 0;
+    size_t filesOfType(const std::string& type) const {
+        size_t count = 0;
         for (const std::string& name : ringtoneFolder()) {
             count += name.ends_with(type) ? 1U : 0U;
         }
@@ -63,7 +63,7 @@ protected:
 } // namespace
 
 TEST_P(EachFirmware, AddListRemoveAndSyncDoWhatTheDryRunSaid) {
-    const std::size_t placeholders = GetParam().placeholders ? 1 : 0;
+    const size_t placeholders = GetParam().placeholders ? 1 : 0;
 
     dryThenReal({"add", local("bells.mp3"), local("harp.m4r")});
     EXPECT_THAT(listedNames(), UnorderedElementsAre("bells", "harp"));
@@ -170,7 +170,7 @@ protected:
         }
         EXPECT_EQ(now, wanted);
         EXPECT_EQ(ringtoneFolder(), files) << "no placeholders, no stray files";
-        std::size_t entries = 0;
+        size_t entries = 0;
         const std::string catalogue = contents(kCatalogue);
         for (auto at = catalogue.find("<key>GUID</key>"); at != std::string::npos;
              at = catalogue.find("<key>GUID</key>", at + 1)) {

@@ -42,7 +42,7 @@ protected:
         oldCatalogue_ = contents(kCatalogue);
     }
 
-    void makeFiles(int count, std::size_t bytes) {
+    void makeFiles(int count, size_t bytes) {
         for (int i = 0; i < count; ++i) {
             local("tone" + std::to_string(i) + ".m4r", std::string(bytes, 'x'));
         }
@@ -60,8 +60,8 @@ protected:
     }
 
     /** Files in the ringtone folder with so many bytes. */
-    std::size_t filesOfSize(std::size_t bytes) const {
-        std::size_t count = 0;
+    size_t filesOfSize(size_t bytes) const {
+        size_t count = 0;
         for (const std::string& name : ringtoneFolder()) {
             count += contents(std::string(kFolder) + "/" + name).size() == bytes ? 1U : 0U;
         }
@@ -69,7 +69,7 @@ protected:
     }
 
     /** The number of uploads that vesk said. */
-    static std::size_t saidUploaded(const std::string& text) {
+    static size_t saidUploaded(const std::string& text) {
         std::smatch found;
         const std::regex uploaded("([0-9]+) of [0-9]+ ringtones? had been uploaded");
         return std::regex_search(text, found, uploaded) ? std::stoul(found[1]) : std::string::npos;
@@ -118,7 +118,7 @@ TEST_F(Interrupt, WaitingForTheLockNothingHasChanged) {
 }
 
 TEST_P(InterruptAtUpload, WhatHasArrivedIsSaidAndTheOldListStays) {
-    constexpr std::size_t kBytes = 5000;
+    constexpr size_t kBytes = 5000;
     makeFiles(4, kBytes);
     hold("Write#" + std::to_string(GetParam()));
     VeskProcess sync({"add", localFolder() + "/tone0.m4r", localFolder() + "/tone1.m4r",
@@ -127,8 +127,8 @@ TEST_P(InterruptAtUpload, WhatHasArrivedIsSaidAndTheOldListStays) {
     const VeskResult result = sync.wait();
     expectOldState(result, {"Marimba"});
     EXPECT_THAT(result.err, HasSubstr("all 1 ringtone that it had are still there"));
-    EXPECT_EQ(saidUploaded(result.err), static_cast<std::size_t>(GetParam()));
-    EXPECT_EQ(filesOfSize(kBytes), static_cast<std::size_t>(GetParam()));
+    EXPECT_EQ(saidUploaded(result.err), static_cast<size_t>(GetParam()));
+    EXPECT_EQ(filesOfSize(kBytes), static_cast<size_t>(GetParam()));
 }
 
 INSTANTIATE_TEST_SUITE_P(OfFour, InterruptAtUpload, ::testing::Values(1, 2, 4));

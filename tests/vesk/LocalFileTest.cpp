@@ -106,7 +106,7 @@ TEST_F(LocalFiles, NamesThatTheCatalogueCannotHoldAreRefused) {
 TEST_F(LocalFiles, TitlesAreTidied) {
     // An ID3v2.3 tag with one text frame, then nothing.
     const std::string title = std::string("\x03") + " A\x01\x1b[2J \n B\u202e ";
-    const auto byte = [](std::size_t n) { return std::string(1, static_cast<char>(n)); };
+    const auto byte = [](size_t n) { return std::string(1, static_cast<char>(n)); };
     const std::string frame =
         std::string("TIT2\0\0\0", 7) + byte(title.size()) + std::string("\0\0", 2) + title;
     const std::string tag = std::string("ID3\4\0\0\0\0\0", 9) + byte(frame.size()) + frame;

@@ -21,7 +21,7 @@ protected:
         options.session = SessionKind::Ssl3;
     }
 
-    std::size_t requestsOf(const std::string& name) {
+    size_t requestsOf(const std::string& name) {
         return log()
             .entries([&](const virtualphone::LogEntry& entry) { return entry.request == name; })
             .size();

@@ -30,15 +30,15 @@ constexpr unsigned kScenarios = 2000;
 /** Draws; the same seed draws the same on every machine. */
 class Dice {
 public:
-    explicit Dice(std::uint64_t seed) : engine_(seed) {}
+    explicit Dice(uint64_t seed) : engine_(seed) {}
 
     /** Below the limit. */
-    std::size_t below(std::size_t limit) { return engine_() % limit; }
+    size_t below(size_t limit) { return engine_() % limit; }
 
     /** So many times in a hundred. */
-    bool percent(std::size_t chance) { return below(100) < chance; }
+    bool percent(size_t chance) { return below(100) < chance; }
 
-    template <typename T, std::size_t N>
+    template <typename T, size_t N>
     const T& oneOf(const std::array<T, N>& list) {
         return list[below(N)];
     }
@@ -100,11 +100,11 @@ protected:
         virtualPhone_ = std::make_shared<virtualphone::Phone>(options);
         names_.clear();
         makeCatalogue(dice);
-        for (std::size_t strays = dice.below(4); strays > 1; --strays) {
+        for (size_t strays = dice.below(4); strays > 1; --strays) {
             put(onFolder(dice.oneOf(kBases) + std::string(dice.percent(50) ? ".m4r" : "")),
                 dice.percent(30) ? "" : "stray");
         }
-        virtualPhone_->setFreeBytes(std::uint64_t{1} << 30U);
+        virtualPhone_->setFreeBytes(uint64_t{1} << 30U);
         virtualPhoneId_ = bus().plug(virtualPhone_);
     }
 
@@ -117,7 +117,7 @@ protected:
             return;
         }
         std::string text = "<plist version=\"1.0\"><dict><key>Ringtones</key><dict>";
-        for (std::size_t entries = dice.below(9); entries > 0; --entries) {
+        for (size_t entries = dice.below(9); entries > 0; --entries) {
             text += entry(dice, "GUID" + std::to_string(dice.percent(15) ? 0 : entries));
         }
         put(kCatalogue, text + "</dict></dict></plist>");
@@ -162,11 +162,11 @@ protected:
     }
 
     /** Files on this computer; none has another's name. */
-    std::vector<std::string> makeFiles(Dice& dice, const std::string& folder, std::size_t most) {
+    std::vector<std::string> makeFiles(Dice& dice, const std::string& folder, size_t most) {
         fs::create_directories(folder);
         std::set<std::string> taken;
         std::vector<std::string> paths;
-        for (std::size_t files = dice.below(most + 1); files > 0; --files) {
+        for (size_t files = dice.below(most + 1); files > 0; --files) {
             const std::string name = dice.oneOf(kNames);
             if (taken.insert(name).second) {
                 const fs::path path = fs::path(folder) / (name + "." + dice.oneOf(kTypes));
@@ -178,10 +178,10 @@ protected:
     }
 
     CommandLine makeCommand(Dice& dice, const std::string& folder) {
-        const std::size_t kind = dice.below(4);
+        const size_t kind = dice.below(4);
         if (kind == 0 && !names_.empty()) {
             std::set<std::string> removed;
-            for (std::size_t names = 1 + dice.below(3); names > 0; --names) {
+            for (size_t names = 1 + dice.below(3); names > 0; --names) {
                 removed.insert(names_[dice.below(names_.size())]);
             }
             return {Command::Remove, {removed.begin(), removed.end()}, {}};
@@ -258,7 +258,7 @@ protected:
             }
         }
         ASSERT_EQ(planned.code, ExitCode::Success) << message_;
-        const auto needed = planned.document.at("spaceNeeded").get<std::uint64_t>();
+        const auto needed = planned.document.at("spaceNeeded").get<uint64_t>();
         if (needed > 0 && !force && dice.percent(25)) {
             virtualPhone_->setFreeBytes(needed - 1);
             expectRefused(line, ExitCode::NoSpace);
@@ -305,7 +305,7 @@ protected:
         }
         EXPECT_EQ(again.code, ExitCode::Success) << message_;
         EXPECT_EQ(changes, changesIn(again.operations()));
-        std::size_t renames = 0;
+        size_t renames = 0;
         for (const auto& operation : again.operations()) {
             EXPECT_NE(operation.at("operation"), "upload");
             renames += operation.at("operation") == "rename" ? 1U : 0U;
@@ -323,7 +323,7 @@ protected:
     }
 
     std::shared_ptr<virtualphone::Phone> virtualPhone_;
-    std::uint32_t virtualPhoneId_ = 0;
+    uint32_t virtualPhoneId_ = 0;
     std::vector<std::string> names_; ///< that the catalogue has
     std::string message_;            ///< of the last failure
     unsigned carriedOut_ = 0;

@@ -27,7 +27,7 @@ namespace {
 using Kind = Operation::Kind;
 
 PhoneRingtone onPhone(const std::string& name, const std::string& base,
-                      const std::string& extension, std::uint64_t size) {
+                      const std::string& extension, uint64_t size) {
     return {.name = name,
             .guid = "GUID-" + name,
             .type = extension.substr(extension.size() - 3),
@@ -36,7 +36,7 @@ PhoneRingtone onPhone(const std::string& name, const std::string& base,
             .size = size};
 }
 
-CatalogueEntry entry(const std::string& file, const std::string& name, std::size_t keys = 3,
+CatalogueEntry entry(const std::string& file, const std::string& name, size_t keys = 3,
                      bool localPath = true) {
     CatalogueEntry result;
     result.file = file;
@@ -51,15 +51,15 @@ CatalogueEntry placeholder(const std::string& file, const std::string& name) {
     return entry(file, name, 2, false);
 }
 
-NewRingtone fromComputer(const std::string& name, std::uint64_t size) {
+NewRingtone fromComputer(const std::string& name, uint64_t size) {
     return {name, "/music/" + name, size};
 }
 
-Operation writeCatalogue(std::uint64_t bytes = 0) {
+Operation writeCatalogue(uint64_t bytes = 0) {
     return {.kind = Kind::WriteCatalogue, .bytes = bytes};
 }
 
-Operation upload(const std::string& file, const std::string& name, std::uint64_t bytes) {
+Operation upload(const std::string& file, const std::string& name, uint64_t bytes) {
     return {.kind = Kind::Upload,
             .file = file,
             .name = name,

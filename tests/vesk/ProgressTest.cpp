@@ -68,7 +68,7 @@ TEST(ProgressLine, LeavesOutWhatThereIsNoRoomFor) {
 TEST(ProgressLine, IsNeverWiderThanTheTerminal) {
     Progress progress = halfWay();
     progress.current = "着信音 🎵 着信音 🎵 着信音 🎵 着信音 🎵";
-    for (std::size_t columns = 0; columns <= 200; ++columns) {
+    for (size_t columns = 0; columns <= 200; ++columns) {
         EXPECT_LE(displayWidth(progressLine(progress, columns)), columns) << columns;
     }
 }

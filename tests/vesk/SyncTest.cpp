@@ -36,7 +36,7 @@ protected:
         return text;
     }
 
-    void makeFiles(int count, std::size_t bytes) {
+    void makeFiles(int count, size_t bytes) {
         for (int i = 0; i < count; ++i) {
             local("tone" + std::to_string(i) + ".m4r", std::string(bytes, 'x'));
         }

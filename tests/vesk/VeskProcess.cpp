@@ -149,7 +149,7 @@ bool VeskProcess::take(int& descriptor, std::string& text) {
     std::array<char, 4096> buffer{};
     const ssize_t count = read(descriptor, buffer.data(), buffer.size());
     if (count > 0) {
-        text.append(buffer.data(), static_cast<std::size_t>(count));
+        text.append(buffer.data(), static_cast<size_t>(count));
         return true;
     }
     // A terminal whose other side is closed gives EIO.
@@ -198,8 +198,8 @@ VeskResult VeskProcess::wait() {
 std::vector<std::string> screenLines(const std::string& output) {
     constexpr std::string_view kEraseToEnd = "\x1b[K";
     std::vector<std::string> lines(1);
-    std::size_t column = 0;
-    for (std::size_t i = 0; i < output.size(); ++i) {
+    size_t column = 0;
+    for (size_t i = 0; i < output.size(); ++i) {
         const char character = output[i];
         if (character == '\r') {
             column = 0;

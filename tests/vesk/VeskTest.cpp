@@ -91,7 +91,7 @@ std::vector<std::string> VeskTest::changesInLog() {
     };
 
     std::vector<Change> changes;
-    std::map<std::pair<uint64_t, uint64_t>, std::size_t> indexOfOpenFile;
+    std::map<std::pair<uint64_t, uint64_t>, size_t> indexOfOpenFile;
     for (const virtualphone::LogEntry& entry : log().entries()) {
         if (entry.service != "afc" || entry.status.value_or(0) != 0) {
             continue;

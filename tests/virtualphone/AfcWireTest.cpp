@@ -41,7 +41,7 @@ protected:
         const AfcReply reply = ask(afc::kReadDirectory, pathArgument(path));
         EXPECT_EQ(reply.header.operation, afc::kData);
         std::vector<std::string> names;
-        for (std::size_t at = 0; at < reply.payload.size();) {
+        for (size_t at = 0; at < reply.payload.size();) {
             names.emplace_back(reply.payload.c_str() + at);
             at += names.back().size() + 1;
         }
@@ -100,8 +100,8 @@ TEST_F(AfcWireTest, NamesThatAreNotUtf8AreDeliveredAsTheyAre) {
 
 TEST_F(AfcWireTest, ALargeDirectoryComesWhole) {
     std::filesystem::create_directory(onDisk("/many"));
-    constexpr std::size_t kCount = 5000;
-    for (std::size_t i = 0; i < kCount; ++i) {
+    constexpr size_t kCount = 5000;
+    for (size_t i = 0; i < kCount; ++i) {
         put("/many/" + std::to_string(i), "");
     }
     EXPECT_EQ(list("/many").size(), kCount + 2);
@@ -220,7 +220,7 @@ TEST_F(AfcWireTest, WritingAndReadingGoOnWhereTheyStopped) {
 
 TEST_F(AfcWireTest, LargeWritesInOneRequestArriveWhole) {
     std::string bytes(5'000'001, '\0');
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
+    for (size_t i = 0; i < bytes.size(); ++i) {
         bytes[i] = static_cast<char>(i * 31 + i / 251);
     }
     const uint64_t file = afc().open("/large", afc::kModeReadWriteTruncate);

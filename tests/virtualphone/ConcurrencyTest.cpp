@@ -23,7 +23,7 @@ TEST_F(Concurrency, PhonesAreServedSideBySideAndKeptApart) {
     std::vector<std::thread> clients;
     for (int i = 0; i < kPhones; ++i) {
         clients.emplace_back([&, i] {
-            const auto index = static_cast<std::size_t>(i);
+            const auto index = static_cast<size_t>(i);
             for (int round = 0; round < 5; ++round) {
                 AfcWire afc(bus(), ids[index]);
                 const uint64_t file = afc.open("/mine", afc::kModeWrite);
@@ -36,7 +36,7 @@ TEST_F(Concurrency, PhonesAreServedSideBySideAndKeptApart) {
         client.join();
     }
     for (int i = 0; i < kPhones; ++i) {
-        std::ifstream file(phones[static_cast<std::size_t>(i)]->options().root / "mine");
+        std::ifstream file(phones[static_cast<size_t>(i)]->options().root / "mine");
         std::string text;
         file >> text;
         EXPECT_EQ(text, std::string(100'000, static_cast<char>('a' + i)));

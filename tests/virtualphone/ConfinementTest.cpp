@@ -55,7 +55,7 @@ protected:
         std::string text;
         file >> text;
         EXPECT_EQ(text, "secret");
-        std::size_t count = 0;
+        size_t count = 0;
         for ([[maybe_unused]] const auto& entry :
              std::filesystem::directory_iterator(temporaryFolder())) {
             ++count;

@@ -298,7 +298,7 @@ TEST_F(FaultTest, SpoiltAnswersOfLockdown) {
         if (length[0] != '\0') {
             return std::string("huge length");
         }
-        return lockdown.receive(std::size_t{256} * static_cast<unsigned char>(length[2]) +
+        return lockdown.receive(size_t{256} * static_cast<unsigned char>(length[2]) +
                                 static_cast<unsigned char>(length[3]));
     };
     const std::string sound = answerWith("delay:0");
@@ -330,7 +330,7 @@ TEST_F(FaultTest, SpoiltAnswersOfTheBus) {
         return socket.receive(16);
     };
     const std::string sound = answerWith("delay:0");
-    const auto word = [](const std::string& header, std::size_t index) {
+    const auto word = [](const std::string& header, size_t index) {
         uint32_t value = 0;
         std::memcpy(&value, header.data() + index * 4, sizeof value);
         return value;

@@ -43,8 +43,8 @@ TEST_F(HostileClient, MuxLengthsThatCannotBe) {
 TEST_F(HostileClient, MuxMessagesThatEndEarly) {
     const std::string message =
         muxMessage(document(dictionary({{"MessageType", text("ListDevices")}})));
-    for (const std::size_t length : {std::size_t{0}, std::size_t{1}, std::size_t{15},
-                                     std::size_t{16}, std::size_t{17}, message.size() - 1}) {
+    for (const size_t length :
+         {size_t{0}, size_t{1}, size_t{15}, size_t{16}, size_t{17}, message.size() - 1}) {
         const WireSocket socket(bus());
         socket.send(message.substr(0, length));
         shutdown(socket.descriptor(), SHUT_WR);
@@ -119,19 +119,19 @@ TEST_F(HostileClient, ListsNestedAsDeepAsTheLengthAllows) {
     EXPECT_TRUE(lockdown.isClosed());
 
     // A binary list of arrays, each holding the next: two bytes an object and two its offset.
-    constexpr std::size_t kObjects = 12'000;
+    constexpr size_t kObjects = 12'000;
     std::string binary = "bplist00";
     std::string offsets;
-    const auto bigEndian16 = [](std::size_t value) {
+    const auto bigEndian16 = [](size_t value) {
         return std::string{static_cast<char>(value >> 8), static_cast<char>(value)};
     };
-    for (std::size_t i = 0; i < kObjects; ++i) {
+    for (size_t i = 0; i < kObjects; ++i) {
         offsets += bigEndian16(binary.size());
         binary += '\xa1' + bigEndian16(i + 1);
     }
     offsets += bigEndian16(binary.size());
     binary += '\xa0';
-    const std::size_t table = binary.size();
+    const size_t table = binary.size();
     binary += offsets + std::string(6, '\0') + "\x02\x02" + std::string(6, '\0') +
               bigEndian16(kObjects + 1) + std::string(8, '\0') + std::string(6, '\0') +
               bigEndian16(table);
@@ -185,7 +185,7 @@ TEST_F(HostileClient, PacketsCutAnywhere) {
     const std::string packet =
         whole.packet(afc::kOpen, u64(afc::kModeReadWrite) + pathArgument("/file"));
     whole.socket.close();
-    for (std::size_t length = 0; length < packet.size(); length += 7) {
+    for (size_t length = 0; length < packet.size(); length += 7) {
         const AfcWire afc(bus(), id());
         afc.socket.send(packet.substr(0, length));
         shutdown(afc.socket.descriptor(), SHUT_WR);
@@ -208,7 +208,7 @@ TEST_F(HostileClient, RandomBytes) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
-    const auto noise = [&](std::size_t size) {
+    const auto noise = [&](size_t size) {
         std::string bytes(size, '\0');
         for (char& byte : bytes) {
             byte = static_cast<char>(random());

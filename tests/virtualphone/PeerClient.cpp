@@ -232,8 +232,8 @@ public:
         added_.notify_all();
     }
 
-    void print(std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i) {
+    void print(size_t count) {
+        for (size_t i = 0; i < count; ++i) {
             std::unique_lock lock(mutex_);
             added_.wait(lock, [&] { return lines_.size() > i; });
             std::cout << lines_[i] << std::endl;

@@ -187,7 +187,7 @@ TEST_F(PeerTools, IdeviceinfoAsksWhatAPhoneIsAsked) {
     std::vector<std::string> requests;
     for (std::string line; std::getline(lines, line);) {
         const std::string key = "\"request\":\"";
-        const std::size_t start = line.find(key) + key.size();
+        const size_t start = line.find(key) + key.size();
         requests.push_back(line.substr(start, line.find('"', start) - start));
     }
     EXPECT_THAT(requests,

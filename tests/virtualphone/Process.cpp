@@ -97,12 +97,12 @@ bool Process::fill() {
     if (got <= 0) {
         return false;
     }
-    buffer_.append(bytes, static_cast<std::size_t>(got));
+    buffer_.append(bytes, static_cast<size_t>(got));
     return true;
 }
 
 std::optional<std::string> Process::readLine() {
-    std::size_t end = buffer_.find('\n');
+    size_t end = buffer_.find('\n');
     while (end == std::string::npos) {
         if (!fill()) {
             return std::nullopt;

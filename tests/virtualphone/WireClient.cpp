@@ -20,7 +20,7 @@ namespace {
 }
 
 template <typename T>
-T loaded(const std::string& bytes, std::size_t at = 0) {
+T loaded(const std::string& bytes, size_t at = 0) {
     T value{};
     std::memcpy(&value, bytes.data() + at, sizeof value);
     return value;
@@ -115,14 +115,14 @@ bool WireSocket::send(std::string_view bytes) const {
         if (sent < 0) {
             return false;
         }
-        bytes.remove_prefix(static_cast<std::size_t>(sent));
+        bytes.remove_prefix(static_cast<size_t>(sent));
     }
     return true;
 }
 
-std::string WireSocket::receive(std::size_t count) const {
+std::string WireSocket::receive(size_t count) const {
     std::string bytes(count, '\0');
-    std::size_t have = 0;
+    size_t have = 0;
     while (have < count) {
         const ssize_t got = recv(fd_, bytes.data() + have, count - have, 0);
         if (got < 0 && errno == EAGAIN) {
@@ -131,7 +131,7 @@ std::string WireSocket::receive(std::size_t count) const {
         if (got <= 0) {
             break;
         }
-        have += static_cast<std::size_t>(got);
+        have += static_cast<size_t>(got);
     }
     bytes.resize(have);
     return bytes;
@@ -354,7 +354,7 @@ uint64_t AfcWire::close(uint64_t handle) {
 
 nlohmann::json pairsIn(const std::string& payload) {
     nlohmann::json pairs = nlohmann::json::object();
-    std::size_t at = 0;
+    size_t at = 0;
     while (at < payload.size()) {
         const std::string key = payload.c_str() + at;
         at += key.size() + 1;

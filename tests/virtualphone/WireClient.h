@@ -31,7 +31,7 @@ public:
     bool send(std::string_view bytes) const;
 
     /** Exactly this many bytes, or fewer when the phone has closed its side. */
-    std::string receive(std::size_t count) const;
+    std::string receive(size_t count) const;
 
     /** Waits until the phone has closed its side; false when it sends something instead. */
     bool isClosed() const;

@@ -5,7 +5,7 @@
 namespace vesk {
 
 bool CatalogueEntry::isPlaceholder() const {
-    constexpr std::size_t kOnlyNameAndGuid = 2;
+    constexpr size_t kOnlyNameAndGuid = 2;
     return keyCount == kOnlyNameAndGuid && file.ends_with("m4r");
 }
 
@@ -19,7 +19,7 @@ std::vector<CatalogueEntry> catalogueEntries(CFDictionaryRef ringtones) {
         if (entry != nullptr) {
             line.name = cf::textAt(entry, KRTRingtoneName);
             line.guid = cf::textAt(entry, KRTFileKey);
-            line.keyCount = static_cast<std::size_t>(CFDictionaryGetCount(entry));
+            line.keyCount = static_cast<size_t>(CFDictionaryGetCount(entry));
             line.hasLocalPath = CFDictionaryContainsKey(entry, KRTLocalPath) != 0;
         }
     }
@@ -55,7 +55,7 @@ std::string catalogueBytes(CFDictionaryRef ringtones) {
         return {};
     }
     return {reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
-            static_cast<std::size_t>(CFDataGetLength(data.get()))};
+            static_cast<size_t>(CFDataGetLength(data.get()))};
 }
 
 } // namespace vesk

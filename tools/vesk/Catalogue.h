@@ -13,7 +13,7 @@ struct CatalogueEntry {
     std::string file;
     std::string name;
     std::string guid;
-    std::size_t keyCount = 0;
+    size_t keyCount = 0;
     bool hasLocalPath = false;
     bool malformed = false; ///< it is no dictionary; nothing is known but the file
 

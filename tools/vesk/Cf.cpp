@@ -15,12 +15,12 @@ std::string text(CFStringRef string) {
         return {};
     }
     const CFIndex length = CFStringGetLength(string);
-    std::vector<UniChar> units(static_cast<std::size_t>(length));
+    std::vector<UniChar> units(static_cast<size_t>(length));
     if (length > 0) {
         CFStringGetCharacters(string, CFRangeMake(0, length), units.data());
     }
     std::u32string characters;
-    for (std::size_t i = 0; i < units.size(); ++i) {
+    for (size_t i = 0; i < units.size(); ++i) {
         const char32_t unit = units[i];
         const bool leads = unit >= 0xD800 && unit <= 0xDBFF && i + 1 < units.size();
         const char32_t next = leads ? units[i + 1] : 0;
@@ -34,7 +34,7 @@ std::string text(CFStringRef string) {
     return utf8(characters);
 }
 
-CFRef<CFNumberRef> number(std::int64_t value) {
+CFRef<CFNumberRef> number(int64_t value) {
     return adopt(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }
 
@@ -48,10 +48,10 @@ std::string textAt(CFDictionaryRef dictionary, CFStringRef key) {
                                  : text(cast<CFStringRef>(CFDictionaryGetValue(dictionary, key)));
 }
 
-std::optional<std::int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key) {
+std::optional<int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key) {
     const auto number =
         dictionary == nullptr ? nullptr : cast<CFNumberRef>(CFDictionaryGetValue(dictionary, key));
-    std::int64_t value = 0;
+    int64_t value = 0;
     if (number == nullptr || !CFNumberGetValue(number, kCFNumberSInt64Type, &value)) {
         return std::nullopt;
     }
@@ -64,9 +64,8 @@ CFDictionaryRef dictionaryAt(CFDictionaryRef dictionary, CFStringRef key) {
 }
 
 std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs(CFDictionaryRef dictionary) {
-    const auto count = dictionary == nullptr
-                           ? std::size_t{0}
-                           : static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
+    const auto count =
+        dictionary == nullptr ? size_t{0} : static_cast<size_t>(CFDictionaryGetCount(dictionary));
     std::vector<CFTypeRef> keys(count);
     std::vector<CFTypeRef> values(count);
     if (count > 0) {
@@ -74,7 +73,7 @@ std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs(CFDictionaryRef dictionary) {
     }
     std::vector<std::pair<CFTypeRef, CFTypeRef>> result;
     result.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i) {
         result.emplace_back(keys[i], values[i]);
     }
     return result;

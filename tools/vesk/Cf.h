@@ -24,7 +24,7 @@ CFRef<CFStringRef> string(std::string_view utf8);
 std::string text(CFStringRef string);
 
 /// A number object.
-CFRef<CFNumberRef> number(std::int64_t value);
+CFRef<CFNumberRef> number(int64_t value);
 
 /// An empty dictionary that retains its keys and values.
 CFRef<CFMutableDictionaryRef> dictionary();
@@ -33,7 +33,7 @@ CFRef<CFMutableDictionaryRef> dictionary();
 std::string textAt(CFDictionaryRef dictionary, CFStringRef key);
 
 /// The whole number under a key.
-std::optional<std::int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key);
+std::optional<int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key);
 
 /// The dictionary under a key, lent; null when there is none or it is something else.
 CFDictionaryRef dictionaryAt(CFDictionaryRef dictionary, CFStringRef key);

@@ -17,7 +17,7 @@ cf::CFRef<CFMutableDictionaryRef> newEntry(const LocalRingtone& ringtone) {
     CFDictionarySetValue(entry.get(), KRTLocalPath, cf::string(ringtone.path).get());
     CFDictionarySetValue(entry.get(), CFSTR("FileType"), cf::string(ringtone.type).get());
     CFDictionarySetValue(entry.get(), KRTFileSize,
-                         cf::number(static_cast<std::int64_t>(ringtone.size)).get());
+                         cf::number(static_cast<int64_t>(ringtone.size)).get());
     return entry;
 }
 
@@ -35,7 +35,7 @@ void sortRingtones(CFDictionaryRef changeLists, PreparedChange& prepared, PlanIn
         const auto entry = cf::cast<CFDictionaryRef>(value);
         const NewRingtone ringtone{
             cf::textAt(entry, KRTRingtoneName), cf::textAt(entry, KRTLocalPath),
-            static_cast<std::uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0))};
+            static_cast<uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0))};
         input.added.push_back(ringtone);
         prepared.added.insert(ringtone.name);
         prepared.wanted[ringtone.name] = ringtone.size;
@@ -94,7 +94,7 @@ void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& 
 }
 
 void makeHold(Session& session, const PhoneState& state, const std::vector<LocalRingtone>& wanted) {
-    constexpr std::size_t kCatalogueOperations = 2;
+    constexpr size_t kCatalogueOperations = 2;
     session.expectOperations(state.catalogue.entries.size() + kCatalogueOperations);
     KRTRingtoneManager& tones = session.tones();
     const auto list = cf::dictionary();
@@ -109,7 +109,7 @@ void makeHold(Session& session, const PhoneState& state, const std::vector<Local
     std::vector<LocalRingtone> replaced;
     for (const LocalRingtone& ringtone : wanted) {
         const auto now = tones.ringtoneForName(cf::string(ringtone.name).get());
-        if (cf::numberAt(now.get(), KRTFileSize) != static_cast<std::int64_t>(ringtone.size)) {
+        if (cf::numberAt(now.get(), KRTFileSize) != static_cast<int64_t>(ringtone.size)) {
             replaced.push_back(ringtone);
         }
     }

@@ -25,8 +25,8 @@ struct PreparedChange {
     std::set<std::string> added;   ///< names
     std::set<std::string> removed; ///< names; one that is replaced is in both
     Plan plan;
-    std::map<std::string, std::uint64_t> wanted; ///< names on the phone afterwards and their sizes
-    std::size_t catalogueEntries = 0;            ///< in the new catalogue
+    std::map<std::string, uint64_t> wanted; ///< names on the phone afterwards and their sizes
+    size_t catalogueEntries = 0;            ///< in the new catalogue
 };
 
 /// Asks the library for the catalogue that the change leads to and goes through it. Changes

@@ -67,7 +67,7 @@ Layout layoutOf(const Catalogue& catalogue) {
     for (const auto& [key, value] : cf::pairs(catalogue.ringtones.get())) {
         KRTDictionarySetObjectForKey(table.get(), value, key);
     }
-    const auto count = static_cast<std::size_t>(KRTDictionaryGetCount(table.get()));
+    const auto count = static_cast<size_t>(KRTDictionaryGetCount(table.get()));
     std::vector<const void*> keys(count);
     std::vector<const void*> values(count);
     KRTDictionaryGetKeysAndValues(table.get(), keys.data(), values.data());

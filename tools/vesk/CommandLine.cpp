@@ -263,7 +263,7 @@ private:
 
 ExitCode carryOut(const Options& options, Output& output) {
     if (options.timeout && AMDeviceSetCallTimeout != nullptr) {
-        AMDeviceSetCallTimeout(static_cast<std::uint32_t>(options.timeout->count()));
+        AMDeviceSetCallTimeout(static_cast<uint32_t>(options.timeout->count()));
     }
     switch (options.command) {
     case Command::Devices:

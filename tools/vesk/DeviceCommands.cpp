@@ -84,7 +84,7 @@ ExitCode runInfo(const Options& options, Output& output) {
     Session session(options);
     const PhoneState state = readRingtones(session, /*tolerateUnreadable=*/true);
     const PhoneFacts& facts = state.facts;
-    std::uint64_t ringtoneBytes = 0;
+    uint64_t ringtoneBytes = 0;
     for (const PhoneRingtone& ringtone : state.ringtones) {
         ringtoneBytes += ringtone.size;
     }

@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* kFileService = "com.apple.afc";
 constexpr const char* kSyncLock = "/com.apple.itunes.lock_sync";
-constexpr std::uint64_t kLeastFreeBytes = 1024 * 1024; // about one ringtone
+constexpr uint64_t kLeastFreeBytes = 1024 * 1024; // about one ringtone
 
 Finding good(const char* check, std::string text) {
     return {check, true, std::move(text), ""};
@@ -155,12 +155,12 @@ private:
 };
 
 /// A value of an information dictionary; none when it is missing.
-std::optional<std::uint64_t> numberOf(afc_dictionary* info, const std::string& wanted) {
-    std::optional<std::uint64_t> found;
+std::optional<uint64_t> numberOf(afc_dictionary* info, const std::string& wanted) {
+    std::optional<uint64_t> found;
     char* key = nullptr;
     char* value = nullptr;
     while (AFCKeyValueRead(info, &key, &value) == 0 && key != nullptr && value != nullptr) {
-        std::uint64_t number = 0;
+        uint64_t number = 0;
         const std::string text = value;
         if (key == wanted &&
             std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) {
@@ -222,13 +222,12 @@ int32_t readFile(afc_connection* files, const char* path, std::string& bytes) {
     if (const int32_t status = AFCFileInfoOpen(files, path, &info)) {
         return status;
     }
-    bytes.resize(
-        std::min<std::uint64_t>(numberOf(info, "st_size").value_or(0), kMostCatalogueBytes));
+    bytes.resize(std::min<uint64_t>(numberOf(info, "st_size").value_or(0), kMostCatalogueBytes));
     afc_file_ref file = 0;
     if (const int32_t status = AFCFileRefOpen(files, path, kAFCOpenRead, &file)) {
         return status;
     }
-    auto length = static_cast<std::uint32_t>(bytes.size());
+    auto length = static_cast<uint32_t>(bytes.size());
     const int32_t status = AFCFileRefRead(files, file, bytes.data(), &length);
     AFCFileRefClose(files, file);
     bytes.resize(length);

@@ -116,7 +116,7 @@ void requireUsableName(const std::string& name) {
 }
 
 LocalRingtone localRingtone(const fs::path& file, const std::optional<std::string>& name) {
-    constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max());
+    constexpr auto kLargest = static_cast<uint64_t>(std::numeric_limits<int32_t>::max());
     const struct stat status = statusOf(file);
     if (S_ISDIR(status.st_mode)) {
         throw unreadable(file, "it is a folder (vesk sync takes folders)");
@@ -133,7 +133,7 @@ LocalRingtone localRingtone(const fs::path& file, const std::optional<std::strin
                                   fmt::join(supportedTypes(), ", ")));
     }
     requireOpens(file);
-    const auto size = static_cast<std::uint64_t>(status.st_size);
+    const auto size = static_cast<uint64_t>(status.st_size);
     if (size == 0) {
         throw Failure(ExitCode::EmptyFile, fmt::format("\"{}\" is empty", file.string()),
                       "Make the file anew. Nothing was changed on the phone.");

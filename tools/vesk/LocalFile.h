@@ -15,7 +15,7 @@ struct LocalRingtone {
     std::string name;
     std::string path; ///< absolute
     std::string type; ///< extension in lower case, without the point
-    std::uint64_t size = 0;
+    uint64_t size = 0;
 };
 
 /// The file types that a ringtone may have, in lower case.

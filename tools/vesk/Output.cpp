@@ -23,10 +23,10 @@ std::string dumped(const Json& json, int indent) {
         json.dump(indent, ' ', /*ensure_ascii=*/false, Json::error_handler_t::replace));
 }
 
-std::string row(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths,
+std::string row(const std::vector<std::string>& cells, const std::vector<size_t>& widths,
                 const std::vector<Table::Column>& columns) {
     std::string line;
-    for (std::size_t i = 0; i < cells.size(); ++i) {
+    for (size_t i = 0; i < cells.size(); ++i) {
         const std::string gap(widths[i] - displayWidth(cells[i]), ' ');
         const bool right = columns[i].align == Table::Align::Right;
         line += i == 0 ? "" : "  ";
@@ -51,9 +51,9 @@ std::string Table::text() const {
         std::transform(cells.begin(), cells.end(), std::back_inserter(line),
                        [](const std::string& cell) { return forTerminal(cell); });
     }
-    std::vector<std::size_t> widths(columns_.size());
+    std::vector<size_t> widths(columns_.size());
     for (const auto& line : lines) {
-        for (std::size_t i = 0; i < line.size(); ++i) {
+        for (size_t i = 0; i < line.size(); ++i) {
             widths[i] = std::max(widths[i], displayWidth(line[i]));
         }
     }

@@ -22,7 +22,7 @@ Failure catalogueUnreadable(const PhoneFacts& facts) {
 void readFolder(Session& session, PhoneState& state) {
     const auto names = session.folderNames();
     state.folderExists = names.has_value();
-    std::map<std::string, std::uint64_t> sizes;
+    std::map<std::string, uint64_t> sizes;
     for (const PhoneRingtone& ringtone : state.ringtones) {
         sizes[ringtone.file] = ringtone.size;
     }

@@ -11,7 +11,7 @@ using Kind = Operation::Kind;
 /// What a file on the phone holds: the origin is enough to tell whether it is the right ringtone.
 struct Content {
     std::string origin;
-    std::uint64_t size = 0;
+    uint64_t size = 0;
 };
 
 std::string onPhone(const std::string& file) {
@@ -61,26 +61,26 @@ private:
     void put(const std::string& file, Content content) {
         const auto old = folder_.find(file);
         if (old != folder_.end()) {
-            used_ -= static_cast<std::int64_t>(old->second.size);
+            used_ -= static_cast<int64_t>(old->second.size);
         }
-        used_ += static_cast<std::int64_t>(content.size);
+        used_ += static_cast<int64_t>(content.size);
         notePeak();
         folder_[file] = std::move(content);
     }
 
     void erase(const std::string& file) {
-        used_ -= static_cast<std::int64_t>(folder_.at(file).size);
+        used_ -= static_cast<int64_t>(folder_.at(file).size);
         folder_.erase(file);
     }
 
     void notePeak() {
-        plan_.spaceNeeded = std::max(plan_.spaceNeeded,
-                                     static_cast<std::uint64_t>(std::max<std::int64_t>(used_, 0)));
+        plan_.spaceNeeded =
+            std::max(plan_.spaceNeeded, static_cast<uint64_t>(std::max<int64_t>(used_, 0)));
     }
 
     void removeCatalogue() {
         if (input_.dropsCatalogue) {
-            used_ -= static_cast<std::int64_t>(catalogueBytes_);
+            used_ -= static_cast<int64_t>(catalogueBytes_);
             add({.kind = Kind::RemoveCatalogue, .bytes = catalogueBytes_});
             catalogueBytes_ = 0;
         }
@@ -179,8 +179,8 @@ private:
     }
 
     void writeCatalogue() {
-        used_ += static_cast<std::int64_t>(input_.newCatalogueBytes) -
-                 static_cast<std::int64_t>(catalogueBytes_);
+        used_ +=
+            static_cast<int64_t>(input_.newCatalogueBytes) - static_cast<int64_t>(catalogueBytes_);
         notePeak();
         add({.kind = Kind::WriteCatalogue, .bytes = input_.newCatalogueBytes},
             /*repeats=*/input_.sameCatalogue);
@@ -271,11 +271,11 @@ private:
 
     const PlanInput& input_;
     Plan plan_;
-    std::uint64_t catalogueBytes_; ///< what the phone's catalogue takes
+    uint64_t catalogueBytes_; ///< what the phone's catalogue takes
     std::map<std::string, Content> folder_;
     std::set<std::string> unchangedNames_;
     std::set<std::string> kept_;
-    std::int64_t used_ = 0; ///< space taken so far beyond the start
+    int64_t used_ = 0; ///< space taken so far beyond the start
 };
 
 } // namespace
@@ -302,8 +302,8 @@ const char* operationName(Kind kind) {
     return "";
 }
 
-std::size_t Plan::count(Kind kind) const {
-    return static_cast<std::size_t>(
+size_t Plan::count(Kind kind) const {
+    return static_cast<size_t>(
         std::count_if(operations.begin(), operations.end(),
                       [&](const Operation& operation) { return operation.kind == kind; }));
 }

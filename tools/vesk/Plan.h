@@ -17,14 +17,14 @@ struct PhoneRingtone {
     std::string type;      ///< as the library says it: the last three characters of the file name
     std::string file;      ///< in the ringtone folder
     std::string companion; ///< the name that its placeholder has or would have
-    std::uint64_t size = 0;
+    uint64_t size = 0;
 };
 
 /// A ringtone that is to go there.
 struct NewRingtone {
     std::string name;
     std::string path; ///< on this computer
-    std::uint64_t size = 0;
+    uint64_t size = 0;
 };
 
 /// One change on the phone.
@@ -44,7 +44,7 @@ struct Operation {
     std::string newFile = {};
     std::string name = {};   ///< of the ringtone; empty where there is none
     std::string source = {}; ///< on this computer
-    std::uint64_t bytes = 0;
+    uint64_t bytes = 0;
 
     friend bool operator==(const Operation&, const Operation&) = default;
 };
@@ -55,7 +55,7 @@ const char* operationName(Operation::Kind kind);
 /// A file in the phone's ringtone folder.
 struct FolderFile {
     std::string name;
-    std::uint64_t size = 0;
+    uint64_t size = 0;
 };
 
 /// What a sync starts from and what the library would make of it.
@@ -72,8 +72,8 @@ struct PlanInput {
     bool folderExists = true;
     std::vector<FolderFile> folder; ///< in the order in which the phone lists it
     bool olderLayout = false;       ///< the firmware wants placeholders
-    std::uint64_t oldCatalogueBytes = 0;
-    std::uint64_t newCatalogueBytes = 0;
+    uint64_t oldCatalogueBytes = 0;
+    uint64_t newCatalogueBytes = 0;
     bool sameCatalogue = false; ///< old and new are equal byte for byte
 };
 
@@ -88,15 +88,15 @@ struct HiddenRingtone {
 /// What a sync does, found out by going through it without a phone.
 struct Plan {
     std::vector<Operation> operations; ///< in the order in which they happen
-    std::size_t moved = 0;             ///< ringtones that get another file name
-    std::uint64_t uploadBytes = 0;
-    std::uint64_t spaceNeeded = 0; ///< most space that it takes at any moment beyond what is taken
+    size_t moved = 0;                  ///< ringtones that get another file name
+    uint64_t uploadBytes = 0;
+    uint64_t spaceNeeded = 0; ///< most space that it takes at any moment beyond what is taken
 
     std::vector<std::string> strays;    ///< files that will be deleted and that no catalogue lists
     std::vector<std::string> lost;      ///< names that should stay or come, but would not be there
     std::vector<HiddenRingtone> hidden; ///< deleted or emptied although nobody asked for it
 
-    std::size_t count(Operation::Kind kind) const;
+    size_t count(Operation::Kind kind) const;
     bool changesAnything = false;
 };
 

@@ -12,19 +12,19 @@
 namespace vesk {
 namespace {
 
-constexpr std::size_t kNarrowestBar = 8;
-constexpr std::size_t kWidestBar = 30;
+constexpr size_t kNarrowestBar = 8;
+constexpr size_t kWidestBar = 30;
 
 /// A terminal may wrap once its last column is written, so that one stays free; and two for the
 /// "^C" that it shows.
-std::size_t drawingColumns() {
-    constexpr std::size_t kFree = 3;
+size_t drawingColumns() {
+    constexpr size_t kFree = 3;
     return std::max(terminalColumns(stderr), kFree) - kFree;
 }
 
-std::string bar(double fraction, std::size_t width) {
-    const auto filled = std::min(
-        width, static_cast<std::size_t>(std::floor(fraction * static_cast<double>(width))));
+std::string bar(double fraction, size_t width) {
+    const auto filled =
+        std::min(width, static_cast<size_t>(std::floor(fraction * static_cast<double>(width))));
     return "[" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
 }
 
@@ -33,24 +33,24 @@ std::string joined(const std::string& left, const std::string& right) {
 }
 
 /// The parts behind the bar, from the one that stays longest to the one that goes first.
-std::string details(const Progress& progress, std::size_t parts) {
+std::string details(const Progress& progress, size_t parts) {
     const auto left = progress.secondsLeft();
     const auto rate = progress.bytesPerSecond();
     const std::array<std::string, 3> texts{
         left ? formatDuration(*left) + " left" : "",
         fmt::format("{} of {}", formatBytes(progress.bytesDone), formatBytes(progress.bytesTotal)),
-        rate ? formatBytes(static_cast<std::uint64_t>(*rate)) + "/s" : ""};
-    constexpr std::array<std::size_t, 3> kShownOrder{1, 2, 0};
+        rate ? formatBytes(static_cast<uint64_t>(*rate)) + "/s" : ""};
+    constexpr std::array<size_t, 3> kShownOrder{1, 2, 0};
     std::string result;
-    for (const std::size_t index : kShownOrder) {
+    for (const size_t index : kShownOrder) {
         result = joined(result, index < parts ? texts[index] : "");
     }
     return result;
 }
 
-std::string withName(const std::string& line, const std::string& name, std::size_t columns) {
-    constexpr std::size_t kShortestName = 8;
-    const std::size_t taken = displayWidth(line) + 2;
+std::string withName(const std::string& line, const std::string& name, size_t columns) {
+    constexpr size_t kShortestName = 8;
+    const size_t taken = displayWidth(line) + 2;
     return columns >= taken + kShortestName
                ? joined(line, fitted(forTerminal(name), columns - taken))
                : line;
@@ -83,16 +83,16 @@ std::optional<double> Progress::secondsLeft() const {
     return static_cast<double>(bytesTotal - bytesDone) / *rate;
 }
 
-std::string progressLine(const Progress& progress, std::size_t columns) {
-    constexpr std::size_t kAroundBar = 2 * 2 + 2; // gaps and brackets
+std::string progressLine(const Progress& progress, size_t columns) {
+    constexpr size_t kAroundBar = 2 * 2 + 2; // gaps and brackets
     const std::string counts = fmt::format("{}/{}", progress.filesDone, progress.filesTotal);
     const std::string percent =
         fmt::format("{:3}%", static_cast<int>(std::floor(progress.fraction() * 100)));
-    for (const std::size_t parts : {3U, 2U, 1U, 0U}) {
+    for (const size_t parts : {3U, 2U, 1U, 0U}) {
         const std::string behind = joined(percent, details(progress, parts));
-        const std::size_t used = displayWidth(counts) + kAroundBar + displayWidth(behind);
+        const size_t used = displayWidth(counts) + kAroundBar + displayWidth(behind);
         if (columns >= used + kNarrowestBar) {
-            const std::size_t width = std::min(kWidestBar, columns - used);
+            const size_t width = std::min(kWidestBar, columns - used);
             const std::string line =
                 joined(joined(counts, bar(progress.fraction(), width)), behind);
             return withName(line, progress.current, columns);

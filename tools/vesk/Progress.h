@@ -12,10 +12,10 @@ namespace vesk {
 
 /// How far a transfer is: a value apart from the transfer itself.
 struct Progress {
-    std::size_t filesTotal = 0;
-    std::size_t filesDone = 0;
-    std::uint64_t bytesTotal = 0;
-    std::uint64_t bytesDone = 0;
+    size_t filesTotal = 0;
+    size_t filesDone = 0;
+    uint64_t bytesTotal = 0;
+    uint64_t bytesDone = 0;
     double elapsedSeconds = 0;
     std::string current; ///< name of the file under way
 
@@ -31,7 +31,7 @@ struct Progress {
 
 /// The progress as one line that is no wider than so many columns. What there is no room for is
 /// left out, the least important first: name, rate, bytes, time left, the bar.
-std::string progressLine(const Progress& progress, std::size_t columns);
+std::string progressLine(const Progress& progress, size_t columns);
 
 /// Shows progress on standard error: a bar that is drawn anew on a terminal, one line a file
 /// elsewhere.

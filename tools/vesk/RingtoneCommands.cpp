@@ -93,12 +93,12 @@ void warnOfStrays(const Plan& plan, Output& output) {
 }
 
 std::string describeChange(const PreparedChange& change) {
-    std::size_t replaced = 0;
+    size_t replaced = 0;
     for (const std::string& name : change.added) {
         replaced += change.removed.contains(name) ? 1U : 0U;
     }
     std::vector<std::string> parts;
-    const auto part = [&](std::size_t count, const char* what) {
+    const auto part = [&](size_t count, const char* what) {
         if (count > 0) {
             parts.push_back(fmt::format("{} {}", count, what));
         }
@@ -187,7 +187,7 @@ private:
             return fmt::format("{}: {}; it would have {} then. {}. Dry run: nothing was changed.",
                                label, what, holds, spaceText(prepared.plan));
         }
-        const std::uint64_t bytes = prepared.plan.uploadBytes;
+        const uint64_t bytes = prepared.plan.uploadBytes;
         return fmt::format("{}: {}{}. It has {} now.", label, what,
                            bytes > 0 ? fmt::format(" ({} uploaded)", formatBytes(bytes)) : "",
                            holds);

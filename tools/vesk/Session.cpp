@@ -33,7 +33,7 @@ PhoneRingtone phoneRingtone(CFDictionaryRef entry) {
     ringtone.type = cf::textAt(entry, CFSTR("FileType"));
     ringtone.file = lastComponent(cf::textAt(entry, KRTRemotePath));
     ringtone.companion = companionOf(ringtone.file);
-    ringtone.size = static_cast<std::uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0));
+    ringtone.size = static_cast<uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0));
     return ringtone;
 }
 
@@ -74,10 +74,10 @@ Session::~Session() {
     disconnect();
 }
 
-void Session::expectOperations(std::size_t count) {
+void Session::expectOperations(size_t count) {
     // One more than there are keeps the phone connected after the last. What stands in the way of
     // opening is the operations' to say.
-    const std::size_t wanted = opens_ + count + (opens_ == 0 ? 1 : 0);
+    const size_t wanted = opens_ + count + (opens_ == 0 ? 1 : 0);
     while (opens_ < wanted && !phone().open()) {
         ++opens_;
     }
@@ -137,7 +137,7 @@ PhoneFacts Session::facts() {
     facts.firmwareNumber = phone().phoneFirmwareVersion();
     facts.olderLayout = phone().postEvilUpdate() == 1;
     if (const auto free = cf::numberAt(information.get(), KRTPhoneFreeSpaceKey)) {
-        facts.freeBytes = static_cast<std::uint64_t>(*free);
+        facts.freeBytes = static_cast<uint64_t>(*free);
     }
     // A firmware that is not known is taken for a current one: on an older phone that would be the
     // wrong catalogue.
@@ -154,8 +154,8 @@ KRTRingtoneManager& Session::tones() {
     return *tones_;
 }
 
-std::vector<PhoneRingtone> Session::ringtones(std::size_t catalogueEntries) {
-    constexpr std::size_t kCatalogueOperations = 2;
+std::vector<PhoneRingtone> Session::ringtones(size_t catalogueEntries) {
+    constexpr size_t kCatalogueOperations = 2;
     expectOperations(catalogueEntries + kCatalogueOperations);
     KRTErrorClear();
     if (tones_) {
@@ -169,10 +169,10 @@ std::vector<PhoneRingtone> Session::ringtones(std::size_t catalogueEntries) {
     return *read;
 }
 
-std::optional<std::uint32_t> Session::sizeAt(const std::string& path) {
+std::optional<uint32_t> Session::sizeAt(const std::string& path) {
     expectOperations(1);
     KRTErrorClear();
-    std::uint32_t size = 0;
+    uint32_t size = 0;
     const auto error = phone().size(&size, cf::string(path).get());
     if (!error) {
         return size;
@@ -187,7 +187,7 @@ void Session::requireConnection() {
     sizeAt(kCataloguePath);
 }
 
-std::optional<std::uint64_t> Session::sizeOf(const std::string& file) {
+std::optional<uint64_t> Session::sizeOf(const std::string& file) {
     return sizeAt(fmt::format("{}/{}", kRingtonesFolder, file));
 }
 
@@ -198,13 +198,13 @@ std::optional<std::string> Session::catalogueFile() {
     }
     expectOperations(1);
     KRTErrorClear();
-    std::uint32_t length = std::min(*size, kMostCatalogueBytes);
+    uint32_t length = std::min(*size, kMostCatalogueBytes);
     std::string bytes(length, '\0');
     // The object's method does not say how many bytes there were.
     if (KRTPhoneReadFileAtPath(phone()._phoneRef(), kCataloguePath, bytes.data(), &length) != 1) {
         throw readFailure("the ringtone catalogue cannot be read");
     }
-    bytes.resize(std::min<std::size_t>(length, bytes.size()));
+    bytes.resize(std::min<size_t>(length, bytes.size()));
     return bytes;
 }
 

@@ -21,7 +21,7 @@ inline constexpr char kCataloguePath[] = "/iTunes_Control/iTunes/Ringtones.plist
 
 /// More than this of a catalogue is not read, whatever size the phone says it has: one of ten
 /// thousand ringtones takes some megabytes, and one that is cut off is no property list.
-inline constexpr std::uint32_t kMostCatalogueBytes = 64 * 1024 * 1024;
+inline constexpr uint32_t kMostCatalogueBytes = 64 * 1024 * 1024;
 
 /// What a phone says of itself over a session.
 struct PhoneFacts {
@@ -31,7 +31,7 @@ struct PhoneFacts {
     std::string firmware;
     int firmwareNumber = 0;
     bool olderLayout = false; ///< the firmware wants placeholders and the slot order
-    std::optional<std::uint64_t> freeBytes;
+    std::optional<uint64_t> freeBytes;
 
     /// How to call it in a message.
     std::string label() const;
@@ -50,7 +50,7 @@ public:
     /// Keeps the phone connected for so many file operations more than were said before. Each of
     /// them takes one open back, so that without this the phone reconnects for each, and gives up
     /// the sync lock.
-    void expectOperations(std::size_t count);
+    void expectOperations(size_t count);
 
     /// Makes sure that the connection still stands. The library takes a file that it cannot ask for
     /// for one that is not there: over a lost connection, ringtones seem to be gone.
@@ -66,7 +66,7 @@ public:
     /// Reads the phone's ringtones anew: the ones that the library sees. Pending edits of the
     /// working list are dropped.
     /// @param catalogueEntries  how many there are about
-    std::vector<PhoneRingtone> ringtones(std::size_t catalogueEntries);
+    std::vector<PhoneRingtone> ringtones(size_t catalogueEntries);
 
     /// The catalogue's bytes, not more than kMostCatalogueBytes; none when the phone has no
     /// catalogue.
@@ -76,7 +76,7 @@ public:
     std::optional<std::vector<std::string>> folderNames();
 
     /// Size of a file in the ringtone folder; none when it is not there.
-    std::optional<std::uint64_t> sizeOf(const std::string& file);
+    std::optional<uint64_t> sizeOf(const std::string& file);
 
     /// Whether the phone was pulled out.
     bool isGone() { return watch_.isGone(); }
@@ -97,12 +97,12 @@ private:
 
     void findPhone();
     void requireThatItOpens();
-    std::optional<std::uint32_t> sizeAt(const std::string& path);
+    std::optional<uint32_t> sizeAt(const std::string& path);
 
     AttachedDevice chosen_;
     PhoneWatch watch_;
     std::shared_ptr<KRTRingtoneManager> tones_;
-    std::size_t opens_ = 0;
+    size_t opens_ = 0;
 };
 
 // The keys of the change lists that a working list generates.

@@ -89,7 +89,7 @@ constexpr std::array kFile{
     Meaning{23, "internal error"},
 };
 
-template <std::size_t N>
+template <size_t N>
 const char* find(const std::array<Meaning, N>& meanings, int32_t status) {
     const auto found = std::find_if(meanings.begin(), meanings.end(), [&](const Meaning& meaning) {
         return meaning.status == status;

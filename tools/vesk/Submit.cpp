@@ -36,19 +36,19 @@ public:
     ProgressDisplay& display() { return display_; }
 
     /// Files that have arrived whole.
-    std::size_t uploaded() const { return progress_.filesDone; }
+    size_t uploaded() const { return progress_.filesDone; }
 
-    std::size_t uploadsPlanned() const { return progress_.filesTotal; }
+    size_t uploadsPlanned() const { return progress_.filesTotal; }
 
     /// Catalogue entries whose renames were tried.
-    std::size_t entriesRenamed() const { return preparingReports_ > 0 ? preparingReports_ - 1 : 0; }
+    size_t entriesRenamed() const { return preparingReports_ > 0 ? preparingReports_ - 1 : 0; }
 
     const std::string& underWay() const { return progress_.current; }
 
     /// Files on the phone that were written to.
     std::set<std::string> filesBegun() const {
         std::set<std::string> files;
-        for (std::size_t i = 0; i < uploadsBegun_; ++i) {
+        for (size_t i = 0; i < uploadsBegun_; ++i) {
             files.insert(uploads_[i].file);
         }
         return files;
@@ -112,8 +112,8 @@ private:
     Progress progress_;
     ProgressDisplay display_;
     Clock::time_point start_ = Clock::now();
-    std::size_t preparingReports_ = 0;
-    std::size_t uploadsBegun_ = 0;
+    size_t preparingReports_ = 0;
+    size_t uploadsBegun_ = 0;
     bool reachedRemovals_ = false;
     bool answeredCancel_ = false;
 };
@@ -155,8 +155,8 @@ private:
 
     /// Generating asks for each ringtone that stays, and so does reading the list afterwards; moves
     /// are tried twice.
-    std::size_t mostFileOperations() const {
-        constexpr std::size_t kOthers = 20;
+    size_t mostFileOperations() const {
+        constexpr size_t kOthers = 20;
         return 2 * (change_.catalogueEntries + change_.plan.operations.size()) + kOthers;
     }
 
@@ -278,7 +278,7 @@ private:
     void describeOldRingtones(std::vector<std::string>& details) {
         const auto now = session_.ringtones(before_.catalogue.entries.size());
         const std::set<std::string> overwritten = reports_.filesBegun();
-        std::size_t intact = 0;
+        size_t intact = 0;
         for (const PhoneRingtone& ringtone : before_.ringtones) {
             if (findRingtone(now, ringtone.name) == nullptr) {
                 details.push_back(
@@ -348,9 +348,9 @@ private:
         }
     }
 
-    static std::map<std::string, std::uint64_t>
+    static std::map<std::string, uint64_t>
     namesAndSizes(const std::vector<PhoneRingtone>& ringtones) {
-        std::map<std::string, std::uint64_t> result;
+        std::map<std::string, uint64_t> result;
         for (const PhoneRingtone& ringtone : ringtones) {
             result[ringtone.name] = ringtone.size;
         }
@@ -360,7 +360,7 @@ private:
     /// Over a new connection: what the sync itself reads at its end, when the phone has gone, is an
     /// empty list.
     void verify() {
-        std::map<std::string, std::uint64_t> now;
+        std::map<std::string, uint64_t> now;
         try {
             now = namesAndSizes(session_.ringtones(change_.wanted.size()));
         } catch (const Failure& failure) {
@@ -378,7 +378,7 @@ private:
                 "Run \"vesk list\" to see what it holds."};
     }
 
-    Failure notAsWanted(const std::map<std::string, std::uint64_t>& now) const {
+    Failure notAsWanted(const std::map<std::string, uint64_t>& now) const {
         std::vector<std::string> details;
         for (const auto& [name, size] : change_.wanted) {
             const auto found = now.find(name);

@@ -14,9 +14,9 @@ namespace {
 /// Takes the sync's messages on its thread and hands them over to this one.
 class Messages : public KRTRingtoneManagerDelegate {
 public:
-    void syncStatus(std::int32_t status, std::int32_t mode, std::uint32_t /*max*/,
-                    std::uint32_t /*value*/, CFStringRef message) override {
-        constexpr std::int32_t kLocked = 1;
+    void syncStatus(int32_t status, int32_t mode, uint32_t /*max*/, uint32_t /*value*/,
+                    CFStringRef message) override {
+        constexpr int32_t kLocked = 1;
         if (mode == kLocked) {
             isSubmitting_ = !isSubmitting_;
         } else if (isSubmitting_) {

@@ -12,8 +12,8 @@ namespace vesk {
 
 /// A step of a sync that waits for an answer, with its numbers as the store gives them.
 struct SyncStep {
-    std::int32_t mode = 0;
-    std::int32_t status = 0;
+    int32_t mode = 0;
+    int32_t status = 0;
     std::string name; ///< of the ringtone that the step is about
 };
 

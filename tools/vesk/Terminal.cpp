@@ -17,8 +17,8 @@ bool coloursWanted() {
     return noColour == nullptr || *noColour == '\0';
 }
 
-std::size_t terminalColumns(std::FILE* stream) {
-    constexpr std::size_t kUsual = 80;
+size_t terminalColumns(std::FILE* stream) {
+    constexpr size_t kUsual = 80;
     winsize size{};
     const bool known = ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return known ? size.ws_col : kUsual;

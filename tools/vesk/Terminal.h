@@ -13,7 +13,7 @@ bool terminalUnderstandsEscapes(std::FILE* stream);
 bool coloursWanted();
 
 /// The terminal's columns as they are now; 80 when it does not say.
-std::size_t terminalColumns(std::FILE* stream);
+size_t terminalColumns(std::FILE* stream);
 
 /// For as long as it lives, what this process writes to standard error goes nowhere.
 class MutedStandardError {

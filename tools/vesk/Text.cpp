@@ -16,7 +16,7 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 struct Decoded {
     char32_t character;
-    std::size_t length; // 0: no UTF-8 here
+    size_t length; // 0: no UTF-8 here
 };
 
 bool isContinuation(char byte) {
@@ -28,12 +28,12 @@ Decoded decode(std::string_view text) {
     if (first < 0x80) {
         return {first, 1};
     }
-    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
     if (first < 0xC2 || first > 0xF4 || text.size() < length) {
         return {kReplacement, 0};
     }
     char32_t value = first & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; ++i) {
+    for (size_t i = 1; i < length; ++i) {
         if (!isContinuation(text[i])) {
             return {kReplacement, 0};
         }
@@ -51,7 +51,7 @@ template <typename Take>
 void forEachCharacter(std::string_view text, Take take) {
     while (!text.empty()) {
         const Decoded decoded = decode(text);
-        const std::size_t length = std::max<std::size_t>(decoded.length, 1);
+        const size_t length = std::max<size_t>(decoded.length, 1);
         take(decoded, text.substr(0, length));
         text.remove_prefix(length);
     }
@@ -81,7 +81,7 @@ bool between(char32_t character, char32_t first, char32_t last) {
 }
 
 std::string visibleEscape(char32_t character) {
-    const auto value = static_cast<std::uint32_t>(character);
+    const auto value = static_cast<uint32_t>(character);
     return value < 0x80 ? fmt::format("\\x{:02x}", value) : fmt::format("\\u{:04x}", value);
 }
 
@@ -108,12 +108,12 @@ private:
     locale_t previous_ = nullptr;
 };
 
-std::size_t columnsOf(char32_t character) {
+size_t columnsOf(char32_t character) {
     constexpr char32_t kEmojiPresentation = 0xFE0F;
     if (character == kEmojiPresentation) {
         return 0;
     }
-    return static_cast<std::size_t>(std::max(0, ::wcwidth(static_cast<wchar_t>(character))));
+    return static_cast<size_t>(std::max(0, ::wcwidth(static_cast<wchar_t>(character))));
 }
 
 std::u32string lowered(std::string_view text) {
@@ -126,16 +126,16 @@ std::u32string lowered(std::string_view text) {
 }
 
 /// Insertions, deletions and replacements between two texts.
-std::size_t editDistance(std::u32string_view a, std::u32string_view b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) {
+size_t editDistance(std::u32string_view a, std::u32string_view b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) {
         row[j] = j;
     }
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
         row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
             diagonal = row[j];
             row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
         }
@@ -194,7 +194,7 @@ std::string forTerminal(std::string_view utf8) {
 std::string jsonForTerminal(std::string_view json) {
     std::string result;
     forEachCharacter(json, [&](const Decoded& decoded, std::string_view bytes) {
-        const auto value = static_cast<std::uint32_t>(decoded.character);
+        const auto value = static_cast<uint32_t>(decoded.character);
         if (value < 0x7F || !isUnsafe(decoded.character)) {
             result += bytes; // line ends between the values stay
         } else if (value > 0xFFFF) {
@@ -207,16 +207,16 @@ std::string jsonForTerminal(std::string_view json) {
     return result;
 }
 
-std::size_t displayWidth(std::string_view utf8) {
+size_t displayWidth(std::string_view utf8) {
     const Utf8Locale locale;
-    std::size_t columns = 0;
+    size_t columns = 0;
     forEachCharacter(utf8, [&](const Decoded& decoded, std::string_view) {
         columns += columnsOf(decoded.character);
     });
     return columns;
 }
 
-std::string fitted(std::string_view utf8, std::size_t columns) {
+std::string fitted(std::string_view utf8, size_t columns) {
     if (displayWidth(utf8) <= columns) {
         return std::string(utf8);
     }
@@ -225,10 +225,10 @@ std::string fitted(std::string_view utf8, std::size_t columns) {
     }
     const Utf8Locale locale;
     std::string result;
-    std::size_t used = 0;
+    size_t used = 0;
     bool full = false;
     forEachCharacter(utf8, [&](const Decoded& decoded, std::string_view bytes) {
-        const std::size_t width = columnsOf(decoded.character);
+        const size_t width = columnsOf(decoded.character);
         full = full || used + width > columns - 1;
         if (!full) {
             used += width;
@@ -238,18 +238,18 @@ std::string fitted(std::string_view utf8, std::size_t columns) {
     return result + "…";
 }
 
-std::string padded(std::string_view utf8, std::size_t columns) {
-    const std::size_t width = displayWidth(utf8);
+std::string padded(std::string_view utf8, size_t columns) {
+    const size_t width = displayWidth(utf8);
     return std::string(utf8) + std::string(columns > width ? columns - width : 0, ' ');
 }
 
-std::string formatBytes(std::uint64_t bytes) {
+std::string formatBytes(uint64_t bytes) {
     constexpr std::array<const char*, 4> kUnits{"KiB", "MiB", "GiB", "TiB"};
     if (bytes < 1024) {
         return fmt::format("{} B", bytes);
     }
     double value = static_cast<double>(bytes) / 1024;
-    std::size_t unit = 0;
+    size_t unit = 0;
     // 1023.95 would be shown as 1024.0
     while (value >= 1023.95 && unit + 1 < kUnits.size()) {
         value /= 1024;
@@ -260,16 +260,16 @@ std::string formatBytes(std::uint64_t bytes) {
 
 std::string formatDuration(double seconds) {
     constexpr double kLongest = 99 * 3600.0;
-    const auto whole = static_cast<std::uint64_t>(std::clamp(seconds, 0.0, kLongest) + 0.5);
-    const std::uint64_t hours = whole / 3600;
-    const std::uint64_t minutes = whole / 60 % 60;
+    const auto whole = static_cast<uint64_t>(std::clamp(seconds, 0.0, kLongest) + 0.5);
+    const uint64_t hours = whole / 3600;
+    const uint64_t minutes = whole / 60 % 60;
     if (hours > 0) {
         return fmt::format("{}:{:02}:{:02}", hours, minutes, whole % 60);
     }
     return fmt::format("{}:{:02}", minutes, whole % 60);
 }
 
-std::string counted(std::size_t count, std::string_view singular, std::string_view plural) {
+std::string counted(size_t count, std::string_view singular, std::string_view plural) {
     if (count == 1) {
         return fmt::format("1 {}", singular);
     }
@@ -277,10 +277,10 @@ std::string counted(std::size_t count, std::string_view singular, std::string_vi
                           : fmt::format("{} {}", count, plural);
 }
 
-std::string quotedList(const std::vector<std::string>& names, std::size_t limit) {
+std::string quotedList(const std::vector<std::string>& names, size_t limit) {
     std::string result;
-    const std::size_t shown = names.size() > limit ? limit - 1 : names.size();
-    for (std::size_t i = 0; i < shown; ++i) {
+    const size_t shown = names.size() > limit ? limit - 1 : names.size();
+    for (size_t i = 0; i < shown; ++i) {
         const bool last = i + 1 == names.size();
         result += i == 0 ? "" : last ? " and " : ", ";
         result += fmt::format("\"{}\"", names[i]);
@@ -293,14 +293,14 @@ std::string quotedList(const std::vector<std::string>& names, std::size_t limit)
 
 std::vector<std::string> closeNames(std::string_view wanted,
                                     const std::vector<std::string>& candidates) {
-    constexpr std::size_t kMost = 3;
+    constexpr size_t kMost = 3;
     const std::u32string target = lowered(wanted);
-    const std::size_t tolerated = std::max<std::size_t>(1, target.size() / 3);
-    std::vector<std::pair<std::size_t, std::string>> close;
+    const size_t tolerated = std::max<size_t>(1, target.size() / 3);
+    std::vector<std::pair<size_t, std::string>> close;
     for (const std::string& candidate : candidates) {
         const std::u32string text = lowered(candidate);
         const bool part = target.size() >= 3 && text.find(target) != std::u32string::npos;
-        const std::size_t distance = editDistance(target, text);
+        const size_t distance = editDistance(target, text);
         if (part || distance <= tolerated) {
             close.emplace_back(distance, candidate);
         }
@@ -308,7 +308,7 @@ std::vector<std::string> closeNames(std::string_view wanted,
     std::stable_sort(close.begin(), close.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<std::string> result;
-    for (std::size_t i = 0; i < std::min(kMost, close.size()); ++i) {
+    for (size_t i = 0; i < std::min(kMost, close.size()); ++i) {
         result.push_back(close[i].second);
     }
     return result;

@@ -29,25 +29,25 @@ std::string forTerminal(std::string_view utf8);
 std::string jsonForTerminal(std::string_view json);
 
 /// Columns that text takes on a terminal.
-std::size_t displayWidth(std::string_view utf8);
+size_t displayWidth(std::string_view utf8);
 
 /// The first part of text that fits in so many columns; an ellipsis ends it when it was cut.
-std::string fitted(std::string_view utf8, std::size_t columns);
+std::string fitted(std::string_view utf8, size_t columns);
 
 /// Text filled up with spaces to so many columns.
-std::string padded(std::string_view utf8, std::size_t columns);
+std::string padded(std::string_view utf8, size_t columns);
 
 /// "0 B", "999 B", "1.0 KiB", "12.5 MiB".
-std::string formatBytes(std::uint64_t bytes);
+std::string formatBytes(uint64_t bytes);
 
 /// "0:07", "12:34", "1:02:03".
 std::string formatDuration(double seconds);
 
 /// "1 ringtone", "3 ringtones"; the plural has an s more unless it is given.
-std::string counted(std::size_t count, std::string_view singular, std::string_view plural = {});
+std::string counted(size_t count, std::string_view singular, std::string_view plural = {});
 
 /// "A, B and C", each in quotation marks, shortened to "A, B and 7 more" beyond limit.
-std::string quotedList(const std::vector<std::string>& names, std::size_t limit = 8);
+std::string quotedList(const std::vector<std::string>& names, size_t limit = 8);
 
 /// Those of the candidates that a person may have meant, the closest first, three at most.
 std::vector<std::string> closeNames(std::string_view wanted,
