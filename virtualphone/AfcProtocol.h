@@ -1,6 +1,5 @@
-/** The file service on the wire: numbers and the packet header. All integers are little-endian. */
-#ifndef VIRTUALPHONE_AFCPROTOCOL_H
-#define VIRTUALPHONE_AFCPROTOCOL_H
+/// The file service on the wire: numbers and the packet header. All integers are little-endian.
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -12,7 +11,7 @@ namespace virtualphone::afc {
 inline constexpr std::string_view kMagic = "CFA6LPAA";
 inline constexpr size_t kHeaderSize = 40;
 
-/** A packet: this header, then arguments, then payload. */
+/// A packet: this header, then arguments, then payload.
 struct Header {
     std::array<char, 8> magic;
     uint64_t entireLength; ///< header, arguments and payload
@@ -86,22 +85,18 @@ enum OpenMode : uint64_t {
     kModeReadAppend = 6,
 };
 
-/** What the lock request takes: flock's bits, "do not wait" in all of them. */
+/// What the lock request takes: flock's bits, "do not wait" in all of them.
 enum LockKind : uint64_t { kLockShared = 5, kLockExclusive = 6, kUnlock = 12 };
 
 enum LinkKind : uint64_t { kHardLink = 1, kSymbolicLink = 2 };
 
-/** Seek's whence. */
+/// Seek's whence.
 enum Whence : uint64_t { kFromStart = 0, kFromHere = 1, kFromEnd = 2 };
 
-/**
- * Name of a request as it stands in the log: "ReadDirectory", "TruncatePath", "RemovePath",
- * "MakeDirectory", "FileInfo", "DeviceInfo", "Open", "Read", "Write", "Seek", "Tell", "Close",
- * "SetSize", "Rename", "Lock", "MakeLink", "SetModificationTime", "RemovePathAndContents";
- * "Unknown" for every other number.
- */
+/// Name of a request as it stands in the log: "ReadDirectory", "TruncatePath", "RemovePath",
+/// "MakeDirectory", "FileInfo", "DeviceInfo", "Open", "Read", "Write", "Seek", "Tell", "Close",
+/// "SetSize", "Rename", "Lock", "MakeLink", "SetModificationTime", "RemovePathAndContents";
+/// "Unknown" for every other number.
 std::string_view operationName(uint64_t operation);
 
 } // namespace virtualphone::afc
-
-#endif

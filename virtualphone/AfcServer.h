@@ -1,6 +1,5 @@
-/** The file service on one connection. */
-#ifndef VIRTUALPHONE_AFCSERVER_H
-#define VIRTUALPHONE_AFCSERVER_H
+/// The file service on one connection.
+#pragma once
 
 #include "virtualphone/AfcProtocol.h"
 #include "virtualphone/Packet.h"
@@ -17,7 +16,7 @@ class AfcServer {
 public:
     explicit AfcServer(const Client& client);
 
-    /** Serves until the connection ends; open files are closed with this object. */
+    /// Serves until the connection ends; open files are closed with this object.
     void run();
 
 private:
@@ -27,10 +26,10 @@ private:
         LogEntry entry;   ///< holds the arguments too, where the log names them
     };
 
-    /** Carries a request out and puts its answer down, unless that is just the status. */
+    /// Carries a request out and puts its answer down, unless that is just the status.
     using Handler = uint64_t (AfcServer::*)(Request& request);
 
-    /** Where in the log's entry an argument belongs. */
+    /// Where in the log's entry an argument belongs.
     enum class Field { Path, NewPath, Mode, Handle, Size, Offset, Nanoseconds };
     struct Operation;
 
@@ -38,7 +37,7 @@ private:
 
     bool serve(const afc::Header& header);
     bool refuseHeader(const afc::Header& header);
-    /** False when arguments are missing. */
+    /// False when arguments are missing.
     bool decode(const Operation& operation, Request& request) const;
     bool answer(Request& request, uint64_t status);
 
@@ -61,7 +60,7 @@ private:
     uint64_t setModificationTime(Request& request);
     uint64_t removePathAndContents(Request& request);
 
-    /** The open file of the request's handle, and -1 when there is none. */
+    /// The open file of the request's handle, and -1 when there is none.
     int fileOf(const Request& request) const;
     uint64_t newHandle();
 
@@ -83,5 +82,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

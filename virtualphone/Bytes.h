@@ -1,6 +1,5 @@
-/** Integers in packets. */
-#ifndef VIRTUALPHONE_BYTES_H
-#define VIRTUALPHONE_BYTES_H
+/// Integers in packets.
+#pragma once
 
 #include <bit>
 #include <cstring>
@@ -11,7 +10,7 @@ namespace virtualphone {
 static_assert(std::endian::native == std::endian::little,
               "the packets are little-endian and are read as they stand");
 
-/** Reads an integer or a record of them; the bytes must be there. */
+/// Reads an integer or a record of them; the bytes must be there.
 template <typename T>
 T loadLittle(const char* bytes) {
     static_assert(std::is_trivially_copyable_v<T>);
@@ -27,5 +26,3 @@ void storeLittle(char* bytes, const T& value) {
 }
 
 } // namespace virtualphone
-
-#endif

@@ -1,6 +1,5 @@
-/** The commands that a person, or a script, gives a running virtual phone. */
-#ifndef VIRTUALPHONE_CONTROLS_H
-#define VIRTUALPHONE_CONTROLS_H
+/// The commands that a person, or a script, gives a running virtual phone.
+#pragma once
 
 #include "virtualphone/VirtualPhone.h"
 
@@ -15,15 +14,13 @@ class Controls {
 public:
     Controls(Bus& bus, std::vector<std::shared_ptr<Phone>> phones);
 
-    /**
-     * Carries out one line: COMMAND [@NUMBER] [ARGUMENT], for one phone or without a number for
-     * all.
-     *
-     * @return what to print: lines of an answer and then "ok", or "error: " and the reason.
-     */
+    /// Carries out one line: COMMAND [@NUMBER] [ARGUMENT], for one phone or without a number for
+    /// all.
+    ///
+    /// @return what to print: lines of an answer and then "ok", or "error: " and the reason.
     std::string run(const std::string& line);
 
-    /** The commands, for --help and "help". */
+    /// The commands, for --help and "help".
     static std::string help();
 
 private:
@@ -60,13 +57,11 @@ private:
     const Targets phones_;
 };
 
-/** One line about a phone: number, name, class, firmware, UDID, folder, and whether it is plugged
- * in. */
+/// One line about a phone: number, name, class, firmware, UDID, folder, and whether it is plugged
+/// in.
 std::string describe(const Bus& bus, const Phone& phone, size_t index);
 
-/** Adds a fault to each of these phones, or to the bus when it is of the bus's own requests. */
+/// Adds a fault to each of these phones, or to the bus when it is of the bus's own requests.
 void addFault(Bus& bus, const std::vector<std::shared_ptr<Phone>>& phones, const Fault& fault);
 
 } // namespace virtualphone
-
-#endif

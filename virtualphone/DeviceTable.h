@@ -1,6 +1,5 @@
-/** Which phones are plugged in, the tunnels to them, and who wants to hear of changes. */
-#ifndef VIRTUALPHONE_DEVICETABLE_H
-#define VIRTUALPHONE_DEVICETABLE_H
+/// Which phones are plugged in, the tunnels to them, and who wants to hear of changes.
+#pragma once
 
 #include "virtualphone/Channel.h"
 #include "virtualphone/Faults.h"
@@ -17,14 +16,14 @@
 
 namespace virtualphone {
 
-/** A phone as the mux describes it. */
+/// A phone as the mux describes it.
 struct Attachment {
     uint32_t id;
     std::string udid;
     bool isPod;
 };
 
-/** Told of changes one after the other; must not wait, nor call the table. */
+/// Told of changes one after the other; must not wait, nor call the table.
 class AttachmentListener {
 public:
     virtual void attached(const Attachment& attachment) = 0;
@@ -37,29 +36,29 @@ protected:
 
 class DeviceTable {
 public:
-    /** Throws std::invalid_argument when a phone of this UDID is there already. */
+    /// Throws std::invalid_argument when a phone of this UDID is there already.
     uint32_t plug(std::shared_ptr<Phone> phone);
 
-    /** Closes the tunnels and waits until their services have let go, then tells the listeners. */
+    /// Closes the tunnels and waits until their services have let go, then tells the listeners.
     bool unplug(uint32_t id);
 
-    /** 0 when it is not plugged in. */
+    /// 0 when it is not plugged in.
     uint32_t idOf(const Phone& phone) const;
 
-    /** UDID of a phone that is plugged in, or an empty string. */
+    /// UDID of a phone that is plugged in, or an empty string.
     std::string udidOf(uint32_t id) const;
 
     std::vector<Attachment> attachments() const;
 
-    /** Tells a listener of all phones that are there, and from then on of every change. */
+    /// Tells a listener of all phones that are there, and from then on of every change.
     void addListener(AttachmentListener& listener);
     void removeListener(AttachmentListener& listener);
     size_t listenerCount() const;
 
-    /** Tells the listeners that a pair record was saved; nothing happens for an unknown id. */
+    /// Tells the listeners that a pair record was saved; nothing happens for an unknown id.
     void announcePaired(uint32_t id);
 
-    /** Why a connect is refused: the mux's Result numbers. */
+    /// Why a connect is refused: the mux's Result numbers.
     enum class Refusal : uint32_t { None = 0, NoSuchDevice = 2, ConnectionRefused = 3 };
 
     struct Tunnel {
@@ -68,7 +67,7 @@ public:
         Service service;
     };
 
-    /** Makes this channel a tunnel to a port, which ends with the phone's unplugging. */
+    /// Makes this channel a tunnel to a port, which ends with the phone's unplugging.
     Tunnel open(uint32_t id, uint16_t port, Channel& channel);
     void close(uint32_t id, Channel& channel);
 
@@ -87,5 +86,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

@@ -1,7 +1,5 @@
-/** What lockdown knows about a phone: domains of keys and values, changed by clients at run time.
- */
-#ifndef VIRTUALPHONE_DEVICEVALUES_H
-#define VIRTUALPHONE_DEVICEVALUES_H
+/// What lockdown knows about a phone: domains of keys and values, changed by clients at run time.
+#pragma once
 
 #include "virtualphone/PhoneOptions.h"
 #include "virtualphone/PropertyList.h"
@@ -16,13 +14,13 @@ class DeviceValues {
 public:
     explicit DeviceValues(const PhoneOptions& options);
 
-    /** A copy of one value; null when there is none. */
+    /// A copy of one value; null when there is none.
     Plist copy(const std::string& domain, const std::string& key) const;
 
-    /** A copy of a domain's values; an unknown domain has none. The default domain is "". */
+    /// A copy of a domain's values; an unknown domain has none. The default domain is "".
     Plist copyAll(const std::string& domain) const;
 
-    /** Whether clients may change or remove this value. */
+    /// Whether clients may change or remove this value.
     static bool isWritable(const std::string& domain, const std::string& key);
 
     void set(const std::string& domain, const std::string& key, Plist value);
@@ -34,5 +32,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

@@ -1,6 +1,5 @@
-/** What goes wrong on a phone or on the bus, settable at any moment. */
-#ifndef VIRTUALPHONE_FAULTS_H
-#define VIRTUALPHONE_FAULTS_H
+/// What goes wrong on a phone or on the bus, settable at any moment.
+#pragma once
 
 #include <array>
 #include <atomic>
@@ -15,10 +14,10 @@ namespace virtualphone {
 
 enum class Service { Usbmux, Lockdown, Afc, NotificationProxy };
 
-/** "usbmux", "lockdown", "afc", "notification_proxy". */
+/// "usbmux", "lockdown", "afc", "notification_proxy".
 std::string_view serviceName(Service service);
 
-/** What happens to the request that a fault meets. In brackets its word in the text form. */
+/// What happens to the request that a fault meets. In brackets its word in the text form.
 enum class FaultAction {
     // Not carried out:
     Status, ///< file service: answered with this status; usbmux: with this Result [status:N]
@@ -43,10 +42,10 @@ enum class FaultAction {
     HugeLength,      ///< a length beyond all reason [huge-length]
 };
 
-/** The word of an action in the text form, which is also what the log says. */
+/// The word of an action in the text form, which is also what the log says.
 std::string_view actionName(FaultAction action);
 
-/** "afc/Write#3=status:18": the third write from now on is answered with status 18. */
+/// "afc/Write#3=status:18": the third write from now on is answered with status 18.
 struct Fault {
     Service service = Service::Afc;
     std::string request{};    ///< name as in the log; empty: each request of the service
@@ -57,10 +56,8 @@ struct Fault {
     std::string error{}; ///< the lockdown error name
 };
 
-/**
- * Reads a fault's text form: SERVICE[/REQUEST][#N[+]]=ACTION, with "+" for "and all later ones".
- * Throws std::invalid_argument with a message for a person.
- */
+/// Reads a fault's text form: SERVICE[/REQUEST][#N[+]]=ACTION, with "+" for "and all later ones".
+/// Throws std::invalid_argument with a message for a person.
 Fault parseFault(std::string_view text);
 
 class Faults {
@@ -72,35 +69,31 @@ public:
 
     void add(Fault fault);
 
-    /** The n-th file-service request from now on of that name (as in the log) gets this status. */
+    /// The n-th file-service request from now on of that name (as in the log) gets this status.
     void failAfc(std::string request, uint64_t status, uint32_t nth = 1);
 
-    /** The n-th lockdown request from now on of that name gets this error. */
+    /// The n-th lockdown request from now on of that name gets this error.
     void failLockdown(std::string request, std::string error, uint32_t nth = 1);
 
-    /**
-     * Closes the connection on which the service has received this many bytes from now on, all its
-     * connections counted together, in the middle of whatever travels just then. Once. A request
-     * that is complete by then is carried out and not answered.
-     */
+    /// Closes the connection on which the service has received this many bytes from now on, all its
+    /// connections counted together, in the middle of whatever travels just then. Once. A request
+    /// that is complete by then is carried out and not answered.
     void dropAfterReceiving(Service service, uint64_t bytes);
 
-    /** The same for bytes that the service sends. */
+    /// The same for bytes that the service sends.
     void dropAfterSending(Service service, uint64_t bytes);
 
-    /**
-     * The phone stops talking: requests are still taken and carried out, one a connection, but no
-     * answer leaves until endSilence. The bus goes on answering.
-     */
+    /// The phone stops talking: requests are still taken and carried out, one a connection, but no
+    /// answer leaves until endSilence. The bus goes on answering.
     void goSilent();
     void endSilence();
 
-    /** Takes back everything above; connections that a fault has silenced stay so. */
+    /// Takes back everything above; connections that a fault has silenced stay so.
     void clear();
 
     // For the services.
 
-    /** Counts a request; returns the fault that it meets, if any. */
+    /// Counts a request; returns the fault that it meets, if any.
     std::optional<Fault> meet(Service service, std::string_view request);
 
     struct Allowance {
@@ -113,7 +106,7 @@ public:
 
     bool isSilent() const { return isSilent_; }
 
-    /** A descriptor that is readable while the phone is not silent. */
+    /// A descriptor that is readable while the phone is not silent.
     int talkingDescriptor() const { return talking_; }
 
 private:
@@ -135,5 +128,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

@@ -1,6 +1,5 @@
-/** A length, big-endian, and a property list: how lockdown and the notification proxy talk. */
-#ifndef VIRTUALPHONE_FRAMEDLIST_H
-#define VIRTUALPHONE_FRAMEDLIST_H
+/// A length, big-endian, and a property list: how lockdown and the notification proxy talk.
+#pragma once
 
 #include "virtualphone/Channel.h"
 #include "virtualphone/Packet.h"
@@ -10,17 +9,13 @@
 
 namespace virtualphone {
 
-/**
- * Longest list that is read. Requests are a few hundred bytes, pair records about 10,000; the limit
- * also bounds how deep lists can be nested.
- */
+/// Longest list that is read. Requests are a few hundred bytes, pair records about 10,000; the limit
+/// also bounds how deep lists can be nested.
 inline constexpr size_t kLongestList = size_t{64} * 1024;
 
-/** The next dictionary; null when the connection has ended or brings something else. */
+/// The next dictionary; null when the connection has ended or brings something else.
 Plist receiveDictionary(Channel& channel);
 
 Packet framed(const Plist& list, bool asBinary);
 
 } // namespace virtualphone
-
-#endif

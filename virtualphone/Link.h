@@ -1,6 +1,5 @@
-/** The cable's speed, shared by all connections of a phone. */
-#ifndef VIRTUALPHONE_LINK_H
-#define VIRTUALPHONE_LINK_H
+/// The cable's speed, shared by all connections of a phone.
+#pragma once
 
 #include "virtualphone/Channel.h"
 
@@ -13,13 +12,13 @@ namespace virtualphone {
 
 class Link {
 public:
-    /** 0 is as fast as it goes. */
+    /// 0 is as fast as it goes.
     explicit Link(uint64_t bytesPerSecond) : bytesPerSecond_(bytesPerSecond) {}
 
-    /** Waits until these bytes have travelled; false when the connection ended meanwhile. */
+    /// Waits until these bytes have travelled; false when the connection ended meanwhile.
     bool carry(Channel& channel, size_t bytes);
 
-    /** The most to carry at once, so that progress is seen about every 20 ms. */
+    /// The most to carry at once, so that progress is seen about every 20 ms.
     size_t pieceSize(size_t wanted) const;
 
 private:
@@ -29,5 +28,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

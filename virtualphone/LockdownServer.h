@@ -1,6 +1,5 @@
-/** Lockdown on one connection: values, pairing, sessions, services. */
-#ifndef VIRTUALPHONE_LOCKDOWNSERVER_H
-#define VIRTUALPHONE_LOCKDOWNSERVER_H
+/// Lockdown on one connection: values, pairing, sessions, services.
+#pragma once
 
 #include "virtualphone/PropertyList.h"
 #include "virtualphone/Responder.h"
@@ -13,18 +12,18 @@ class LockdownServer {
 public:
     explicit LockdownServer(const Client& client);
 
-    /** Serves until the connection ends. */
+    /// Serves until the connection ends.
     void run();
 
 private:
-    /** A request, its answer as far as it stands, and its line in the log. */
+    /// A request, its answer as far as it stands, and its line in the log.
     struct Exchange {
         const Plist& request;
         Plist reply;
         LogEntry entry;
     };
 
-    /** Returns the error's name, or an empty string for success. */
+    /// Returns the error's name, or an empty string for success.
     using Handler = std::string (LockdownServer::*)(Exchange& exchange);
 
     static Handler handlerOf(const std::string& request);
@@ -61,5 +60,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

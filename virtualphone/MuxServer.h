@@ -1,6 +1,5 @@
-/** One conversation on the mux socket: questions, a listener, or a tunnel to a phone's service. */
-#ifndef VIRTUALPHONE_MUXSERVER_H
-#define VIRTUALPHONE_MUXSERVER_H
+/// One conversation on the mux socket: questions, a listener, or a tunnel to a phone's service.
+#pragma once
 
 #include "virtualphone/DeviceTable.h"
 #include "virtualphone/PairRecords.h"
@@ -13,13 +12,13 @@
 
 namespace virtualphone {
 
-/** What the conversations of a bus share. */
+/// What the conversations of a bus share.
 struct BusParts {
     DeviceTable& devices;
     PairRecords& records;
     RequestLog& log;
     Faults& faults;
-    /** Has a phone pulled out, soon and by another thread. */
+    /// Has a phone pulled out, soon and by another thread.
     std::function<void(uint32_t id)> pullOut;
 };
 
@@ -29,7 +28,7 @@ public:
     MuxServer(const MuxServer&) = delete;
     MuxServer& operator=(const MuxServer&) = delete;
 
-    /** Serves until the connection ends. */
+    /// Serves until the connection ends.
     void run();
 
 private:
@@ -39,14 +38,14 @@ private:
         Plist body; ///< null when it is no dictionary in a property list message
     };
 
-    /** A request, its answer as far as it stands, and its line in the log. */
+    /// A request, its answer as far as it stands, and its line in the log.
     struct Exchange {
         const Message& message;
         Plist reply;
         LogEntry entry;
     };
 
-    /** Returns the answer's Result number; an answer that is filled in goes out instead. */
+    /// Returns the answer's Result number; an answer that is filled in goes out instead.
     using Handler = uint32_t (MuxServer::*)(Exchange& exchange);
 
     static Handler handlerOf(const std::string& request);
@@ -86,5 +85,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

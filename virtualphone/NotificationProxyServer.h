@@ -1,6 +1,5 @@
-/** The notification proxy on one connection. */
-#ifndef VIRTUALPHONE_NOTIFICATIONPROXYSERVER_H
-#define VIRTUALPHONE_NOTIFICATIONPROXYSERVER_H
+/// The notification proxy on one connection.
+#pragma once
 
 #include "virtualphone/PropertyList.h"
 #include "virtualphone/Responder.h"
@@ -16,7 +15,7 @@ public:
     NotificationProxyServer(const NotificationProxyServer&) = delete;
     NotificationProxyServer& operator=(const NotificationProxyServer&) = delete;
 
-    /** Serves until the connection ends. */
+    /// Serves until the connection ends.
     void run();
 
 private:
@@ -30,5 +29,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

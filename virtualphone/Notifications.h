@@ -1,6 +1,5 @@
-/** Notifications posted on a phone, and the connections that observe them. */
-#ifndef VIRTUALPHONE_NOTIFICATIONS_H
-#define VIRTUALPHONE_NOTIFICATIONS_H
+/// Notifications posted on a phone, and the connections that observe them.
+#pragma once
 
 #include <functional>
 #include <map>
@@ -12,13 +11,13 @@ namespace virtualphone {
 
 class Notifications {
 public:
-    /** Called with the name, on the posting thread, with no other call at the same time. */
+    /// Called with the name, on the posting thread, with no other call at the same time.
     using Relay = std::function<void(const std::string& name)>;
 
-    /** The key stands for the observer; observing a name twice is observing it once. */
+    /// The key stands for the observer; observing a name twice is observing it once.
     void observe(const void* observer, const std::string& name, Relay relay);
 
-    /** No call comes any more after this. */
+    /// No call comes any more after this.
     void forget(const void* observer);
 
     void post(const std::string& name);
@@ -34,5 +33,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

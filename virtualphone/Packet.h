@@ -1,6 +1,5 @@
-/** The bytes of one answer, header first, so that they leave with one call. */
-#ifndef VIRTUALPHONE_PACKET_H
-#define VIRTUALPHONE_PACKET_H
+/// The bytes of one answer, header first, so that they leave with one call.
+#pragma once
 
 #include <memory>
 #include <new>
@@ -9,7 +8,7 @@
 
 namespace virtualphone {
 
-/** Leaves new bytes unset: a packet about to be filled from a file is not zeroed first. */
+/// Leaves new bytes unset: a packet about to be filled from a file is not zeroed first.
 template <typename T>
 struct UnsetAllocator : std::allocator<T> {
     template <typename U>
@@ -31,5 +30,3 @@ struct UnsetAllocator : std::allocator<T> {
 using Packet = std::vector<char, UnsetAllocator<char>>;
 
 } // namespace virtualphone
-
-#endif

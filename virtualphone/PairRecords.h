@@ -1,6 +1,5 @@
-/** The host's pair records, kept by the mux under the phones' UDIDs. */
-#ifndef VIRTUALPHONE_PAIRRECORDS_H
-#define VIRTUALPHONE_PAIRRECORDS_H
+/// The host's pair records, kept by the mux under the phones' UDIDs.
+#pragma once
 
 #include "virtualphone/PropertyList.h"
 #include "virtualphone/SessionKeys.h"
@@ -14,11 +13,11 @@ namespace virtualphone {
 
 class PairRecords {
 public:
-    /** Contents of the property list that was saved. */
+    /// Contents of the property list that was saved.
     std::optional<std::string> read(const std::string& udid) const;
     void save(const std::string& udid, const std::string& contents);
 
-    /** False when there is none. */
+    /// False when there is none.
     bool remove(const std::string& udid);
 
 private:
@@ -26,23 +25,21 @@ private:
     std::map<std::string, std::string> records_;
 };
 
-/** Identity of this host's mux. */
+/// Identity of this host's mux.
 const std::string& hostSystemBuid();
 
-/** HostID in the records that are made here. */
+/// HostID in the records that are made here.
 const std::string& hostHostId();
 
-/** A record for a phone with these keys. Without, for sessions in clear, its certificates and keys
- *  are PEM in form only. */
+/// A record for a phone with these keys. Without, for sessions in clear, its certificates and keys
+/// are PEM in form only.
 std::string newPairRecord(const SessionKeys* keys);
 
-/** The HostID of a record, or an empty string when it is no record. */
+/// The HostID of a record, or an empty string when it is no record.
 std::string hostIdOf(const std::string& contents);
 
-/** The host's certificates in a record, or in what a host shows of one. */
+/// The host's certificates in a record, or in what a host shows of one.
 HostCertificates certificatesIn(plist_t record);
 HostCertificates certificatesOf(const std::string& contents);
 
 } // namespace virtualphone
-
-#endif

@@ -1,6 +1,5 @@
-/** What a phone is like. The defaults make a healthy phone of early firmware. */
-#ifndef VIRTUALPHONE_PHONEOPTIONS_H
-#define VIRTUALPHONE_PHONEOPTIONS_H
+/// What a phone is like. The defaults make a healthy phone of early firmware.
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -17,81 +16,72 @@ enum class SessionKind {
 };
 
 struct PhoneOptions {
-    /** The media partition: made when it is not there, with the folders a fresh phone has. */
+    /// The media partition: made when it is not there, with the folders a fresh phone has.
     std::filesystem::path root{};
 
-    /**
-     * "ProductVersion". Also decides what came with later firmware: modification times in file
-     * information and setting them (3.1), lockdown answers without "Result" (5.0), removing a
-     * folder with its contents (6.0).
-     */
+    /// "ProductVersion". Also decides what came with later firmware: modification times in file
+    /// information and setting them (3.1), lockdown answers without "Result" (5.0), removing a
+    /// folder with its contents (6.0).
     std::string firmware = "1.1.1";
 
-    /** "DeviceName". */
+    /// "DeviceName".
     std::string name = "Virtual Phone";
 
-    /** "DeviceClass": "iPhone" or "iPod". */
+    /// "DeviceClass": "iPhone" or "iPod".
     std::string deviceClass = "iPhone";
 
-    /** "UniqueDeviceID", 40 hex digits. Empty: derived from the folder, the same on every run. */
+    /// "UniqueDeviceID", 40 hex digits. Empty: derived from the folder, the same on every run.
     std::string udid{};
 
-    /**
-     * Free space at the start, enforced: a write that needs more stores what fits and is answered
-     * with status 18. Not set: the free space of the file system under the folder.
-     */
+    /// Free space at the start, enforced: a write that needs more stores what fits and is answered
+    /// with status 18. Not set: the free space of the file system under the folder.
     std::optional<uint64_t> freeBytes{};
 
-    /** Size of the partition. Not set: the file system's, and never less than freeBytes. */
+    /// Size of the partition. Not set: the file system's, and never less than freeBytes.
     std::optional<uint64_t> totalBytes{};
 
-    /** Speed at which file contents travel, all connections together; 0 is as fast as it goes. */
+    /// Speed at which file contents travel, all connections together; 0 is as fast as it goes.
     uint64_t linkBytesPerSecond = 0;
 
-    /** How long the phone thinks before each answer; a day at most. */
+    /// How long the phone thinks before each answer; a day at most.
     std::chrono::microseconds replyLatency{0};
 
-    /** A host's pair record exists and the phone trusts it; otherwise neither. */
+    /// A host's pair record exists and the phone trusts it; otherwise neither.
     bool paired = true;
 
-    /** The host must have been validated on a connection before it may start a session there. */
+    /// The host must have been validated on a connection before it may start a session there.
     bool sessionNeedsValidation = true;
 
-    /** How lockdown sessions travel. Encrypted ones take a client with the keys of its pair record.
-     */
+    /// How lockdown sessions travel. Encrypted ones take a client with the keys of its pair record.
     SessionKind session = SessionKind::Clear;
 
-    /** Services are encrypted as sessions are, as on later firmware. */
+    /// Services are encrypted as sessions are, as on later firmware.
     bool secureServices = false;
 
-    /** The phone's certificate is not valid any more. */
+    /// The phone's certificate is not valid any more.
     bool expiredCertificate = false;
 
-    /** Locked with a passcode: pairing is refused with "PasswordProtected". */
+    /// Locked with a passcode: pairing is refused with "PasswordProtected".
     bool passwordProtected = false;
 
-    /** A lockdown connection without a request for this long, a day at most, is closed; 0 never. */
+    /// A lockdown connection without a request for this long, a day at most, is closed; 0 never.
     std::chrono::milliseconds lockdownIdleTimeout{10'000};
 
-    /** Lockdown answers and notifications as binary instead of XML property lists. */
+    /// Lockdown answers and notifications as binary instead of XML property lists.
     bool binaryReplies = false;
 
-    /** Making a directory makes its missing parents, as on later firmware; otherwise status 8. */
+    /// Making a directory makes its missing parents, as on later firmware; otherwise status 8.
     bool makeDirectoryMakesParents = false;
 
-    /** Making a directory that exists is a success, as on later firmware; otherwise status 16. */
+    /// Making a directory that exists is a success, as on later firmware; otherwise status 16.
     bool makeDirectoryAcceptsExisting = false;
 
-    /**
-     * A read that asks for more than this is answered with wrong bytes, as early firmware did above
-     * 65536; 0 is no limit.
-     */
+    /// A read that asks for more than this is answered with wrong bytes, as early firmware did above
+    /// 65536; 0 is no limit.
     uint64_t soundReadBytes = 0;
 
-    /** A closed file's handle number is given out again; otherwise numbers only go up. */
+    /// A closed file's handle number is given out again; otherwise numbers only go up.
     bool reuseFileHandles = false;
 };
 
 } // namespace virtualphone
-
-#endif

@@ -1,6 +1,5 @@
-/** What the services of a phone share, and what outlives their connections. */
-#ifndef VIRTUALPHONE_PHONESTATE_H
-#define VIRTUALPHONE_PHONESTATE_H
+/// What the services of a phone share, and what outlives their connections.
+#pragma once
 
 #include "virtualphone/DeviceValues.h"
 #include "virtualphone/Faults.h"
@@ -24,13 +23,13 @@ namespace virtualphone {
 inline constexpr uint16_t kLockdownPort = 62078;
 inline constexpr const char* kSyncLockPath = "/com.apple.itunes.lock_sync";
 
-/** Ports that services were started on; each is good for one connection. */
+/// Ports that services were started on; each is good for one connection.
 class ServicePorts {
 public:
-    /** A port nobody waits on yet, or none when there are none left. */
+    /// A port nobody waits on yet, or none when there are none left.
     std::optional<uint16_t> open(Service service);
 
-    /** The service that waits on a port, which is used up by this. */
+    /// The service that waits on a port, which is used up by this.
     std::optional<Service> take(uint16_t port);
 
     void closeAll();
@@ -41,13 +40,13 @@ private:
     uint16_t next_ = 0;
 };
 
-/** The hosts that a phone trusts, by their HostID. */
+/// The hosts that a phone trusts, by their HostID.
 class TrustedHosts {
 public:
     bool contains(const std::string& hostId) const;
     void add(const std::string& hostId, HostCertificates certificates);
 
-    /** Of one host, or of all when no HostID is given. */
+    /// Of one host, or of all when no HostID is given.
     std::vector<HostCertificates> certificates(const std::string& hostId = {}) const;
     void remove(const std::string& hostId);
     void clear();
@@ -59,7 +58,7 @@ private:
 
 class PhoneState {
 public:
-    /** The options are complete and checked, the folder exists. */
+    /// The options are complete and checked, the folder exists.
     explicit PhoneState(PhoneOptions complete);
 
     const PhoneOptions options;
@@ -77,10 +76,10 @@ public:
     bool holdSyncLock();
     void releaseSyncLock();
 
-    /** True once: at the first plugging-in, when a paired phone comes to trust its host. */
+    /// True once: at the first plugging-in, when a paired phone comes to trust its host.
     bool isFirstPlugging();
 
-    /** A new session's name. */
+    /// A new session's name.
     std::string newSessionId();
 
 private:
@@ -91,5 +90,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

@@ -1,6 +1,5 @@
-/** Property lists on the wire, with their owner. */
-#ifndef VIRTUALPHONE_PROPERTYLIST_H
-#define VIRTUALPHONE_PROPERTYLIST_H
+/// Property lists on the wire, with their owner.
+#pragma once
 
 #include <plist/plist.h>
 
@@ -25,15 +24,15 @@ Plist newInteger(uint64_t number);
 Plist newBoolean(bool value);
 Plist newData(const std::string& bytes);
 
-/** Puts a value into a dictionary, which owns it from then on. */
+/// Puts a value into a dictionary, which owns it from then on.
 void setItem(const Plist& dictionary, const std::string& key, Plist value);
 void setItem(const Plist& dictionary, const std::string& key, const std::string& text);
 void appendItem(const Plist& array, Plist value);
 
-/** The value, lent by the dictionary; null when it is missing. */
+/// The value, lent by the dictionary; null when it is missing.
 plist_t itemOf(const Plist& dictionary, const std::string& key);
 
-/** Checked reading: none when the value is missing or of another type. */
+/// Checked reading: none when the value is missing or of another type.
 std::optional<std::string> stringOf(plist_t node);
 std::optional<uint64_t> integerOf(plist_t node);
 std::optional<std::string> dataOf(plist_t node);
@@ -42,9 +41,7 @@ bool isDictionary(plist_t node);
 std::string toXml(const Plist& list);
 std::string toBinary(const Plist& list);
 
-/** Reads XML or binary; null when it is neither. */
+/// Reads XML or binary; null when it is neither.
 Plist fromBytes(std::span<const char> bytes);
 
 } // namespace virtualphone
-
-#endif

@@ -1,21 +1,18 @@
-/** Answers spoiled on purpose, after they were encoded as they should be. */
-#ifndef VIRTUALPHONE_REPLYFAULTS_H
-#define VIRTUALPHONE_REPLYFAULTS_H
+/// Answers spoiled on purpose, after they were encoded as they should be.
+#pragma once
 
 #include "virtualphone/Faults.h"
 #include "virtualphone/Packet.h"
 
 namespace virtualphone {
 
-/** Changes a file service packet as the action says; other actions leave it. */
+/// Changes a file service packet as the action says; other actions leave it.
 void spoilAfc(Packet& packet, FaultAction action);
 
-/** The same for a length and a property list (lockdown, notification proxy). */
+/// The same for a length and a property list (lockdown, notification proxy).
 void spoilFramed(Packet& packet, FaultAction action);
 
-/** The same for a message of the mux. */
+/// The same for a message of the mux.
 void spoilMux(Packet& packet, FaultAction action);
 
 } // namespace virtualphone
-
-#endif

@@ -1,6 +1,5 @@
-/** The requests that reached a bus and its phones, in the order in which they were dealt with. */
-#ifndef VIRTUALPHONE_REQUESTLOG_H
-#define VIRTUALPHONE_REQUESTLOG_H
+/// The requests that reached a bus and its phones, in the order in which they were dealt with.
+#pragma once
 
 #include <chrono>
 #include <condition_variable>
@@ -18,10 +17,8 @@
 
 namespace virtualphone {
 
-/**
- * One request. Fields that a request does not have are empty; in a line of the log file they are
- * left out, and the others bear the names they have here.
- */
+/// One request. Fields that a request does not have are empty; in a line of the log file they are
+/// left out, and the others bear the names they have here.
 struct LogEntry {
     uint64_t number = 0;               ///< counts up from 1, never starts again
     std::chrono::microseconds time{0}; ///< since the log began; in the file "time", in seconds
@@ -45,41 +42,37 @@ struct LogEntry {
     std::string fault; ///< what a fault did to it: "status", "drop", ... ; "interrupted"
                        ///< when the connection ended within the request
 
-    /** The line that stands in the log file: one JSON object, without the newline. */
+    /// The line that stands in the log file: one JSON object, without the newline.
     std::string toJson() const;
 };
 
-/**
- * A request is in the log before its answer is on its way, so that a client that has the answer
- * finds the entry.
- */
+/// A request is in the log before its answer is on its way, so that a client that has the answer
+/// finds the entry.
 class RequestLog {
 public:
     RequestLog();
 
-    /** Writes entries from now on to a file too, which is created or emptied. */
+    /// Writes entries from now on to a file too, which is created or emptied.
     void writeTo(const std::filesystem::path& file);
 
-    /** Keeps at most this many entries in memory, the latest; without this call all of them. */
+    /// Keeps at most this many entries in memory, the latest; without this call all of them.
     void keepAtMost(size_t count);
 
-    /** Adds an entry; number and time are filled in. */
+    /// Adds an entry; number and time are filled in.
     void add(LogEntry entry);
 
-    /** A copy of the entries since the start or the last clear. */
+    /// A copy of the entries since the start or the last clear.
     std::vector<LogEntry> entries() const;
 
-    /** A copy of those that fit. */
+    /// A copy of those that fit.
     std::vector<LogEntry> entries(const std::function<bool(const LogEntry&)>& fits) const;
 
-    /** Forgets the entries in memory; the file keeps them. */
+    /// Forgets the entries in memory; the file keeps them.
     void clear();
 
-    /**
-     * Waits for an entry that fits; one that is there already counts.
-     *
-     * @return the first entry that fits, or none when the time is over.
-     */
+    /// Waits for an entry that fits; one that is there already counts.
+    ///
+    /// @return the first entry that fits, or none when the time is over.
     std::optional<LogEntry>
     waitFor(const std::function<bool(const LogEntry&)>& fits,
             std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
@@ -95,5 +88,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

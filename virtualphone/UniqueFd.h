@@ -1,6 +1,5 @@
-/** A descriptor that is closed with its holder. */
-#ifndef VIRTUALPHONE_UNIQUEFD_H
-#define VIRTUALPHONE_UNIQUEFD_H
+/// A descriptor that is closed with its holder.
+#pragma once
 
 #include <unistd.h>
 
@@ -41,5 +40,3 @@ private:
 };
 
 } // namespace virtualphone
-
-#endif

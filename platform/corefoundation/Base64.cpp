@@ -9,7 +9,7 @@ constexpr std::string_view kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char kPadding = '=';
 
-/** What each byte stands for: 0 to 63, or one of these. */
+/// What each byte stands for: 0 to 63, or one of these.
 enum : int8_t { kIgnored = -1, kSpace = -2, kPad = -3 };
 
 constexpr std::array<int8_t, 256> makeValues() {

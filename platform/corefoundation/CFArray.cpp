@@ -117,7 +117,7 @@ __CFArray* asMutable(__CFArray* array) {
     return array;
 }
 
-/** Moves the values from index from on to index to. */
+/// Moves the values from index from on to index to.
 void moveTail(__CFArray& array, CFIndex from, CFIndex to) {
     std::memmove(array.values + to, array.values + from,
                  static_cast<size_t>(array.count - from) * sizeof(void*));

@@ -27,7 +27,7 @@ CFStringRef copyNullDescription(CFTypeRef) {
 constexpr ClassTable kAllocatorClass{"CFAllocator", nullptr, nullptr, nullptr, nullptr};
 constexpr ClassTable kNullClass{"CFNull", nullptr, nullptr, nullptr, copyNullDescription};
 
-/** By TypeID. */
+/// By TypeID.
 const ClassTable* const kClasses[kTypeCount] = {
     nullptr,
     &kAllocatorClass,

@@ -48,7 +48,7 @@ CFRef<CFURLRef> folderURL(const std::string& path) {
         true));
 }
 
-/** The file that holds the code; empty when that cannot be told. */
+/// The file that holds the code; empty when that cannot be told.
 fs::path fileOfCode(const void* code) {
     Dl_info info{};
     std::error_code failure;
@@ -58,7 +58,7 @@ fs::path fileOfCode(const void* code) {
     return fs::canonical(info.dli_fname, failure);
 }
 
-/** "Name" of libName.so, libName.so.1 and Name. */
+/// "Name" of libName.so, libName.so.1 and Name.
 std::string bareName(const fs::path& file) {
     std::string name = file.filename().string();
     if (const size_t suffix = name.find(".so"); suffix != std::string::npos && suffix > 0) {

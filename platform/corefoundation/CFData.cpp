@@ -7,8 +7,8 @@
 #include <cstring>
 #include <functional>
 
-/** The bytes follow the record in the same allocation, or stand in one of their own, or are the
- *  caller's. */
+/// The bytes follow the record in the same allocation, or stand in one of their own, or are the
+/// caller's.
 struct __CFData {
     CFObjectHeader header;
     CFIndex length;

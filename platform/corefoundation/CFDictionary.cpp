@@ -18,18 +18,16 @@ const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {
 using KeyCallBacks = krl::cf::CallBacks<CFDictionaryKeyCallBacks>;
 using ValueCallBacks = krl::cf::CallBacks<CFDictionaryValueCallBacks>;
 
-/** One pair, or the hole that a removed one has left. */
+/// One pair, or the hole that a removed one has left.
 struct DictionaryEntry {
     const void* key;
     const void* value;
     CFHashCode hash;
 };
 
-/**
- * The entries stand in one row, in the order in which they were added; a removed one leaves a hole
- * until the next compaction. Above a handful of entries, slots lead from hashes to entries: open
- * addressing, probed linearly, slotCount a power of two.
- */
+/// The entries stand in one row, in the order in which they were added; a removed one leaves a hole
+/// until the next compaction. Above a handful of entries, slots lead from hashes to entries: open
+/// addressing, probed linearly, slotCount a power of two.
 struct __CFDictionary {
     CFObjectHeader header;
     CFIndex count;     ///< pairs
@@ -45,12 +43,12 @@ struct __CFDictionary {
 namespace krl::cf {
 namespace {
 
-/** The key of a hole. */
+/// The key of a hole.
 const char kHole = 0;
 
 constexpr uint32_t kFreeSlot = UINT32_MAX;
 constexpr uint32_t kNoEntry = UINT32_MAX;
-/** Up to here looking at every entry is quicker than hashing into slots. */
+/// Up to here looking at every entry is quicker than hashing into slots.
 constexpr uint32_t kLargestWithoutSlots = 8;
 
 __CFDictionary& dictionaryOf(CFTypeRef object) {
@@ -65,7 +63,7 @@ std::span<DictionaryEntry> entriesOf(const __CFDictionary& dictionary) {
     return {dictionary.entries, dictionary.used};
 }
 
-/** Where the search for a hash begins. The low bits of many hashes are alike, so all bits count. */
+/// Where the search for a hash begins. The low bits of many hashes are alike, so all bits count.
 uint32_t firstSlot(const __CFDictionary& dictionary, CFHashCode hash) {
     constexpr CFHashCode kGoldenRatio = 0x9E3779B97F4A7C15;
     return static_cast<uint32_t>((hash * kGoldenRatio) >> 32) & (dictionary.slotCount - 1);
@@ -115,7 +113,7 @@ void enterSlot(__CFDictionary& dictionary, uint32_t index) {
     dictionary.slots[slot] = index;
 }
 
-/** Makes slots for twice as many entries as there is room for, and enters all. */
+/// Makes slots for twice as many entries as there is room for, and enters all.
 void rebuildSlots(__CFDictionary& dictionary) {
     std::free(dictionary.slots);
     dictionary.slots = nullptr;
@@ -137,7 +135,7 @@ void compact(__CFDictionary& dictionary) {
     dictionary.used = static_cast<uint32_t>(end - entries.begin());
 }
 
-/** Makes room for capacity entries, without holes. */
+/// Makes room for capacity entries, without holes.
 void resize(__CFDictionary& dictionary, uint32_t capacity) {
     compact(dictionary);
     dictionary.capacity = capacity;
@@ -155,7 +153,7 @@ void reserveEntry(__CFDictionary& dictionary) {
     resize(dictionary, grows ? dictionary.capacity * 2 : dictionary.capacity);
 }
 
-/** Adds an entry at the end, where there must be room. */
+/// Adds an entry at the end, where there must be room.
 void appendEntry(__CFDictionary& dictionary, const void* key, const void* value, CFHashCode hash) {
     dictionary.entries[dictionary.used] = {dictionary.keyCallBacks.retain(key),
                                            dictionary.valueCallBacks.retain(value), hash};

@@ -12,12 +12,12 @@
 namespace krl::cf {
 namespace {
 
-/** An observer whose run loop does not run misses what comes beyond this many. */
+/// An observer whose run loop does not run misses what comes beyond this many.
 constexpr size_t kMostPending = 4096;
 
 using SharedNotification = std::shared_ptr<const DistributedNotification>;
 
-/** An observer, with what has arrived for it and waits for its run loop. */
+/// An observer, with what has arrived for it and waits for its run loop.
 class Registration {
 public:
     Registration(const DistributedObserver& added, std::optional<std::string> name,
@@ -25,7 +25,7 @@ public:
         : observer_(added.observer), callBack_(added.callBack), name_(std::move(name)),
           object_(std::move(object)) {}
 
-    /** Has the run loop of this thread call back. */
+    /// Has the run loop of this thread call back.
     static void schedule(const std::shared_ptr<Registration>& registration) {
         CFRunLoopSourceContext context{};
         context.info = new std::shared_ptr<Registration>(registration);
@@ -60,7 +60,7 @@ public:
         CFRunLoopSourceSignal(source_.get());
     }
 
-    /** Nothing is called back any more. */
+    /// Nothing is called back any more.
     void end() {
         isEnded_ = true;
         CFRunLoopSourceInvalidate(source_.get());
@@ -116,7 +116,7 @@ struct Center {
     DistributedBus bus{deliver};
 };
 
-/** Never ends: observers may be left when the process does. */
+/// Never ends: observers may be left when the process does.
 Center& center() {
     static Center* const theCenter = new Center;
     return *theCenter;
@@ -132,7 +132,7 @@ void deliver(const DistributedNotification& notification) {
     }
 }
 
-/** What a name has to be; nothing: any. A text that cannot travel gives one that no name is. */
+/// What a name has to be; nothing: any. A text that cannot travel gives one that no name is.
 std::optional<std::string> filterOf(CFStringRef string) {
     if (string == nullptr) {
         return {};
@@ -140,7 +140,7 @@ std::optional<std::string> filterOf(CFStringRef string) {
     return travellingText(string).value_or(std::string(1, '\0'));
 }
 
-/** The same for an object. An empty one is none. */
+/// The same for an object. An empty one is none.
 std::optional<std::string> objectFilterOf(CFStringRef object) {
     const bool isNone = object == nullptr || CFStringGetLength(object) == 0;
     return filterOf(isNone ? nullptr : object);

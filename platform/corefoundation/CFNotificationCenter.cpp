@@ -10,8 +10,8 @@
 #include <mutex>
 #include <vector>
 
-/** One call of CFNotificationCenterAddObserver. A notification that is being delivered shares it,
- * and looks whether it was removed in the meantime. */
+/// One call of CFNotificationCenterAddObserver. A notification that is being delivered shares it,
+/// and looks whether it was removed in the meantime.
 struct Registration {
     const void* observer;
     CFNotificationCallback callBack;

@@ -57,7 +57,7 @@ double asDouble(const __CFNumber& number) {
                            : static_cast<double>(number.value.integer);
 }
 
-/** Holds every 64-bit integer and every double exactly. */
+/// Holds every 64-bit integer and every double exactly.
 long double exactValue(const __CFNumber& number) {
     static_assert(std::numeric_limits<long double>::digits >= 64);
     if (isReal(number)) {
@@ -67,7 +67,7 @@ long double exactValue(const __CFNumber& number) {
                            : static_cast<long double>(number.value.integer);
 }
 
-/** Where a number belongs before its value counts: negative, not a number, zero or positive. */
+/// Where a number belongs before its value counts: negative, not a number, zero or positive.
 int rank(long double value) {
     if (std::isnan(value)) {
         return 1;
@@ -92,7 +92,7 @@ bool equalNumbers(CFTypeRef left, CFTypeRef right) {
            kCFCompareEqualTo;
 }
 
-/** Of numbers of equal value alike, whatever their type; the sign does not count. */
+/// Of numbers of equal value alike, whatever their type; the sign does not count.
 CFHashCode hashDouble(double value) {
     constexpr double kTwoTo64 = 18446744073709551616.0;
     const double magnitude = std::fabs(value);
@@ -129,7 +129,7 @@ CFStringRef copyNumberDescription(CFTypeRef object) {
                                           static_cast<long long>(number.value.integer));
 }
 
-/** The fixed size that a type of C has here, or 0 when the type is unknown. */
+/// The fixed size that a type of C has here, or 0 when the type is unknown.
 CFNumberType fixedType(CFNumberType type) {
     switch (type) {
     case kCFNumberCharType:
@@ -152,7 +152,7 @@ CFNumberType fixedType(CFNumberType type) {
     }
 }
 
-/** Calls the function with a value of the fixed type's C++ type. */
+/// Calls the function with a value of the fixed type's C++ type.
 template <typename Function>
 auto withValueOf(CFNumberType type, Function function) {
     switch (type) {

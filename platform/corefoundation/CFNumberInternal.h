@@ -1,6 +1,5 @@
-/** What property lists need of numbers. Internal. */
-#ifndef COREFOUNDATION_CFNUMBERINTERNAL_H
-#define COREFOUNDATION_CFNUMBERINTERNAL_H
+/// What property lists need of numbers. Internal.
+#pragma once
 
 #include "CFRuntime.h"
 
@@ -8,12 +7,10 @@
 
 namespace krl::cf {
 
-/** A 64-bit number that may lie beyond the signed range. */
+/// A 64-bit number that may lie beyond the signed range.
 CFNumberRef createUnsignedNumber(uint64_t value);
 
-/** Whether a number lies beyond the signed range; its low 64 bits are then the unsigned value. */
+/// Whether a number lies beyond the signed range; its low 64 bits are then the unsigned value.
 bool isBeyondSigned(CFNumberRef number);
 
 } // namespace krl::cf
-
-#endif

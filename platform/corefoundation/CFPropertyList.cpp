@@ -8,7 +8,7 @@
 namespace krl::cf {
 namespace {
 
-/** The tree that a document holds, or null with the reason in error. */
+/// The tree that a document holds, or null with the reason in error.
 CFRef<CFTypeRef> readDocument(std::string_view bytes, CFOptionFlags mutability,
                               std::string& error) {
     const auto document = convertToUtf8(bytes);

@@ -23,7 +23,7 @@
 using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
 
-/** A caller's context, with its info retained while anybody still uses it. */
+/// A caller's context, with its info retained while anybody still uses it.
 template <typename Context>
 class KeptContext {
 public:
@@ -69,7 +69,7 @@ struct __CFRunLoopTimer {
     bool isFiring = false;
 };
 
-/** A source or timer, and the mode that it was added for. */
+/// A source or timer, and the mode that it was added for.
 template <typename Item>
 struct Entry {
     krl::cf::CFRef<Item> item;
@@ -98,7 +98,7 @@ std::mutex loopsMutex;
 
 // ---------------------------------------------------------------------------- time
 
-/** The moment so many seconds from now, which may lie in the past. */
+/// The moment so many seconds from now, which may lie in the past.
 Moment momentIn(double seconds) {
     constexpr double kForever = 1e9;
     if (!(seconds < kForever)) {
@@ -178,7 +178,7 @@ bool contains(const std::vector<Entry<Item>>& entries, Item item) {
                        [&](const auto& entry) { return entry.item.get() == item; });
 }
 
-/** Moves all entries of an item to the end of another list. */
+/// Moves all entries of an item to the end of another list.
 template <typename Item>
 void moveEntries(std::vector<Entry<Item>>& from, Item item, std::vector<Entry<Item>>& to) {
     const auto first = std::stable_partition(
@@ -189,7 +189,7 @@ void moveEntries(std::vector<Entry<Item>>& from, Item item, std::vector<Entry<It
 
 // ---------------------------------------------------------------------------- sources
 
-/** The sources to handle now, by rising order. */
+/// The sources to handle now, by rising order.
 std::vector<CFRef<CFRunLoopSourceRef>> readySources(CFRunLoopRef loop, CFRunLoopMode mode) {
     std::vector<CFRef<CFRunLoopSourceRef>> ready;
     const std::lock_guard lock(loopsMutex);
@@ -204,7 +204,7 @@ std::vector<CFRef<CFRunLoopSourceRef>> readySources(CFRunLoopRef loop, CFRunLoop
     return ready;
 }
 
-/** Handles a source unless it was handled, removed or invalidated in the meantime. */
+/// Handles a source unless it was handled, removed or invalidated in the meantime.
 bool performSource(CFRunLoopRef loop, CFRunLoopSourceRef source) {
     std::shared_ptr<const SourceContext> context;
     {
@@ -252,7 +252,7 @@ std::vector<CFRef<CFRunLoopTimerRef>> dueTimers(CFRunLoopRef loop, CFRunLoopMode
     return due;
 }
 
-/** The first moment of a timer's beat that lies in the future. */
+/// The first moment of a timer's beat that lies in the future.
 Moment followingFireTime(const __CFRunLoopTimer& timer, Moment now) {
     const auto missed = (now - timer.fireTime) / timer.interval;
     return timer.fireTime + (missed + 1) * timer.interval;
@@ -302,7 +302,7 @@ void waitForWork(CFRunLoopRef loop, CFRunLoopMode mode, Moment deadline) {
     waitForWakeUp(loop, until);
 }
 
-/** Makes a host's descriptor tell what is left to do. */
+/// Makes a host's descriptor tell what is left to do.
 void updatePollDescriptor(CFRunLoopRef loop) {
     const std::lock_guard lock(loopsMutex);
     if (loop->pollDescriptor < 0) {
@@ -376,8 +376,8 @@ CFRunLoopRef createRunLoop() {
     return createObject<__CFRunLoop>(kRunLoopTypeID, 0, eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
 }
 
-/** Under which each thread but the first keeps its loop, which is released when the thread ends.
- *  Unlike a thread-local variable it also serves the destructors of those. */
+/// Under which each thread but the first keeps its loop, which is released when the thread ends.
+/// Unlike a thread-local variable it also serves the destructors of those.
 pthread_key_t threadsLoopKey() {
     static const pthread_key_t key = [] {
         pthread_key_t created{};

@@ -1,6 +1,5 @@
-/** How objects are made, counted and destroyed. Internal. */
-#ifndef COREFOUNDATION_CFRUNTIME_H
-#define COREFOUNDATION_CFRUNTIME_H
+/// How objects are made, counted and destroyed. Internal.
+#pragma once
 
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFString.h>
@@ -32,7 +31,7 @@ enum TypeID : uint16_t {
     kTypeCount
 };
 
-/** Bits of CFObjectHeader::flags; those from kFirstTypeFlag on belong to each type. */
+/// Bits of CFObjectHeader::flags; those from kFirstTypeFlag on belong to each type.
 constexpr uint16_t kImmortalFlag = 1;
 constexpr uint16_t kMutableFlag = 2;
 constexpr uint16_t kFirstTypeFlag = 4;
@@ -40,16 +39,16 @@ constexpr uint16_t kFirstTypeFlag = 4;
 static_assert(int{kStringTypeID} == int{kCFStringConstantTypeID});
 static_assert(kImmortalFlag == kCFStringConstantFlags);
 
-/** What the objects of one type have in common. */
+/// What the objects of one type have in common.
 struct ClassTable {
     const char* name;
-    /** Gives back what the object holds, but not its own memory; null: it holds nothing. */
+    /// Gives back what the object holds, but not its own memory; null: it holds nothing.
     void (*finalize)(CFTypeRef object);
-    /** Null: an object equals only itself. */
+    /// Null: an object equals only itself.
     bool (*equal)(CFTypeRef left, CFTypeRef right);
-    /** Null: the address. */
+    /// Null: the address.
     CFHashCode (*hash)(CFTypeRef object);
-    /** Null: name and address. */
+    /// Null: name and address.
     CFStringRef (*copyDescription)(CFTypeRef object);
 };
 
@@ -69,22 +68,22 @@ extern const ClassTable kRunLoopTimerClass;
 extern const ClassTable kNotificationCenterClass;
 extern const ClassTable kBundleClass;
 
-/** malloc and realloc that end the process where those would return null. */
+/// malloc and realloc that end the process where those would return null.
 void* allocate(size_t size);
 void* reallocate(void* memory, size_t size);
 
-/** A fresh object with one reference, followed by extraBytes of its own. */
+/// A fresh object with one reference, followed by extraBytes of its own.
 template <typename Record, typename... Fields>
 Record* createObject(TypeID type, size_t extraBytes, Fields&&... fields) {
     void* memory = allocate(sizeof(Record) + extraBytes);
     return new (memory) Record{{type, 0, 1}, std::forward<Fields>(fields)...};
 }
 
-/** Retains an object that may be on its end on another thread just now, as long as something else
- *  makes sure that its memory is still there. @return whether it lives. */
+/// Retains an object that may be on its end on another thread just now, as long as something else
+/// makes sure that its memory is still there. @return whether it lives.
 bool tryRetain(CFTypeRef object);
 
-/** The record behind a reference. */
+/// The record behind a reference.
 template <typename Record>
 const Record& recordOf(CFTypeRef object) {
     return *static_cast<const Record*>(object);
@@ -99,7 +98,7 @@ inline bool isMutable(CFTypeRef object) {
     return (static_cast<const CFObjectHeader*>(object)->flags & kMutableFlag) != 0;
 }
 
-/** Makes an object that nobody else has seen yet immutable. */
+/// Makes an object that nobody else has seen yet immutable.
 template <typename Reference>
 Reference freeze(Reference object) {
     auto& header = mutableRecordOf<CFObjectHeader>(object);
@@ -108,5 +107,3 @@ Reference freeze(Reference object) {
 }
 
 } // namespace krl::cf
-
-#endif

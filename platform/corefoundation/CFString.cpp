@@ -223,7 +223,7 @@ __CFString* createRecordFromUtf8(std::string_view utf8, uint16_t flags) {
     return string;
 }
 
-/** Null when the encoding is unknown or does not have these bytes. */
+/// Null when the encoding is unknown or does not have these bytes.
 __CFString* createRecordFromBytes(std::string_view bytes, CFStringEncoding encoding) {
     if (encoding == kCFStringEncodingUTF8) {
         return createRecordFromUtf8(bytes, 0);
@@ -236,7 +236,7 @@ __CFString* createRecordFromBytes(std::string_view bytes, CFStringEncoding encod
     return createRecordWithText(Text(bytes), 0);
 }
 
-/** Gives a mutable string contents of its own with room for capacity units. */
+/// Gives a mutable string contents of its own with room for capacity units.
 void moveContents(__CFString& string, CFIndex capacity, bool wide) {
     const Text old(&string);
     void* contents = allocate(contentsSize(capacity, wide));
@@ -265,7 +265,7 @@ bool canEncode(CFStringEncoding encoding) {
     return encoding == kCFStringEncodingUTF8 || encoding == kCFStringEncodingASCII;
 }
 
-/** The code point at an index; an unpaired surrogate as it is. */
+/// The code point at an index; an unpaired surrogate as it is.
 UTF32Char codePointAt(const Text& text, CFIndex index) {
     const UniChar unit = text[index];
     if (isHighSurrogate(unit) && index + 1 < text.length() && isLowSurrogate(text[index + 1])) {
@@ -274,7 +274,7 @@ UTF32Char codePointAt(const Text& text, CFIndex index) {
     return unit;
 }
 
-/** Writes a code point in the encoding. @return the bytes, 0 when it cannot be expressed. */
+/// Writes a code point in the encoding. @return the bytes, 0 when it cannot be expressed.
 CFIndex encode(UTF32Char codePoint, CFStringEncoding encoding, UInt8* bytes) {
     const bool surrogate = codePoint >= 0xD800 && codePoint < 0xE000;
     if (surrogate || (encoding == kCFStringEncodingASCII && codePoint >= 0x80)) {
@@ -302,7 +302,7 @@ CFIndex skipSpace(const Text& text, CFIndex at) {
     return at;
 }
 
-/** Skips white space, a sign and white space. */
+/// Skips white space, a sign and white space.
 CFIndex skipSign(const Text& text, bool& negative) {
     CFIndex at = skipSpace(text, 0);
     negative = at < text.length() && text[at] == '-';
@@ -312,7 +312,7 @@ CFIndex skipSign(const Text& text, bool& negative) {
     return at;
 }
 
-/** The decimal number at a place, empty when there is none. */
+/// The decimal number at a place, empty when there is none.
 std::string decimalAt(const Text& text, CFIndex at) {
     std::string decimal;
     const auto takeDigits = [&] {

@@ -23,7 +23,7 @@ constexpr CaseMapping kFold{kFoldRuns, kFoldExpansions};
 constexpr UTF32Char kCapitalSigma = 0x3A3;
 constexpr UTF32Char kFinalSigma = 0x3C2;
 
-/** Unpaired surrogates stand for themselves. */
+/// Unpaired surrogates stand for themselves.
 CodePoints codePointsOf(const Text& text) {
     CodePoints result;
     result.reserve(static_cast<size_t>(text.length()));
@@ -78,20 +78,20 @@ bool isCased(UTF32Char character) {
     return mapped(self, kLower) != self || mapped(self, kUpper) != self;
 }
 
-/** Marks and signs that do not end a word. */
+/// Marks and signs that do not end a word.
 bool isPassedOver(UTF32Char character) {
     return (character >= 0x300 && character <= 0x36F) || character == '\'' || character == 0x2019 ||
            character == '.' || character == ':' || character == 0xB7 || character == 0xAD;
 }
 
-/** Whether the nearest character that counts, from an end of the row on, belongs to a word. */
+/// Whether the nearest character that counts, from an end of the row on, belongs to a word.
 template <typename Iterator>
 bool continuesWord(Iterator from, Iterator to) {
     const auto next = std::find_if_not(from, to, isPassedOver);
     return next != to && isCased(*next);
 }
 
-/** At the end of a word sigma has a form of its own, which no mapping of characters knows. */
+/// At the end of a word sigma has a form of its own, which no mapping of characters knows.
 void setFinalSigmas(CodePoints& original) {
     for (auto at = original.begin(); at != original.end(); ++at) {
         if (*at == kCapitalSigma &&
@@ -128,7 +128,7 @@ bool isDigit(UTF32Char character) {
 
 using Position = CodePoints::const_iterator;
 
-/** The digits of the number at a place, without leading zeros; moves behind them. */
+/// The digits of the number at a place, without leading zeros; moves behind them.
 std::span<const UTF32Char> takeNumber(Position& at, Position end) {
     const Position last = std::find_if_not(at, end, isDigit);
     const Position first = std::find_if(at, last, [](UTF32Char digit) { return digit != '0'; });

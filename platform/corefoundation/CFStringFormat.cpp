@@ -9,10 +9,10 @@
 namespace krl::cf {
 namespace {
 
-/** Who promoted the argument to what: the length modifiers of printf. */
+/// Who promoted the argument to what: the length modifiers of printf.
 enum class Length { None, Char, Short, Long, LongLong, Size };
 
-/** One conversion of a format, such as "%-8.3ld". */
+/// One conversion of a format, such as "%-8.3ld".
 struct Conversion {
     std::string flags;
     int width = 0;
@@ -21,7 +21,7 @@ struct Conversion {
     char kind = 0;
 };
 
-/** Turns a format and its arguments into text, conversion by conversion. */
+/// Turns a format and its arguments into text, conversion by conversion.
 class Formatter {
 public:
     Formatter(const Text& format, va_list arguments)
@@ -34,7 +34,7 @@ public:
     Formatter(const Formatter&) = delete;
     Formatter& operator=(const Formatter&) = delete;
 
-    /** Null when the format or an argument is not understood. */
+    /// Null when the format or an argument is not understood.
     CFStringRef format() {
         while (at_ < format_.length()) {
             const CFIndex start = at_;

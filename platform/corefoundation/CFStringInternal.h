@@ -1,6 +1,5 @@
-/** What the files about strings share. Internal. */
-#ifndef COREFOUNDATION_CFSTRINGINTERNAL_H
-#define COREFOUNDATION_CFSTRINGINTERNAL_H
+/// What the files about strings share. Internal.
+#pragma once
 
 #include "CFRuntime.h"
 
@@ -10,10 +9,8 @@
 
 namespace krl::cf {
 
-/**
- * The code units of a string, or of a part of one. ASCII texts have one byte a unit, all others
- * two; so two whole strings of different widths are never equal.
- */
+/// The code units of a string, or of a part of one. ASCII texts have one byte a unit, all others
+/// two; so two whole strings of different widths are never equal.
 class Text {
 public:
     explicit Text(CFStringRef string);
@@ -46,9 +43,9 @@ public:
     bool operator==(const Text& other) const;
     bool startsWith(const Text& prefix) const;
     bool endsWith(const Text& suffix) const;
-    /** Where the other text stands from start on, or kCFNotFound. It must not be empty. */
+    /// Where the other text stands from start on, or kCFNotFound. It must not be empty.
     CFIndex find(const Text& other, CFIndex start) const;
-    /** In the order of code units. */
+    /// In the order of code units.
     CFComparisonResult compare(const Text& other) const;
     void copyTo(UniChar* units) const;
 
@@ -58,28 +55,26 @@ private:
     bool wide_;
 };
 
-/** An immutable string with the units of a text. */
+/// An immutable string with the units of a text.
 CFStringRef createString(const Text& text);
 
-/** An immutable string of valid UTF-8 text or, when it is none, null. */
+/// An immutable string of valid UTF-8 text or, when it is none, null.
 CFStringRef createStringFromUtf8(std::string_view utf8);
 
-/** As createStringFromUtf8, but mutable. */
+/// As createStringFromUtf8, but mutable.
 CFMutableStringRef createMutableStringFromUtf8(std::string_view utf8);
 
 void appendText(CFMutableStringRef string, const Text& text);
 void appendAscii(CFMutableStringRef string, std::string_view ascii);
 
-/** Puts these units in place of all others. */
+/// Puts these units in place of all others.
 void replaceContents(CFMutableStringRef string, std::span<const UniChar> units);
 
-/** Appends a text in UTF-8. @return false, with part of it appended, at an unpaired surrogate. */
+/// Appends a text in UTF-8. @return false, with part of it appended, at an unpaired surrogate.
 bool appendUtf8(std::string& utf8, const Text& text);
 
-/** Order by rules of compareOptions, see CFStringCompareFlags. */
+/// Order by rules of compareOptions, see CFStringCompareFlags.
 CFComparisonResult compareWithOptions(const Text& left, const Text& right,
                                       CFStringCompareFlags options);
 
 } // namespace krl::cf
-
-#endif

@@ -5,7 +5,7 @@
 #include <CoreFoundation/CFRef.h>
 #include <cstring>
 
-/** The string is ASCII: a path in its escaped form, after the scheme when it is absolute. */
+/// The string is ASCII: a path in its escaped form, after the scheme when it is absolute.
 struct __CFURL {
     CFObjectHeader header;
     krl::cf::CFRef<CFStringRef> string;
@@ -67,7 +67,7 @@ int hexValue(char digit) {
     return digit <= '9' ? digit - '0' : digit - 'A' + 10;
 }
 
-/** Undoes escape. */
+/// Undoes escape.
 std::string unescape(std::string_view escaped) {
     std::string path;
     for (size_t i = 0; i < escaped.size(); ++i) {
@@ -83,7 +83,7 @@ std::string unescape(std::string_view escaped) {
 
 // ---------------------------------------------------------------------------- escaped paths
 
-/** Without slashes at the end, but the root stays. */
+/// Without slashes at the end, but the root stays.
 std::string_view withoutTrailingSlashes(std::string_view path) {
     while (path.size() > 1 && path.ends_with('/')) {
         path.remove_suffix(1);
@@ -91,7 +91,7 @@ std::string_view withoutTrailingSlashes(std::string_view path) {
     return path;
 }
 
-/** The escaped path without the slash of a folder. */
+/// The escaped path without the slash of a folder.
 std::string_view pathOf(CFURLRef url) {
     std::string_view path = Text(url->string.get()).narrow();
     if (path.starts_with(kFileScheme)) {
@@ -100,13 +100,13 @@ std::string_view pathOf(CFURLRef url) {
     return withoutTrailingSlashes(path);
 }
 
-/** Where the last component begins. */
+/// Where the last component begins.
 size_t lastComponentStart(std::string_view path) {
     return path == "/" ? 0 : path.rfind('/') + 1; // npos + 1 is 0
 }
 
-/** Where the dot stands that begins an extension, or npos: the last one of the last component,
- *  unless it is the component's first or last character. */
+/// Where the dot stands that begins an extension, or npos: the last one of the last component,
+/// unless it is the component's first or last character.
 size_t extensionDot(std::string_view path) {
     const size_t dot = path.rfind('.');
     const bool inside =
@@ -125,8 +125,8 @@ CFURLRef createURL(std::string_view escapedPath, bool isDirectory) {
     return createObject<__CFURL>(kURLTypeID, 0, adopt(createStringFromUtf8(string)), isDirectory);
 }
 
-/** Whether a text after a dot is not taken for an extension: it has a space or a mark that turns
- *  the direction of writing, with which a name can hide what it ends in. */
+/// Whether a text after a dot is not taken for an extension: it has a space or a mark that turns
+/// the direction of writing, with which a name can hide what it ends in.
 bool isNoExtension(const Text& text) {
     for (CFIndex i = 0; i < text.length(); ++i) {
         const UniChar unit = text[i];

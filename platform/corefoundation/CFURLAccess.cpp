@@ -12,7 +12,7 @@
 namespace krl::cf {
 namespace {
 
-/** An open file that closes itself. */
+/// An open file that closes itself.
 class File {
 public:
     // Without O_NONBLOCK opening a pipe would wait for its writer.
@@ -31,7 +31,7 @@ public:
 
     bool getStatus(struct stat& status) const { return fstat(descriptor_, &status) == 0; }
 
-    /** @return the bytes read, 0 at the end, -1 with errno set on failure. */
+    /// @return the bytes read, 0 at the end, -1 with errno set on failure.
     ssize_t readSome(UInt8* buffer, CFIndex size) const {
         ssize_t count = 0;
         do {
@@ -44,7 +44,7 @@ private:
     int descriptor_;
 };
 
-/** Reads a file from where it stands to its end. @return 0, or the error number. */
+/// Reads a file from where it stands to its end. @return 0, or the error number.
 int readToEnd(const File& file, CFIndex expectedSize, CFMutableDataRef contents) {
     constexpr CFIndex kStep = 65536;
     CFIndex length = 0;
@@ -65,7 +65,7 @@ int readToEnd(const File& file, CFIndex expectedSize, CFMutableDataRef contents)
     }
 }
 
-/** Reads a whole file. @return 0, or the error number. */
+/// Reads a whole file. @return 0, or the error number.
 int readFile(CFURLRef url, CFRef<CFDataRef>& result) {
     UInt8 path[PATH_MAX];
     if (!CFURLGetFileSystemRepresentation(url, true, path, sizeof path)) {

@@ -51,7 +51,7 @@ Bytes randomBytes() {
     return bytes;
 }
 
-/** The value of a hexadecimal digit, or -1. */
+/// The value of a hexadecimal digit, or -1.
 int digitValue(UniChar unit) {
     if (unit >= '0' && unit <= '9') {
         return unit - '0';

@@ -1,6 +1,5 @@
-/** The callbacks that a collection keeps. Internal. */
-#ifndef COREFOUNDATION_CALLBACKS_H
-#define COREFOUNDATION_CALLBACKS_H
+/// The callbacks that a collection keeps. Internal.
+#pragma once
 
 #include "CFRuntime.h"
 
@@ -15,8 +14,8 @@ CFStringRef copyObjectDescription(const void* value);
 Boolean equalObjects(const void* left, const void* right);
 CFHashCode hashObject(const void* value);
 
-/** One set of callbacks: one of the two that nearly every collection has, which are shared, or a
- *  copy of the caller's. */
+/// One set of callbacks: one of the two that nearly every collection has, which are shared, or a
+/// copy of the caller's.
 template <typename Set>
 class CallBacks {
 public:
@@ -58,7 +57,7 @@ public:
         return CFStringCreateWithFormat(nullptr, nullptr, CFSTR("<%p>"), value);
     }
 
-    /** Whether a value may be kept: objects must not be null. */
+    /// Whether a value may be kept: objects must not be null.
     bool accepts(const void* value) const {
         return value != nullptr || set_->retain != retainObject;
     }
@@ -81,5 +80,3 @@ private:
 };
 
 } // namespace krl::cf
-
-#endif

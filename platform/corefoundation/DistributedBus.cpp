@@ -18,8 +18,7 @@ namespace {
 
 constexpr std::chrono::seconds kLongestRequest{1};
 
-/** Keeps signals from the threads that are started meanwhile: they are for the application's own.
- */
+/// Keeps signals from the threads that are started meanwhile: they are for the application's own.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -37,7 +36,7 @@ private:
     sigset_t original_;
 };
 
-/** How long to poll until a moment of the bus's clock, in milliseconds; -1: for ever. */
+/// How long to poll until a moment of the bus's clock, in milliseconds; -1: for ever.
 int pollTimeout(uint64_t momentUs) {
     if (momentUs == UINT64_MAX) {
         return -1;
@@ -52,7 +51,7 @@ int pollTimeout(uint64_t momentUs) {
 
 } // namespace
 
-/** The connection, which may be missing. Never waits but in wait. */
+/// The connection, which may be missing. Never waits but in wait.
 class DistributedBus::Connection {
 public:
     explicit Connection(Receiver receiver) : receiver_(receiver) {}
@@ -75,7 +74,7 @@ public:
         }
     }
 
-    /** Reads and writes all that can be now. */
+    /// Reads and writes all that can be now.
     void process() {
         int status = 1;
         while (bus_ != nullptr && status > 0) {
@@ -86,14 +85,14 @@ public:
         }
     }
 
-    /** Whether the bus listens for us and has taken all that was sent, or never will. */
+    /// Whether the bus listens for us and has taken all that was sent, or never will.
     bool isSettled() {
         uint64_t queued = 0;
         return bus_ == nullptr ||
                (isListening_ && (sd_bus_get_n_queued_write(bus_, &queued) < 0 || queued == 0));
     }
 
-    /** Waits for work, or for the other descriptor to be readable. */
+    /// Waits for work, or for the other descriptor to be readable.
     void wait(int otherDescriptor) {
         pollfd descriptors[2] = {{otherDescriptor, POLLIN, 0}, {-1, 0, 0}};
         uint64_t timeoutUs = UINT64_MAX;

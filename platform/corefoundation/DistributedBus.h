@@ -1,6 +1,5 @@
-/** The connection to the session bus over which distributed notifications travel. Internal. */
-#ifndef COREFOUNDATION_DISTRIBUTEDBUS_H
-#define COREFOUNDATION_DISTRIBUTEDBUS_H
+/// The connection to the session bus over which distributed notifications travel. Internal.
+#pragma once
 
 #include "DistributedMessage.h"
 
@@ -13,13 +12,11 @@
 
 namespace krl::cf {
 
-/**
- * A thread of its own keeps the connection as long as somebody uses it, so that a bus that does not
- * answer holds nobody up. Nothing but that thread touches the connection.
- */
+/// A thread of its own keeps the connection as long as somebody uses it, so that a bus that does not
+/// answer holds nobody up. Nothing but that thread touches the connection.
 class DistributedBus {
 public:
-    /** Called on the bus's own thread. */
+    /// Called on the bus's own thread.
     using Receiver = void (*)(const DistributedNotification& notification);
 
     explicit DistributedBus(Receiver receiver);
@@ -27,14 +24,14 @@ public:
     DistributedBus& operator=(const DistributedBus&) = delete;
     ~DistributedBus();
 
-    /** Connects and listens, as long as it was begun more often than ended. Returns when what
-     * anybody posts from now on is heard, when there is no bus, or after a second. */
+    /// Connects and listens, as long as it was begun more often than ended. Returns when what
+    /// anybody posts from now on is heard, when there is no bus, or after a second.
     void beginUse();
 
-    /** Not to be called by the receiver: the last one waits for it to return. */
+    /// Not to be called by the receiver: the last one waits for it to return.
     void endUse();
 
-    /** Returns when the bus has taken it, when there is no bus, or after a second. */
+    /// Returns when the bus has taken it, when there is no bus, or after a second.
     void post(DistributedNotification notification);
 
 private:
@@ -46,15 +43,15 @@ private:
     };
 
     void retainThread();
-    /** Hands a request to the thread and waits for it, a second at most. */
+    /// Hands a request to the thread and waits for it, a second at most.
     void request(std::optional<DistributedNotification> notification);
     void start();
     void stop();
     void wake() const;
     void run();
-    /** @return false when it is time to end. */
+    /// @return false when it is time to end.
     bool takeRequests(Connection& connection);
-    /** Tells those who wait that all that was taken is done or lost. */
+    /// Tells those who wait that all that was taken is done or lost.
     void settleRequests();
 
     const Receiver receiver_;
@@ -75,5 +72,3 @@ private:
 };
 
 } // namespace krl::cf
-
-#endif

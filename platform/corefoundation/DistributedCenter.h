@@ -1,6 +1,5 @@
-/** What the distributed notification centre does. Internal. */
-#ifndef COREFOUNDATION_DISTRIBUTEDCENTER_H
-#define COREFOUNDATION_DISTRIBUTEDCENTER_H
+/// What the distributed notification centre does. Internal.
+#pragma once
 
 #include <CoreFoundation/CFNotificationCenter.h>
 
@@ -18,5 +17,3 @@ void removeDistributedObserver(const void* observer, CFStringRef name, CFStringR
 void postDistributedNotification(CFStringRef name, CFStringRef object, CFDictionaryRef userInfo);
 
 } // namespace krl::cf
-
-#endif

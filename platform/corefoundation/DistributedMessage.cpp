@@ -107,7 +107,7 @@ int appendInfo(sd_bus_message* message, const Info& info) {
     return status < 0 ? status : sd_bus_message_close_container(message);
 }
 
-/** Reads a value of one basic type, which `Read` holds on the bus. @return whether it was there. */
+/// Reads a value of one basic type, which `Read` holds on the bus. @return whether it was there.
 template <typename Read, typename Value>
 bool readAs(sd_bus_message* message, char type, std::optional<InfoValue>& value) {
     Read read{};
@@ -118,7 +118,7 @@ bool readAs(sd_bus_message* message, char type, std::optional<InfoValue>& value)
     return true;
 }
 
-/** Reads a value, which stays empty when its type is unknown. @return false: malformed. */
+/// Reads a value, which stays empty when its type is unknown. @return false: malformed.
 bool readBasic(sd_bus_message* message, char type, std::optional<InfoValue>& value) {
     switch (type) {
     case 's':

@@ -1,7 +1,6 @@
-/** A distributed notification as a signal on the session bus: name, object (empty for none) and
- * user information, whose values are strings, numbers and booleans. */
-#ifndef COREFOUNDATION_DISTRIBUTEDWIRE_H
-#define COREFOUNDATION_DISTRIBUTEDWIRE_H
+/// A distributed notification as a signal on the session bus: name, object (empty for none) and
+/// user information, whose values are strings, numbers and booleans.
+#pragma once
 
 namespace krl::cf::wire {
 
@@ -11,5 +10,3 @@ constexpr char kMember[] = "Posted";
 constexpr char kSignature[] = "ssa{sv}";
 
 } // namespace krl::cf::wire
-
-#endif

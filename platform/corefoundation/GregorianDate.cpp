@@ -9,9 +9,9 @@ namespace {
 
 constexpr int64_t kSecondsPerDay = 86400;
 constexpr int64_t kMonthsPerYear = 12;
-/** From 0000-03-01 to 2001-01-01. */
+/// From 0000-03-01 to 2001-01-01.
 constexpr int64_t kDaysTo2001 = 730791;
-/** Times beyond are no dates of any use; the limit keeps the arithmetic within 64 bits. */
+/// Times beyond are no dates of any use; the limit keeps the arithmetic within 64 bits.
 constexpr double kFarthestSecond = 1e17;
 constexpr int64_t kFarthestYear = 2'000'000'000;
 
@@ -54,7 +54,7 @@ Date dateOf(int64_t daysSince2001) {
     return {cycle * 400 + yearOfCycle + (month <= 2 ? 1 : 0), month, day};
 }
 
-/** Takes numbers and signs from the front of a text. */
+/// Takes numbers and signs from the front of a text.
 class Scanner {
 public:
     explicit Scanner(std::string_view text) : rest_(text) {}
@@ -81,7 +81,7 @@ public:
     bool atEnd() const { return rest_.empty(); }
 
 private:
-    /** Takes the digits at the front, at most so many. @return how many. */
+    /// Takes the digits at the front, at most so many. @return how many.
     size_t takeDigits(size_t most, int64_t& value) {
         size_t count = 0;
         value = 0;

@@ -1,6 +1,5 @@
-/** Absolute times as calendar dates in UTC, in the form 2001-01-01T00:00:00Z. Internal. */
-#ifndef COREFOUNDATION_GREGORIANDATE_H
-#define COREFOUNDATION_GREGORIANDATE_H
+/// Absolute times as calendar dates in UTC, in the form 2001-01-01T00:00:00Z. Internal.
+#pragma once
 
 #include <CoreFoundation/CFDate.h>
 #include <optional>
@@ -9,13 +8,11 @@
 
 namespace krl::cf {
 
-/** Whole seconds, rounded down; the year with at least four digits, and a minus if it has one. */
+/// Whole seconds, rounded down; the year with at least four digits, and a minus if it has one.
 std::string formatDate(CFAbsoluteTime time);
 
-/** Reads exactly that form. The year may have any number of digits; fields beyond their range carry
- *  over into the next larger one. */
+/// Reads exactly that form. The year may have any number of digits; fields beyond their range carry
+/// over into the next larger one.
 std::optional<CFAbsoluteTime> parseDate(std::string_view text);
 
 } // namespace krl::cf
-
-#endif

@@ -16,8 +16,8 @@ struct FreeMemory {
 
 using OwnedText = std::unique_ptr<char, FreeMemory>;
 
-/** The value of a number or date as a binary property list of its own holds it. libplist's
- *  functions tell no negative number from a large one, and cut the fraction off an early date. */
+/// The value of a number or date as a binary property list of its own holds it. libplist's
+/// functions tell no negative number from a large one, and cut the fraction off an early date.
 struct BinaryValue {
     size_t size;
     uint64_t bits; ///< the last eight bytes
@@ -40,7 +40,7 @@ BinaryValue binaryValue(plist_t node) {
     return value;
 }
 
-/** Turns nodes into objects. */
+/// Turns nodes into objects.
 class Reader {
 public:
     Reader(CFOptionFlags mutability, const Placeholders& placeholders)
@@ -190,7 +190,7 @@ private:
 
 // ---------------------------------------------------------------------------- nodes from objects
 
-/** The text for libplist, or nothing when a node cannot hold it. */
+/// The text for libplist, or nothing when a node cannot hold it.
 bool nodeText(CFStringRef string, std::string& utf8) {
     return appendUtf8(utf8, Text(string)) && utf8.find('\0') == std::string::npos;
 }
@@ -220,7 +220,7 @@ plist_t numberNode(CFNumberRef number) {
     return plist_new_uint(bits);
 }
 
-/** By way of a binary property list of this one date: plist_new_date takes 32-bit seconds. */
+/// By way of a binary property list of this one date: plist_new_date takes 32-bit seconds.
 plist_t dateNode(CFDateRef date) {
     constexpr char kDateMarker = 0x33;
     const auto bits = std::bit_cast<uint64_t>(CFDateGetAbsoluteTime(date));
@@ -316,7 +316,7 @@ plist_t createNode(CFTypeRef object, int depth) {
     return nullptr;
 }
 
-/** Makes numbers have a point in this thread while it lives: libplist reads them by the locale. */
+/// Makes numbers have a point in this thread while it lives: libplist reads them by the locale.
 class NumbersWithPoints {
 public:
     NumbersWithPoints() : before_(uselocale(cLocale())) {}

@@ -1,6 +1,5 @@
-/** Objects from the nodes of libplist. Internal. */
-#ifndef COREFOUNDATION_PLISTNODE_H
-#define COREFOUNDATION_PLISTNODE_H
+/// Objects from the nodes of libplist. Internal.
+#pragma once
 
 #include "XMLDocument.h"
 
@@ -13,20 +12,16 @@ struct FreePlist {
     void operator()(void* node) const { plist_free(node); }
 };
 
-/** A tree of nodes that frees itself. */
+/// A tree of nodes that frees itself.
 using PlistOwner = std::unique_ptr<void, FreePlist>;
 
-/** A tree read from an XML document; null when libplist refuses it. */
+/// A tree read from an XML document; null when libplist refuses it.
 PlistOwner parseXML(std::string_view xml);
 
-/**
- * The objects that a tree of nodes stands for.
- * @param mutability  see kCFPropertyListImmutable and the like.
- * @return null as CFPropertyListCreateFromPlistNode does.
- */
+/// The objects that a tree of nodes stands for.
+/// @param mutability  see kCFPropertyListImmutable and the like.
+/// @return null as CFPropertyListCreateFromPlistNode does.
 CFRef<CFTypeRef> readPlistNode(plist_t node, CFOptionFlags mutability,
                                const Placeholders& placeholders);
 
 } // namespace krl::cf
-
-#endif

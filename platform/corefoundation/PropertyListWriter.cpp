@@ -183,7 +183,7 @@ private:
                                                     : std::to_string(value));
     }
 
-    /** The lines get shorter with the depth, as if a tab took eight characters, up to a point. */
+    /// The lines get shorter with the depth, as if a tab took eight characters, up to a point.
     void writeData(CFDataRef data, size_t depth) {
         constexpr size_t kLineLength = 76;
         constexpr size_t kTabLength = 8;

@@ -11,7 +11,7 @@ bool isContinuation(UInt8 byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-/** The number of bytes that a first byte announces, 0 when it can be none. */
+/// The number of bytes that a first byte announces, 0 when it can be none.
 CFIndex sequenceLength(UInt8 first) {
     if (first < 0x80) {
         return 1;
@@ -28,7 +28,7 @@ CFIndex sequenceLength(UInt8 first) {
     return first < 0xF5 ? 4 : 0;
 }
 
-/** Reads the code point at the start and tells its length. */
+/// Reads the code point at the start and tells its length.
 UTF32Char decode(const UInt8* bytes, CFIndex size, CFIndex& length) {
     length = sequenceLength(bytes[0]);
     if (length == 0 || length > size) {

@@ -1,6 +1,5 @@
-/** UTF-8 to and from UTF-16, strictly. Internal. */
-#ifndef COREFOUNDATION_UTF8_H
-#define COREFOUNDATION_UTF8_H
+/// UTF-8 to and from UTF-16, strictly. Internal.
+#pragma once
 
 #include <CoreFoundation/CFBase.h>
 
@@ -22,7 +21,7 @@ constexpr UTF32Char joinSurrogates(UniChar high, UniChar low) {
     return 0x10000 + ((static_cast<UTF32Char>(high) & 0x3FF) << 10) + (low & 0x3FFU);
 }
 
-/** Writes a code point as one or two units. @return how many. */
+/// Writes a code point as one or two units. @return how many.
 inline CFIndex encodeUtf16(UTF32Char codePoint, UniChar* units) {
     if (codePoint < 0x10000) {
         units[0] = static_cast<UniChar>(codePoint);
@@ -33,19 +32,17 @@ inline CFIndex encodeUtf16(UTF32Char codePoint, UniChar* units) {
     return 2;
 }
 
-/** Writes a code point, which is no surrogate, as one to four bytes. @return how many. */
+/// Writes a code point, which is no surrogate, as one to four bytes. @return how many.
 CFIndex encodeUtf8(UTF32Char codePoint, UInt8* bytes);
 
-/** How many leading bytes are ASCII. */
+/// How many leading bytes are ASCII.
 CFIndex countAscii(const UInt8* bytes, CFIndex size);
 
-/** The UTF-16 length of a text, or kCFNotFound when it is not valid: overlong forms, surrogates,
- *  cut sequences and values above U+10FFFF are not. */
+/// The UTF-16 length of a text, or kCFNotFound when it is not valid: overlong forms, surrogates,
+/// cut sequences and values above U+10FFFF are not.
 CFIndex utf16LengthOfUtf8(const UInt8* bytes, CFIndex size);
 
-/** Converts a valid text. */
+/// Converts a valid text.
 void convertUtf8ToUtf16(const UInt8* bytes, CFIndex size, UniChar* units);
 
 } // namespace krl::cf
-
-#endif

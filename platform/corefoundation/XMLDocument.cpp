@@ -78,8 +78,8 @@ bool isValidUtf8(std::string_view text) {
 
 // ---------------------------------------------------------------------------- values
 
-/** White space, a sign, white space, decimal or hexadecimal digits and nothing else. @return the
- *  number in plain decimal form, none when it is not within -2^63 to 2^64 - 1. */
+/// White space, a sign, white space, decimal or hexadecimal digits and nothing else. @return the
+/// number in plain decimal form, none when it is not within -2^63 to 2^64 - 1.
 std::optional<std::string> normalInteger(std::string_view text) {
     text = withoutLeadingSpace(text);
     const bool negative = text.starts_with('-');
@@ -113,8 +113,8 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowercase) {
                       [](char a, char b) { return (a | 0x20) == b; });
 }
 
-/** White space, then a decimal number as everybody writes it, a nan or an infinity, and nothing
- *  else. */
+/// White space, then a decimal number as everybody writes it, a nan or an infinity, and nothing
+/// else.
 bool isReal(std::string_view text) {
     text = withoutLeadingSpace(text);
     if (text.starts_with('-') || text.starts_with('+')) {
@@ -166,7 +166,7 @@ std::string escaped(std::string_view text) {
     return result;
 }
 
-/** Reads the number of a reference such as "#65" or "#x41". */
+/// Reads the number of a reference such as "#65" or "#x41".
 std::optional<UTF32Char> numberedCharacter(std::string_view reference) {
     constexpr size_t kMostDigits = 8;
     reference.remove_prefix(1);
@@ -185,7 +185,7 @@ std::optional<UTF32Char> numberedCharacter(std::string_view reference) {
     return static_cast<UTF32Char>(value);
 }
 
-/** The character that a reference without its "&" and ";" stands for. */
+/// The character that a reference without its "&" and ";" stands for.
 std::optional<UTF32Char> referencedCharacter(std::string_view reference) {
     struct Named {
         std::string_view name;
@@ -239,14 +239,14 @@ private:
         return text_.substr(at_).starts_with(expected);
     }
 
-    /** Puts other text in place of a part that lies after all those replaced before. */
+    /// Puts other text in place of a part that lies after all those replaced before.
     void replace(size_t from, size_t to, std::string_view replacement) {
         result_.mended += text_.substr(copiedTo_, from - copiedTo_);
         result_.mended += replacement;
         copiedTo_ = to;
     }
 
-    /** Moves behind the next occurrence of an end mark. */
+    /// Moves behind the next occurrence of an end mark.
     bool skipThrough(std::string_view end) {
         const size_t found = text_.find(end, at_);
         if (found == std::string_view::npos) {
@@ -256,7 +256,7 @@ private:
         return true;
     }
 
-    /** Skips what may stand between elements: white space, comments and processing instructions. */
+    /// Skips what may stand between elements: white space, comments and processing instructions.
     bool skipBetween() {
         for (;;) {
             while (at_ < text_.size() && isSpace(text_[at_])) {
@@ -321,7 +321,7 @@ private:
         return true;
     }
 
-    /** Puts a tag into its shortest form, under the name of an element. */
+    /// Puts a tag into its shortest form, under the name of an element.
     void normalizeTag(const Tag& tag, Element as) {
         const std::string_view name = nameOf(as);
         const bool keepsEmpty = tag.isEmpty && as != Element::Key;
@@ -335,7 +335,7 @@ private:
         }
     }
 
-    /** Reads the close tag of an element and puts it into its shortest form, under a name. */
+    /// Reads the close tag of an element and puts it into its shortest form, under a name.
     bool readCloseTag(Element element, Element as) {
         const size_t start = at_;
         const std::string_view name = nameOf(element);
@@ -356,7 +356,7 @@ private:
         return true;
     }
 
-    /** Only the root object is handed on, without what stands round it. */
+    /// Only the root object is handed on, without what stands round it.
     bool checkRoot() {
         Tag tag{};
         if (!readOpenTag(tag)) {
@@ -391,7 +391,7 @@ private:
         return true;
     }
 
-    /** The rest of an object whose open tag has been read. */
+    /// The rest of an object whose open tag has been read.
     bool checkObject(const Tag& tag, int depth) {
         if (depth > kDepthLimit) {
             return fail("it is nested too deeply");
@@ -489,7 +489,7 @@ private:
         return readCloseTag(tag.element, as);
     }
 
-    /** Reads a text with references and CDATA sections in it, up to the close tag. */
+    /// Reads a text with references and CDATA sections in it, up to the close tag.
     bool decodeText(std::string& decoded) {
         constexpr std::string_view kSectionStart = "<![CDATA[";
         constexpr std::string_view kSectionEnd = "]]>";
@@ -574,7 +574,7 @@ private:
         return true;
     }
 
-    /** libplist has dates of four-digit years only. */
+    /// libplist has dates of four-digit years only.
     bool checkDate(const Tag& tag, std::string_view content) {
         const auto time = parseDate(content);
         if (!time) {

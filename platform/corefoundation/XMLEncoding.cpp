@@ -42,8 +42,8 @@ bool isNumberedSet(std::string_view name, std::string_view prefix) {
            std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-/** What a declared name means to the converter; empty when it is not one of ours. The converter
- *  knows many more encodings, but a document from outside shall not choose among all its code. */
+/// What a declared name means to the converter; empty when it is not one of ours. The converter
+/// knows many more encodings, but a document from outside shall not choose among all its code.
 std::string converterName(const std::string& declared) {
     if (declared == kUtf8 || declared == "utf8") {
         return std::string(kUtf8);
@@ -56,7 +56,7 @@ std::string converterName(const std::string& declared) {
     return known ? declared : std::string();
 }
 
-/** The encoding that the declaration at the document's start names; empty when it names none. */
+/// The encoding that the declaration at the document's start names; empty when it names none.
 std::string declaredEncoding(std::string_view text) {
     if (!text.starts_with("<?xml")) {
         return {};
@@ -75,7 +75,7 @@ std::string declaredEncoding(std::string_view text) {
     return end == std::string_view::npos ? std::string() : lowercase(value.substr(1, end - 1));
 }
 
-/** The system's converter, which closes itself. */
+/// The system's converter, which closes itself.
 class Converter {
 public:
     explicit Converter(const std::string& from) : handle_(iconv_open("UTF-8", from.c_str())) {}

@@ -1,6 +1,5 @@
-/** The encodings of XML documents. Internal. */
-#ifndef COREFOUNDATION_XMLENCODING_H
-#define COREFOUNDATION_XMLENCODING_H
+/// The encodings of XML documents. Internal.
+#pragma once
 
 #include <optional>
 #include <string>
@@ -9,7 +8,7 @@
 
 namespace krl::cf {
 
-/** A document in UTF-8: the bytes that were given, or a converted copy of them. */
+/// A document in UTF-8: the bytes that were given, or a converted copy of them.
 class Utf8Document {
 public:
     static Utf8Document borrowing(std::string_view text) { return Utf8Document(text, {}); }
@@ -26,15 +25,11 @@ private:
     std::string owned_;
 };
 
-/**
- * Finds out a document's encoding and converts it. A byte order mark (UTF-8, UTF-16, UTF-32)
- * decides; then the declaration, which may name UTF-8, US-ASCII (read as ISO-8859-1), one of the
- * ISO-8859 and one of the windows-125x encodings; a document without either is UTF-8.
- * @return none when the declared encoding is another, or the bytes do not belong to the encoding.
- *         UTF-8 is not checked.
- */
+/// Finds out a document's encoding and converts it. A byte order mark (UTF-8, UTF-16, UTF-32)
+/// decides; then the declaration, which may name UTF-8, US-ASCII (read as ISO-8859-1), one of the
+/// ISO-8859 and one of the windows-125x encodings; a document without either is UTF-8.
+/// @return none when the declared encoding is another, or the bytes do not belong to the encoding.
+///         UTF-8 is not checked.
 std::optional<Utf8Document> convertToUtf8(std::string_view bytes);
 
 } // namespace krl::cf
-
-#endif

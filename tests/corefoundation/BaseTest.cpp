@@ -7,7 +7,7 @@
 namespace krl::cf::test {
 namespace {
 
-/** One object of each type. */
+/// One object of each type.
 std::vector<CFRef<CFTypeRef>> oneOfEach() {
     std::vector<CFRef<CFTypeRef>> objects;
     objects.emplace_back(makeString("a"));

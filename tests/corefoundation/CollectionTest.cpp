@@ -351,7 +351,7 @@ TEST(Dictionary, AppliesInOrder) {
     EXPECT_EQ(seen, "zzaa");
 }
 
-/** The order by the simplest means: a list that is searched from its start. */
+/// The order by the simplest means: a list that is searched from its start.
 class ListOfPairs {
 public:
     void set(const std::string& key, int value) {
@@ -410,8 +410,8 @@ TEST(Dictionary, KeepsItsOrderThroughAnyMixOfChanges) {
     }
 }
 
-/** How often keys were compared for equality while a dictionary of so many keys was filled,
- *  searched and emptied from the front. */
+/// How often keys were compared for equality while a dictionary of so many keys was filled,
+/// searched and emptied from the front.
 CFIndex comparisonsFor(CFIndex keyCount) {
     static CFIndex comparisons;
     comparisons = 0;
@@ -460,7 +460,7 @@ TEST(Dictionary, AQueueOfKeysStaysSmallAndOrdered) {
     }
 }
 
-/** A value whose end looks at the collection that it leaves. */
+/// A value whose end looks at the collection that it leaves.
 TEST(Collections, MayBeLookedAtWhileTheyLoseTheirValues) {
     static CFMutableDictionaryRef watched;
     static CFIndex countAtTheEnd;

@@ -6,7 +6,7 @@
 namespace krl::cf::test {
 namespace {
 
-/** Runs the function on several threads at once. */
+/// Runs the function on several threads at once.
 template <typename Function>
 void onThreads(int count, Function function) {
     std::vector<std::thread> threads;

@@ -12,7 +12,7 @@ CFNotificationCenterRef center() {
     return CFNotificationCenterGetLocalCenter();
 }
 
-/** Counts what it is told. */
+/// Counts what it is told.
 class Observer {
 public:
     explicit Observer(std::function<void()> received = [] {}) : received_(std::move(received)) {}

@@ -33,7 +33,7 @@ ReadResult read(std::string_view document,
     return {object, error ? textOf(error.get()) : ""};
 }
 
-/** The tagged tree of a document, or a null value. */
+/// The tagged tree of a document, or a null value.
 Json treeIn(std::string_view document) {
     return treeOf(read(document).object.get());
 }
@@ -43,7 +43,7 @@ std::string write(CFTypeRef object) {
     return data ? bytesOf(data.get()) : "(null)";
 }
 
-/** What stands between the head and the foot of a document. */
+/// What stands between the head and the foot of a document.
 std::string writtenBody(CFTypeRef object) {
     const std::string xml = write(object);
     const std::string head = kXMLHead;
@@ -76,8 +76,8 @@ Json dateTree(const std::string& seconds) {
 
 // ---------------------------------------------------------------------------- vectors
 
-/** Why a document is read in another way here than in the vectors; empty when it is read alike. All
- *  of these documents are null here. */
+/// Why a document is read in another way here than in the vectors; empty when it is read alike. All
+/// of these documents are null here.
 std::string skippedBecause(const Json& row) {
     if (row.at("format") == "openstep" || row.at("format") == "binary") {
         return "only XML is read: a catalogue in another format counts as none";

@@ -15,7 +15,7 @@ constexpr CFTimeInterval kGenerous = 30; // for what must happen; nothing waits 
 
 const CFRunLoopMode kOtherMode = CFSTR("other mode");
 
-/** A source that calls a function. */
+/// A source that calls a function.
 class Source {
 public:
     explicit Source(std::function<void()> perform, CFIndex order = 0)
@@ -64,7 +64,7 @@ private:
     CFRef<CFRunLoopSourceRef> ref_;
 };
 
-/** A timer that calls a function. */
+/// A timer that calls a function.
 class Timer {
 public:
     Timer(double delay, double interval, std::function<void()> fire) : fire_(std::move(fire)) {
@@ -640,7 +640,7 @@ TEST(RunLoopTimer, AddedByAnotherThreadWakesTheLoop) {
 
 // ---------------------------------------------------------------------------- poll descriptors
 
-/** What a host's main loop does until there is nothing left. */
+/// What a host's main loop does until there is nothing left.
 void serve(int descriptor) {
     while (isReadable(descriptor)) {
         runReady();

@@ -149,7 +149,7 @@ TEST(URL, EqualsAndHashesLikeItsString) {
 
 // ---------------------------------------------------------------------------- files
 
-/** A folder of its own for each test. */
+/// A folder of its own for each test.
 class FileReading : public ::testing::Test {
 protected:
     FileReading() {

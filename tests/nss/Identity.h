@@ -1,6 +1,5 @@
 // Two sides that know each other, made once: keys cost the most.
-#ifndef KRL_TESTS_NSS_IDENTITY_H
-#define KRL_TESTS_NSS_IDENTITY_H
+#pragma once
 
 #include <Nss/Certificates.h>
 #include <Nss/Keys.h>
@@ -50,5 +49,3 @@ inline const Identity& hostIdentity() {
 }
 
 } // namespace krl::nss::testing
-
-#endif

@@ -1,7 +1,6 @@
 // Replies of the file service byte by byte, good ones and others. Written down apart from the
 // client's own records, so that both cannot be wrong in the same way.
-#ifndef KRL_TESTS_PROVIDER_AFCREPLIES_H
-#define KRL_TESTS_PROVIDER_AFCREPLIES_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -24,7 +23,7 @@ inline uint64_t afcWordAt(const std::string& bytes, size_t position) {
     return value;
 }
 
-/** A message with any header. */
+/// A message with any header.
 struct AfcMessage {
     std::string magic = "CFA6LPAA";
     uint64_t entireLength = 0;
@@ -64,5 +63,3 @@ inline AfcMessage afcData(uint64_t number, const std::string& payload) {
 }
 
 } // namespace krl::provider::testing
-
-#endif

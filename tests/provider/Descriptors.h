@@ -1,6 +1,5 @@
 // The descriptors of this process.
-#ifndef KRL_TESTS_PROVIDER_DESCRIPTORS_H
-#define KRL_TESTS_PROVIDER_DESCRIPTORS_H
+#pragma once
 
 #include <fcntl.h>
 
@@ -16,7 +15,7 @@ inline size_t openDescriptors() {
     return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
-/** How many of them a child process would inherit. */
+/// How many of them a child process would inherit.
 inline int inheritableDescriptors() {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -27,5 +26,3 @@ inline int inheritableDescriptors() {
 }
 
 } // namespace krl::provider::testing
-
-#endif

@@ -93,7 +93,7 @@ std::string detached(uint32_t id) {
 
 // ------------------------------------------------------------------ the two sides
 
-/** Writes down what it hears: "+1 udid" and "-1". */
+/// Writes down what it hears: "+1 udid" and "-1".
 class Notes final : public MuxAudience {
 public:
     void attached(uint32_t muxId, const std::string& udid) noexcept override {
@@ -102,7 +102,7 @@ public:
 
     void detached(uint32_t muxId) noexcept override { add("-" + std::to_string(muxId)); }
 
-    /** What has been heard once it is that much; all there is if that does not come about. */
+    /// What has been heard once it is that much; all there is if that does not come about.
     std::vector<std::string> await(size_t count) {
         std::unique_lock lock(mutex_);
         changed_.wait_for(lock, kLimit, [&] { return lines_.size() >= count; });
@@ -127,7 +127,7 @@ using Lines = std::vector<std::string>;
 
 class Daemon {
 public:
-    /** Listens on the last of the addresses. */
+    /// Listens on the last of the addresses.
     explicit Daemon(const std::string& setting) {
         SocketAddress address = muxAddresses(setting).back();
         socket_ = UniqueDescriptor(
@@ -181,7 +181,7 @@ protected:
 
     void end() { listener.reset(); }
 
-    /** The next connection, which has asked and has its consent. */
+    /// The next connection, which has asked and has its consent.
     Peer acceptAndConsent() {
         Peer peer = daemon->accept();
         EXPECT_EQ(stringAt(heardRequest(peer).body, "MessageType"), "Listen");
@@ -189,13 +189,13 @@ protected:
         return peer;
     }
 
-    /** The daemon goes, its socket with it. */
+    /// The daemon goes, its socket with it.
     void stopDaemon() {
         daemon.reset();
         std::filesystem::remove(folder.path() / "socket");
     }
 
-    /** Another one, whose queue nobody is in. */
+    /// Another one, whose queue nobody is in.
     void renewDaemon() {
         stopDaemon();
         daemon.emplace(setting);
@@ -429,7 +429,7 @@ TEST_F(Listening, TriesAgainAfterNonsense) {
 
 class OnTheNetwork : public Listening, public ::testing::WithParamInterface<const char*> {
 protected:
-    /** A port of this host's that nobody listens on. */
+    /// A port of this host's that nobody listens on.
     std::optional<std::string> freePlace() const {
         SocketAddress address = muxAddresses(std::string(GetParam()) + ":1").back();
         const UniqueDescriptor socket(

@@ -1,6 +1,5 @@
 // The other end of a stream, which says whatever a test wants.
-#ifndef KRL_TESTS_PROVIDER_PEER_H
-#define KRL_TESTS_PROVIDER_PEER_H
+#pragma once
 
 #include "UniqueDescriptor.h"
 
@@ -19,7 +18,7 @@ public:
 
     int peer() const { return peer_.get(); }
 
-    /** Writes to the other end. */
+    /// Writes to the other end.
     void say(const std::string& bytes) const {
         size_t sent = 0;
         while (sent < bytes.size()) {
@@ -32,10 +31,10 @@ public:
         }
     }
 
-    /** Says nothing more; what was said can still be read. */
+    /// Says nothing more; what was said can still be read.
     void endSaying() const { ::shutdown(peer(), SHUT_WR); }
 
-    /** Exactly this many bytes from the other end, fewer if it ends. */
+    /// Exactly this many bytes from the other end, fewer if it ends.
     std::string hear(size_t size) const {
         std::string bytes(size, '\0');
         size_t got = 0;
@@ -50,7 +49,7 @@ public:
         return bytes;
     }
 
-    /** Whether the other end has said something within a time. */
+    /// Whether the other end has said something within a time.
     bool hearsSomething(std::chrono::milliseconds within) const {
         pollfd entry{peer(), POLLIN, 0};
         return ::poll(&entry, 1, static_cast<int>(within.count())) > 0;
@@ -63,5 +62,3 @@ private:
 };
 
 } // namespace krl::provider::testing
-
-#endif

@@ -1,6 +1,5 @@
 // Messages of lockdown and the notification proxy byte by byte.
-#ifndef KRL_TESTS_PROVIDER_PLISTMESSAGES_H
-#define KRL_TESTS_PROVIDER_PLISTMESSAGES_H
+#pragma once
 
 #include "PlistRef.h"
 #include "SocketPair.h"
@@ -26,7 +25,7 @@ inline std::string xmlDocument(const std::string& value) {
            "</plist>\n";
 }
 
-/** A dictionary; the values are XML. */
+/// A dictionary; the values are XML.
 inline std::string xmlDictionary(const std::vector<std::pair<std::string, std::string>>& entries) {
     std::string text = "<dict>";
     for (const auto& [key, value] : entries) {
@@ -55,7 +54,7 @@ inline std::string binary(const std::string& xml) {
     return result;
 }
 
-/** The next message that the client has sent; null if it is none. */
+/// The next message that the client has sent; null if it is none.
 inline PlistRef heardMessage(const SocketPair& pair) {
     const std::string header = pair.hear(4);
     uint32_t size = 0;
@@ -67,5 +66,3 @@ inline PlistRef heardMessage(const SocketPair& pair) {
 }
 
 } // namespace krl::provider::testing
-
-#endif

@@ -1,6 +1,5 @@
 // The provider's functions over the wire: a phone on a bus, found and opened the usual way.
-#ifndef KRL_TESTS_PROVIDER_PROVIDERFIXTURE_H
-#define KRL_TESTS_PROVIDER_PROVIDERFIXTURE_H
+#pragma once
 
 #include "Descriptors.h"
 
@@ -25,7 +24,7 @@ inline const MobileDeviceTable& provider() {
     return *MobileDeviceProviderTable();
 }
 
-/** Runs this thread's loop until something is so; false when half a minute was not enough. */
+/// Runs this thread's loop until something is so; false when half a minute was not enough.
 inline bool runUntil(const std::function<bool()>& isSo) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!isSo()) {
@@ -37,14 +36,14 @@ inline bool runUntil(const std::function<bool()>& isSo) {
     return true;
 }
 
-/** Handles what is ready now. */
+/// Handles what is ready now.
 inline void runOnce() {
     while (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true) == kCFRunLoopRunHandledSource) {
     }
 }
 
-/** Whether there are soon no more open descriptors than that; the phone, which is in this process,
- *  closes its ends a moment after us. */
+/// Whether there are soon no more open descriptors than that; the phone, which is in this process,
+/// closes its ends a moment after us.
 inline bool descriptorsFallTo(size_t count) {
     return runUntil([count] { return openDescriptors() <= count; });
 }
@@ -60,10 +59,8 @@ inline void PrintTo(const DeviceEvent& event, std::ostream* stream) {
     *stream << "{" << event.device << ", " << event.message << "}";
 }
 
-/**
- * A subscription that writes down what it hears. The callback gets no cookie, so each of the
- * subscriptions that exist at once needs a slot of its own.
- */
+/// A subscription that writes down what it hears. The callback gets no cookie, so each of the
+/// subscriptions that exist at once needs a slot of its own.
 template <int Slot>
 class Watcher {
 public:
@@ -117,7 +114,7 @@ private:
     }
 };
 
-/** One healthy phone that has arrived. */
+/// One healthy phone that has arrived.
 class ProviderTest : public virtualphone::testing::VirtualPhoneTest {
 protected:
     void SetUp() override {
@@ -127,7 +124,7 @@ protected:
 
     void TearDown() override { md.AMDeviceSetCallTimeout(0); }
 
-    /** Connected, trusted, with a session. */
+    /// Connected, trusted, with a session.
     void openSession() {
         ASSERT_EQ(md.AMDeviceConnect(device), 0);
         ASSERT_NE(md.AMDeviceIsPaired(device), 0);
@@ -143,7 +140,7 @@ protected:
         return service;
     }
 
-    /** A file-service connection, made the way that the library makes it. */
+    /// A file-service connection, made the way that the library makes it.
     afc_connection* openFiles() {
         openSession();
         am_service* service = startService("com.apple.afc");
@@ -153,7 +150,7 @@ protected:
         return connection;
     }
 
-    /** A notification proxy. */
+    /// A notification proxy.
     am_service* openProxy() {
         openSession();
         am_service* proxy = startService("com.apple.mobile.notification_proxy");
@@ -181,5 +178,3 @@ protected:
 };
 
 } // namespace krl::provider::testing
-
-#endif

@@ -1,6 +1,5 @@
 // Two ends of a stream: a Channel, and a peer that says whatever a test wants.
-#ifndef KRL_TESTS_PROVIDER_SOCKETPAIR_H
-#define KRL_TESTS_PROVIDER_SOCKETPAIR_H
+#pragma once
 
 #include "CallTimeout.h"
 #include "Channel.h"
@@ -40,7 +39,7 @@ private:
     std::shared_ptr<Channel> channel_;
 };
 
-/** Another deadline for the length of a test. */
+/// Another deadline for the length of a test.
 class ShortTimeout {
 public:
     explicit ShortTimeout(uint32_t timeoutMs) { setCallTimeout(timeoutMs); }
@@ -52,5 +51,3 @@ public:
 };
 
 } // namespace krl::provider::testing
-
-#endif

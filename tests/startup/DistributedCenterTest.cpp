@@ -41,7 +41,7 @@ std::string text(CFTypeRef object) {
     return result;
 }
 
-/** "key=value ..." by the dictionary's order; "-" for none. */
+/// "key=value ..." by the dictionary's order; "-" for none.
 std::string text(CFDictionaryRef info) {
     if (info == nullptr) {
         return "-";
@@ -63,7 +63,7 @@ void post(const std::string& name, const std::string& object = "", CFDictionaryR
         center(), string(name).get(), object.empty() ? nullptr : string(object).get(), info, false);
 }
 
-/** Notes what it hears, "name object information". */
+/// Notes what it hears, "name object information".
 class Observer {
 public:
     Observer(const char* name, const char* object) {
@@ -78,7 +78,7 @@ public:
     Observer(const Observer&) = delete;
     Observer& operator=(const Observer&) = delete;
 
-    /** Runs this thread's loop until so many were heard. */
+    /// Runs this thread's loop until so many were heard.
     const std::vector<std::string>& waitFor(size_t count) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (heard.size() < count && std::chrono::steady_clock::now() < end) {

@@ -41,7 +41,7 @@ class Installation : public ::testing::Test {
 protected:
     Installation() { copyLibrary("lib"); }
 
-    /** The library with its resources in a folder of this name. */
+    /// The library with its resources in a folder of this name.
     void copyLibrary(const std::string& name) {
         libraryFolder_ = temporary_.path() / name;
         fs::create_directories(libraryFolder_);
@@ -65,16 +65,16 @@ protected:
         write(resources() / "Info.plist", informationWith("HxSupportVersionNumber", version));
     }
 
-    /** A plug-in with nothing but a version and a file to know it by. */
+    /// A plug-in with nothing but a version and a file to know it by.
     void putInstalled(const std::string& version) {
         write(bundle() / "Contents/Info.plist", informationWith("CFBundleVersion", version));
         write(bundle() / "mine", "mine");
     }
 
-    /** The plug-in that was put there is still there. */
+    /// The plug-in that was put there is still there.
     bool isUntouched() const { return fs::exists(bundle() / "mine"); }
 
-    /** The one from the archive is there, and nothing of another. */
+    /// The one from the archive is there, and nothing of another.
     bool isUnpacked() const {
         return fs::exists(bundle() / "Contents/Info.plist") &&
                access((bundle() / "Contents/Linux/HarlixSupport").c_str(), X_OK) == 0 &&

@@ -1,6 +1,5 @@
-/** A session bus of a test's own. */
-#ifndef KRL_TESTS_PRIVATEBUS_H
-#define KRL_TESTS_PRIVATEBUS_H
+/// A session bus of a test's own.
+#pragma once
 
 #include "tests/support/VirtualPhoneFixture.h"
 #include "tests/vesk/VeskProcess.h"
@@ -13,7 +12,7 @@ namespace krl::testing {
 
 using virtualphone::testing::TemporaryFolder;
 
-/** What makes processes find no session bus. */
+/// What makes processes find no session bus.
 inline const std::map<std::string, std::string> kNoBus{
     {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus"}};
 
@@ -21,7 +20,7 @@ class PrivateBus {
 public:
     PrivateBus() { start(); }
 
-    /** Again, at the same address. */
+    /// Again, at the same address.
     void start() {
         daemon_ = std::make_unique<vesk::testing::VeskProcess>(
             std::vector<std::string>{"--config-file=" KRL_BUS_CONFIGURATION, "--nofork",
@@ -48,5 +47,3 @@ private:
 };
 
 } // namespace krl::testing
-
-#endif

@@ -61,7 +61,7 @@ protected:
 
     fs::path bundle() const { return plugins() / "HarlixSupport.bundle"; }
 
-    /** What was asked of the programs, and what they found. */
+    /// What was asked of the programs, and what they found.
     struct Seen {
         bool unpackerIsThere = true;
         int exitStatus = 0;

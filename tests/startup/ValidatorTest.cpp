@@ -32,7 +32,7 @@ const Case kCases[] = {
     {"no object", {":number:2.5"}, false},
 };
 
-/** A validating process, the plug-in's stand-in and their bus. */
+/// A validating process, the plug-in's stand-in and their bus.
 struct Exchange {
     explicit Exchange(const Case& row)
         : standIn(row.pongs, {.environment = bus.environment(), .program = KRL_PLUGIN_STAND_IN}) {

@@ -1,6 +1,5 @@
 // A place for a test's files.
-#ifndef KRL_TESTS_TEMPORARYFOLDER_H
-#define KRL_TESTS_TEMPORARYFOLDER_H
+#pragma once
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,7 +9,7 @@
 
 namespace virtualphone::testing {
 
-/** A new folder, removed with its contents. */
+/// A new folder, removed with its contents.
 class TemporaryFolder {
 public:
     TemporaryFolder() {
@@ -36,5 +35,3 @@ private:
 };
 
 } // namespace virtualphone::testing
-
-#endif

@@ -1,6 +1,5 @@
-/** A phone on a bus of its own, in a temporary folder, where clients in this process find it. */
-#ifndef KRL_TESTS_VIRTUALPHONEFIXTURE_H
-#define KRL_TESTS_VIRTUALPHONEFIXTURE_H
+/// A phone on a bus of its own, in a temporary folder, where clients in this process find it.
+#pragma once
 
 #include "TemporaryFolder.h"
 #include "virtualphone/VirtualPhone.h"
@@ -17,7 +16,7 @@
 
 namespace virtualphone::testing {
 
-/** Points USBMUXD_SOCKET_ADDRESS at a bus; puts back what was there. Set it up before threads. */
+/// Points USBMUXD_SOCKET_ADDRESS at a bus; puts back what was there. Set it up before threads.
 class SocketEnvironment {
 public:
     explicit SocketEnvironment(const Bus& bus) {
@@ -45,10 +44,8 @@ private:
     bool wasSet_ = false;
 };
 
-/**
- * One healthy phone of firmware 1.1.1, plugged in. Change options before SetUp in a derived
- * fixture's constructor, or make further phones with makePhone.
- */
+/// One healthy phone of firmware 1.1.1, plugged in. Change options before SetUp in a derived
+/// fixture's constructor, or make further phones with makePhone.
 class VirtualPhoneTest : public ::testing::Test {
 private:
     TemporaryFolder folder_;
@@ -61,14 +58,14 @@ protected:
         id_ = bus_.plug(phone_);
     }
 
-    /** Another phone with a folder of its own, not plugged in. */
+    /// Another phone with a folder of its own, not plugged in.
     std::shared_ptr<Phone> makePhone(const std::string& name, PhoneOptions other = {}) {
         other.root = folder_.path() / name;
         other.name = name;
         return std::make_shared<Phone>(other);
     }
 
-    /** The phone that was plugged in by SetUp, and its DeviceID. */
+    /// The phone that was plugged in by SetUp, and its DeviceID.
     Phone& phone() { return *phone_; }
 
     std::shared_ptr<Phone> phonePointer() { return phone_; }
@@ -79,7 +76,7 @@ protected:
 
     RequestLog& log() { return bus_.log(); }
 
-    /** Where a path of the phone is on this computer. */
+    /// Where a path of the phone is on this computer.
     std::filesystem::path onDisk(std::string_view phonePath) const {
         while (phonePath.starts_with('/')) {
             phonePath.remove_prefix(1);
@@ -87,14 +84,14 @@ protected:
         return options.root / phonePath;
     }
 
-    /** Puts a file onto the phone behind the services' back, with its folders. */
+    /// Puts a file onto the phone behind the services' back, with its folders.
     void put(std::string_view phonePath, std::string_view contents) {
         const std::filesystem::path path = onDisk(phonePath);
         std::filesystem::create_directories(path.parent_path());
         std::ofstream(path, std::ios::binary) << contents;
     }
 
-    /** The contents of a file on the phone; empty when there is none. */
+    /// The contents of a file on the phone; empty when there is none.
     std::string contents(std::string_view phonePath) const {
         std::ifstream file(onDisk(phonePath), std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
@@ -104,7 +101,7 @@ protected:
         return std::filesystem::exists(std::filesystem::symlink_status(onDisk(phonePath)));
     }
 
-    /** Pulls the phone out and plugs it in again, under a new DeviceID. */
+    /// Pulls the phone out and plugs it in again, under a new DeviceID.
     void replug() {
         bus_.unplug(id_);
         id_ = bus_.plug(phone_);
@@ -120,5 +117,3 @@ private:
 };
 
 } // namespace virtualphone::testing
-
-#endif

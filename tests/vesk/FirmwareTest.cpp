@@ -30,7 +30,7 @@ protected:
         plugIn();
     }
 
-    /** A dry run and then the deed; both must say and do the same. */
+    /// A dry run and then the deed; both must say and do the same.
     VeskResult dryThenReal(const std::vector<std::string>& arguments) {
         std::vector<std::string> dry = arguments;
         dry.insert(dry.end(), {"--dry-run", "--json"});
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(Table, EachFirmware,
                                            Firmware{"1.1.1", true}, Firmware{"1.1.2", false},
                                            Firmware{"1.1.3", false}));
 
-/** A phone that was updated from firmware with placeholders to firmware without. */
+/// A phone that was updated from firmware with placeholders to firmware without.
 class Updated : public VeskTest {
 protected:
     void SetUp() override {

@@ -28,7 +28,7 @@ bool writesCatalogue(const LogEntry& entry) {
     return entry.request == "Open" && entry.path == kCatalogue && entry.mode == kOpenForWriting;
 }
 
-/** A request that hold() is about. */
+/// A request that hold() is about.
 bool isHeld(const LogEntry& entry) {
     return entry.fault == "delay";
 }
@@ -48,18 +48,18 @@ protected:
         }
     }
 
-    /** The phone thinks about a request for so long that a signal comes first. */
+    /// The phone thinks about a request for so long that a signal comes first.
     void hold(const std::string& request) {
         phone().faults().add(virtualphone::parseFault("afc/" + request + "=delay:2000"));
     }
 
-    /** Waits for a request, then sends the signal. */
+    /// Waits for a request, then sends the signal.
     void interruptAt(VeskProcess& process, const std::function<bool(const LogEntry&)>& moment) {
         ASSERT_TRUE(log().waitFor(moment));
         process.signal(SIGINT);
     }
 
-    /** Files in the ringtone folder with so many bytes. */
+    /// Files in the ringtone folder with so many bytes.
     size_t filesOfSize(size_t bytes) const {
         size_t count = 0;
         for (const std::string& name : ringtoneFolder()) {
@@ -68,14 +68,14 @@ protected:
         return count;
     }
 
-    /** The number of uploads that vesk said. */
+    /// The number of uploads that vesk said.
     static size_t saidUploaded(const std::string& text) {
         std::smatch found;
         const std::regex uploaded("([0-9]+) of [0-9]+ ringtones? had been uploaded");
         return std::regex_search(text, found, uploaded) ? std::stoul(found[1]) : std::string::npos;
     }
 
-    /** What was cancelled before the removals leaves this. */
+    /// What was cancelled before the removals leaves this.
     void expectOldState(const VeskResult& result, const std::set<std::string>& names) {
         EXPECT_THAT(result, ExitsWith(ExitCode::Cancelled));
         EXPECT_THAT(result.err, AllOf(HasSubstr("cancelling after this step"),
@@ -89,10 +89,10 @@ protected:
     std::string oldCatalogue_;
 };
 
-/** Cancelled during the upload of this number. */
+/// Cancelled during the upload of this number.
 class InterruptAtUpload : public Interrupt, public ::testing::WithParamInterface<int> {};
 
-/** A phone on which uploads take seconds, so that there is time to cancel. */
+/// A phone on which uploads take seconds, so that there is time to cancel.
 class SlowSync : public Interrupt {
 protected:
     void SetUp() override {

@@ -27,15 +27,15 @@ constexpr unsigned kScenarios = 400;
 constexpr unsigned kScenarios = 2000;
 #endif
 
-/** Draws; the same seed draws the same on every machine. */
+/// Draws; the same seed draws the same on every machine.
 class Dice {
 public:
     explicit Dice(uint64_t seed) : engine_(seed) {}
 
-    /** Below the limit. */
+    /// Below the limit.
     size_t below(size_t limit) { return engine_() % limit; }
 
-    /** So many times in a hundred. */
+    /// So many times in a hundred.
     bool percent(size_t chance) { return below(100) < chance; }
 
     template <typename T, size_t N>
@@ -71,14 +71,14 @@ std::string forXml(const std::string& text) {
     return result;
 }
 
-/** A command line, less its options. */
+/// A command line, less its options.
 struct CommandLine {
     Command command = Command::Sync;
     std::vector<std::string> arguments;
     std::optional<std::string> name;
 };
 
-/** What came of a command. */
+/// What came of a command.
 struct Outcome {
     ExitCode code = ExitCode::Success;
     nlohmann::json document;
@@ -92,7 +92,7 @@ bool isRefusal(ExitCode code) {
 
 class PlanIsDeed : public VeskTest, public ::testing::WithParamInterface<unsigned> {
 protected:
-    /** A phone as other software, other firmware and accidents may have left it. */
+    /// A phone as other software, other firmware and accidents may have left it.
     void makePhone(Dice& dice, unsigned scenario) {
         options = {};
         options.root = temporaryFolder() / ("phone" + std::to_string(scenario));
@@ -123,7 +123,7 @@ protected:
         put(kCatalogue, text + "</dict></dict></plist>");
     }
 
-    /** An entry of the catalogue, with its file, and perhaps a companion. */
+    /// An entry of the catalogue, with its file, and perhaps a companion.
     std::string entry(Dice& dice, const std::string& guid) {
         const std::string base = dice.oneOf(kBases);
         const std::string type = dice.oneOf(kTypes);
@@ -161,7 +161,7 @@ protected:
         return std::string(kFolder) + "/" + file;
     }
 
-    /** Files on this computer; none has another's name. */
+    /// Files on this computer; none has another's name.
     std::vector<std::string> makeFiles(Dice& dice, const std::string& folder, size_t most) {
         fs::create_directories(folder);
         std::set<std::string> taken;
@@ -227,7 +227,7 @@ protected:
         return outcome;
     }
 
-    /** The command and what it changed on the phone. */
+    /// The command and what it changed on the phone.
     Outcome runWatched(const CommandLine& line, bool force, std::vector<std::string>& changes) {
         log().clear();
         const Outcome outcome = run(line, /*dryRun=*/false, force);
@@ -280,7 +280,7 @@ protected:
         }
     }
 
-    /** As vesk list shows them. */
+    /// As vesk list shows them.
     nlohmann::json namesOnPhone() {
         const Outcome list = run({Command::List, {}, {}}, /*dryRun=*/false, /*force=*/false);
         nlohmann::json names = nlohmann::json::array();

@@ -23,7 +23,7 @@ protected:
         putRingtones({{"KDAQ.m4r", "Marimba", "1"}, {"QJHE.m4r", "Glöckchen", "2"}});
     }
 
-    /** Runs vesk, expects the code and that the phone is untouched, and the same as JSON. */
+    /// Runs vesk, expects the code and that the phone is untouched, and the same as JSON.
     std::string refused(const std::vector<std::string>& arguments, ExitCode code) {
         const auto before = everything();
         const VeskResult text = vesk(arguments);

@@ -37,7 +37,7 @@ protected:
         return VeskProcess(arguments, terminal).wait();
     }
 
-    /** All that stood on one line at any time. */
+    /// All that stood on one line at any time.
     static std::vector<std::string> drawings(const std::string& output) {
         std::vector<std::string> result(1);
         for (const char character : output) {

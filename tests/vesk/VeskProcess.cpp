@@ -58,7 +58,7 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
     return result;
 }
 
-/** A terminal: the master here, the name of the slave for the child. */
+/// A terminal: the master here, the name of the slave for the child.
 int openTerminal(unsigned short columns, std::string& slave) {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     require(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0, "terminal");

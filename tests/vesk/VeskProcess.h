@@ -1,6 +1,5 @@
-/** vesk as a process of its own, with its output in pipes or on a terminal. */
-#ifndef KRL_TESTS_VESKPROCESS_H
-#define KRL_TESTS_VESKPROCESS_H
+/// vesk as a process of its own, with its output in pipes or on a terminal.
+#pragma once
 
 #include <nlohmann/json.hpp>
 
@@ -22,7 +21,7 @@ struct VeskResult {
     nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-/** For messages of failed expectations. */
+/// For messages of failed expectations.
 void PrintTo(const VeskResult& result, std::ostream* out);
 
 class VeskProcess {
@@ -42,17 +41,17 @@ public:
 
     void signal(int number) const;
 
-    /** Types on the terminal; "\x03" is Ctrl-C. */
+    /// Types on the terminal; "\x03" is Ctrl-C.
     void type(const std::string& keys) const;
 
-    /** Waits until this stands in the output or the errors. */
+    /// Waits until this stands in the output or the errors.
     void waitForText(const std::string& text);
 
-    /** Waits for the end. */
+    /// Waits for the end.
     VeskResult wait();
 
 private:
-    /** Takes in output until the condition holds; fails the test when that takes a minute. */
+    /// Takes in output until the condition holds; fails the test when that takes a minute.
     void pump(const std::function<bool()>& done);
     bool take(int& descriptor, std::string& text);
 
@@ -62,9 +61,7 @@ private:
     VeskResult result_;
 };
 
-/** What a terminal of any width shows in the end: lines, with returns and erasures carried out. */
+/// What a terminal of any width shows in the end: lines, with returns and erasures carried out.
 std::vector<std::string> screenLines(const std::string& output);
 
 } // namespace vesk::testing
-
-#endif

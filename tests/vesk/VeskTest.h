@@ -1,6 +1,5 @@
-/** A virtual phone, a folder of ringtone files, and vesk run on them. */
-#ifndef KRL_TESTS_VESKTEST_H
-#define KRL_TESTS_VESKTEST_H
+/// A virtual phone, a folder of ringtone files, and vesk run on them.
+#pragma once
 
 #include "VeskProcess.h"
 
@@ -17,7 +16,7 @@
 
 namespace vesk::testing {
 
-/** One entry of a catalogue put onto a phone. */
+/// One entry of a catalogue put onto a phone.
 struct Listed {
     std::string file;
     std::string name;
@@ -25,43 +24,43 @@ struct Listed {
     std::vector<std::string> moreKeys = {"TrackID"}; ///< besides "Name" and "GUID"
 };
 
-/** The text of a catalogue. */
+/// The text of a catalogue.
 std::string catalogueText(const std::vector<Listed>& entries);
 
 class VeskTest : public virtualphone::testing::VirtualPhoneTest {
 protected:
-    /** No phone yet: set options, then plug it in. */
+    /// No phone yet: set options, then plug it in.
     void SetUp() override {}
 
     void plugIn() { VirtualPhoneTest::SetUp(); }
 
-    /** Runs vesk with its output in pipes. */
+    /// Runs vesk with its output in pipes.
     static VeskResult vesk(const std::vector<std::string>& arguments) {
         return VeskProcess(arguments).wait();
     }
 
-    /** Makes a file on this computer and returns its path. */
+    /// Makes a file on this computer and returns its path.
     std::string local(const std::string& name, const std::string& contents = "sound") const;
 
-    /** The folder of the files that local() makes. */
+    /// The folder of the files that local() makes.
     std::string localFolder() const;
 
-    /** Puts a catalogue onto the phone, and files with sound for its entries. */
+    /// Puts a catalogue onto the phone, and files with sound for its entries.
     void putRingtones(const std::vector<Listed>& entries);
 
-    /** Every file on the phone with its contents. */
+    /// Every file on the phone with its contents.
     std::map<std::string, std::string> everything() const;
 
     std::set<std::string> ringtoneFolder() const;
 
-    /** Names that vesk list shows. */
+    /// Names that vesk list shows.
     static std::set<std::string> listedNames();
 
-    /** What changed files or folders on the phone, from its log since the last clear: "rename A B",
-     *  "write FILE BYTES", "remove FILE", "folder PATH". */
+    /// What changed files or folders on the phone, from its log since the last clear: "rename A B",
+    /// "write FILE BYTES", "remove FILE", "folder PATH".
     std::vector<std::string> changesInLog();
 
-    /** The same from the operations that vesk said. */
+    /// The same from the operations that vesk said.
     static std::vector<std::string> changesIn(const nlohmann::json& operations);
 };
 
@@ -73,5 +72,3 @@ inline constexpr char kFolder[] = "/iTunes_Control/Ringtones";
 inline constexpr char kCatalogue[] = "/iTunes_Control/iTunes/Ringtones.plist";
 
 } // namespace vesk::testing
-
-#endif

@@ -52,7 +52,7 @@ protected:
         return pairsIn(ask(afc::kFileInfo, pathArgument(path)).payload);
     }
 
-    /** Connects again, after the phone was replugged. */
+    /// Connects again, after the phone was replugged.
     void reconnect() { afc_ = std::make_unique<AfcWire>(bus(), id()); }
 
 private:

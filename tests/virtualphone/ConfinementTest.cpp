@@ -35,7 +35,7 @@ protected:
         link("../good", "/in/goodchain");
     }
 
-    /** Beside the phone's folder. */
+    /// Beside the phone's folder.
     std::filesystem::path outside(const std::string& name) const {
         return temporaryFolder() / name;
     }
@@ -49,7 +49,7 @@ protected:
         return statusOf(afc::kOpen, u64(mode) + pathArgument(path));
     }
 
-    /** What a test may not change. */
+    /// What a test may not change.
     void TearDown() override {
         std::ifstream file(outside("secret"));
         std::string text;

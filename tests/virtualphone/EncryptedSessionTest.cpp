@@ -25,7 +25,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-/** Lets one program on a unix socket talk to a socket of ours, byte for byte. */
+/// Lets one program on a unix socket talk to a socket of ours, byte for byte.
 class Relay {
 public:
     Relay(const std::string& path, int other) : other_(other) {

@@ -15,7 +15,7 @@ namespace {
 
 class HostileClient : public VirtualPhoneTest {
 protected:
-    /** The phone is as good as before, and nothing of the attack is left. */
+    /// The phone is as good as before, and nothing of the attack is left.
     void TearDown() override {
         EXPECT_TRUE(bus().waitForConnections(0));
         AfcWire afc(bus(), id());

@@ -223,7 +223,7 @@ void post(idevice_t device, const Arguments& arguments) {
     std::cout << "posted\n";
 }
 
-/** What the library's threads have to tell. */
+/// What the library's threads have to tell.
 class Mailbox {
 public:
     void add(std::string line) {

@@ -14,7 +14,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-/** A client in a process of its own, which finds the fixture's phone through its environment. */
+/// A client in a process of its own, which finds the fixture's phone through its environment.
 class PeerLibrary : public VirtualPhoneTest {
 protected:
     static std::vector<std::string> client(std::vector<std::string> arguments) {
@@ -118,7 +118,7 @@ TEST_F(PeerLibrary, IsToldOfAFullDisk) {
     EXPECT_THAT(outcome.output, HasSubstr("write failed: 18"));
 }
 
-/** The tools as a person types them, under the program. */
+/// The tools as a person types them, under the program.
 class PeerTools : public ::testing::Test {
 protected:
     std::string root() const { return (folder_.path() / "phone").string(); }

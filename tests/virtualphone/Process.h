@@ -1,6 +1,5 @@
-/** Programs as a test runs them: with pipes, a limit on every wait, and no process left behind. */
-#ifndef KRL_TESTS_PROCESS_H
-#define KRL_TESTS_PROCESS_H
+/// Programs as a test runs them: with pipes, a limit on every wait, and no process left behind.
+#pragma once
 
 #include <sys/types.h>
 
@@ -12,10 +11,10 @@ namespace virtualphone::testing {
 
 class Process {
 public:
-    /** Starts a program, found in PATH; standard error goes to standard output. */
+    /// Starts a program, found in PATH; standard error goes to standard output.
     explicit Process(const std::vector<std::string>& command);
 
-    /** Ends what still runs. */
+    /// Ends what still runs.
     ~Process();
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
@@ -23,18 +22,18 @@ public:
     void writeLine(const std::string& line) const;
     void closeInput();
 
-    /** The next line without its end; none at the end of the output. Throws after half a minute. */
+    /// The next line without its end; none at the end of the output. Throws after half a minute.
     std::optional<std::string> readLine();
 
-    /** Reads until a line contains this; false when the output ends before. */
+    /// Reads until a line contains this; false when the output ends before.
     bool readUntil(const std::string& part);
 
-    /** All output that is left. */
+    /// All output that is left.
     std::string readAll();
 
     void signal(int number) const;
 
-    /** Waits for the end: the exit status, or 128 and the number of the signal that ended it. */
+    /// Waits for the end: the exit status, or 128 and the number of the signal that ended it.
     int wait();
 
 private:
@@ -51,12 +50,10 @@ struct Outcome {
     std::string output;
 };
 
-/** Runs a program to its end. */
+/// Runs a program to its end.
 Outcome run(const std::vector<std::string>& command);
 
-/** Whether PATH has such a program. */
+/// Whether PATH has such a program.
 bool isInstalled(const std::string& program);
 
 } // namespace virtualphone::testing
-
-#endif

@@ -1,7 +1,6 @@
-/** A client that writes its bytes by hand, so that the phone is held to the wire and not to a
- * library. */
-#ifndef KRL_TESTS_WIRECLIENT_H
-#define KRL_TESTS_WIRECLIENT_H
+/// A client that writes its bytes by hand, so that the phone is held to the wire and not to a
+/// library.
+#pragma once
 
 #include "virtualphone/VirtualPhone.h"
 
@@ -17,7 +16,7 @@
 
 namespace virtualphone::testing {
 
-/** A stream socket. Reading fails the test that waits longer than half a minute. */
+/// A stream socket. Reading fails the test that waits longer than half a minute.
 class WireSocket {
 public:
     explicit WireSocket(const Bus& bus);
@@ -27,16 +26,16 @@ public:
 
     WireSocket& operator=(WireSocket&&) = delete;
 
-    /** False when the phone has closed its side. */
+    /// False when the phone has closed its side.
     bool send(std::string_view bytes) const;
 
-    /** Exactly this many bytes, or fewer when the phone has closed its side. */
+    /// Exactly this many bytes, or fewer when the phone has closed its side.
     std::string receive(size_t count) const;
 
-    /** Waits until the phone has closed its side; false when it sends something instead. */
+    /// Waits until the phone has closed its side; false when it sends something instead.
     bool isClosed() const;
 
-    /** Whether nothing has arrived by now. */
+    /// Whether nothing has arrived by now.
     bool isQuiet() const;
 
     void close();
@@ -54,7 +53,7 @@ std::string number(uint64_t value);
 std::string dictionary(Items items);
 std::string document(const std::string& value);
 
-/** A property list as JSON: data as a string of its bytes; null when it is none. */
+/// A property list as JSON: data as a string of its bytes; null when it is none.
 nlohmann::json parsedList(const std::string& bytes);
 
 // Little-endian integers, and a path with its NUL.
@@ -62,7 +61,7 @@ std::string u32(uint32_t value);
 std::string u64(uint64_t value);
 std::string pathArgument(std::string_view path);
 
-/** The mux. */
+/// The mux.
 struct MuxReply {
     uint32_t length = 0;
     uint32_t version = 0;
@@ -79,32 +78,32 @@ std::string muxMessage(const std::string& body, uint32_t tag = 1, uint32_t versi
 std::optional<MuxReply> receiveMux(const WireSocket& socket);
 MuxReply askMux(const WireSocket& socket, Items items, uint32_t tag = 1);
 
-/** A tunnel to a port of the phone; the test fails when it is refused. */
+/// A tunnel to a port of the phone; the test fails when it is refused.
 WireSocket connectTo(const Bus& bus, uint32_t device, uint16_t port);
 
-/** Lockdown and the notification proxy: a length and a list. */
+/// Lockdown and the notification proxy: a length and a list.
 std::string framedMessage(const std::string& body);
 std::optional<std::string> receiveFramed(const WireSocket& socket);
 nlohmann::json ask(const WireSocket& socket, Items items);
 void tell(const WireSocket& socket, Items items);
 
-/** The pair record that a request carries. */
+/// The pair record that a request carries.
 std::string pairRecord(const std::string& hostId);
 
-/** A lockdown connection; in a session when asked for. */
+/// A lockdown connection; in a session when asked for.
 WireSocket connectLockdown(const Bus& bus, uint32_t device);
 std::string startSession(const WireSocket& lockdown, const Bus& bus);
 
-/** A connection to a service, started as a client has to. */
+/// A connection to a service, started as a client has to.
 WireSocket connectService(const Bus& bus, uint32_t device, const std::string& service);
 
-/** The file service. */
+/// The file service.
 struct AfcReply {
     afc::Header header{};
     std::string arguments;
     std::string payload;
 
-    /** The argument of status, opened and position answers. */
+    /// The argument of status, opened and position answers.
     uint64_t value() const;
 
     bool isStatus(uint64_t status) const {
@@ -117,13 +116,13 @@ public:
     AfcWire(const Bus& bus, uint32_t device)
         : socket(connectService(bus, device, "com.apple.afc")) {}
 
-    /** Sends a request and reads its answer; none when the connection has ended. */
+    /// Sends a request and reads its answer; none when the connection has ended.
     std::optional<AfcReply> tryAsk(uint64_t operation, const std::string& arguments,
                                    const std::string& payload = {});
-    /** The same, where an answer must come. */
+    /// The same, where an answer must come.
     AfcReply ask(uint64_t operation, const std::string& arguments, const std::string& payload = {});
 
-    /** The packet that ask sends. */
+    /// The packet that ask sends.
     std::string packet(uint64_t operation, const std::string& arguments,
                        const std::string& payload = {});
     std::optional<AfcReply> receive();
@@ -138,9 +137,7 @@ public:
     uint64_t lastNumber = 0;
 };
 
-/** Key, NUL, value, NUL, ... as an object. */
+/// Key, NUL, value, NUL, ... as an object.
 nlohmann::json pairsIn(const std::string& payload);
 
 } // namespace virtualphone::testing
-
-#endif

@@ -1,14 +1,11 @@
-/**
- * Case mappings of Unicode 14.0.0, written by make_case_tables.py. Internal.
- */
-#ifndef COREFOUNDATION_CASETABLES_H
-#define COREFOUNDATION_CASETABLES_H
+/// Case mappings of Unicode 14.0.0, written by make_case_tables.py. Internal.
+#pragma once
 
 #include <CoreFoundation/CFBase.h>
 
 namespace krl::cf {
 
-/** Every stride-th character from first to last is moved by distance. */
+/// Every stride-th character from first to last is moved by distance.
 struct CaseRun {
     UTF32Char first;
     UTF32Char last;
@@ -16,13 +13,13 @@ struct CaseRun {
     int32_t distance;
 };
 
-/** A character that becomes two or three, the last one 0 when there are two. */
+/// A character that becomes two or three, the last one 0 when there are two.
 struct CaseExpansion {
     UTF32Char character;
     UTF32Char expansion[3];
 };
 
-/** To lower case. */
+/// To lower case.
 inline constexpr CaseRun kLowerRuns[] = {
     {0x41, 0x5A, 1, 32},         {0xC0, 0xD6, 1, 32},         {0xD8, 0xDE, 1, 32},
     {0x100, 0x12E, 2, 1},        {0x132, 0x136, 2, 1},        {0x139, 0x147, 2, 1},
@@ -90,7 +87,7 @@ inline constexpr CaseExpansion kLowerExpansions[] = {
     {0x130, {0x69, 0x307, 0}},
 };
 
-/** To upper case. */
+/// To upper case.
 inline constexpr CaseRun kUpperRuns[] = {
     {0x61, 0x7A, 1, -32},        {0xB5, 0xB5, 1, 743},       {0xE0, 0xF6, 1, -32},
     {0xF8, 0xFE, 1, -32},        {0xFF, 0xFF, 1, 121},       {0x101, 0x12F, 2, -1},
@@ -212,7 +209,7 @@ inline constexpr CaseExpansion kUpperExpansions[] = {
     {0xFB16, {0x54E, 0x546, 0}},     {0xFB17, {0x544, 0x53D, 0}},
 };
 
-/** Full case folding, for comparing. */
+/// Full case folding, for comparing.
 inline constexpr CaseRun kFoldRuns[] = {
     {0x41, 0x5A, 1, 32},         {0xB5, 0xB5, 1, 775},        {0xC0, 0xD6, 1, 32},
     {0xD8, 0xDE, 1, 32},         {0x100, 0x12E, 2, 1},        {0x132, 0x136, 2, 1},
@@ -336,5 +333,3 @@ inline constexpr CaseExpansion kFoldExpansions[] = {
 };
 
 } // namespace krl::cf
-
-#endif

@@ -1,6 +1,5 @@
 // A file-service connection as callers hold it.
-#ifndef KRL_PROVIDER_AFCCONNECTION_H
-#define KRL_PROVIDER_AFCCONNECTION_H
+#pragma once
 
 #include "AfcClient.h"
 #include "Handles.h"
@@ -15,7 +14,7 @@ class AfcConnection final : public Object {
 public:
     explicit AfcConnection(std::shared_ptr<Channel> channel) : client_(std::move(channel)) {}
 
-    /** Calls the body with the client; one call after the other. */
+    /// Calls the body with the client; one call after the other.
     template <typename Body>
     int32_t exchange(Body body) {
         const std::lock_guard lock(mutex_);
@@ -27,7 +26,7 @@ public:
         }
     }
 
-    /** Ends the connection; a call under way on another thread fails at once. */
+    /// Ends the connection; a call under way on another thread fails at once.
     void close() noexcept { client_.shutdown(); }
 
 private:
@@ -36,5 +35,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

@@ -1,6 +1,5 @@
 // Listings that came from the phone whole and are handed out item by item.
-#ifndef KRL_PROVIDER_AFCLISTS_H
-#define KRL_PROVIDER_AFCLISTS_H
+#pragma once
 
 #include "Handles.h"
 
@@ -11,13 +10,13 @@
 
 namespace krl::provider {
 
-/** The names in a directory. Strings live as long as the object. */
+/// The names in a directory. Strings live as long as the object.
 class Directory final : public Object {
 public:
-    /** Of names that are each ended by a zero; null if the bytes are anything else. */
+    /// Of names that are each ended by a zero; null if the bytes are anything else.
     static std::shared_ptr<Directory> parse(std::vector<char> bytes);
 
-    /** Null at the end. */
+    /// Null at the end.
     char* next();
 
 private:
@@ -27,13 +26,13 @@ private:
     size_t position_ = 0;
 };
 
-/** Keys, each with its value. Strings live as long as the object. */
+/// Keys, each with its value. Strings live as long as the object.
 class KeyValues final : public Object {
 public:
-    /** Of keys and values in turn, each ended by a zero; null if the bytes are anything else. */
+    /// Of keys and values in turn, each ended by a zero; null if the bytes are anything else.
     static std::shared_ptr<KeyValues> parse(std::vector<char> bytes);
 
-    /** Null and null at the end. */
+    /// Null and null at the end.
     std::pair<char*, char*> next();
 
 private:
@@ -44,5 +43,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

@@ -1,6 +1,5 @@
 // The file service on the wire: a header of five 64-bit little-endian words, arguments, payload.
-#ifndef KRL_PROVIDER_AFCWIRE_H
-#define KRL_PROVIDER_AFCWIRE_H
+#pragma once
 
 #include <endian.h>
 
@@ -32,7 +31,7 @@ enum class Lock : uint64_t { Exclusive = 6, Unlock = 12 }; // both without waiti
 
 inline constexpr std::array<char, 8> kMagic{'C', 'F', 'A', '6', 'L', 'P', 'A', 'A'};
 
-/** As it stands on the wire; integers in wire order. */
+/// As it stands on the wire; integers in wire order.
 struct Header {
     std::array<char, 8> magic;
     uint64_t entireLength; ///< header, arguments and payload
@@ -52,5 +51,3 @@ inline Header makeHeader(Operation operation, uint64_t number, uint64_t argument
 }
 
 } // namespace krl::provider::afc
-
-#endif

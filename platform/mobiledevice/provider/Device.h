@@ -1,6 +1,5 @@
 // One plugging-in of a phone: its place on the mux and its lockdown connection.
-#ifndef KRL_PROVIDER_DEVICE_H
-#define KRL_PROVIDER_DEVICE_H
+#pragma once
 
 #include "Channel.h"
 #include "Handles.h"
@@ -22,7 +21,7 @@ public:
 
     [[nodiscard]] const std::string& udid() const { return udid_; }
 
-    /** The lockdown connection. A new one takes the place of an old one. */
+    /// The lockdown connection. A new one takes the place of an old one.
     int32_t connect();
     int32_t disconnect();
 
@@ -36,14 +35,13 @@ public:
     int32_t getValue(const std::optional<std::string>& domain,
                      const std::optional<std::string>& key, PlistRef& answer);
 
-    /** Connects to a service, encrypted if it is to be; 0 or a status. */
+    /// Connects to a service, encrypted if it is to be; 0 or a status.
     int32_t open(const ServiceAddress& address, std::shared_ptr<Channel>& opened);
 
-    /** Connects to a port of the phone; null if that cannot be done. */
+    /// Connects to a port of the phone; null if that cannot be done.
     std::shared_ptr<Channel> open(uint16_t port);
 
-    /** Ends all connections to the phone, those to come included: it is gone, or nobody holds it.
-     */
+    /// Ends all connections to the phone, those to come included: it is gone, or nobody holds it.
     void sever() noexcept;
 
 private:
@@ -58,11 +56,11 @@ private:
     [[nodiscard]] std::shared_ptr<Lockdown> lockdown();
     int32_t pairOn(Lockdown& connection);
 
-    /** Calls the body with the lockdown connection, if there is one; one call after the other. */
+    /// Calls the body with the lockdown connection, if there is one; one call after the other.
     template <typename Body>
     int32_t exchange(Body body);
 
-    /** As exchange, with the pair record, which is read once for each connection. */
+    /// As exchange, with the pair record, which is read once for each connection.
     template <typename Body>
     int32_t exchangePaired(Body body);
 
@@ -78,5 +76,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

@@ -1,6 +1,5 @@
 // Hears of phones from the mux and tells the subscriptions.
-#ifndef KRL_PROVIDER_DEVICEHUB_H
-#define KRL_PROVIDER_DEVICEHUB_H
+#pragma once
 
 #include "DeviceReference.h"
 #include "MuxListener.h"
@@ -16,13 +15,13 @@
 
 namespace krl::provider {
 
-/** Listens while there is a subscription. Any thread. */
+/// Listens while there is a subscription. Any thread.
 class DeviceHub final : public MuxAudience {
 public:
-    /** Tells the subscription of the phones that are there, and of all news. */
+    /// Tells the subscription of the phones that are there, and of all news.
     int32_t add(const std::shared_ptr<Subscription>& subscription);
 
-    /** Tells it nothing more. */
+    /// Tells it nothing more.
     void remove(const std::shared_ptr<Subscription>& subscription);
 
     void attached(uint32_t muxId, const std::string& udid) noexcept override;
@@ -46,9 +45,7 @@ private:
     std::map<uint32_t, am_device*> pluggings_;
 };
 
-/** The process's hub. It outlives the listener's thread. */
+/// The process's hub. It outlives the listener's thread.
 DeviceHub& deviceHub();
 
 } // namespace krl::provider
-
-#endif

@@ -1,6 +1,5 @@
 // One counted reference to a device handle.
-#ifndef KRL_PROVIDER_DEVICEREFERENCE_H
-#define KRL_PROVIDER_DEVICEREFERENCE_H
+#pragma once
 
 #include <MobileDevice/MobileDevice.h>
 
@@ -8,22 +7,22 @@
 
 namespace krl::provider {
 
-/** Takes one more reference; null for a handle that is stale. */
+/// Takes one more reference; null for a handle that is stale.
 am_device* retainDevice(am_device* device);
 
-/** Gives one back; the last one ends everything that the device has open. */
+/// Gives one back; the last one ends everything that the device has open.
 void releaseDevice(am_device* device);
 
 class DeviceReference {
 public:
     DeviceReference() = default;
 
-    /** One more reference. */
+    /// One more reference.
     static DeviceReference retaining(am_device* device) {
         return DeviceReference(retainDevice(device));
     }
 
-    /** Takes over a reference that is there already. */
+    /// Takes over a reference that is there already.
     static DeviceReference adopting(am_device* device) { return DeviceReference(device); }
 
     DeviceReference(DeviceReference&& other) noexcept
@@ -46,5 +45,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

@@ -1,6 +1,5 @@
 // What callers hold instead of pointers: numbers that are never used twice.
-#ifndef KRL_PROVIDER_HANDLES_H
-#define KRL_PROVIDER_HANDLES_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +11,7 @@
 
 namespace krl::provider {
 
-/** What a handle may stand for. */
+/// What a handle may stand for.
 class Object {
 public:
     Object() = default;
@@ -21,16 +20,14 @@ public:
     virtual ~Object() = default;
 };
 
-/**
- * Handles look like pointers and never are: a null, stale, doubled or foreign one is simply not
- * found, and so is one of another type. An object stays alive while a call that found it goes on. A
- * handle may have an owner, with which it goes at the latest. Any thread.
- */
+/// Handles look like pointers and never are: a null, stale, doubled or foreign one is simply not
+/// found, and so is one of another type. An object stays alive while a call that found it goes on. A
+/// handle may have an owner, with which it goes at the latest. Any thread.
 class Handles {
 public:
     using Id = uintptr_t;
 
-    /** Adds an object with one reference. 0 if its owner is no longer there. */
+    /// Adds an object with one reference. 0 if its owner is no longer there.
     Id add(std::shared_ptr<Object> object, Id owner = 0);
 
     template <typename T>
@@ -39,7 +36,7 @@ public:
         return std::dynamic_pointer_cast<T>(objectOf(idOf(handle)));
     }
 
-    /** Finds the object and adds a reference. */
+    /// Finds the object and adds a reference.
     template <typename T>
     std::shared_ptr<T> retain(const void* handle) {
         const std::lock_guard lock(mutex_);
@@ -50,7 +47,7 @@ public:
         return object;
     }
 
-    /** Takes a reference back. With the last one the handle goes, and the object is returned. */
+    /// Takes a reference back. With the last one the handle goes, and the object is returned.
     template <typename T>
     std::shared_ptr<T> release(const void* handle) {
         std::vector<Entry> removed; // destroyed after the lock is given back
@@ -63,7 +60,7 @@ public:
         return object;
     }
 
-    /** Finds the object and makes the handle stale, whatever its references. */
+    /// Finds the object and makes the handle stale, whatever its references.
     template <typename T>
     std::shared_ptr<T> take(const void* handle) {
         std::vector<Entry> removed;
@@ -86,7 +83,7 @@ private:
     static Id idOf(const void* handle) { return reinterpret_cast<Id>(handle); }
 
     std::shared_ptr<Object> objectOf(Id id) const;
-    /** Takes an entry and all that it owns out of the table. */
+    /// Takes an entry and all that it owns out of the table.
     void remove(Id id, std::vector<Entry>& removed);
 
     std::mutex mutex_;
@@ -94,15 +91,13 @@ private:
     std::unordered_map<Id, Entry> entries_;
 };
 
-/** A handle as callers hold it. */
+/// A handle as callers hold it.
 template <typename Opaque>
 Opaque* toHandle(Handles::Id id) {
     return reinterpret_cast<Opaque*>(id); // NOLINT(performance-no-int-to-ptr): never dereferenced
 }
 
-/** The process's handles. They outlive whoever could ask for one, exit handlers included. */
+/// The process's handles. They outlive whoever could ask for one, exit handlers included.
 Handles& handles();
 
 } // namespace krl::provider
-
-#endif

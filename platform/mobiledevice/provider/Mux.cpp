@@ -32,7 +32,7 @@ bool isUsable() {
 std::mutex firstCall;
 std::atomic<bool> isFirstCallOver = false;
 
-/** What the call returns, a negative number for failure; -1 when it cannot be made. */
+/// What the call returns, a negative number for failure; -1 when it cannot be made.
 template <typename Call>
 int callMux(Call call) {
     if (!isUsable()) {

@@ -1,6 +1,5 @@
 // A client of the notification proxy, which posts notifications inside the phone.
-#ifndef KRL_PROVIDER_NOTIFICATIONPROXYCLIENT_H
-#define KRL_PROVIDER_NOTIFICATIONPROXYCLIENT_H
+#pragma once
 
 #include "PlistMessenger.h"
 
@@ -14,10 +13,10 @@ class NotificationProxyClient {
 public:
     explicit NotificationProxyClient(std::shared_ptr<Channel> channel);
 
-    /** Posting has no answer: 0 says that it was sent. */
+    /// Posting has no answer: 0 says that it was sent.
     int32_t post(const std::string& name);
 
-    /** Waits until the phone has read everything posted, which it says by dying. */
+    /// Waits until the phone has read everything posted, which it says by dying.
     int32_t shutdown();
 
 private:
@@ -25,5 +24,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

@@ -1,6 +1,5 @@
 // Making the record of a new pairing.
-#ifndef KRL_PROVIDER_PAIRING_H
-#define KRL_PROVIDER_PAIRING_H
+#pragma once
 
 #include "PlistRef.h"
 
@@ -16,12 +15,8 @@ struct PairingFacts {
     std::optional<std::string> wifiAddress;
 };
 
-/**
- * A pair record with a new host identity: a root that signs, the host's key and certificate, and a
- * certificate about the phone's key. 0, or a status: kAMDBadReply when the phone's key is none.
- */
+/// A pair record with a new host identity: a root that signs, the host's key and certificate, and a
+/// certificate about the phone's key. 0, or a status: kAMDBadReply when the phone's key is none.
 int32_t newPairRecord(const PairingFacts& facts, PlistRef& record);
 
 } // namespace krl::provider
-
-#endif

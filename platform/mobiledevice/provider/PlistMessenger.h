@@ -1,7 +1,6 @@
 // Messages of lockdown and of the notification proxy: a 4-byte big-endian length, then a property
 // list.
-#ifndef KRL_PROVIDER_PLISTMESSENGER_H
-#define KRL_PROVIDER_PLISTMESSENGER_H
+#pragma once
 
 #include "Channel.h"
 #include "PlistRef.h"
@@ -11,17 +10,17 @@
 
 namespace krl::provider {
 
-/** Any failure ends the channel: what comes after it could not be told from what it was about. */
+/// Any failure ends the channel: what comes after it could not be told from what it was about.
 class PlistMessenger {
 public:
     explicit PlistMessenger(std::shared_ptr<Channel> channel);
 
     [[nodiscard]] int32_t send(const PlistRef& message);
 
-    /** Receives one message; one that is no dictionary is a bad reply. */
+    /// Receives one message; one that is no dictionary is a bad reply.
     [[nodiscard]] int32_t receive(PlistRef& message);
 
-    /** Ends the channel because of a message that makes no sense. */
+    /// Ends the channel because of a message that makes no sense.
     [[nodiscard]] int32_t badReply();
 
     Channel& channel() { return *channel_; }
@@ -33,5 +32,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

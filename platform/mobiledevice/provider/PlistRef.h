@@ -1,6 +1,5 @@
 // libplist's nodes with an owner, and checked looks into dictionaries that a phone has sent.
-#ifndef KRL_PROVIDER_PLISTREF_H
-#define KRL_PROVIDER_PLISTREF_H
+#pragma once
 
 #include <plist/plist.h>
 
@@ -16,34 +15,32 @@ struct PlistFree {
     void operator()(plist_t node) const { plist_free(node); }
 };
 
-/** Owns a root node. */
+/// Owns a root node.
 using PlistRef = std::unique_ptr<void, PlistFree>;
 
-/** Reads a dictionary, XML or binary; null if the bytes are anything else. */
+/// Reads a dictionary, XML or binary; null if the bytes are anything else.
 PlistRef parseDictionary(std::span<const std::byte> bytes);
 
-/** An empty dictionary. */
+/// An empty dictionary.
 PlistRef newDictionary();
 
 void setString(const PlistRef& dictionary, const char* key, const std::string& value);
 
 void setData(const PlistRef& dictionary, const char* key, const std::string& bytes);
 
-/** The value under a key if it has the type asked for. */
+/// The value under a key if it has the type asked for.
 std::optional<std::string> stringAt(const PlistRef& dictionary, const char* key);
 std::optional<uint64_t> unsignedAt(const PlistRef& dictionary, const char* key);
 std::optional<bool> booleanAt(const PlistRef& dictionary, const char* key);
 
 std::optional<std::string> dataAt(const PlistRef& dictionary, const char* key);
 
-/** A copy of the dictionary under a key, null if there is none. */
+/// A copy of the dictionary under a key, null if there is none.
 PlistRef dictionaryAt(const PlistRef& dictionary, const char* key);
 
 bool hasKey(const PlistRef& dictionary, const char* key);
 
-/** The list as an XML document; empty when memory is out. */
+/// The list as an XML document; empty when memory is out.
 std::string xmlOf(const PlistRef& list);
 
 } // namespace krl::provider
-
-#endif

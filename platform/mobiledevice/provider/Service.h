@@ -1,6 +1,5 @@
 // A service that the phone has started on a port, as callers hold it.
-#ifndef KRL_PROVIDER_SERVICE_H
-#define KRL_PROVIDER_SERVICE_H
+#pragma once
 
 #include "Device.h"
 #include "Handles.h"
@@ -14,16 +13,16 @@
 
 namespace krl::provider {
 
-/** The port is connected when it is first spoken to, so a service that nobody uses holds no
- *  descriptor. It is good for one connection: a file connection, or a notification proxy. */
+/// The port is connected when it is first spoken to, so a service that nobody uses holds no
+/// descriptor. It is good for one connection: a file connection, or a notification proxy.
 class Service final : public Object {
 public:
     Service(std::shared_ptr<Device> device, Handles::Id deviceId, ServiceAddress address);
 
     [[nodiscard]] Handles::Id deviceId() const { return deviceId_; }
 
-    /** Connects the port for somebody else to speak on; 0, or a status when that fails or it was
-     *  connected before. */
+    /// Connects the port for somebody else to speak on; 0, or a status when that fails or it was
+    /// connected before.
     int32_t openChannel(std::shared_ptr<Channel>& channel);
 
     int32_t post(const std::string& notification);
@@ -42,5 +41,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

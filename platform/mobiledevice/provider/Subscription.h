@@ -1,6 +1,5 @@
 // One subscriber to arrivals and removals: a queue that the run loop of its thread empties.
-#ifndef KRL_PROVIDER_SUBSCRIPTION_H
-#define KRL_PROVIDER_SUBSCRIPTION_H
+#pragma once
 
 #include "DeviceReference.h"
 #include "Handles.h"
@@ -17,20 +16,20 @@
 
 namespace krl::provider {
 
-/** Holds one reference on each device from its arrival until its removal has been delivered. */
+/// Holds one reference on each device from its arrival until its removal has been delivered.
 class Subscription final : public Object {
 public:
-    /** Belongs to the thread that makes it. */
+    /// Belongs to the thread that makes it.
     explicit Subscription(am_device_notification_callback callback);
 
-    /** Has the thread's run loop deliver events from now on, while `self` is the handle of this. */
+    /// Has the thread's run loop deliver events from now on, while `self` is the handle of this.
     void schedule(am_device_notification* self);
 
-    /** Queues an event, to be delivered later. Any thread. */
+    /// Queues an event, to be delivered later. Any thread.
     void enqueue(am_device* device, uint32_t message);
 
-    /** Ends it: no callback begins any more, and one that runs on another thread has returned. Any
-     *  thread, the callback included. */
+    /// Ends it: no callback begins any more, and one that runs on another thread has returned. Any
+    /// thread, the callback included.
     void end();
 
 private:
@@ -55,5 +54,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

@@ -16,7 +16,7 @@ namespace krl::provider {
 
 namespace {
 
-/** A stream of NSS's on a channel. */
+/// A stream of NSS's on a channel.
 class StreamEncryption final : public Encryption, private nss::Transport {
 public:
     explicit StreamEncryption(Channel& channel) : channel_(channel) {}
@@ -38,7 +38,7 @@ public:
         return stepOf(stream_->receive(target, received));
     }
 
-    /** Why the last step was not done; 0 when the phone ended the stream. */
+    /// Why the last step was not done; 0 when the phone ended the stream.
     [[nodiscard]] PRErrorCode error() const { return hasFailed_ ? stream_->error() : 0; }
 
 private:

@@ -1,15 +1,12 @@
 // Sessions encrypted by NSS with the keys of a pair record.
-#ifndef KRL_PROVIDER_TLSSECURITY_H
-#define KRL_PROVIDER_TLSSECURITY_H
+#pragma once
 
 #include "SessionSecurity.h"
 
 namespace krl::provider {
 
-/**
- * The newest protocol that the phone speaks too, from TLS 1.2 down to SSL 3.0. The phone gets the
- * host's certificate and must show the key that it was paired with.
- */
+/// The newest protocol that the phone speaks too, from TLS 1.2 down to SSL 3.0. The phone gets the
+/// host's certificate and must show the key that it was paired with.
 class TlsSecurity final : public SessionSecurity {
 public:
     int32_t begin(Channel& channel, const PairRecord& record) override;
@@ -17,5 +14,3 @@ public:
 };
 
 } // namespace krl::provider
-
-#endif

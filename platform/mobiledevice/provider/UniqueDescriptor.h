@@ -1,6 +1,5 @@
 // A file descriptor with one owner.
-#ifndef KRL_PROVIDER_UNIQUEDESCRIPTOR_H
-#define KRL_PROVIDER_UNIQUEDESCRIPTOR_H
+#pragma once
 
 #include <unistd.h>
 
@@ -38,5 +37,3 @@ private:
 };
 
 } // namespace krl::provider
-
-#endif

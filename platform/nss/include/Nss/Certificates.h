@@ -1,6 +1,5 @@
 // Certificates of pair records: made, read and compared. start() must have been true.
-#ifndef KRL_NSS_CERTIFICATES_H
-#define KRL_NSS_CERTIFICATES_H
+#pragma once
 
 #include "Nss/Owners.h"
 
@@ -10,7 +9,7 @@
 
 namespace krl::nss {
 
-/** What a certificate says and who says it. */
+/// What a certificate says and who says it.
 struct CertificatePlan {
     std::string subject;         ///< a common name
     std::string issuer;          ///< the signer's common name
@@ -22,18 +21,16 @@ struct CertificatePlan {
     std::chrono::system_clock::time_point notAfter;
 };
 
-/** PEM text "CERTIFICATE"; empty on failure. Its serial number is drawn anew each time. */
+/// PEM text "CERTIFICATE"; empty on failure. Its serial number is drawn anew each time.
 std::string newCertificatePem(const CertificatePlan& plan);
 
-/** The first certificate of a PEM text; null when there is none that can be read. */
+/// The first certificate of a PEM text; null when there is none that can be read.
 Certificate parseCertificate(std::string_view pem);
 
-/** Whether both are about the same key. */
+/// Whether both are about the same key.
 bool haveSameKey(const CERTCertificate* one, const CERTCertificate* other);
 
-/** Whether a certificate is valid now: neither too early nor too late. */
+/// Whether a certificate is valid now: neither too early nor too late.
 bool isValidNow(const CERTCertificate* certificate);
 
 } // namespace krl::nss
-
-#endif

@@ -1,6 +1,5 @@
 // RSA keys, and their PEM forms in pair records. start() must have been true.
-#ifndef KRL_NSS_KEYS_H
-#define KRL_NSS_KEYS_H
+#pragma once
 
 #include "Nss/Owners.h"
 
@@ -14,21 +13,19 @@ struct KeyPair {
     PublicKey publicKey;
 };
 
-/** Null keys when NSS cannot make them. */
+/// Null keys when NSS cannot make them.
 KeyPair newKeyPair(int bits);
 
-/** "RSA PRIVATE KEY", which every reader of pair records knows; empty on failure. */
+/// "RSA PRIVATE KEY", which every reader of pair records knows; empty on failure.
 std::string privateKeyPem(const KeyPair& keys);
 
-/** "RSA PUBLIC KEY", the form in which phones say theirs; empty on failure. */
+/// "RSA PUBLIC KEY", the form in which phones say theirs; empty on failure.
 std::string publicKeyPem(const KeyPair& keys);
 
-/** Of "RSA PRIVATE KEY" or "PRIVATE KEY"; null when the text has neither. */
+/// Of "RSA PRIVATE KEY" or "PRIVATE KEY"; null when the text has neither.
 PrivateKey parsePrivateKey(std::string_view pem);
 
-/** Of "RSA PUBLIC KEY" or "PUBLIC KEY"; null when the text has neither. */
+/// Of "RSA PUBLIC KEY" or "PUBLIC KEY"; null when the text has neither.
 PublicKey parsePublicKey(std::string_view pem);
 
 } // namespace krl::nss
-
-#endif

@@ -1,6 +1,5 @@
 // NSS's objects with an owner each.
-#ifndef KRL_NSS_OWNERS_H
-#define KRL_NSS_OWNERS_H
+#pragma once
 
 #include <cert.h>
 #include <keyhi.h>
@@ -49,5 +48,3 @@ using Request = std::unique_ptr<CERTCertificateRequest, Destroy<CERT_DestroyCert
 using FileDescriptor = std::unique_ptr<PRFileDesc, Destroy<PR_Close>>;
 
 } // namespace krl::nss
-
-#endif

@@ -1,6 +1,5 @@
 // PEM: base64 between a line that begins and one that ends.
-#ifndef KRL_NSS_PEM_H
-#define KRL_NSS_PEM_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -12,9 +11,7 @@ using Bytes = std::string; ///< any bytes
 
 std::string toPem(std::string_view label, std::string_view der);
 
-/** The bytes of the first block of this label; none when there is none or it is damaged. */
+/// The bytes of the first block of this label; none when there is none or it is damaged.
 std::optional<Bytes> fromPem(std::string_view label, std::string_view text);
 
 } // namespace krl::nss
-
-#endif

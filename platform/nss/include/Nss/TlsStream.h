@@ -1,6 +1,5 @@
 // A TLS or SSL 3.0 stream over whatever carries bytes.
-#ifndef KRL_NSS_TLSSTREAM_H
-#define KRL_NSS_TLSSTREAM_H
+#pragma once
 
 #include "Nss/Owners.h"
 
@@ -17,15 +16,15 @@
 
 namespace krl::nss {
 
-/** What carries a stream's bytes. Nothing here raises SIGPIPE. */
+/// What carries a stream's bytes. Nothing here raises SIGPIPE.
 class Transport {
 public:
     virtual ~Transport() = default;
 
-    /** How many bytes came; 0 at the end; -1 with errno, EAGAIN when it would have to wait. */
+    /// How many bytes came; 0 at the end; -1 with errno, EAGAIN when it would have to wait.
     virtual ssize_t receive(std::span<std::byte> target) = 0;
 
-    /** How many bytes went; -1 with errno, EAGAIN when it would have to wait. */
+    /// How many bytes went; -1 with errno, EAGAIN when it would have to wait.
     virtual ssize_t send(std::span<const std::byte> bytes) = 0;
 };
 
@@ -37,10 +36,10 @@ enum class TlsStep {
     Failed          ///< TlsStream::error() says why
 };
 
-/** Looks at the other side's certificate: 0, or the NSS error that refuses it. */
+/// Looks at the other side's certificate: 0, or the NSS error that refuses it.
 using CertificateCheck = std::function<PRErrorCode(const CERTCertificate& shown)>;
 
-/** Versions are 0x0300 for SSL 3.0, 0x0301 for TLS 1.0 and so on. */
+/// Versions are 0x0300 for SSL 3.0, 0x0301 for TLS 1.0 and so on.
 struct StreamSetup {
     uint16_t leastVersion = 0;
     uint16_t highestVersion = 0;
@@ -52,38 +51,38 @@ struct StreamSetup {
 
 struct ClientSetup : StreamSetup {};
 
-/** The client must show a certificate. */
+/// The client must show a certificate.
 struct ServerSetup : StreamSetup {};
 
-/** One thread at a time. start() must have been true, and an OldProtocols must live while a stream
- *  is made and while its handshake goes on. */
+/// One thread at a time. start() must have been true, and an OldProtocols must live while a stream
+/// is made and while its handshake goes on.
 class TlsStream {
 public:
-    /** Null when NSS refuses the setup. The transport must outlive the stream. */
+    /// Null when NSS refuses the setup. The transport must outlive the stream.
     static std::unique_ptr<TlsStream> client(Transport& transport, ClientSetup setup);
     static std::unique_ptr<TlsStream> server(Transport& transport, ServerSetup setup);
 
-    /** Says that the stream ends here, if its handshake was done and the transport takes it. */
+    /// Says that the stream ends here, if its handshake was done and the transport takes it.
     ~TlsStream();
     TlsStream(const TlsStream&) = delete;
     TlsStream& operator=(const TlsStream&) = delete;
 
     TlsStep handshake();
 
-    /** Takes some of the bytes, at least one, and stores how many. They have gone once flush() is
-     *  done. */
+    /// Takes some of the bytes, at least one, and stores how many. They have gone once flush() is
+    /// done.
     TlsStep send(std::span<const std::byte> bytes, size_t& sent);
 
-    /** Sends what was taken and has not gone yet. */
+    /// Sends what was taken and has not gone yet.
     TlsStep flush();
 
-    /** Receives some bytes, at least one, and stores how many. */
+    /// Receives some bytes, at least one, and stores how many.
     TlsStep receive(std::span<std::byte> target, size_t& received);
 
-    /** The NSS or NSPR error of the last step that failed. */
+    /// The NSS or NSPR error of the last step that failed.
     [[nodiscard]] PRErrorCode error() const { return error_; }
 
-    /** What the handshake came to, as in "SSL 3.0, TLS_RSA_WITH_AES_128_CBC_SHA". */
+    /// What the handshake came to, as in "SSL 3.0, TLS_RSA_WITH_AES_128_CBC_SHA".
     [[nodiscard]] std::string description() const;
 
 private:
@@ -104,5 +103,3 @@ private:
 };
 
 } // namespace krl::nss
-
-#endif
