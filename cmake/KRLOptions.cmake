@@ -1,4 +1,4 @@
-# How everything here is compiled, on three interface targets: the language, warnings, sanitizers.
+# How everything here is compiled: the language, where includes begin, warnings, sanitizers.
 
 option(KRL_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
 option(KRL_BENCH "Build the benchmarks" OFF)
@@ -24,6 +24,8 @@ set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
 add_library(krl_options INTERFACE)
 add_library(krl::options ALIAS krl_options)
+# Includes are written from the root of the tree: a line tells where each thing comes from.
+target_include_directories(krl_options INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(krl_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wundef
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
