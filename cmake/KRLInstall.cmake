@@ -9,6 +9,6 @@ if(TARGET MobileDevice)
 endif()
 install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
-                  "${PROJECT_SOURCE_DIR}/platform/corefoundation/include/"
+                  "${PROJECT_SOURCE_DIR}/corefoundation/include/"
                   "${PROJECT_SOURCE_DIR}/platform/mobiledevice/include/"
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")

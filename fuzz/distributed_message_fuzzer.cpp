@@ -1,8 +1,8 @@
 // Any bytes from the session bus: taken in as a notification or ignored. The first byte says
 // whether they are the message or only the body of one that claims to be a notification.
 
-#include "DistributedMessage.h"
-#include "DistributedWire.h"
+#include "corefoundation/events/DistributedMessage.h"
+#include "corefoundation/events/DistributedWire.h"
 
 #include <sys/socket.h>
 #include <unistd.h>

@@ -2,7 +2,7 @@
 // version. It starts from wherever its bundle was unpacked, so it needs nothing but the system's
 // libraries.
 
-#include "DistributedWire.h"
+#include "corefoundation/events/DistributedWire.h"
 
 #include <csignal>
 #include <cstdio>

@@ -1,0 +1,16 @@
+/// What property lists need of numbers. Internal.
+#pragma once
+
+#include "corefoundation/values/CFRuntime.h"
+
+#include <CoreFoundation/CFNumber.h>
+
+namespace krl::cf {
+
+/// A 64-bit number that may lie beyond the signed range.
+CFNumberRef createUnsignedNumber(uint64_t value);
+
+/// Whether a number lies beyond the signed range; its low 64 bits are then the unsigned value.
+bool isBeyondSigned(CFNumberRef number);
+
+} // namespace krl::cf
