@@ -1,9 +1,8 @@
+#include "nss/Certificates.h"
+#include "nss/Keys.h"
+#include "nss/Runtime.h"
+#include "nss/TlsStream.h"
 #include "virtualphone/SessionKeys.h"
-
-#include <Nss/Certificates.h>
-#include <Nss/Keys.h>
-#include <Nss/Runtime.h>
-#include <Nss/TlsStream.h>
 
 #include <secerr.h>
 #include <sslproto.h>

@@ -1,8 +1,7 @@
 // Keys, certificates and their PEM forms.
 
 #include "Identity.h"
-
-#include <Nss/Pem.h>
+#include "nss/Pem.h"
 
 namespace krl::nss::testing {
 namespace {

@@ -1,9 +1,9 @@
 // Two sides that know each other, made once: keys cost the most.
 #pragma once
 
-#include <Nss/Certificates.h>
-#include <Nss/Keys.h>
-#include <Nss/Runtime.h>
+#include "nss/Certificates.h"
+#include "nss/Keys.h"
+#include "nss/Runtime.h"
 
 #include <gtest/gtest.h>
 

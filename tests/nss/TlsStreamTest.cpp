@@ -1,8 +1,7 @@
 // Both sides of a stream in one thread, with a pipe of bytes each way between them.
 
+#include "nss/TlsStream.h"
 #include "Identity.h"
-
-#include <Nss/TlsStream.h>
 
 #include <secerr.h>
 #include <sslerr.h>

@@ -4,10 +4,9 @@
 
 #include "PairRecord.h"
 #include "PlistRef.h"
-
-#include <Nss/Certificates.h>
-#include <Nss/Keys.h>
-#include <Nss/Runtime.h>
+#include "nss/Certificates.h"
+#include "nss/Keys.h"
+#include "nss/Runtime.h"
 
 #include <gmock/gmock.h>
 #include <usbmuxd.h>

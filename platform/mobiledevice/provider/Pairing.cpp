@@ -1,13 +1,13 @@
 #include "Pairing.h"
 
 #include "Text.h"
+#include "nss/Certificates.h"
+#include "nss/Keys.h"
+#include "nss/Runtime.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CoreFoundation.h>
 #include <MobileDevice/MobileDevice.h>
-#include <Nss/Certificates.h>
-#include <Nss/Keys.h>
-#include <Nss/Runtime.h>
 
 #include <chrono>
 

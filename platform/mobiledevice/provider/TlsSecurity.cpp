@@ -1,10 +1,11 @@
 #include "TlsSecurity.h"
 
+#include "nss/Certificates.h"
+#include "nss/Keys.h"
+#include "nss/Runtime.h"
+#include "nss/TlsStream.h"
+
 #include <MobileDevice/MobileDevice.h>
-#include <Nss/Certificates.h>
-#include <Nss/Keys.h>
-#include <Nss/Runtime.h>
-#include <Nss/TlsStream.h>
 
 #include <secerr.h>
 #include <sslerr.h>

@@ -1,7 +1,7 @@
 // Certificates of pair records: made, read and compared. start() must have been true.
 #pragma once
 
-#include "Nss/Owners.h"
+#include "nss/Owners.h"
 
 #include <chrono>
 #include <string>

@@ -1,6 +1,6 @@
-#include "Nss/TlsStream.h"
+#include "nss/TlsStream.h"
 
-#include "Nss/Runtime.h"
+#include "nss/Runtime.h"
 
 #include <prnetdb.h>
 #include <secerr.h>

@@ -1,6 +1,6 @@
-#include "Nss/Keys.h"
+#include "nss/Keys.h"
 
-#include "Nss/Pem.h"
+#include "nss/Pem.h"
 
 #include <optional>
 

@@ -1,7 +1,7 @@
 // A TLS or SSL 3.0 stream over whatever carries bytes.
 #pragma once
 
-#include "Nss/Owners.h"
+#include "nss/Owners.h"
 
 #include <prerror.h>
 #include <sys/types.h>

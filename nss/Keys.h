@@ -1,7 +1,7 @@
 // RSA keys, and their PEM forms in pair records. start() must have been true.
 #pragma once
 
-#include "Nss/Owners.h"
+#include "nss/Owners.h"
 
 #include <string>
 #include <string_view>

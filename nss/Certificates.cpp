@@ -1,6 +1,6 @@
-#include "Nss/Certificates.h"
+#include "nss/Certificates.h"
 
-#include "Nss/Pem.h"
+#include "nss/Pem.h"
 
 #include <certt.h>
 #include <cryptohi.h>

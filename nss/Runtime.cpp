@@ -1,6 +1,6 @@
-#include "Nss/Runtime.h"
+#include "nss/Runtime.h"
 
-#include "Nss/TlsStream.h"
+#include "nss/TlsStream.h"
 
 #include <nss.h>
 #include <ssl.h>

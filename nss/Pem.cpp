@@ -1,6 +1,6 @@
-#include "Nss/Pem.h"
+#include "nss/Pem.h"
 
-#include "Nss/Owners.h"
+#include "nss/Owners.h"
 
 #include <nssb64.h>
 
