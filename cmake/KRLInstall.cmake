@@ -10,5 +10,5 @@ endif()
 install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
                   "${PROJECT_SOURCE_DIR}/corefoundation/include/"
-                  "${PROJECT_SOURCE_DIR}/platform/mobiledevice/include/"
+                  "${PROJECT_SOURCE_DIR}/mobiledevice/include/"
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
