@@ -1,10 +1,10 @@
 // Any bytes as what a phone answers. The first byte says what was asked. Every answer is taken or
 // refused; a read never claims more bytes than fit.
 
-#include "AfcClient.h"
-#include "CallTimeout.h"
-#include "LockdownClient.h"
-#include "NotificationProxyClient.h"
+#include "mobiledevice/provider/services/AfcClient.h"
+#include "mobiledevice/provider/services/LockdownClient.h"
+#include "mobiledevice/provider/services/NotificationProxyClient.h"
+#include "mobiledevice/provider/wire/CallTimeout.h"
 
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,8 +1,8 @@
-#include "AfcClient.h"
+#include "mobiledevice/provider/services/AfcClient.h"
 
-#include "AfcLists.h"
 #include "AfcReplies.h"
 #include "SocketPair.h"
+#include "mobiledevice/provider/devices/AfcLists.h"
 
 #include <MobileDevice/MobileDevice.h>
 

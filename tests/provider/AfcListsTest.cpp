@@ -1,4 +1,4 @@
-#include "AfcLists.h"
+#include "mobiledevice/provider/devices/AfcLists.h"
 
 #include <gtest/gtest.h>
 

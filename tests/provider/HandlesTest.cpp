@@ -1,4 +1,4 @@
-#include "Handles.h"
+#include "mobiledevice/provider/devices/Handles.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "ProviderFixture.h"
 
-#include "DeviceHub.h"
-#include "UniqueDescriptor.h"
+#include "mobiledevice/provider/devices/DeviceHub.h"
+#include "mobiledevice/provider/wire/UniqueDescriptor.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>

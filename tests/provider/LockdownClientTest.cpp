@@ -1,8 +1,8 @@
-#include "LockdownClient.h"
+#include "mobiledevice/provider/services/LockdownClient.h"
 
-#include "LockdownErrors.h"
 #include "PlistMessages.h"
 #include "SocketPair.h"
+#include "mobiledevice/provider/services/LockdownErrors.h"
 
 #include <MobileDevice/MobileDevice.h>
 

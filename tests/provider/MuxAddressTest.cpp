@@ -1,6 +1,6 @@
 // Where the mux daemon is looked for.
 
-#include "MuxAddress.h"
+#include "mobiledevice/mux/MuxAddress.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Listening to a mux daemon that says whatever a test wants.
 
-#include "MuxListener.h"
+#include "mobiledevice/provider/wire/MuxListener.h"
 
 #include "Descriptors.h"
 #include "Peer.h"

@@ -1,4 +1,4 @@
-#include "NotificationProxyClient.h"
+#include "mobiledevice/provider/services/NotificationProxyClient.h"
 
 #include "PlistMessages.h"
 #include "SocketPair.h"

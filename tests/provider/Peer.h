@@ -1,7 +1,7 @@
 // The other end of a stream, which says whatever a test wants.
 #pragma once
 
-#include "UniqueDescriptor.h"
+#include "mobiledevice/provider/wire/UniqueDescriptor.h"
 
 #include <poll.h>
 #include <sys/socket.h>

@@ -1,8 +1,8 @@
 // Messages of lockdown and the notification proxy byte by byte.
 #pragma once
 
-#include "PlistRef.h"
 #include "SocketPair.h"
+#include "mobiledevice/provider/wire/PlistRef.h"
 
 #include <cstdint>
 #include <string>

@@ -2,8 +2,8 @@
 
 #include "ProviderFixture.h"
 
-#include "PairRecord.h"
-#include "PlistRef.h"
+#include "mobiledevice/provider/security/PairRecord.h"
+#include "mobiledevice/provider/wire/PlistRef.h"
 #include "nss/Certificates.h"
 #include "nss/Keys.h"
 #include "nss/Runtime.h"

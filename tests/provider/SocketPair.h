@@ -1,10 +1,10 @@
 // Two ends of a stream: a Channel, and a peer that says whatever a test wants.
 #pragma once
 
-#include "CallTimeout.h"
-#include "Channel.h"
 #include "Peer.h"
-#include "UniqueDescriptor.h"
+#include "mobiledevice/provider/wire/CallTimeout.h"
+#include "mobiledevice/provider/wire/Channel.h"
+#include "mobiledevice/provider/wire/UniqueDescriptor.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,0 +1,51 @@
+// Hears of phones from the mux and tells the subscriptions.
+#pragma once
+
+#include "mobiledevice/provider/devices/DeviceReference.h"
+#include "mobiledevice/provider/devices/Subscription.h"
+#include "mobiledevice/provider/wire/MuxListener.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace krl::provider {
+
+/// Listens while there is a subscription. Any thread.
+class DeviceHub final : public MuxAudience {
+public:
+    /// Tells the subscription of the phones that are there, and of all news.
+    int32_t add(const std::shared_ptr<Subscription>& subscription);
+
+    /// Tells it nothing more.
+    void remove(const std::shared_ptr<Subscription>& subscription);
+
+    void attached(uint32_t muxId, const std::string& udid) noexcept override;
+    void detached(uint32_t muxId) noexcept override;
+
+private:
+    void announce(uint32_t muxId, const std::string& udid);
+    void withdraw(uint32_t muxId);
+    DeviceReference deviceFor(uint32_t muxId, const std::string& udid);
+
+    // Orders the calls that begin and end listening. The listener's thread never takes it, for they
+    // wait for that thread.
+    std::mutex listening_;
+    std::optional<MuxListener> listener_;
+
+    std::mutex mutex_; // of what follows
+    std::vector<std::shared_ptr<Subscription>> subscriptions_;
+    std::map<uint32_t, DeviceReference> attached_;
+    // The device of each plugging heard of, not held: while somebody else holds it, a subscription
+    // that begins anew meets the same device.
+    std::map<uint32_t, am_device*> pluggings_;
+};
+
+/// The process's hub. It outlives the listener's thread.
+DeviceHub& deviceHub();
+
+} // namespace krl::provider

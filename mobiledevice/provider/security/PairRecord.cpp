@@ -1,0 +1,43 @@
+#include "mobiledevice/provider/security/PairRecord.h"
+
+#include <utility>
+
+namespace krl::provider {
+
+PairRecord::PairRecord(PlistRef contents, std::string hostId)
+    : contents_(std::move(contents)), hostId_(std::move(hostId)) {}
+
+std::optional<PairRecord> PairRecord::parse(std::span<const std::byte> bytes) {
+    PlistRef contents = parseDictionary(bytes);
+    std::optional<std::string> hostId = stringAt(contents, "HostID");
+    if (!hostId) {
+        return std::nullopt;
+    }
+    return PairRecord(std::move(contents), std::move(*hostId));
+}
+
+std::optional<std::string> PairRecord::systemBuid() const {
+    return stringAt(contents_, "SystemBUID");
+}
+
+std::string PairRecord::dataText(const char* key) const {
+    return dataAt(contents_, key).value_or("");
+}
+
+void PairRecord::setData(const char* key, const std::string& bytes) {
+    provider::setData(contents_, key, bytes);
+}
+
+std::string PairRecord::xml() const {
+    return xmlOf(contents_);
+}
+
+PlistRef PairRecord::withoutPrivateKeys() const {
+    PlistRef record(plist_copy(contents_.get()));
+    for (const char* key : {"HostPrivateKey", "RootPrivateKey"}) {
+        plist_dict_remove_item(record.get(), key);
+    }
+    return record;
+}
+
+} // namespace krl::provider

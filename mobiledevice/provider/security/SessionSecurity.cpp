@@ -1,0 +1,13 @@
+#include "mobiledevice/provider/security/SessionSecurity.h"
+
+#include <MobileDevice/MobileDevice.h>
+
+namespace krl::provider {
+
+int32_t ClearSessionsOnly::begin(Channel&, const PairRecord&) {
+    return kAMDSessionNotSupported;
+}
+
+void ClearSessionsOnly::end(Channel&) {}
+
+} // namespace krl::provider

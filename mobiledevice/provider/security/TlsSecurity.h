@@ -1,0 +1,16 @@
+// Sessions encrypted by NSS with the keys of a pair record.
+#pragma once
+
+#include "mobiledevice/provider/security/SessionSecurity.h"
+
+namespace krl::provider {
+
+/// The newest protocol that the phone speaks too, from TLS 1.2 down to SSL 3.0. The phone gets the
+/// host's certificate and must show the key that it was paired with.
+class TlsSecurity final : public SessionSecurity {
+public:
+    int32_t begin(Channel& channel, const PairRecord& record) override;
+    void end(Channel& channel) override;
+};
+
+} // namespace krl::provider

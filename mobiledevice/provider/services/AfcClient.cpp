@@ -1,0 +1,271 @@
+#include "mobiledevice/provider/services/AfcClient.h"
+
+#include <MobileDevice/MobileDevice.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace krl::provider {
+
+using afc::Operation;
+
+namespace {
+
+// Early firmware gives wrong data for longer reads.
+constexpr size_t kPieceBytes = 65536;
+
+// Pieces of a write that are sent before an answer is looked at: 4 MiB, the most that callers write
+// at a time, so that such a write waits for the phone once. The replies, of 48 bytes each, take
+// three kilobytes, which every socket on the way holds: a phone that answers while we still send is
+// never stopped by it, so neither side can wait for the other.
+constexpr size_t kPiecesInFlight = 64;
+
+// A listing of a hundred thousand names takes some megabytes.
+constexpr uint64_t kMaxListBytes = uint64_t{16} * 1024 * 1024;
+
+std::string word(uint64_t value) {
+    const uint64_t wire = htole64(value);
+    return {reinterpret_cast<const char*>(&wire), sizeof wire};
+}
+
+std::string text(std::string_view path) {
+    std::string argument(path);
+    argument.push_back('\0');
+    return argument;
+}
+
+// sendmsg takes no const memory, but does not write to it.
+iovec part(const void* bytes, size_t count) {
+    return {const_cast<void*>(bytes), count};
+}
+
+} // namespace
+
+AfcClient::AfcClient(std::shared_ptr<Channel> channel) : channel_(std::move(channel)) {}
+
+int32_t AfcClient::makeDirectory(std::string_view path) {
+    return requestStatus(Operation::MakeDirectory, text(path));
+}
+
+int32_t AfcClient::removePath(std::string_view path) {
+    return requestStatus(Operation::RemovePath, text(path));
+}
+
+int32_t AfcClient::renamePath(std::string_view from, std::string_view to) {
+    return requestStatus(Operation::RenamePath, text(from) + text(to));
+}
+
+int32_t AfcClient::readDirectory(std::string_view path, std::vector<char>& names) {
+    return requestData(Operation::ReadDirectory, text(path), names);
+}
+
+int32_t AfcClient::fileInfo(std::string_view path, std::vector<char>& pairs) {
+    return requestData(Operation::FileInfo, text(path), pairs);
+}
+
+int32_t AfcClient::deviceInfo(std::vector<char>& pairs) {
+    return requestData(Operation::DeviceInfo, "", pairs);
+}
+
+int32_t AfcClient::openFile(std::string_view path, uint64_t mode, uint64_t& file) {
+    const uint64_t number = nextNumber_;
+    if (const int32_t status = send(Operation::OpenFile, word(mode) + text(path))) {
+        return status;
+    }
+    uint64_t bodyBytes = 0;
+    if (const int32_t status = receiveReply(number, Operation::FileOpened, bodyBytes)) {
+        return status;
+    }
+    return receiveWord(file);
+}
+
+int32_t AfcClient::closeFile(uint64_t file) {
+    return requestStatus(Operation::CloseFile, word(file));
+}
+
+int32_t AfcClient::lockFile(uint64_t file, afc::Lock lock) {
+    return requestStatus(Operation::LockFile, word(file) + word(static_cast<uint64_t>(lock)));
+}
+
+int32_t AfcClient::readFile(uint64_t file, std::span<std::byte> target, size_t& received) {
+    received = 0;
+    uint64_t bytes = 0;
+    do {
+        const uint64_t number = nextNumber_;
+        const std::span<std::byte> rest = target.subspan(received);
+        const size_t asked = std::min(rest.size(), kPieceBytes);
+        int32_t status = send(Operation::ReadFile, word(file) + word(asked));
+        if (status == 0) {
+            status = receiveDataHeader(number, asked, bytes);
+        }
+        if (status == 0) {
+            status = receiveBytes(rest.first(bytes));
+        }
+        if (status != 0) {
+            return status;
+        }
+        received += bytes;
+    } while (bytes > 0 && received < target.size());
+    return 0;
+}
+
+int32_t AfcClient::writeFile(uint64_t file, std::span<const std::byte> bytes) {
+    int32_t failure = 0;
+    do {
+        const uint64_t first = nextNumber_;
+        failure = sendPieces(file, bytes);
+        // After a failure too the replies on their way are taken, so that the next request does not
+        // meet them.
+        for (uint64_t number = first; number < nextNumber_; ++number) {
+            const int32_t status = receiveStatus(number);
+            failure = failure != 0 ? failure : status;
+        }
+    } while (failure == 0 && !bytes.empty());
+    return failure;
+}
+
+void AfcClient::shutdown() noexcept {
+    channel_->shutdown();
+}
+
+int32_t AfcClient::requestStatus(Operation operation, const std::string& arguments) {
+    const uint64_t number = nextNumber_;
+    if (const int32_t status = send(operation, arguments)) {
+        return status;
+    }
+    return receiveStatus(number);
+}
+
+int32_t AfcClient::requestData(Operation operation, const std::string& arguments,
+                               std::vector<char>& data) {
+    const uint64_t number = nextNumber_;
+    uint64_t bytes = 0;
+    if (const int32_t status = send(operation, arguments)) {
+        return status;
+    }
+    if (const int32_t status = receiveDataHeader(number, kMaxListBytes, bytes)) {
+        return status;
+    }
+    data.resize(bytes);
+    return receiveBytes(std::as_writable_bytes(std::span(data)));
+}
+
+int32_t AfcClient::send(Operation operation, const std::string& arguments) {
+    const afc::Header header = afc::makeHeader(operation, nextNumber_++, arguments.size(), 0);
+    std::array parts{part(&header, sizeof header), part(arguments.data(), arguments.size())};
+    return checked(channel_->send(parts));
+}
+
+int32_t AfcClient::sendPieces(uint64_t file, std::span<const std::byte>& rest) {
+    struct Prefix {
+        afc::Header header;
+        uint64_t file;
+    };
+
+    std::array<Prefix, kPiecesInFlight> prefixes;
+    std::array<iovec, 2 * kPiecesInFlight> parts;
+    size_t count = 0;
+    do {
+        const std::span<const std::byte> piece = rest.first(std::min(rest.size(), kPieceBytes));
+        rest = rest.subspan(piece.size());
+        prefixes[count] = {
+            afc::makeHeader(Operation::WriteFile, nextNumber_++, sizeof file, piece.size()),
+            htole64(file)};
+        parts[2 * count] = part(&prefixes[count], sizeof(Prefix));
+        parts[2 * count + 1] = part(piece.data(), piece.size());
+        ++count;
+    } while (!rest.empty() && count < kPiecesInFlight);
+    return checked(channel_->send(std::span(parts).first(2 * count)));
+}
+
+int32_t AfcClient::receiveHeader(uint64_t number, Reply& reply) {
+    afc::Header header;
+    if (const int32_t status = receiveBytes(std::as_writable_bytes(std::span(&header, 1)))) {
+        return status;
+    }
+    const uint64_t entireLength = le64toh(header.entireLength);
+    const uint64_t thisLength = le64toh(header.thisLength);
+    if (header.magic != afc::kMagic || le64toh(header.number) != number ||
+        entireLength < afc::kHeaderBytes) {
+        return badReply();
+    }
+    reply = {static_cast<Operation>(le64toh(header.operation)), entireLength - afc::kHeaderBytes};
+    // Data is all payload, everything else one word of arguments.
+    const bool wellFormed = reply.operation == Operation::Data
+                                ? thisLength == afc::kHeaderBytes
+                                : thisLength == entireLength && reply.bodyBytes == sizeof(uint64_t);
+    return wellFormed ? 0 : badReply();
+}
+
+int32_t AfcClient::receiveReply(uint64_t number, Operation wanted, uint64_t& bodyBytes) {
+    Reply reply{};
+    if (const int32_t status = receiveHeader(number, reply)) {
+        return status;
+    }
+    if (reply.operation == Operation::Status && wanted != Operation::Status) {
+        const int32_t status = receiveStatusWord();
+        // Success alone is no answer to a request for something.
+        return status != 0 ? status : badReply();
+    }
+    bodyBytes = reply.bodyBytes;
+    return reply.operation == wanted ? 0 : badReply();
+}
+
+int32_t AfcClient::receiveStatus(uint64_t number) {
+    uint64_t bodyBytes = 0;
+    if (const int32_t status = receiveReply(number, Operation::Status, bodyBytes)) {
+        return status;
+    }
+    return receiveStatusWord();
+}
+
+int32_t AfcClient::receiveStatusWord() {
+    uint64_t status = 0;
+    if (const int32_t failure = receiveWord(status)) {
+        return failure;
+    }
+    return status <= std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(status)
+                                                         : badReply();
+}
+
+int32_t AfcClient::receiveDataHeader(uint64_t number, uint64_t maxBytes, uint64_t& bytes) {
+    if (const int32_t status = receiveReply(number, Operation::Data, bytes)) {
+        return status;
+    }
+    return bytes <= maxBytes ? 0 : badReply();
+}
+
+int32_t AfcClient::receiveWord(uint64_t& word) {
+    uint64_t wire = 0;
+    if (const int32_t status = receiveBytes(std::as_writable_bytes(std::span(&wire, 1)))) {
+        return status;
+    }
+    word = le64toh(wire);
+    return 0;
+}
+
+int32_t AfcClient::receiveBytes(std::span<std::byte> target) {
+    return checked(channel_->receive(target));
+}
+
+int32_t AfcClient::checked(IoResult result) {
+    switch (result) {
+    case IoResult::Done:
+        return 0;
+    case IoResult::Closed:
+        channel_->shutdown();
+        return kAFCNotConnected;
+    case IoResult::TimedOut:
+        channel_->shutdown();
+        return kAFCTimedOut;
+    }
+    return kAFCNotConnected;
+}
+
+int32_t AfcClient::badReply() {
+    channel_->shutdown();
+    return kAFCBadReply;
+}
+
+} // namespace krl::provider
