@@ -1,9 +1,9 @@
 // Any bytes as what a client sends to the virtual phone's services. The first byte says which one.
 
-#include "virtualphone/AfcServer.h"
-#include "virtualphone/LockdownServer.h"
-#include "virtualphone/NotificationProxyServer.h"
 #include "virtualphone/VirtualPhone.h"
+#include "virtualphone/services/AfcServer.h"
+#include "virtualphone/services/LockdownServer.h"
+#include "virtualphone/services/NotificationProxyServer.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>

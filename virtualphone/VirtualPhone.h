@@ -19,9 +19,9 @@
 /// std::system_error or std::invalid_argument when something is wrong with what they were given.
 #pragma once
 
-#include "virtualphone/AfcProtocol.h"
-#include "virtualphone/Bus.h"
-#include "virtualphone/Faults.h"
-#include "virtualphone/Phone.h"
-#include "virtualphone/PhoneOptions.h"
-#include "virtualphone/RequestLog.h"
+#include "virtualphone/bus/Bus.h"
+#include "virtualphone/phone/Phone.h"
+#include "virtualphone/phone/PhoneOptions.h"
+#include "virtualphone/services/AfcProtocol.h"
+#include "virtualphone/services/RequestLog.h"
+#include "virtualphone/wire/Faults.h"

@@ -1,6 +1,6 @@
 // The log on its own.
 
-#include "virtualphone/RequestLog.h"
+#include "virtualphone/services/RequestLog.h"
 #include "tests/support/VirtualPhoneFixture.h"
 
 #include <nlohmann/json.hpp>
