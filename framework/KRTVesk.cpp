@@ -1,10 +1,10 @@
 #include "KRTVeskInternal.h"
 
-#include "Files.h"
-#include "FrameworkLoader.h"
-#include "HomeFolder.h"
-#include "Programs.h"
 #include "SupportPlugin.h"
+#include "library/system/Files.h"
+#include "library/system/FrameworkLoader.h"
+#include "library/system/HomeFolder.h"
+#include "library/system/Programs.h"
 
 #include <KRLVesk/KRTError.h>
 #include <MobileDevice/MobileDevice.h>

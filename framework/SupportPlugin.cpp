@@ -1,6 +1,6 @@
 #include "SupportPlugin.h"
 
-#include "HomeFolder.h"
+#include "library/system/HomeFolder.h"
 
 #include <climits>
 

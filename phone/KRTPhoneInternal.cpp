@@ -1,7 +1,7 @@
 #include "KRTPhoneInternal.h"
 
-#include "Clock.h"
 #include "ErrorReport.h"
+#include "library/system/Clock.h"
 
 #include <CoreFoundation/CFRef.h>
 

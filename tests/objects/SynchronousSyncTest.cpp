@@ -3,8 +3,8 @@
 #include "ObjectTest.h"
 #include "SyncTest.h"
 
-#include "Clock.h"
 #include "KRTPhoneInternal.h"
+#include "library/system/Clock.h"
 
 namespace {
 

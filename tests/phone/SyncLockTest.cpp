@@ -1,5 +1,5 @@
-#include "Clock.h"
 #include "PhoneTest.h"
+#include "library/system/Clock.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include "KRTVeskInternal.h"
 
-#include "FrameworkLoader.h"
-#include "HomeFolder.h"
-#include "Programs.h"
+#include "library/system/FrameworkLoader.h"
+#include "library/system/HomeFolder.h"
+#include "library/system/Programs.h"
 
 #include "tests/support/VirtualPhoneFixture.h"
 

@@ -2,9 +2,9 @@
 
 #include "Cf.h"
 
-#include "Files.h"
-#include "Programs.h"
 #include "SupportPlugin.h"
+#include "library/system/Files.h"
+#include "library/system/Programs.h"
 
 #include <KRLVesk/KRLVesk.h>
 #include <fmt/format.h>

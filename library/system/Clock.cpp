@@ -1,4 +1,4 @@
-#include "Clock.h"
+#include "library/system/Clock.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "FrameworkLoader.h"
+#include "library/system/FrameworkLoader.h"
 
 #include <atomic>
 #include <dlfcn.h>

@@ -1,4 +1,4 @@
-#include "Files.h"
+#include "library/system/Files.h"
 
 #include <filesystem>
 #include <system_error>

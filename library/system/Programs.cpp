@@ -1,6 +1,6 @@
-#include "Programs.h"
+#include "library/system/Programs.h"
 
-#include "Files.h"
+#include "library/system/Files.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,6 +1,6 @@
-#include "HomeFolder.h"
+#include "library/system/HomeFolder.h"
 
-#include "Files.h"
+#include "library/system/Files.h"
 
 #include <array>
 #include <cstdlib>
