@@ -1,7 +1,7 @@
 #include "KRTPhoneManagerInternal.h"
 
-#include "ErrorReport.h"
 #include "RecordLifetime.h"
+#include "library/errors/ErrorReport.h"
 
 #include <CoreFoundation/CFRef.h>
 

@@ -1,6 +1,6 @@
 #include <KRLVesk/KRTPluginValidator.h>
 
-#include "SupportPlugin.h"
+#include "library/startup/SupportPlugin.h"
 
 #include <chrono>
 

@@ -1,6 +1,6 @@
 #include "KRLFDInternal.h"
 
-#include "ErrorReport.h"
+#include "library/errors/ErrorReport.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,5 +1,5 @@
-#include "ErrorObject.h"
 #include "RecordLifetime.h"
+#include "library/errors/ErrorObject.h"
 
 #include <KRLVesk/KRLException.h>
 #include <KRLVesk/KRTPhone.h>

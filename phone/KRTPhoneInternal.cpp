@@ -1,6 +1,6 @@
 #include "KRTPhoneInternal.h"
 
-#include "ErrorReport.h"
+#include "library/errors/ErrorReport.h"
 #include "library/system/Clock.h"
 
 #include <CoreFoundation/CFRef.h>

@@ -7,11 +7,11 @@
 #include "CatalogueFile.h"
 #include "Cleanup.h"
 #include "Dictionaries.h"
-#include "ErrorReport.h"
 #include "Moves.h"
 #include "NameSets.h"
 #include "Names.h"
 #include "SourceFile.h"
+#include "library/errors/ErrorReport.h"
 
 #include <new>
 

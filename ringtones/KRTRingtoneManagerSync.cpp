@@ -2,10 +2,10 @@
 // for the application's answer.
 #include "ConditionLock.h"
 #include "Dictionaries.h"
-#include "ErrorObject.h"
 #include "KRTRingtoneManagerInternal.h"
 #include "RecordLifetime.h"
 #include "WorkingList.h"
+#include "library/errors/ErrorObject.h"
 
 #include <KRLVesk/KRTError.h>
 #include <KRLVesk/KRTRingtoneManager.h>

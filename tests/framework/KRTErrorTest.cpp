@@ -1,4 +1,4 @@
-#include "ErrorReport.h"
+#include "library/errors/ErrorReport.h"
 
 #include <KRLVesk/KRTError.h>
 

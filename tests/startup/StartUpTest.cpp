@@ -1,6 +1,6 @@
 // Start-up with the platform's answers scripted, as far as a machine cannot be made to give them.
 
-#include "KRTVeskInternal.h"
+#include "library/startup/KRTVeskInternal.h"
 
 #include "library/system/FrameworkLoader.h"
 #include "library/system/HomeFolder.h"

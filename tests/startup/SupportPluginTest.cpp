@@ -1,6 +1,6 @@
 // What a pong has to say, and the addition to strings.
 
-#include "SupportPlugin.h"
+#include "library/startup/SupportPlugin.h"
 
 #include <KRLVesk/KRTPluginValidator.h>
 #include <gmock/gmock.h>

@@ -2,7 +2,7 @@
 
 #include "Cf.h"
 
-#include "SupportPlugin.h"
+#include "library/startup/SupportPlugin.h"
 #include "library/system/Files.h"
 #include "library/system/Programs.h"
 

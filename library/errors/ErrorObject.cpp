@@ -1,4 +1,4 @@
-#include "ErrorObject.h"
+#include "library/errors/ErrorObject.h"
 
 #include <KRLVesk/KRTError.h>
 

@@ -1,4 +1,4 @@
-#include "SupportPlugin.h"
+#include "library/startup/SupportPlugin.h"
 
 #include "library/system/HomeFolder.h"
 

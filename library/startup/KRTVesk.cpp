@@ -1,6 +1,6 @@
-#include "KRTVeskInternal.h"
+#include "library/startup/KRTVeskInternal.h"
 
-#include "SupportPlugin.h"
+#include "library/startup/SupportPlugin.h"
 #include "library/system/Files.h"
 #include "library/system/FrameworkLoader.h"
 #include "library/system/HomeFolder.h"
