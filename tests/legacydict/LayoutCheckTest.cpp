@@ -1,4 +1,4 @@
-#include "LayoutCheck.h"
+#include "library/firmware111/LayoutCheck.h"
 #include "Strings.h"
 
 #include <KRLVesk/KRTDictionary.h>

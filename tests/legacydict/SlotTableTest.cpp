@@ -1,7 +1,7 @@
 // The slot table with strings for keys, as the layout check uses it.
 
-#include "KRLFDInternal.h"
 #include "Strings.h"
+#include "library/firmware111/KRLFDInternal.h"
 
 #include <KRLVesk/KRTError.h>
 

@@ -2,7 +2,7 @@
 // and so is whether there is memory. That reaches what no string reaches: keys that look like
 // markers, deleted slots, keys that become equal.
 
-#include "KRLFDInternal.h"
+#include "library/firmware111/KRLFDInternal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "LayoutCheck.h"
+#include "library/firmware111/LayoutCheck.h"
 
 #include <KRLVesk/KRTDictionary.h>
 #include <KRLVesk/KRTRingtoneManager.h>

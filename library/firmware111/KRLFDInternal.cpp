@@ -1,4 +1,4 @@
-#include "KRLFDInternal.h"
+#include "library/firmware111/KRLFDInternal.h"
 
 #include "library/errors/ErrorReport.h"
 
