@@ -1,4 +1,4 @@
-#include "RecordLifetime.h"
+#include "library/phone/RecordLifetime.h"
 
 #include <KRLVesk/KRTPhoneManager.h>
 

@@ -1,7 +1,7 @@
 #include "KRTPhoneManagerInternal.h"
 
-#include "RecordLifetime.h"
 #include "library/errors/ErrorReport.h"
+#include "library/phone/RecordLifetime.h"
 
 #include <CoreFoundation/CFRef.h>
 

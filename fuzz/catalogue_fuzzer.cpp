@@ -2,8 +2,8 @@
 // that says that it succeeded has left a catalogue that can be read and holds the new ringtone.
 
 #include "FakeMobileDevice.h"
-#include "KRTPhoneInternal.h"
 #include "KRTRingtoneManagerInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRTError.h>

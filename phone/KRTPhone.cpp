@@ -1,5 +1,5 @@
-#include "RecordLifetime.h"
 #include "library/errors/ErrorObject.h"
+#include "library/phone/RecordLifetime.h"
 
 #include <KRLVesk/KRLException.h>
 #include <KRLVesk/KRTPhone.h>

@@ -6,8 +6,8 @@
 #include "KRTRingtoneManagerInternal.h"
 #include "Names.h"
 #include "RebuildRule.h"
-#include "RecordLifetime.h"
 #include "WorkingList.h"
+#include "library/phone/RecordLifetime.h"
 
 #include <array>
 #include <utility>

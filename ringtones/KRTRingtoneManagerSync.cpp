@@ -3,9 +3,9 @@
 #include "ConditionLock.h"
 #include "Dictionaries.h"
 #include "KRTRingtoneManagerInternal.h"
-#include "RecordLifetime.h"
 #include "WorkingList.h"
 #include "library/errors/ErrorObject.h"
+#include "library/phone/RecordLifetime.h"
 
 #include <KRLVesk/KRTError.h>
 #include <KRLVesk/KRTRingtoneManager.h>

@@ -1,7 +1,7 @@
 // The store record and the words of its interface.
 #include "KRTRingtoneManagerInternal.h"
 
-#include "KRTPhoneInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <cstdlib>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "FakeMobileDevice.h"
-#include "KRTPhoneInternal.h"
 #include "KRTPhoneManagerInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <KRLVesk/KRTError.h>
 

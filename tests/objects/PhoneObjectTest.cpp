@@ -2,7 +2,7 @@
 
 #include "ObjectTest.h"
 
-#include "KRTPhoneInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <functional>
 

@@ -3,7 +3,7 @@
 #include "ObjectTest.h"
 #include "SyncTest.h"
 
-#include "KRTPhoneInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 #include "library/system/Clock.h"
 
 namespace {

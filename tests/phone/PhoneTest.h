@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FakeMobileDevice.h"
-#include "KRTPhoneInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <KRLVesk/KRTError.h>
 

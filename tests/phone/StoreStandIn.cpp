@@ -1,6 +1,6 @@
 #include "StoreStandIn.h"
 
-#include "KRTPhoneInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <KRLVesk/KRTRingtoneManager.h>
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "FakeMobileDevice.h"
-#include "KRTPhoneInternal.h"
 #include "KRTRingtoneManagerInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRTError.h>

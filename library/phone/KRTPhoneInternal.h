@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RecordLifetime.h"
+#include "library/phone/RecordLifetime.h"
 
 #include <KRLVesk/KRTPhone.h>
 

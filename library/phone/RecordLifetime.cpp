@@ -1,6 +1,6 @@
-#include "RecordLifetime.h"
+#include "library/phone/RecordLifetime.h"
 
-#include "KRTPhoneInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include <cstdlib>
 #include <mutex>

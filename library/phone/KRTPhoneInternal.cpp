@@ -1,4 +1,4 @@
-#include "KRTPhoneInternal.h"
+#include "library/phone/KRTPhoneInternal.h"
 
 #include "library/errors/ErrorReport.h"
 #include "library/system/Clock.h"
