@@ -2,8 +2,8 @@
 // that says that it succeeded has left a catalogue that can be read and holds the new ringtone.
 
 #include "FakeMobileDevice.h"
-#include "KRTRingtoneManagerInternal.h"
 #include "library/phone/KRTPhoneInternal.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRTError.h>

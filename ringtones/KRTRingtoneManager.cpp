@@ -2,12 +2,12 @@
 #include <KRLVesk/KRTRingtoneManager.h>
 
 #include "ChangeObservers.h"
-#include "Dictionaries.h"
-#include "KRTRingtoneManagerInternal.h"
-#include "Names.h"
 #include "RebuildRule.h"
 #include "WorkingList.h"
 #include "library/phone/RecordLifetime.h"
+#include "library/store/Dictionaries.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
+#include "library/store/Names.h"
 
 #include <array>
 #include <utility>

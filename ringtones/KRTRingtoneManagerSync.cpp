@@ -1,11 +1,11 @@
 // The sync of KRTRingtoneManager: on this thread or on one of its own, with reports that can wait
 // for the application's answer.
 #include "ConditionLock.h"
-#include "Dictionaries.h"
-#include "KRTRingtoneManagerInternal.h"
 #include "WorkingList.h"
 #include "library/errors/ErrorObject.h"
 #include "library/phone/RecordLifetime.h"
+#include "library/store/Dictionaries.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
 
 #include <KRLVesk/KRTError.h>
 #include <KRLVesk/KRTRingtoneManager.h>

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "FakeMobileDevice.h"
-#include "KRTRingtoneManagerInternal.h"
 #include "library/phone/KRTPhoneInternal.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRTError.h>

@@ -1,7 +1,7 @@
 // Which ringtone is which: by GUID, by name, and by the base name of its file on the phone.
-#include "KRTRingtoneManagerInternal.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
 
-#include "Dictionaries.h"
+#include "library/store/Dictionaries.h"
 
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-#include "Dictionaries.h"
+#include "library/store/Dictionaries.h"
 
 #include <cstddef>
 

@@ -1,6 +1,6 @@
-#include "Names.h"
+#include "library/store/Names.h"
 
-#include "KRTRingtoneManagerInternal.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
 
 #include <cstddef>
 

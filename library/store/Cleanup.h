@@ -1,6 +1,6 @@
 #pragma once
 
-#include "NameSets.h"
+#include "library/store/NameSets.h"
 
 #include <KRLVesk/KRLBase.h>
 

@@ -2,16 +2,16 @@
 //
 // Whatever reports a failure stands in this file, so that the module's name and a line tell the
 // place. The steps that report nothing of their own have files beside it.
-#include "KRTRingtoneManagerInternal.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
 
-#include "CatalogueFile.h"
-#include "Cleanup.h"
-#include "Dictionaries.h"
-#include "Moves.h"
-#include "NameSets.h"
-#include "Names.h"
-#include "SourceFile.h"
 #include "library/errors/ErrorReport.h"
+#include "library/store/CatalogueFile.h"
+#include "library/store/Cleanup.h"
+#include "library/store/Dictionaries.h"
+#include "library/store/Moves.h"
+#include "library/store/NameSets.h"
+#include "library/store/Names.h"
+#include "library/store/SourceFile.h"
 
 #include <new>
 

@@ -1,7 +1,7 @@
 // Moving an entry of the catalogue to another file name.
 #pragma once
 
-#include "NameSets.h"
+#include "library/store/NameSets.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 

@@ -1,7 +1,7 @@
-#include "Moves.h"
+#include "library/store/Moves.h"
 
-#include "Dictionaries.h"
-#include "Names.h"
+#include "library/store/Dictionaries.h"
+#include "library/store/Names.h"
 
 #include <KRLVesk/KRTRingtoneManager.h>
 

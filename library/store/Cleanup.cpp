@@ -1,7 +1,7 @@
-#include "Cleanup.h"
+#include "library/store/Cleanup.h"
 
-#include "KRTRingtoneManagerInternal.h"
-#include "Names.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
+#include "library/store/Names.h"
 
 namespace krl::ringtones {
 

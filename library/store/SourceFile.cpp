@@ -1,6 +1,6 @@
-#include "SourceFile.h"
+#include "library/store/SourceFile.h"
 
-#include "Names.h"
+#include "library/store/Names.h"
 
 #include <KRLVesk/KRTRingtoneManager.h>
 

@@ -1,7 +1,7 @@
-#include "CatalogueFile.h"
+#include "library/store/CatalogueFile.h"
 
-#include "Dictionaries.h"
-#include "Names.h"
+#include "library/store/Dictionaries.h"
+#include "library/store/Names.h"
 
 #include <KRLVesk/KRTRingtoneManager.h>
 

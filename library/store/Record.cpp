@@ -1,5 +1,5 @@
 // The store record and the words of its interface.
-#include "KRTRingtoneManagerInternal.h"
+#include "library/store/KRTRingtoneManagerInternal.h"
 
 #include "library/phone/KRTPhoneInternal.h"
 

@@ -1,4 +1,4 @@
-#include "NameSets.h"
+#include "library/store/NameSets.h"
 
 #include <KRLVesk/KRTRingtoneManager.h>
 
