@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FakeMobileDevice.h"
-#include "KRTPhoneManagerInternal.h"
+#include "library/discovery/KRTPhoneManagerInternal.h"
 #include "library/phone/KRTPhoneInternal.h"
 
 #include <KRLVesk/KRTError.h>

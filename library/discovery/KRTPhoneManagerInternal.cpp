@@ -1,4 +1,4 @@
-#include "KRTPhoneManagerInternal.h"
+#include "library/discovery/KRTPhoneManagerInternal.h"
 
 #include "library/errors/ErrorReport.h"
 #include "library/phone/RecordLifetime.h"
