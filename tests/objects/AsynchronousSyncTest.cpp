@@ -4,7 +4,7 @@
 #include "ObjectTest.h"
 #include "SyncTest.h"
 
-#include "ConditionLock.h"
+#include "library/objects/ConditionLock.h"
 
 #include <atomic>
 #include <thread>

@@ -2,7 +2,7 @@
 
 #include "ObjectTest.h"
 
-#include "RebuildRule.h"
+#include "library/objects/RebuildRule.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "ConditionLock.h"
+#include "library/objects/ConditionLock.h"
 
 namespace krl::ringtones {
 

@@ -1,4 +1,4 @@
-#include "ChangeObservers.h"
+#include "library/objects/ChangeObservers.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,9 +1,9 @@
 // The working list. The sync stands in KRTRingtoneManagerSync.cpp.
 #include <KRLVesk/KRTRingtoneManager.h>
 
-#include "ChangeObservers.h"
-#include "RebuildRule.h"
-#include "WorkingList.h"
+#include "library/objects/ChangeObservers.h"
+#include "library/objects/RebuildRule.h"
+#include "library/objects/WorkingList.h"
 #include "library/phone/RecordLifetime.h"
 #include "library/store/Dictionaries.h"
 #include "library/store/KRTRingtoneManagerInternal.h"

@@ -1,4 +1,4 @@
-#include "WorkingList.h"
+#include "library/objects/WorkingList.h"
 
 #include <KRLVesk/KRTRingtoneManager.h>
 

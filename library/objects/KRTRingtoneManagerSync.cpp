@@ -1,8 +1,8 @@
 // The sync of KRTRingtoneManager: on this thread or on one of its own, with reports that can wait
 // for the application's answer.
-#include "ConditionLock.h"
-#include "WorkingList.h"
 #include "library/errors/ErrorObject.h"
+#include "library/objects/ConditionLock.h"
+#include "library/objects/WorkingList.h"
 #include "library/phone/RecordLifetime.h"
 #include "library/store/Dictionaries.h"
 #include "library/store/KRTRingtoneManagerInternal.h"
