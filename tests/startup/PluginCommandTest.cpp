@@ -2,7 +2,7 @@
 
 #include "PrivateBus.h"
 
-#include "ExitCodes.h"
+#include "vesk/invocation/ExitCodes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

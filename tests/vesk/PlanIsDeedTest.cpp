@@ -2,9 +2,9 @@
 // item.
 #include "VeskTest.h"
 
-#include "Commands.h"
 #include "Failure.h"
-#include "Terminal.h"
+#include "vesk/commands/Commands.h"
+#include "vesk/terminal/Terminal.h"
 
 #include <gmock/gmock.h>
 

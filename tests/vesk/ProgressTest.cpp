@@ -1,5 +1,5 @@
-#include "Progress.h"
 #include "Text.h"
+#include "vesk/terminal/ProgressDisplay.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 #include "Text.h"
-#include "Output.h"
+#include "vesk/terminal/Output.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,7 +5,7 @@
 
 #include "tests/support/VirtualPhoneFixture.h"
 
-#include "ExitCodes.h"
+#include "vesk/invocation/ExitCodes.h"
 
 #include <gmock/gmock.h>
 

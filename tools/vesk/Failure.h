@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ExitCodes.h"
+#include "vesk/invocation/ExitCodes.h"
 
 #include <stdexcept>
 #include <string>

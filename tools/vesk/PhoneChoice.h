@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Discovery.h"
-#include "Options.h"
+#include "vesk/invocation/Options.h"
 
 namespace vesk {
 

@@ -1,6 +1,6 @@
 #include "PhoneWatch.h"
 
-#include "Terminal.h"
+#include "vesk/terminal/Terminal.h"
 
 namespace vesk {
 class PhoneWatch::Delegate : public KRTPhoneManagerDelegate {

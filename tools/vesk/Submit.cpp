@@ -1,11 +1,11 @@
 #include "Submit.h"
 
 #include "Failure.h"
-#include "Interrupt.h"
-#include "Progress.h"
 #include "Status.h"
 #include "SyncRun.h"
 #include "Text.h"
+#include "vesk/terminal/Interrupt.h"
+#include "vesk/terminal/ProgressDisplay.h"
 
 #include <fmt/format.h>
 

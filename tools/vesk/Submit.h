@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Change.h"
-#include "Output.h"
+#include "vesk/terminal/Output.h"
 
 #include <cstddef>
 #include <string>

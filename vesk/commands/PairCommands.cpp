@@ -1,8 +1,8 @@
-#include "Commands.h"
+#include "vesk/commands/Commands.h"
 
-#include "Discovery.h"
-#include "PhoneChoice.h"
-#include "Status.h"
+#include "tools/vesk/Discovery.h"
+#include "tools/vesk/PhoneChoice.h"
+#include "tools/vesk/Status.h"
 
 #include <fmt/format.h>
 

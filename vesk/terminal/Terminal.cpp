@@ -1,4 +1,4 @@
-#include "Terminal.h"
+#include "vesk/terminal/Terminal.h"
 
 #include <cstdlib>
 #include <fcntl.h>

@@ -1,10 +1,10 @@
-#include "Commands.h"
+#include "vesk/commands/Commands.h"
 
-#include "Discovery.h"
-#include "Interrupt.h"
-#include "PhoneState.h"
-#include "Status.h"
-#include "Text.h"
+#include "tools/vesk/Discovery.h"
+#include "tools/vesk/PhoneState.h"
+#include "tools/vesk/Status.h"
+#include "tools/vesk/Text.h"
+#include "vesk/terminal/Interrupt.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
-#include "Output.h"
+#include "vesk/terminal/Output.h"
 
-#include "Terminal.h"
-#include "Text.h"
+#include "tools/vesk/Text.h"
+#include "vesk/terminal/Terminal.h"
 
 #include <fmt/format.h>
 

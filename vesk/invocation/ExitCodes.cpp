@@ -1,4 +1,4 @@
-#include "ExitCodes.h"
+#include "vesk/invocation/ExitCodes.h"
 
 namespace vesk {
 

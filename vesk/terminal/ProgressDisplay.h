@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Output.h"
+#include "vesk/terminal/Output.h"
 
 #include <chrono>
 #include <cstddef>

@@ -1,7 +1,7 @@
-#include "Interrupt.h"
+#include "vesk/terminal/Interrupt.h"
 
-#include "ExitCodes.h"
-#include "Terminal.h"
+#include "vesk/invocation/ExitCodes.h"
+#include "vesk/terminal/Terminal.h"
 
 #include <atomic>
 #include <cerrno>

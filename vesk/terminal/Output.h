@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Failure.h"
+#include "tools/vesk/Failure.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,6 +1,6 @@
-#include "Commands.h"
+#include "vesk/commands/Commands.h"
 
-#include "Cf.h"
+#include "tools/vesk/Cf.h"
 
 #include "library/startup/SupportPlugin.h"
 #include "library/system/Files.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Options.h"
-#include "Output.h"
+#include "vesk/invocation/Options.h"
+#include "vesk/terminal/Output.h"
 
 namespace vesk {
 

@@ -1,10 +1,10 @@
-#include "CommandLine.h"
+#include "vesk/CommandLine.h"
 
-#include "Commands.h"
-#include "Failure.h"
-#include "Interrupt.h"
-#include "Output.h"
-#include "Text.h"
+#include "tools/vesk/Failure.h"
+#include "tools/vesk/Text.h"
+#include "vesk/commands/Commands.h"
+#include "vesk/terminal/Interrupt.h"
+#include "vesk/terminal/Output.h"
 
 #include <CLI/CLI.hpp>
 #include <MobileDevice/MobileDevice.h>

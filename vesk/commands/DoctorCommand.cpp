@@ -1,6 +1,6 @@
-#include "Commands.h"
+#include "vesk/commands/Commands.h"
 
-#include "Diagnosis.h"
+#include "tools/vesk/Diagnosis.h"
 
 #include <fmt/format.h>
 

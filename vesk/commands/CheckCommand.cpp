@@ -1,7 +1,7 @@
-#include "Commands.h"
+#include "vesk/commands/Commands.h"
 
-#include "Catalogue.h"
-#include "Text.h"
+#include "tools/vesk/Catalogue.h"
+#include "tools/vesk/Text.h"
 
 #include <KRLVesk/KRLVesk.h>
 #include <fmt/format.h>

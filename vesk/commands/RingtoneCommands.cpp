@@ -1,9 +1,9 @@
-#include "Commands.h"
+#include "vesk/commands/Commands.h"
 
-#include "Change.h"
-#include "PhoneState.h"
-#include "Submit.h"
-#include "Text.h"
+#include "tools/vesk/Change.h"
+#include "tools/vesk/PhoneState.h"
+#include "tools/vesk/Submit.h"
+#include "tools/vesk/Text.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "CommandLine.h"
+#include "vesk/CommandLine.h"
 
 int main(int argc, char** argv) {
     return vesk::run(argc, argv);
