@@ -1,7 +1,7 @@
 #include "vesk/CommandLine.h"
 
-#include "tools/vesk/Failure.h"
-#include "tools/vesk/Text.h"
+#include "engine/errors/Failure.h"
+#include "engine/values/Text.h"
 #include "vesk/commands/Commands.h"
 #include "vesk/terminal/Interrupt.h"
 #include "vesk/terminal/Output.h"

@@ -1,4 +1,4 @@
-#include "LocalFile.h"
+#include "engine/files/LocalFile.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 // item.
 #include "VeskTest.h"
 
-#include "Failure.h"
+#include "engine/errors/Failure.h"
 #include "vesk/commands/Commands.h"
 #include "vesk/terminal/Terminal.h"
 

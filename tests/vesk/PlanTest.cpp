@@ -1,4 +1,4 @@
-#include "Plan.h"
+#include "engine/plan/Plan.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

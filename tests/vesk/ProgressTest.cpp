@@ -1,4 +1,4 @@
-#include "Text.h"
+#include "engine/values/Text.h"
 #include "vesk/terminal/ProgressDisplay.h"
 
 #include <gtest/gtest.h>

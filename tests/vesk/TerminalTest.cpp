@@ -1,7 +1,7 @@
 // What a person sees on a terminal.
 #include "VeskTest.h"
 
-#include "Text.h"
+#include "engine/values/Text.h"
 
 #include <gmock/gmock.h>
 

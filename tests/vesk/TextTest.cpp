@@ -1,4 +1,4 @@
-#include "Text.h"
+#include "engine/values/Text.h"
 #include "vesk/terminal/Output.h"
 
 #include <gmock/gmock.h>

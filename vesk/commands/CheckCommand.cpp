@@ -1,7 +1,7 @@
 #include "vesk/commands/Commands.h"
 
-#include "tools/vesk/Catalogue.h"
-#include "tools/vesk/Text.h"
+#include "engine/state/Catalogue.h"
+#include "engine/values/Text.h"
 
 #include <KRLVesk/KRLVesk.h>
 #include <fmt/format.h>

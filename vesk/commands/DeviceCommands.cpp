@@ -1,9 +1,9 @@
 #include "vesk/commands/Commands.h"
 
-#include "tools/vesk/Discovery.h"
-#include "tools/vesk/PhoneState.h"
-#include "tools/vesk/Status.h"
-#include "tools/vesk/Text.h"
+#include "engine/errors/Status.h"
+#include "engine/phones/Discovery.h"
+#include "engine/state/PhoneState.h"
+#include "engine/values/Text.h"
 #include "vesk/terminal/Interrupt.h"
 
 #include <fmt/format.h>

@@ -1,6 +1,6 @@
 #include "vesk/commands/Commands.h"
 
-#include "tools/vesk/Diagnosis.h"
+#include "engine/diagnosis/Diagnosis.h"
 
 #include <fmt/format.h>
 

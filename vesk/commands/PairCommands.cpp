@@ -1,8 +1,8 @@
 #include "vesk/commands/Commands.h"
 
-#include "tools/vesk/Discovery.h"
-#include "tools/vesk/PhoneChoice.h"
-#include "tools/vesk/Status.h"
+#include "engine/errors/Status.h"
+#include "engine/phones/Discovery.h"
+#include "engine/phones/PhoneChoice.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "vesk/commands/Commands.h"
 
-#include "tools/vesk/Cf.h"
+#include "engine/values/Cf.h"
 
 #include "library/startup/SupportPlugin.h"
 #include "library/system/Files.h"

@@ -1,9 +1,9 @@
 #include "vesk/commands/Commands.h"
 
-#include "tools/vesk/Change.h"
-#include "tools/vesk/PhoneState.h"
-#include "tools/vesk/Submit.h"
-#include "tools/vesk/Text.h"
+#include "engine/plan/Change.h"
+#include "engine/state/PhoneState.h"
+#include "engine/sync/Submit.h"
+#include "engine/values/Text.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/vesk/Failure.h"
+#include "engine/errors/Failure.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,6 +1,6 @@
 #include "vesk/terminal/ProgressDisplay.h"
 
-#include "tools/vesk/Text.h"
+#include "engine/values/Text.h"
 #include "vesk/terminal/Terminal.h"
 
 #include <fmt/format.h>

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "engine/errors/Failure.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vesk {
+
+/// A ringtone file on this computer, ready to be put on a phone.
+struct LocalRingtone {
+    std::string name;
+    std::string path; ///< absolute
+    std::string type; ///< extension in lower case, without the point
+    uint64_t size = 0;
+};
+
+/// The file types that a ringtone may have, in lower case.
+const std::vector<std::string>& supportedTypes();
+
+/// A file's extension in lower case, without the point; empty when it has none.
+std::string typeOf(const std::filesystem::path& file);
+
+bool isSupportedType(const std::string& type);
+
+/// Looks at a file. Its name is the given one, or else the title in its tags, or else its file
+/// name.
+/// @throw Failure when it cannot be a ringtone
+LocalRingtone localRingtone(const std::filesystem::path& file,
+                            const std::optional<std::string>& name = std::nullopt);
+
+/// What a folder holds.
+struct LocalFolder {
+    std::vector<LocalRingtone> ringtones; ///< in the order of their file names
+    std::vector<std::string> skipped;     ///< names of what is hidden, a folder, or of another type
+};
+
+/// Looks at a folder, not at folders inside it.
+/// @throw Failure when it or a ringtone in it cannot be used
+LocalFolder localFolder(const std::filesystem::path& folder);
+
+/// @throw Failure when two of them have the same name
+void requireDistinctNames(const std::vector<LocalRingtone>& ringtones);
+
+/// @throw Failure when the text cannot be a ringtone's name
+void requireUsableName(const std::string& name);
+
+} // namespace vesk

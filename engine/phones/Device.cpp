@@ -1,0 +1,48 @@
+#include "engine/phones/Device.h"
+
+#include "engine/values/Cf.h"
+
+#include <fmt/format.h>
+
+#include <strings.h>
+
+namespace vesk {
+namespace {
+
+std::string valueOf(const Device& device, CFStringRef key) {
+    const auto value = cf::adopt(AMDeviceCopyValue(device.get(), nullptr, key));
+    return cf::text(cf::cast<CFStringRef>(value.get()));
+}
+
+} // namespace
+
+std::string DeviceDescription::label() const {
+    if (name.empty()) {
+        return udid.empty() ? "the device" : udid;
+    }
+    return udid.empty() ? fmt::format("\"{}\"", name) : fmt::format("\"{}\" ({})", name, udid);
+}
+
+bool sameUdid(const std::string& left, const std::string& right) {
+    return ::strcasecmp(left.c_str(), right.c_str()) == 0;
+}
+
+DeviceDescription describe(const Device& device) {
+    DeviceDescription result;
+    result.connectStatus = AMDeviceConnect(device.get());
+    if (result.connectStatus != 0) {
+        return result;
+    }
+    result.udid = valueOf(device, CFSTR("UniqueDeviceID"));
+    result.reachable = !result.udid.empty();
+    if (result.reachable) {
+        result.name = valueOf(device, CFSTR("DeviceName"));
+        result.deviceClass = valueOf(device, CFSTR("DeviceClass"));
+        result.firmware = valueOf(device, CFSTR("ProductVersion"));
+        result.paired = AMDeviceIsPaired(device.get()) != 0;
+    }
+    AMDeviceDisconnect(device.get());
+    return result;
+}
+
+} // namespace vesk

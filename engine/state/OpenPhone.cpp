@@ -1,0 +1,228 @@
+#include "engine/state/OpenPhone.h"
+
+#include "engine/errors/Failure.h"
+#include "engine/errors/Status.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace vesk {
+namespace {
+
+std::string lastComponent(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+/// The name of a placeholder for a file, formed as the library forms it.
+std::string companionOf(const std::string& file) {
+    const auto url = cf::adopt(CFURLCreateWithFileSystemPath(
+        nullptr, cf::string(file).get(), kCFURLPOSIXPathStyle, /*isDirectory=*/false));
+    if (!url) {
+        return {};
+    }
+    const auto base = cf::adopt(CFURLCreateCopyDeletingPathExtension(nullptr, url.get()));
+    const auto name = cf::adopt(CFURLCopyLastPathComponent(base.get()));
+    return cf::text(name.get()) + ".m4r";
+}
+
+PhoneRingtone phoneRingtone(CFDictionaryRef entry) {
+    PhoneRingtone ringtone;
+    ringtone.name = cf::textAt(entry, KRTRingtoneName);
+    ringtone.guid = cf::textAt(entry, KRTFileKey);
+    ringtone.type = cf::textAt(entry, CFSTR("FileType"));
+    ringtone.file = lastComponent(cf::textAt(entry, KRTRemotePath));
+    ringtone.companion = companionOf(ringtone.file);
+    ringtone.size = static_cast<uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0));
+    return ringtone;
+}
+
+} // namespace
+
+std::string PhoneFacts::label() const {
+    return fmt::format("\"{}\" (firmware {})", name, firmware.empty() ? "unknown" : firmware);
+}
+
+std::optional<std::vector<PhoneRingtone>> ringtonesIn(CFDictionaryRef changeLists,
+                                                      CFStringRef key) {
+    const CFDictionaryRef list = cf::dictionaryAt(changeLists, key);
+    if (list == nullptr) {
+        return std::nullopt;
+    }
+    std::vector<PhoneRingtone> result;
+    for (const auto& [name, entry] : cf::pairs(list)) {
+        result.push_back(phoneRingtone(cf::cast<CFDictionaryRef>(entry)));
+    }
+    return result;
+}
+
+const PhoneRingtone* findRingtone(const std::vector<PhoneRingtone>& ringtones,
+                                  const std::string& name) {
+    const auto found = std::find_if(ringtones.begin(), ringtones.end(),
+                                    [&](const PhoneRingtone& one) { return one.name == name; });
+    return found == ringtones.end() ? nullptr : &*found;
+}
+
+Session::Session(const Options& options) : Session(Discovery(), options) {}
+
+Session::Session(Discovery&& discovery, const Options& options)
+    : chosen_(choosePhone(discovery, options)), watch_(chosen_.device.get()) {
+    findPhone();
+}
+
+Session::~Session() {
+    disconnect();
+}
+
+void Session::expectOperations(size_t count) {
+    // One more than there are keeps the phone connected after the last. What stands in the way of
+    // opening is the operations' to say.
+    const size_t wanted = opens_ + count + (opens_ == 0 ? 1 : 0);
+    while (opens_ < wanted && !phone().open()) {
+        ++opens_;
+    }
+}
+
+void Session::disconnect() {
+    // Closing a closed phone does nothing.
+    for (; opens_ > 0; --opens_) {
+        phone().close();
+    }
+}
+
+void Session::findPhone() {
+    constexpr std::chrono::seconds kLongest{10};
+    const auto end = std::chrono::steady_clock::now() + kLongest;
+    KRTErrorClear();
+    while (!watch_.phone() && std::chrono::steady_clock::now() < end) {
+        watch_.wait(std::chrono::milliseconds{100});
+        // The manager does not tell of a phone that does not open. Something did not: this one?
+        if (!watch_.phone() && KRTError()) {
+            requireThatItOpens();
+        }
+    }
+    if (!watch_.phone()) {
+        throw readFailure("the phone is not found any more");
+    }
+}
+
+void Session::requireThatItOpens() {
+    KRTErrorClear();
+    const auto phone = KRTPhone::_phoneWithPhoneRef(KRTPhoneWithDevice(chosen_.device.get()));
+    if (!phone || phone->open()) {
+        throw readFailure("the phone cannot be opened");
+    }
+    phone->close();
+}
+
+Failure Session::readFailure(const std::string& what) {
+    const std::string reason = lastFailureText();
+    if (isGone()) {
+        return {ExitCode::PhoneGone, fmt::format("{} was pulled out: {}", label(), what),
+                "Nothing was changed on the phone. Plug it in and run the same command again."};
+    }
+    return {ExitCode::CannotOpen, fmt::format("{} on {}: {}", what, label(), reason),
+            "Nothing was changed on the phone. Unlock it, plug it in again, or pair it anew "
+            "(vesk pair), and try once more. \"vesk doctor\" looks for the reason."};
+}
+
+PhoneFacts Session::facts() {
+    const auto information = phone().phoneInformation();
+    const auto values = cf::dictionaryAt(information.get(), CFSTR("PhoneVersions"));
+    PhoneFacts facts;
+    facts.name = cf::textAt(information.get(), KRTPhoneNameKey);
+    facts.deviceClass = cf::textAt(information.get(), KRTPhoneClassKey);
+    facts.udid = cf::textAt(values, CFSTR("UniqueDeviceID"));
+    facts.firmware = cf::textAt(values, CFSTR("ProductVersion"));
+    facts.firmwareNumber = phone().phoneFirmwareVersion();
+    facts.olderLayout = phone().postEvilUpdate() == 1;
+    if (const auto free = cf::numberAt(information.get(), KRTPhoneFreeSpaceKey)) {
+        facts.freeBytes = static_cast<uint64_t>(*free);
+    }
+    // A firmware that is not known is taken for a current one: on an older phone that would be the
+    // wrong catalogue.
+    if (facts.firmware.empty()) {
+        throw readFailure("the phone's values cannot be read");
+    }
+    return facts;
+}
+
+KRTRingtoneManager& Session::tones() {
+    if (!tones_) {
+        tones_ = phone().ringtoneManager();
+    }
+    return *tones_;
+}
+
+std::vector<PhoneRingtone> Session::ringtones(size_t catalogueEntries) {
+    constexpr size_t kCatalogueOperations = 2;
+    expectOperations(catalogueEntries + kCatalogueOperations);
+    KRTErrorClear();
+    if (tones_) {
+        tones_->rebuildRingtoneListFromOriginal();
+    }
+    const auto read = ringtonesIn(tones().generateChangeLists().get(), kUnchangedList);
+    if (!read) {
+        throw readFailure("the ringtones cannot be read");
+    }
+    requireConnection();
+    return *read;
+}
+
+std::optional<uint32_t> Session::sizeAt(const std::string& path) {
+    expectOperations(1);
+    KRTErrorClear();
+    uint32_t size = 0;
+    const auto error = phone().size(&size, cf::string(path).get());
+    if (!error) {
+        return size;
+    }
+    if (CFErrorGetCode(error.get()) != kAFCObjectNotFound) {
+        throw readFailure(fmt::format("\"{}\" cannot be looked at", path));
+    }
+    return std::nullopt;
+}
+
+void Session::requireConnection() {
+    sizeAt(kCataloguePath);
+}
+
+std::optional<uint64_t> Session::sizeOf(const std::string& file) {
+    return sizeAt(fmt::format("{}/{}", kRingtonesFolder, file));
+}
+
+std::optional<std::string> Session::catalogueFile() {
+    const auto size = sizeAt(kCataloguePath);
+    if (!size) {
+        return std::nullopt;
+    }
+    expectOperations(1);
+    KRTErrorClear();
+    uint32_t length = std::min(*size, kMostCatalogueBytes);
+    std::string bytes(length, '\0');
+    // The object's method does not say how many bytes there were.
+    if (KRTPhoneReadFileAtPath(phone()._phoneRef(), kCataloguePath, bytes.data(), &length) != 1) {
+        throw readFailure("the ringtone catalogue cannot be read");
+    }
+    bytes.resize(std::min<size_t>(length, bytes.size()));
+    return bytes;
+}
+
+std::optional<std::vector<std::string>> Session::folderNames() {
+    expectOperations(1);
+    KRTErrorClear();
+    const auto names = phone().listDirectoryAtPath(cf::string(kRingtonesFolder).get());
+    if (!names) {
+        if (KRTErrorGetCode() == kAFCObjectNotFound) {
+            return std::nullopt;
+        }
+        throw readFailure("the ringtone folder cannot be listed");
+    }
+    std::vector<std::string> result;
+    for (CFIndex i = 0; i < CFArrayGetCount(names.get()); ++i) {
+        result.push_back(cf::text(cf::cast<CFStringRef>(CFArrayGetValueAtIndex(names.get(), i))));
+    }
+    return result;
+}
+
+} // namespace vesk
