@@ -1,7 +1,7 @@
 // Generating the catalogue of a phone on the older layout, half of the ringtones with companions.
 
-#include "Comparison.h"
-#include "FakeMobileDevice.h"
+#include "bench/Comparison.h"
+#include "tests/support/FakeMobileDevice.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRLVesk.h>

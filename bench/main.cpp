@@ -1,8 +1,8 @@
 // Prints ratios against peers that do the same work in the same run. Absolute times say little on a
 // shared machine, so none are printed but as a hint.
 
-#include "Comparison.h"
-#include "PhoneOnTheWire.h"
+#include "bench/Comparison.h"
+#include "bench/PhoneOnTheWire.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,8 +1,8 @@
 // A sync through the objects against the same sync through the functions, over the wire.
 
-#include "Comparison.h"
-#include "FakeMobileDevice.h"
-#include "PhoneOnTheWire.h"
+#include "bench/Comparison.h"
+#include "bench/PhoneOnTheWire.h"
+#include "tests/support/FakeMobileDevice.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRLVesk.h>

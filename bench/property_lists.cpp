@@ -1,6 +1,6 @@
 // Reading and writing a catalogue against libplist alone.
 
-#include "Comparison.h"
+#include "bench/Comparison.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CoreFoundation.h>

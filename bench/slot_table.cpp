@@ -1,6 +1,6 @@
 // The slot table against std::unordered_map with the same hash and the same equality.
 
-#include "Comparison.h"
+#include "bench/Comparison.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRTDictionary.h>

@@ -1,7 +1,7 @@
 // The provider against libimobiledevice, both on the same virtual phone in this process.
 
-#include "Comparison.h"
-#include "PhoneOnTheWire.h"
+#include "bench/Comparison.h"
+#include "bench/PhoneOnTheWire.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,9 +1,9 @@
 // Any bytes as the catalogue on a phone: read, and then synced over with one ringtone more. A sync
 // that says that it succeeded has left a catalogue that can be read and holds the new ringtone.
 
-#include "FakeMobileDevice.h"
 #include "library/phone/KRTPhoneInternal.h"
 #include "library/store/KRTRingtoneManagerInternal.h"
+#include "tests/support/FakeMobileDevice.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRTError.h>

@@ -1,4 +1,4 @@
-#include "Support.h"
+#include "tests/corefoundation/Support.h"
 
 #include <bit>
 #include <gtest/gtest.h>

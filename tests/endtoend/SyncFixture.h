@@ -1,7 +1,7 @@
 // A phone found over the mux socket by the library that users get, and whole syncs on it.
 #pragma once
 
-#include "Lists.h"
+#include "tests/endtoend/Lists.h"
 #include "tests/support/VirtualPhoneFixture.h"
 
 #include <plist/plist.h>

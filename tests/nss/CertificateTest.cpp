@@ -1,7 +1,7 @@
 // Keys, certificates and their PEM forms.
 
-#include "Identity.h"
 #include "nss/Pem.h"
+#include "tests/nss/Identity.h"
 
 namespace krl::nss::testing {
 namespace {

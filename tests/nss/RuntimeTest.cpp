@@ -1,6 +1,6 @@
 // What NSS is allowed to speak, and for how long.
 
-#include "Identity.h"
+#include "tests/nss/Identity.h"
 
 #include <nss.h>
 #include <ssl.h>

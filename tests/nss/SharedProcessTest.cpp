@@ -1,6 +1,6 @@
 // NSS in a process whose application uses it too, and ends it as it likes.
 
-#include "Identity.h"
+#include "tests/nss/Identity.h"
 
 #include <nss.h>
 

@@ -1,7 +1,7 @@
 // Both sides of a stream in one thread, with a pipe of bytes each way between them.
 
 #include "nss/TlsStream.h"
-#include "Identity.h"
+#include "tests/nss/Identity.h"
 
 #include <secerr.h>
 #include <sslerr.h>

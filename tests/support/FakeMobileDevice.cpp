@@ -1,4 +1,4 @@
-#include "FakeMobileDevice.h"
+#include "tests/support/FakeMobileDevice.h"
 
 #include <algorithm>
 #include <cstdlib>

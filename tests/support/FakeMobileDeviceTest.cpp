@@ -1,4 +1,4 @@
-#include "FakeMobileDevice.h"
+#include "tests/support/FakeMobileDevice.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 /// A phone on a bus of its own, in a temporary folder, where clients in this process find it.
 #pragma once
 
-#include "TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 #include "virtualphone/VirtualPhone.h"
 
 #include <gtest/gtest.h>

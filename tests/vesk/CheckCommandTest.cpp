@@ -1,5 +1,5 @@
 // vesk check: no phone, only a file.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

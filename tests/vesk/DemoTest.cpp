@@ -1,5 +1,5 @@
 // The demo, as make demo runs it.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

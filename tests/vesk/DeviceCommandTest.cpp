@@ -1,5 +1,5 @@
 // devices, info and watch.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

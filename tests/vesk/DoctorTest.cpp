@@ -1,5 +1,5 @@
 // doctor: each thing that can stand between a person and a phone, set up as such.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // A whole life of ringtones on each generation of firmware.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Help, version and the documents that go with them.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

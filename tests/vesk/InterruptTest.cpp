@@ -1,5 +1,5 @@
 // Syncs that Ctrl-C interrupts: what vesk says of the phone, and what is on it.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

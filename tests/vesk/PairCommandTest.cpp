@@ -1,5 +1,5 @@
 // pair and unpair, and what devices says about pairing.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 // Random phones and random commands: what a dry run says is what happens on the phone, item by
 // item.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include "engine/errors/Failure.h"
 #include "vesk/commands/Commands.h"

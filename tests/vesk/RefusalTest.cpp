@@ -1,5 +1,5 @@
 // Each reason to refuse: its exit code, what the message says, and a phone that is as it was.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

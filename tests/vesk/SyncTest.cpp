@@ -1,5 +1,5 @@
 // Syncs that do not go as planned: failing, pulled out, not what was wanted.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // What a person sees on a terminal.
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include "engine/values/Text.h"
 

@@ -1,4 +1,4 @@
-#include "VeskTest.h"
+#include "tests/vesk/VeskTest.h"
 
 #include <fstream>
 #include <iterator>

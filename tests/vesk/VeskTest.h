@@ -1,7 +1,7 @@
 /// A virtual phone, a folder of ringtone files, and vesk run on them.
 #pragma once
 
-#include "VeskProcess.h"
+#include "tests/support/VeskProcess.h"
 
 #include "tests/support/VirtualPhoneFixture.h"
 

@@ -1,7 +1,7 @@
 // The file service, byte by byte: every operation, its answers and its refusals.
 
-#include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 // Several phones, many clients, and phones pulled out in the middle of everything.
 
-#include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <atomic>
 #include <thread>

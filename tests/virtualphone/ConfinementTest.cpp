@@ -1,7 +1,7 @@
 // No path leads out of the media partition.
 
-#include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <memory>
 #include <string>

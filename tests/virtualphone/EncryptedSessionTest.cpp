@@ -1,8 +1,8 @@
 // Encrypted sessions, as clients that share no code with the phone see them.
 
-#include "Process.h"
-#include "WireClient.h"
+#include "tests/support/Process.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // Each fault, on each service that it is possible on.
 
-#include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <gmock/gmock.h>
 

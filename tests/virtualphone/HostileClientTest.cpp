@@ -1,8 +1,8 @@
 // Clients that send broken bytes: the connection is closed cleanly and the phone serves the next
 // one.
 
-#include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <sys/socket.h>
 

@@ -1,7 +1,7 @@
 // Lockdown, byte by byte.
 
-#include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

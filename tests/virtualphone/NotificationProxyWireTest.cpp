@@ -1,7 +1,7 @@
 // The notification proxy, byte by byte.
 
-#include "WireClient.h"
 #include "tests/support/VirtualPhoneFixture.h"
+#include "tests/virtualphone/WireClient.h"
 
 namespace virtualphone::testing {
 namespace {

@@ -1,6 +1,6 @@
 // The library that others use for the same phones, and its tools, against the virtual phone.
 
-#include "Process.h"
+#include "tests/support/Process.h"
 #include "tests/support/VirtualPhoneFixture.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // The program, run as a person runs it.
 
-#include "Process.h"
+#include "tests/support/Process.h"
 #include "tests/support/VirtualPhoneFixture.h"
 
 #include <gmock/gmock.h>

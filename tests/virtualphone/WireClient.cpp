@@ -1,4 +1,4 @@
-#include "WireClient.h"
+#include "tests/virtualphone/WireClient.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
