@@ -20,7 +20,7 @@ namespace {
 constexpr krl::ErrorReporter reportError{"KRTPhoneManagerInternal"};
 
 CFMutableArrayRef createPointerArray() {
-    return CFArrayCreateMutable(kCFAllocatorDefault, 0, nullptr);
+    return CFArrayCreateMutable(nullptr, 0, nullptr);
 }
 
 CFRange wholeOf(CFArrayRef array) {
@@ -145,7 +145,7 @@ void KRTPhoneManagerEndSearch() {
 }
 
 CFArrayRef KRTPhoneManagerGetPhones() {
-    return CFArrayCreateCopy(kCFAllocatorDefault, _gKRTPhoneSharedPhoneManager->phones);
+    return CFArrayCreateCopy(nullptr, _gKRTPhoneSharedPhoneManager->phones);
 }
 
 void KRTPhoneManagerReleasePhoneList(CFArrayRef phones) {

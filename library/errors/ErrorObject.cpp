@@ -11,8 +11,7 @@ namespace {
 
 CFRef<CFStringRef> textOf(const char* text) {
     if (text != nullptr) {
-        if (auto string = adopt(
-                CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8))) {
+        if (auto string = adopt(CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8))) {
             return string;
         }
     }
@@ -22,14 +21,14 @@ CFRef<CFStringRef> textOf(const char* text) {
 } // namespace
 
 CFRef<CFErrorRef> makeErrorObject(CFStringRef domain, int code, const char* file, int line) {
-    const auto lineNumber = adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &line));
+    const auto lineNumber = adopt(CFNumberCreate(nullptr, kCFNumberIntType, &line));
     const auto fileName = textOf(file);
     const void* keys[] = {CFSTR("file"), CFSTR("line")};
     const void* values[] = {fileName.get(), lineNumber.get()};
     const auto userInfo =
-        adopt(CFDictionaryCreate(kCFAllocatorDefault, keys, values, 2,
-                                 &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    return adopt(CFErrorCreate(kCFAllocatorDefault, domain, code, userInfo.get()));
+        adopt(CFDictionaryCreate(nullptr, keys, values, 2, &kCFTypeDictionaryKeyCallBacks,
+                                 &kCFTypeDictionaryValueCallBacks));
+    return adopt(CFErrorCreate(nullptr, domain, code, userInfo.get()));
 }
 
 CFRef<CFErrorRef> errorObjectFromRecord(CFStringRef domain) {

@@ -44,16 +44,16 @@ size_t indexOf(KRTWord slot) {
 CFRef<CFTypeRef> copyOf(CFTypeRef object) {
     using namespace krl::cf;
     if (const auto string = cast<CFStringRef>(object)) {
-        return adopt(CFStringCreateCopy(kCFAllocatorDefault, string));
+        return adopt(CFStringCreateCopy(nullptr, string));
     }
     if (const auto data = cast<CFDataRef>(object)) {
-        return adopt(CFDataCreateCopy(kCFAllocatorDefault, data));
+        return adopt(CFDataCreateCopy(nullptr, data));
     }
     if (const auto array = cast<CFArrayRef>(object)) {
-        return adopt(CFArrayCreateCopy(kCFAllocatorDefault, array));
+        return adopt(CFArrayCreateCopy(nullptr, array));
     }
     if (const auto dictionary = cast<CFDictionaryRef>(object)) {
-        return adopt(CFDictionaryCreateCopy(kCFAllocatorDefault, dictionary));
+        return adopt(CFDictionaryCreateCopy(nullptr, dictionary));
     }
     return retain(object);
 }
@@ -142,7 +142,7 @@ void KRLFakeDict::setObject(CFTypeRef object, CFTypeRef forKey) {
 
 // keyEnumerator
 CFRef<CFArrayRef> KRLFakeDict::keyEnumerator() const {
-    auto keys = adopt(CFArrayCreateMutable(kCFAllocatorDefault, _count, &kCFTypeArrayCallBacks));
+    auto keys = adopt(CFArrayCreateMutable(nullptr, _count, &kCFTypeArrayCallBacks));
     for (const KRTUnsignedWord key : _keys) {
         if (__hkv(key)) {
             CFArrayAppendValue(keys.get(), objectOf(key));
@@ -153,7 +153,7 @@ CFRef<CFArrayRef> KRLFakeDict::keyEnumerator() const {
 
 // description
 CFRef<CFStringRef> KRLFakeDict::description() const {
-    auto text = adopt(CFStringCreateMutable(kCFAllocatorDefault, 0));
+    auto text = adopt(CFStringCreateMutable(nullptr, 0));
     for (const KRTUnsignedWord key : _keys) {
         if (__hkv(key)) {
             CFStringAppendFormat(text.get(), nullptr, CFSTR("%@\n"), objectOf(key));

@@ -79,11 +79,11 @@ void KRTPluginValidator::_pongSeen(CFDictionaryRef userInfo) {
 
 // generateUUIDString
 CFRef<CFStringRef> NSStringUUIDAdditions::generateUUIDString() {
-    const auto uuid = adopt(CFUUIDCreate(kCFAllocatorDefault));
-    const auto text = adopt(CFUUIDCreateString(kCFAllocatorDefault, uuid.get()));
+    const auto uuid = adopt(CFUUIDCreate(nullptr));
+    const auto text = adopt(CFUUIDCreateString(nullptr, uuid.get()));
     const auto groups =
-        adopt(CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, text.get(), CFSTR("-")));
-    return adopt(CFStringCreateWithFormat(kCFAllocatorDefault, nullptr, CFSTR("%@%@"),
+        adopt(CFStringCreateArrayBySeparatingStrings(nullptr, text.get(), CFSTR("-")));
+    return adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%@%@"),
                                           CFArrayGetValueAtIndex(groups.get(), 0),
                                           CFArrayGetValueAtIndex(groups.get(), 1)));
 }

@@ -36,8 +36,7 @@ CFRef<CFStringRef> withoutExtension(CFStringRef path) {
     if (!url) {
         return retain(path);
     }
-    const auto stripped =
-        adopt(CFURLCreateCopyDeletingPathExtension(kCFAllocatorDefault, url.get()));
+    const auto stripped = adopt(CFURLCreateCopyDeletingPathExtension(nullptr, url.get()));
     return adopt(CFURLCopyFileSystemPath(stripped.get(), kCFURLPOSIXPathStyle));
 }
 
@@ -80,8 +79,7 @@ List ringtoneFromEntry(CFDictionaryRef entry, CFStringRef fileName) {
 CFArrayRef createSupportedFormats() {
     std::array<const void*, 7> formats = {CFSTR("m4a"), CFSTR("m4p"), CFSTR("mp3"), CFSTR("m4r"),
                                           CFSTR("wav"), CFSTR("aif"), CFSTR("aiff")};
-    return CFArrayCreate(kCFAllocatorDefault, formats.data(), formats.size(),
-                         &kCFTypeArrayCallBacks);
+    return CFArrayCreate(nullptr, formats.data(), formats.size(), &kCFTypeArrayCallBacks);
 }
 
 } // namespace
@@ -199,7 +197,7 @@ CFRef<CFArrayRef> KRTRingtoneManager::isValidDictionaryFor111(CFDictionaryRef) c
 
 // currentRingtonesManaged
 CFRef<CFArrayRef> KRTRingtoneManager::currentRingtonesManaged() const {
-    auto records = adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    auto records = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     for (const List& list : {_unchangedList, _addedList}) {
         for (const Pair& pair : pairsOf(list.get())) {
             CFArrayAppendValue(records.get(), pair.value);
@@ -210,9 +208,8 @@ CFRef<CFArrayRef> KRTRingtoneManager::currentRingtonesManaged() const {
 
 // currentRingtonesManagedByNameOnly
 CFRef<CFArrayRef> KRTRingtoneManager::currentRingtonesManagedByNameOnly() const {
-    const auto names = adopt(CFArrayCreateMutable(kCFAllocatorDefault,
-                                                  countOf(_unchangedList) + countOf(_addedList),
-                                                  &kCFTypeArrayCallBacks));
+    const auto names = adopt(CFArrayCreateMutable(
+        nullptr, countOf(_unchangedList) + countOf(_addedList), &kCFTypeArrayCallBacks));
     for (const List& list : {_unchangedList, _addedList}) {
         for (const Pair& pair : pairsOf(list.get())) {
             if (const auto name = cast<CFStringRef>(nameOf(recordOf(pair.value)))) {
@@ -222,7 +219,7 @@ CFRef<CFArrayRef> KRTRingtoneManager::currentRingtonesManagedByNameOnly() const 
     }
     CFArraySortValues(names.get(), CFRangeMake(0, CFArrayGetCount(names.get())), compareWithoutCase,
                       nullptr);
-    return adopt(CFArrayCreateCopy(kCFAllocatorDefault, names.get()));
+    return adopt(CFArrayCreateCopy(nullptr, names.get()));
 }
 
 // ringtoneForName:

@@ -223,7 +223,7 @@ bool KRTRingtoneManager::_internal_status_function(int32_t mode, int32_t status,
     const auto text =
         message == nullptr
             ? CFRef<CFStringRef>()
-            : adopt(CFStringCreateWithCString(kCFAllocatorDefault, message, kCFStringEncodingUTF8));
+            : adopt(CFStringCreateWithCString(nullptr, message, kCFStringEncodingUTF8));
     // Before the delegate is told, so that it can answer in the message.
     _startContinueNoticeLock();
     if (_delegate != nullptr) {

@@ -6,14 +6,12 @@ namespace krl::ringtones {
 
 List makeList() {
     constexpr CFIndex kCapacity = 1;
-    return cf::adopt(CFDictionaryCreateMutable(kCFAllocatorDefault, kCapacity,
-                                               &kCFTypeDictionaryKeyCallBacks,
+    return cf::adopt(CFDictionaryCreateMutable(nullptr, kCapacity, &kCFTypeDictionaryKeyCallBacks,
                                                &kCFTypeDictionaryValueCallBacks));
 }
 
 List copyOf(const List& list) {
-    return list ? cf::adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, list.get()))
-                : List();
+    return list ? cf::adopt(CFDictionaryCreateMutableCopy(nullptr, 0, list.get())) : List();
 }
 
 CFIndex countOf(const List& list) {

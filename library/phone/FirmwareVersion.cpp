@@ -43,8 +43,7 @@ int KRTPhoneFirmwareVersion(KRTPhoneRef phone) {
     if (version == nullptr) {
         return kUnknownVersion;
     }
-    const auto parts =
-        adopt(CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, version, CFSTR(".")));
+    const auto parts = adopt(CFStringCreateArrayBySeparatingStrings(nullptr, version, CFSTR(".")));
     return versionCode(parts.get());
 }
 

@@ -312,14 +312,13 @@ bool isSelfOrParent(const char* name) {
 
 // Contract: a read of a directory that fails ends the list like its last name does.
 krl::cf::CFRef<CFMutableArrayRef> readNames(afc_connection* connection, afc_directory* directory) {
-    auto names = adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    auto names = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     char* name = nullptr;
     while (AFCDirectoryRead(connection, directory, &name) == 0 && name != nullptr) {
         if (isSelfOrParent(name)) {
             continue;
         }
-        const auto string =
-            adopt(CFStringCreateWithCString(kCFAllocatorDefault, name, kCFStringEncodingUTF8));
+        const auto string = adopt(CFStringCreateWithCString(nullptr, name, kCFStringEncodingUTF8));
         if (string) {
             CFArrayAppendValue(names.get(), string.get());
         }
@@ -571,7 +570,7 @@ void storeFreeSpace(KRTPhoneRef phone, const char* text) {
         return;
     }
     const auto wrapped = static_cast<int64_t>(bytes);
-    const auto number = adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &wrapped));
+    const auto number = adopt(CFNumberCreate(nullptr, kCFNumberSInt64Type, &wrapped));
     CFDictionaryAddValue(phone->information, KRTPhoneFreeSpaceKey, number.get());
 }
 
@@ -588,9 +587,8 @@ void storeDeviceInformation(KRTPhoneRef phone, afc_dictionary* info) {
 } // namespace
 
 CFDictionaryRef KRTPhoneGetPhoneInformation(KRTPhoneRef phone) {
-    return phone->information == nullptr
-               ? nullptr
-               : CFDictionaryCreateCopy(kCFAllocatorDefault, phone->information);
+    return phone->information == nullptr ? nullptr
+                                         : CFDictionaryCreateCopy(nullptr, phone->information);
 }
 
 void KRTPhoneUpdateInformation(KRTPhoneRef phone) {
@@ -598,8 +596,8 @@ void KRTPhoneUpdateInformation(KRTPhoneRef phone) {
         CFRelease(phone->information);
     }
     phone->information =
-        CFDictionaryCreateMutable(kCFAllocatorDefault, kInformationKeys,
-                                  &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+        CFDictionaryCreateMutable(nullptr, kInformationKeys, &kCFTypeDictionaryKeyCallBacks,
+                                  &kCFTypeDictionaryValueCallBacks);
     if (KRTPhoneOpen(phone) != 1) {
         return;
     }

@@ -39,7 +39,7 @@ Version versionIn(CFURLRef propertyList, CFStringRef key) {
 }
 
 CFRef<CFURLRef> resource(const void* code, CFStringRef name, CFStringRef type) {
-    const auto bundle = adopt(CFBundleCreateWithCode(kCFAllocatorDefault, code));
+    const auto bundle = adopt(CFBundleCreateWithCode(nullptr, code));
     return bundle ? adopt(CFBundleCopyResourceURL(bundle.get(), name, type, nullptr)) : nullptr;
 }
 

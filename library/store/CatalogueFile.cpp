@@ -39,7 +39,7 @@ CFRef<CFTypeRef> parseCatalogue(CFDataRef bytes) {
         return {};
     }
     return adopt(CFPropertyListCreateFromXMLData(
-        kCFAllocatorDefault, bytes, kCFPropertyListMutableContainersAndLeaves, nullptr));
+        nullptr, bytes, kCFPropertyListMutableContainersAndLeaves, nullptr));
 }
 
 CFTypeRef ringtonesOf(CFTypeRef root) {
@@ -54,7 +54,7 @@ bool isCompanion(CFStringRef fileName, CFDictionaryRef entry) {
 void writeCatalogue(KRTPhoneRef phone, CFDictionaryRef catalogue) {
     const auto root = makeDictionary();
     CFDictionarySetValue(root.get(), KRTRingtoneKeyName, catalogue);
-    const auto bytes = adopt(CFPropertyListCreateXMLData(kCFAllocatorDefault, root.get()));
+    const auto bytes = adopt(CFPropertyListCreateXMLData(nullptr, root.get()));
     if (bytes) {
         KRTPhoneWriteDataToFileAtPath(phone, kCataloguePath, CFDataGetBytePtr(bytes.get()),
                                       static_cast<uintptr_t>(CFDataGetLength(bytes.get())));

@@ -26,13 +26,12 @@ CFDictionaryRef findTone(CFDictionaryRef list, CFStringRef guid) noexcept {
 
 CFMutableArrayRef copyKeys(CFDictionaryRef dictionary) noexcept {
     const std::vector<Pair> pairs = pairsOf(dictionary);
-    auto keys = adopt(CFArrayCreateMutable(kCFAllocatorDefault, static_cast<CFIndex>(pairs.size()),
-                                           &kCFTypeArrayCallBacks));
+    auto keys = adopt(
+        CFArrayCreateMutable(nullptr, static_cast<CFIndex>(pairs.size()), &kCFTypeArrayCallBacks));
     for (const Pair& pair : pairs) {
         const auto key = cast<CFStringRef>(pair.key);
         if (key != nullptr) {
-            CFArrayAppendValue(keys.get(),
-                               adopt(CFStringCreateCopy(kCFAllocatorDefault, key)).get());
+            CFArrayAppendValue(keys.get(), adopt(CFStringCreateCopy(nullptr, key)).get());
         }
     }
     return keys.leak();
@@ -54,6 +53,5 @@ CFStringRef KRTRingtoneManagerGenerateHash(void) {
     for (UInt8& letter : letters) {
         letter = static_cast<UInt8>('A' + random() % kLetters);
     }
-    return CFStringCreateWithBytes(kCFAllocatorDefault, letters, sizeof letters,
-                                   kCFStringEncodingUTF8, false);
+    return CFStringCreateWithBytes(nullptr, letters, sizeof letters, kCFStringEncodingUTF8, false);
 }

@@ -57,9 +57,8 @@ void addLoadedEntry(KRTPhoneRef phone, CFStringRef fileName, CFDictionaryRef ent
     CFDictionarySetValue(tone.get(), kFileTypeKey, lastThreeCharacters(fileName).get());
     CFDictionarySetValue(tone.get(), KRTRemotePath, path.get());
     const int64_t size = sizeBytes;
-    CFDictionarySetValue(
-        tone.get(), KRTFileSize,
-        adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &size)).get());
+    CFDictionarySetValue(tone.get(), KRTFileSize,
+                         adopt(CFNumberCreate(nullptr, kCFNumberSInt64Type, &size)).get());
 
     const auto name = cast<CFStringRef>(CFDictionaryGetValue(entry, KRTRingtoneName));
     if (name != nullptr) {
@@ -142,8 +141,7 @@ bool splitRemotePath(CFStringRef path, CFRef<CFStringRef>& fileName, CFRef<CFStr
     if (!url) {
         return failed(-2);
     }
-    const auto stripped =
-        adopt(CFURLCreateCopyDeletingPathExtension(kCFAllocatorDefault, url.get()));
+    const auto stripped = adopt(CFURLCreateCopyDeletingPathExtension(nullptr, url.get()));
     if (!stripped) {
         return failed(-3);
     }

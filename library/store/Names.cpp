@@ -33,16 +33,15 @@ const char* orNull(const std::optional<std::string>& text) {
 }
 
 CFRef<CFStringRef> ringtonePath(CFStringRef fileName) {
-    return adopt(CFStringCreateWithFormat(kCFAllocatorDefault, nullptr, CFSTR("%s/%@"),
-                                          kRingtonesFolder, fileName));
+    return adopt(
+        CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%s/%@"), kRingtonesFolder, fileName));
 }
 
 CFRef<CFStringRef> joinName(CFStringRef baseName, CFStringRef extension) {
     if (extension == nullptr || CFStringGetLength(extension) == 0) {
         return cf::retain(baseName);
     }
-    return adopt(CFStringCreateWithFormat(kCFAllocatorDefault, nullptr, CFSTR("%@.%@"), baseName,
-                                          extension));
+    return adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%@.%@"), baseName, extension));
 }
 
 CFRef<CFStringRef> companionName(CFStringRef baseName) {

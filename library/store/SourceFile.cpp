@@ -37,9 +37,8 @@ SourceFile readSource(CFDictionaryRef entry) {
         return {function != nullptr ? adopt(function(url.get())) : CFRef<CFDataRef>(), 0};
     }
     SourceFile source;
-    const bool wasRead = CFURLCreateDataAndPropertiesFromResource(kCFAllocatorDefault, url.get(),
-                                                                  source.bytes.receive(), nullptr,
-                                                                  nullptr, &source.errorCode);
+    const bool wasRead = CFURLCreateDataAndPropertiesFromResource(
+        nullptr, url.get(), source.bytes.receive(), nullptr, nullptr, &source.errorCode);
     if (wasRead || source.bytes) {
         source.errorCode = 0;
     }

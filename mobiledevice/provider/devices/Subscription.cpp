@@ -11,7 +11,7 @@ void Subscription::schedule(am_device_notification* self) {
     CFRunLoopSourceContext context{};
     context.info = self; // looked up at each delivery, so a late one finds nothing
     context.perform = &Subscription::perform;
-    source_ = cf::adopt(CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context));
+    source_ = cf::adopt(CFRunLoopSourceCreate(nullptr, 0, &context));
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source_.get(), kCFRunLoopCommonModes);
 }
 

@@ -4,7 +4,6 @@
 #include "nss/Keys.h"
 #include "nss/Runtime.h"
 #include "nss/TlsStream.h"
-
 #include <MobileDevice/MobileDevice.h>
 
 #include <secerr.h>

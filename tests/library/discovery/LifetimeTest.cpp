@@ -66,7 +66,7 @@ TEST_F(PhoneManagerLifetime, InitMakesThreeArraysOfPlainPointersAndNeverReleases
     const auto arrays = LinkedFunctions::takeCreatedArrays();
     ASSERT_EQ(arrays.size(), 3U);
     for (const auto& made : arrays) {
-        EXPECT_EQ(made.allocator, kCFAllocatorDefault);
+        EXPECT_EQ(made.allocator, nullptr);
         EXPECT_EQ(made.capacity, 0);
         EXPECT_EQ(made.callBacks, nullptr);
     }

@@ -191,9 +191,9 @@ CFIndex othersHolding(CFTypeRef object) {
 
 TEST(FakeDict, StoresCopiesOfMutableObjects) {
     const auto dictionary = KRLFakeDict::initWithCapacity(3);
-    const auto key = adopt(CFStringCreateMutableCopy(kCFAllocatorDefault, 0, CFSTR("key")));
+    const auto key = adopt(CFStringCreateMutableCopy(nullptr, 0, CFSTR("key")));
     const auto element = str("a string that no other test has");
-    const auto value = adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    const auto value = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     CFArrayAppendValue(value.get(), element.get());
     dictionary->setObject(value.get(), key.get());
 
@@ -206,11 +206,11 @@ TEST(FakeDict, StoresCopiesOfMutableObjects) {
 
 TEST(FakeDict, CopiesEachTypeOfContainer) {
     const auto element = str("an element of each container");
-    const auto array = adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    const auto array = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     CFArrayAppendValue(array.get(), element.get());
     const auto table = krl::test::dictionary();
     CFDictionarySetValue(table.get(), CFSTR("key"), element.get());
-    const auto data = adopt(CFDataCreateMutable(kCFAllocatorDefault, 0));
+    const auto data = adopt(CFDataCreateMutable(nullptr, 0));
     const auto number = krl::test::number(int64_t{1} << 40);
     {
         const auto dictionary = KRLFakeDict::initWithCapacity(4);
@@ -393,9 +393,9 @@ TEST(FakeDict, KeepsItsEntriesWhenMemoryRunsOut) {
 /// A key that is equal to another one from the moment when its string is changed.
 struct ChangingKey {
     explicit ChangingKey(const std::string& name)
-        : string(adopt(CFStringCreateMutableCopy(kCFAllocatorDefault, 0, str(name).get()))) {
+        : string(adopt(CFStringCreateMutableCopy(nullptr, 0, str(name).get()))) {
         const void* element = string.get();
-        array = adopt(CFArrayCreate(kCFAllocatorDefault, &element, 1, &kCFTypeArrayCallBacks));
+        array = adopt(CFArrayCreate(nullptr, &element, 1, &kCFTypeArrayCallBacks));
     }
 
     CFRef<CFMutableStringRef> string;

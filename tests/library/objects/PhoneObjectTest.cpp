@@ -124,9 +124,8 @@ TEST_F(PhoneObject, KnowsTheFirmware) {
 
 TEST_F(PhoneObject, WritesAndReadsAFile) {
     const std::string bytes = "some bytes";
-    const auto data = krl::cf::adopt(CFDataCreate(kCFAllocatorDefault,
-                                                  reinterpret_cast<const UInt8*>(bytes.data()),
-                                                  static_cast<CFIndex>(bytes.size())));
+    const auto data = krl::cf::adopt(CFDataCreate(
+        nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
     EXPECT_EQ(phone->writeData(data.get(), CFSTR("/DCIM/file")), nullptr);
     EXPECT_EQ(fake.phone().contents("/DCIM/file"), bytes);
 
@@ -148,7 +147,7 @@ TEST_F(PhoneObject, AnEmptyFileReadsAsEmptyDataWithoutAnError) {
 }
 
 TEST_F(PhoneObject, WithoutASizeNothingIsHandedOut) {
-    auto read = krl::cf::adopt(CFDataCreateMutable(kCFAllocatorDefault, 0));
+    auto read = krl::cf::adopt(CFDataCreateMutable(nullptr, 0));
     const CFMutableDataRef before = read.get();
     EXPECT_NE(phone->readFileAtPath(CFSTR("/no such file"), &read), nullptr);
     EXPECT_EQ(read.get(), before);
@@ -227,7 +226,7 @@ const FailingCase kFailures[] = {
     {"writeData", "AFCFileRefWrite",
      [](KRTPhone& phone) {
          const UInt8 byte = 1;
-         return phone.writeData(krl::cf::adopt(CFDataCreate(kCFAllocatorDefault, &byte, 1)).get(),
+         return phone.writeData(krl::cf::adopt(CFDataCreate(nullptr, &byte, 1)).get(),
                                 CFSTR("/DCIM/file"));
      }},
     {"renameFileAtPath", "AFCRenamePath",

@@ -99,11 +99,10 @@ inline std::string catalogueOf(const std::vector<Entry>& entries) {
 /// A catalogue as a dictionary.
 inline Record parsedCatalogue(const std::vector<Entry>& entries) {
     const std::string xml = catalogueOf(entries);
-    const auto data =
-        cf::adopt(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(xml.data()),
-                               static_cast<CFIndex>(xml.size())));
+    const auto data = cf::adopt(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(xml.data()),
+                                             static_cast<CFIndex>(xml.size())));
     const CFPropertyListRef list = CFPropertyListCreateFromXMLData(
-        kCFAllocatorDefault, data.get(), kCFPropertyListMutableContainersAndLeaves, nullptr);
+        nullptr, data.get(), kCFPropertyListMutableContainersAndLeaves, nullptr);
     return cf::adopt(static_cast<CFMutableDictionaryRef>(const_cast<void*>(list)));
 }
 

@@ -55,7 +55,7 @@ inline std::vector<std::string> keys(CFDictionaryRef dictionary) {
 }
 
 inline cf::CFRef<CFNumberRef> number(int64_t value) {
-    return cf::adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
+    return cf::adopt(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }
 
 inline cf::CFRef<CFMutableDictionaryRef> dictionary() {

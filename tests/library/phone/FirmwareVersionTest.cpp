@@ -96,7 +96,7 @@ TEST_F(FirmwareVersion, IsUnknownWithoutDeviceValues) {
 
 TEST_F(FirmwareVersion, IsUnknownWhenItIsNoText) {
     const int number = 111;
-    const auto object = adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &number));
+    const auto object = adopt(CFNumberCreate(nullptr, kCFNumberIntType, &number));
     fake.phone().value("", "ProductVersion", object.get());
     KRTPhoneUpdateInformation(phone);
     EXPECT_EQ(KRTPhoneFirmwareVersion(phone), 1014);

@@ -102,8 +102,8 @@ TEST_F(Information, UpdateReplacesTheDictionary) {
 }
 
 TEST_F(Information, ReleasesTheValuesThatItCopies) {
-    const auto name = adopt(
-        CFStringCreateWithCString(kCFAllocatorDefault, "A longer name", kCFStringEncodingUTF8));
+    const auto name =
+        adopt(CFStringCreateWithCString(nullptr, "A longer name", kCFStringEncodingUTF8));
     fake.phone().value("", "DeviceName", name.get());
     const CFIndex before = CFGetRetainCount(name.get());
     KRTPhoneUpdateInformation(phone);
@@ -125,7 +125,7 @@ TEST_F(Information, LeavesOutWhatThePhoneDoesNotTell) {
 
 TEST_F(Information, LeavesOutValuesOfAnotherType) {
     const int number = 5;
-    const auto object = adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &number));
+    const auto object = adopt(CFNumberCreate(nullptr, kCFNumberIntType, &number));
     fake.phone().value("", "DeviceName", object.get()).value("", "DeviceClass", object.get());
     update();
     EXPECT_FALSE(has(KRTPhoneNameKey));
