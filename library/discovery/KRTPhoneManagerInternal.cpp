@@ -98,6 +98,7 @@ int KRTPhoneManagerInit() {
         return 1;
     }
     // Contract: 1 also without memory; the manager is then missing.
+    // [PhoneManagerLifetime.InitWithoutMemoryGivesOneAndNoManager]
     auto* const manager = static_cast<Manager*>(std::malloc(sizeof(Manager)));
     if (manager) {
         // Contract: three arrays are made and the first is never released.
@@ -131,6 +132,7 @@ void KRTPhoneManagerShutdown() {
     }
     CFRelease(manager->phones);
     // Contract: a subscription that is still there is left alone, and its events find no manager.
+    // [PhoneManagerLifetime.ShutdownDoesNotEndTheSubscription]
     manager->notification = nullptr;
     std::free(manager);
     _gKRTPhoneSharedPhoneManager = nullptr;
@@ -153,12 +155,14 @@ void KRTPhoneManagerReleasePhoneList(CFArrayRef phones) {
 }
 
 // Contract: finds nothing, whatever the information says.
+// [PhoneManagerLifetime.NoInformationFindsAPhone]
 KRTPhoneRef KRTPhoneManagerPhoneForInfo(CFDictionaryRef) {
     return nullptr;
 }
 
 KRTPhoneRef KRTPhoneManagerPhoneForDevice(am_device* device) {
     // Contract: the walk does not stop at a match, so that the latest arrival is found.
+    // [PhoneManagerLifetime.OfTwoPhonesWithOneDeviceTheLatestIsFound]
     const CFArrayRef phones = _gKRTPhoneSharedPhoneManager->phones;
     Search search{nullptr, device};
     CFArrayApplyFunction(phones, wholeOf(phones), _phoneSearchEnumerator, &search);
@@ -190,6 +194,7 @@ void KRTPhoneManagerPhoneConnectedNotification(am_device* device) {
     std::fprintf(stderr, "Error: %s, Unable to open phone, not an iPhone", __func__);
     KRTPhoneRelease(phone);
     // Contract: an arrival that is not an iPhone is announced too, without a phone.
+    // [ArrivalOfAnotherDevice.IsToldToEveryDelegateWithoutAPhone]
     tellDelegates({nullptr, nullptr, kAMDeviceMessageConnected});
 }
 

@@ -16,7 +16,7 @@ void KRTErrorSet(int line, const char* file, int code) {
 }
 
 // Contract: a record that was set with line 0 or a negative line reads as no error here and still
-// keeps later failures out.
+// keeps later failures out. [ErrorRecord.LineZeroWithAFileReadsAsNoErrorAndKeepsLaterFailuresOut]
 bool KRTError(void) {
     return __krt_error_line > 0;
 }

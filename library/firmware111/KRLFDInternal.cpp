@@ -72,6 +72,7 @@ void replaceValue(KRTDictionary& table, KRTWord slot, const void* value) {
     table._keys[slot] = ~table._marker;
     // Contract: on replacing, the marker is tested against the address of the record, not against
     // the key. The key is not changed, so nothing is missed.
+    // [SlotTableOfWords.ReplacingTestsTheAddressOfTheRecordNotTheKey]
     if (KRTDictionaryHashKeyIsMagic(&table, wordOf(&table))) {
         KRTDictionaryFindNewMarker(&table);
     }
@@ -145,6 +146,7 @@ void KRTDictionarySetObjectForKey(KRTDictionary* dictionary, const void* value, 
     }
     // Contract: a full table is rebuilt before it is known whether the key is new, so that
     // replacing a value may change the order.
+    // [SlotTable.AFullTableIsRebuiltAlsoForAKeyThatIsPresent]
     if (dictionary->_bucketsUsed == dictionary->_bucketsCap || !dictionary->_keys) {
         KRTDictionaryGrow(dictionary, 1);
     }
@@ -184,6 +186,7 @@ void KRTDictionaryGrow(KRTDictionary* dictionary, KRTWord extra) {
 
     // Contract: when memory is exhausted the record keeps the new counts beside whatever arrays it
     // has by then, and nobody is told.
+    // [SlotTableOfWords.WithoutMemoryARebuildKeepsTheOldSlotsUnderNewCounts]
     KRTUnsignedWord* const keys = allocateWords(dictionary->_bucketsNum);
     if (!keys) {
         return;
@@ -212,7 +215,7 @@ void KRTDictionaryGrow(KRTDictionary* dictionary, KRTWord extra) {
         KRTDictionaryFB2(dictionary, objectOf(oldKeys[i]), &found, &freeSlot);
         if (found != -1) {
             // Contract: keys that have become equal end the rebuild, and the old arrays are not
-            // freed.
+            // freed. [SlotTableOfWords.KeysThatHaveBecomeEqualEndTheRebuildAndTheOldSlotsAreKept]
             return;
         }
         if (freeSlot != -1) {

@@ -106,6 +106,7 @@ void KRLFakeDict::setObject(CFTypeRef object, CFTypeRef forKey) {
     // After a rebuild that ran out of memory the slots are fewer than they are said to be.
     const bool hasSlots = !_keys.empty() && std::cmp_equal(_keys.size(), _bucketsNum);
     // Contract: a full dictionary is rebuilt before it is known whether the key is new.
+    // [FakeDict.AFullDictionaryIsRebuiltBeforeAKeyIsFoundToBeThere]
     if (_bucketsUsed == _bucketsCap || !hasSlots) {
         _dg(1);
     }
@@ -119,6 +120,7 @@ void KRLFakeDict::setObject(CFTypeRef object, CFTypeRef forKey) {
         _keys[indexOf(found)] = ~_marker;
         // Contract: on replacing, the marker is tested against the dictionary's own address, not
         // against the key. The key is not changed, so nothing is missed.
+        // [FakeDict.ReplacingReleasesTheOldValueAndKeepsTheNewOne]
         if (__hkm(wordOf(this))) {
             fNM();
         }
@@ -226,6 +228,7 @@ void KRLFakeDict::fb(CFTypeRef key, KRTWord* found, KRTWord* freeSlot) const {
 // _dg:
 void KRLFakeDict::_dg(KRTWord extra) {
     // Contract: the new counts stand whatever happens below.
+    // [FakeDict.ThrowsOutOfMemoryWhenTheSlotsCannotBeMade]
     _bucketsCap = __KRLHashRoundUpCapacity(_bucketsUsed + extra);
     _deletes = 0;
     _bucketsNum = __KRLHashNumBucketsForCapacity(_bucketsCap);

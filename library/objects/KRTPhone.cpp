@@ -42,6 +42,7 @@ private:
 /// The error object of a function that has returned; null after success.
 CFRef<CFErrorRef> errorUnlessDone(int result) {
     // Contract: whatever the error domain is elsewhere, a phone's is this one.
+    // [PhoneObjectFailure.IsAnErrorObjectOfTheRecordWhichIsNotCleared]
     return result == 1 ? CFRef<CFErrorRef>()
                        : krl::errorObjectFromRecord(CFSTR("com.korvane.vesk"));
 }
@@ -71,6 +72,7 @@ std::shared_ptr<KRTPhone> KRTPhone::_initWithPhoneRef(KRTPhoneRef phoneRef) {
 // _phoneWithDevice:
 std::shared_ptr<KRTPhone> KRTPhone::_phoneWithDevice(am_device*) {
     // Contract: the initialiser that this would call does not exist, and nothing calls this.
+    // [PhoneObject.IsNeverMadeOfADevice]
     throw KRLException("UnrecognizedSelector",
                        "-[KRTPhone _initWithDevice:]: unrecognized selector sent to instance");
 }
@@ -143,6 +145,7 @@ int KRTPhone::phoneFirmwareVersion() const {
 std::shared_ptr<KRTRingtoneManager> KRTPhone::ringtoneManager() {
     if (!_ringtones) {
         // Contract: a store record of its own, beside the one of KRTPhoneGetRingtoneManager.
+        // [PhoneObject.ItsRingtoneManagerHasAStoreRecordOfItsOwn]
         _ringtones =
             KRTRingtoneManager::_initWithRingtoneManagerRef(KRTRingtoneManagerForPhone(_phone));
     }
@@ -161,7 +164,8 @@ CFRef<CFErrorRef> KRTPhone::readFileAtPath(CFStringRef path, CFRef<CFMutableData
         return error;
     }
     // Contract: handed out before the file is read, and not cut when fewer bytes come.
-    *into = adopt(CFDataCreateMutable(kCFAllocatorDefault, 0));
+    // [PhoneObject.DataIsNotCutWhenFewerBytesCome]
+    *into = adopt(CFDataCreateMutable(nullptr, 0));
     CFDataSetLength(into->get(), sizeBytes);
     return errorUnlessDone(KRTPhoneReadFileAtPath(
         _phone, PathText(path), CFDataGetMutableBytePtr(into->get()), &sizeBytes));

@@ -131,7 +131,7 @@ std::shared_ptr<KRTPhone> KRTPhoneManager::phoneForInfo(CFDictionaryRef informat
             return false;
         }
         // Contract: the phone's name is what compares, so that a phone without one goes with any
-        // information.
+        // information. [PhoneManagerObject.APhoneWithoutANameGoesWithAnyInformation]
         const auto known = phone->phoneInformation();
         const CFTypeRef name = nameIn(known.get());
         return name == nullptr || CFEqual(name, wanted);
@@ -160,6 +160,7 @@ void KRTPhoneManager::_beginPhoneSearch() {
 // _endPhoneSearch
 void KRTPhoneManager::_endPhoneSearch() {
     // Contract: the reference is not cleared, so it does not tell whether a search is running.
+    // [PhoneManagerObject.ShutdownWithoutASearchIsHarmless]
     if (isSearching_ && hasCore()) {
         KRTPhoneManagerRemoveDelegate(_internalRef);
     }
@@ -182,6 +183,7 @@ void KRTPhoneManager::_phoneConnected(KRTPhoneRef phoneRef) {
 void KRTPhoneManager::_phoneRemoved(KRTPhoneRef phoneRef) {
     const auto self = shared_from_this();
     // Contract: the phone stays in the list.
+    // [PhoneManagerObject.ARemovalBringsTheSameObjectWhichStaysInTheList]
     if (const Phone phone = _phoneForPhoneRef(phoneRef)) {
         tellAll(_delegateList,
                 [&phone](KRTPhoneManagerDelegate& delegate) { delegate.phoneRemoved(phone); });

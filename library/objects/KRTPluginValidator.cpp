@@ -64,6 +64,7 @@ bool KRTPluginValidator::isValid() {
                                     CFNotificationSuspensionBehaviorDeliverImmediately);
     CFNotificationCenterPostNotification(center, pingName(), pluginObject(), nullptr, false);
     // Contract: the whole time, however early the answer comes.
+    // [Validator.AnswersByThePongsAndTakesTheWholeSixSeconds]
     runLoopFor(kTimeToAnswer);
     CFNotificationCenterRemoveObserver(center, this, pongName(), pluginObject());
     return _valid;
@@ -72,6 +73,7 @@ bool KRTPluginValidator::isValid() {
 // _pongSeen:
 void KRTPluginValidator::_pongSeen(CFDictionaryRef userInfo) {
     // Contract: never set back, so that of several plug-ins one that is recent is enough.
+    // [Validator.AnswersByThePongsAndTakesTheWholeSixSeconds]
     if (krl::plugin::isRecentEnough(userInfo)) {
         _valid = true;
     }

@@ -71,6 +71,7 @@ List ringtoneFromEntry(CFDictionaryRef entry, CFStringRef fileName) {
     }
     if (!CFDictionaryContainsKey(ringtone.get(), kFileTypeKey)) {
         // Contract: the whole extension, where loading takes the last three characters.
+        // [ListModel.MergingAddsPathAndTheWholeExtension]
         CFDictionarySetValue(ringtone.get(), kFileTypeKey, splitPath(fileName).extension.get());
     }
     return ringtone;
@@ -135,6 +136,7 @@ void KRTRingtoneManager::rebuildRingtoneListFromOriginal() {
             const auto type = cast<CFStringRef>(valueOf(recordOf(pair.value), kFileTypeKey));
             if (!isM4R(type)) {
                 // Contract: once it is true it stays so.
+                // [ListModel.ConversionOnceNeededStaysNeeded]
                 _needsConversionFor113 = true;
                 needsConversion = true;
                 break;
@@ -190,6 +192,7 @@ void KRTRingtoneManager::updateRingtoneListFromList(CFDictionaryRef catalogue) {
 // isValidDictionaryFor111:
 CFRef<CFArrayRef> KRTRingtoneManager::isValidDictionaryFor111(CFDictionaryRef) const {
     // Contract: this object checks nothing. The catalogue is checked when it is generated.
+    // [ListModel.TheLayoutCheckOfTheObjectFindsNothing]
     return nullptr;
 }
 
@@ -255,6 +258,7 @@ void KRTRingtoneManager::compareList(CFDictionaryRef wanted) {
         }
         const Record kept = recordIn(_unchangedList, name);
         // Contract: an m4r file that did not come from this computer stays, wanted or not.
+        // [ListModel.ComparingKeepsAnUnwantedM4RThatDidNotComeFromThisComputer]
         if (!isM4RFile(valueOf(kept, KRTRemotePath)) || valueOf(kept, KRTLocalPath) != nullptr) {
             removeRingtone(kept);
             isChanged = true;
@@ -288,11 +292,13 @@ void KRTRingtoneManager::addRingtone(CFMutableDictionaryRef ringtone) {
 void KRTRingtoneManager::removeRingtone(CFMutableDictionaryRef ringtone) {
     const auto name = retain(nameOf(ringtone));
     // Contract: a ringtone that was replaced is in both lists, and stays to be added.
+    // [ListModel.AReplacedRingtoneCannotBeTakenOutOfTheAddedListAgain]
     if (has(_removedList, name.get())) {
         return;
     }
     const auto removed = retain(ringtone);
     // Contract: a removal by comparison leaves the added ringtones alone.
+    // [ListModel.ComparingLeavesTheAddedListAloneWhenItRemoves]
     if (!_collapsingUpdates) {
         removeFrom(_addedList, name.get());
     }
@@ -314,6 +320,7 @@ void KRTRingtoneManager::removeAllRingtones() {
     empty(_unchangedList);
     empty(_addedList);
     // Contract: true also when there was nothing to remove.
+    // [ListModel.RemovingAllSaysTrueEvenWithNothingToRemove]
     setRingtonesUpdated(true);
 }
 
@@ -322,6 +329,7 @@ void KRTRingtoneManager::removeAllRingtones() {
 // setRingtonesUpdated:
 void KRTRingtoneManager::setRingtonesUpdated(bool ringtonesUpdated) {
     // Contract: observers are told also when the value stays the same.
+    // [ListModel.SettingTheFlagNotifiesAlsoWithoutAChange]
     observers_->around([this, ringtonesUpdated] { _ringtonesChanged = ringtonesUpdated; });
 }
 

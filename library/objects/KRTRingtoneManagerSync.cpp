@@ -152,11 +152,13 @@ void KRTRingtoneManager::sync(const Delegate& delegate, std::unique_ptr<SyncUse>
         _delegate = delegate.get();
         if (KRTPhoneOpen(_manager->phone) != 1) {
             // Contract: the same number for code and line, and neither a step nor a close.
+            // [SynchronousSync.APhoneThatDoesNotOpenIsOneErrorAndTheCompletion]
             tellError(delegate, krl::makeErrorObject(KRTErrorDomain, kPhoneDoesNotOpen, kModule,
                                                      kPhoneDoesNotOpen));
         } else {
             tellStep(delegate, kRunning, kUnlocked);
             // Contract: whether the lock was taken, and given back, is not looked at.
+            // [SynchronousSync.DoesNotLookWhetherBeginAndEndOfTheLockSucceed]
             KRTPhoneBeginSync(_manager->phone);
             tellStep(delegate, kRunning, kLocked);
             if (const auto error = submitChanges(generateChangeLists().get())) {
@@ -200,7 +202,7 @@ CFRef<CFErrorRef> KRTRingtoneManager::submitChanges(CFDictionaryRef changes) {
         return error;
     }
     // Contract: a cancelled submit is a success too. What was pending is dropped, and the list is
-    // what the phone says.
+    // what the phone says. [SynchronousSync.CancelledAtTheFirstUploadUploadsNothingAndIsASuccess]
     _loadRingtoneList();
     _unchangedList = copyOf(_remotePlist);
     empty(_removedList);
@@ -211,6 +213,7 @@ CFRef<CFErrorRef> KRTRingtoneManager::submitChanges(CFDictionaryRef changes) {
 // sizeOfChanges:
 int64_t KRTRingtoneManager::sizeOfChanges(CFDictionaryRef changes) const {
     // Contract: what is added comes from the changes, what is removed from this object.
+    // [SynchronousSync.SizeLooksAtTheRemovedListOfTheObjectAndNotOfTheChanges]
     return static_cast<int64_t>(sizeOfFiles(listIn(changes, kAddedKey)) -
                                 sizeOfFiles(_removedList.get()));
 }
@@ -228,6 +231,7 @@ bool KRTRingtoneManager::_internal_status_function(int32_t mode, int32_t status,
     _startContinueNoticeLock();
     if (_delegate != nullptr) {
         // Contract: the mode comes first here and the status first there.
+        // [SynchronousSync.TellsEachStepInOrder]
         _delegate->syncStatus(status, mode, max, value, text.get());
     }
     _waitForContinueNotice();
@@ -258,6 +262,7 @@ void KRTRingtoneManager::_waitForContinueNotice() {
 // continueSync
 void KRTRingtoneManager::continueSync() {
     // Contract: only here a sync that was cancelled is forgotten.
+    // [SynchronousSync.ACancelLastsUntilContinueSync]
     _shouldCancel = false;
     answer(read(_continueLock, continueMutex_));
 }

@@ -12,11 +12,13 @@ template <typename Check>
 std::optional<bool> updatedAfterRebuild(Check hasProblems, bool wasPending, bool needsConversion) {
     if (hasProblems()) {
         // Contract: when changes were pending, the check is made once more and its answer counts.
+        // [RebuildRule.SaysWhatIsToBeSynced]
         return wasPending ? hasProblems() : true;
     }
     if (wasPending) {
         // Contract: dropped changes leave nothing to sync, even when a conversion is due. The next
         // rebuild says so.
+        // [ListModel.ARebuildThatDropsChangesSaysFalseAndTheNextOneThatConversionIsDue]
         return false;
     }
     return needsConversion ? std::optional(true) : std::nullopt;

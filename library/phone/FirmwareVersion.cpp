@@ -27,6 +27,7 @@ uint32_t numberAt(CFArrayRef parts, CFIndex index) {
 
 // Contract: a patch number counts only where there are exactly three parts, and parts of two digits
 // run into each other: 1.1 and 1.1.3.1 and 1.0.10 are all 1010.
+// [FirmwareVersionText.BecomesThisNumber]
 int versionCode(CFArrayRef parts) {
     const CFIndex count = CFArrayGetCount(parts);
     const uint32_t major = count >= 1 ? numberAt(parts, 0) : 1;
@@ -49,7 +50,7 @@ int KRTPhoneFirmwareVersion(KRTPhoneRef phone) {
 
 int KRTPhonePostUpdate(KRTPhoneRef phone) {
     // Contract: compared unsigned, so that versions below the first one count as far above the
-    // last.
+    // last. [FirmwareVersionText.BecomesThisNumber]
     const auto distance =
         static_cast<uint32_t>(KRTPhoneFirmwareVersion(phone)) - uint32_t{kFirstWithCompanions};
     return distance <= uint32_t{kLastWithCompanions - kFirstWithCompanions} ? 1 : 0;

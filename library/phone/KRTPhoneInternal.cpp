@@ -51,6 +51,7 @@ KRTPhoneRef KRTPhoneWithDevice(am_device* device) {
 }
 
 // Contract: releasing closes no connection and does not disconnect, whatever the counts are.
+// [PhoneRecord.ReleaseOfAnOpenPhoneNeitherClosesNorDisconnects]
 void KRTPhoneRelease(KRTPhoneRef phone) {
     if (phone != nullptr) {
         krl::phone::release(phone);
@@ -79,6 +80,7 @@ void forgetFileConnection(KRTPhoneRef phone) {
 
 // Contract: a failed open always disconnects, even a null device and even one that a failed start
 // of the file service has disconnected already, and forgets the file connection without closing it.
+// [PhoneOpenFailure.RecordsTheStatusDisconnectsAndForgetsTheHandles]
 int failOpen(KRTPhoneRef phone) {
     AMDeviceDisconnect(phone->device);
     phone->openCount = 0;
@@ -99,7 +101,7 @@ int failStartOnClosedPhone(KRTPhoneRef phone) {
 }
 
 // Contract: a start that fails after it closed the connection of an earlier start closes that one a
-// second time.
+// second time. [FileServiceStartFailure.ClosesTheLeftoverConnectionTwiceAndThePhoneOnce]
 int failStart(KRTPhoneRef phone) {
     closeFileConnection(phone);
     KRTPhoneClose(phone);
@@ -132,7 +134,7 @@ int KRTPhoneOpen(KRTPhoneRef phone) {
     }
     phone->openCount = 1;
     // Contract: only here are starts forgotten that were never ended; an open that fails before
-    // leaves their count as it was.
+    // leaves their count as it was. [PhoneOpen.ForgetsStartsThatWereNeverEnded]
     phone->fileServiceCount = 0;
     if (KRTPhoneStartFileService(phone) != 1) {
         reportError(kNoFileService);
@@ -143,6 +145,7 @@ int KRTPhoneOpen(KRTPhoneRef phone) {
 
 // Contract: closing never closes the file connection: the file service that is ended here finds the
 // phone closed already. The next start of the file service closes what was left.
+// [PhoneClose.OfTheLastOpenDisconnectsAndKeepsTheFileConnection]
 void KRTPhoneClose(KRTPhoneRef phone) {
     if (phone->openCount < 1) {
         return;
@@ -159,6 +162,7 @@ void KRTPhoneClose(KRTPhoneRef phone) {
 
 int KRTPhoneStartFileService(KRTPhoneRef phone) {
     // Contract: a running service is counted without a look at whether the phone is still open.
+    // [FileService.StartCountsARunningServiceAlsoWhenThePhoneIsClosed]
     if (phone->fileServiceCount > 0) {
         ++phone->fileServiceCount;
         return 1;
@@ -177,6 +181,7 @@ int KRTPhoneStartFileService(KRTPhoneRef phone) {
         return failStart(phone);
     }
     // Contract: the session is not stopped when the service does not start.
+    // [FileServiceStartFailure.ClosesTheLeftoverConnectionTwiceAndThePhoneOnce]
     if (const int32_t status = AMDeviceStartService(phone->device, CFSTR("com.apple.afc"),
                                                     &phone->fileService, nullptr);
         status != 0) {
@@ -197,6 +202,7 @@ int KRTPhoneStartFileService(KRTPhoneRef phone) {
 }
 
 // Contract: on a closed phone nothing is ended, however often the service was started.
+// [FileService.EndOnAClosedPhoneDoesNothingHoweverOftenItWasStarted]
 void KRTPhoneEndFileService(KRTPhoneRef phone) {
     if (phone->openCount == 0 || phone->fileServiceCount == 0) {
         return;
@@ -208,6 +214,7 @@ void KRTPhoneEndFileService(KRTPhoneRef phone) {
     }
     // Contract: ending the file service takes one open back as well, always. A file operation on a
     // phone that was opened once leaves it disconnected, and the next operation reconnects.
+    // [PhoneCounts.EndingTheFileServiceAlsoClosesOnce]
     KRTPhoneClose(phone);
 }
 
@@ -216,7 +223,7 @@ void KRTPhoneEndFileService(KRTPhoneRef phone) {
 namespace {
 
 // Contract: whether the lock was taken is not told: after the last attempt the sync goes on
-// without.
+// without. [SyncLock.BeginSucceedsAfterSevenRefusals]
 void waitForSyncLock(KRTPhoneRef phone) {
     for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
         if (AFCFileRefLock(phone->fileConnection, phone->lockFile) == 0) {
@@ -230,12 +237,13 @@ void waitForSyncLock(KRTPhoneRef phone) {
 
 // Contract: a failure undoes nothing. The session, the proxy, the lock file and the start of the
 // file service stay as they are, so that after a failed post the next call finds a sync open.
+// [SyncLockBeginFailure.RecordsTheStatusAndUndoesNothing]
 int KRTPhoneBeginSync(KRTPhoneRef phone) {
     if (phone->notificationProxy != nullptr) {
         return 1;
     }
     // Contract: the phone is not opened here. A closed phone whose service count is above 0 goes on
-    // over its disconnected device.
+    // over its disconnected device. [SyncLock.BeginDoesNotOpenThePhone]
     if (const int started = KRTPhoneStartFileService(phone); started != 1) {
         reportError(started);
         return 0;
@@ -286,7 +294,7 @@ int KRTPhoneEndSync(KRTPhoneRef phone) {
     }
     // Contract: the phone may have been reconnected since the lock was taken, which freed it;
     // unlock and close then go to the new connection and fail, and no failure here keeps the sync
-    // open.
+    // open. [SyncLock.ReconnectingDuringASyncFreesTheLockAndEndStillSucceeds]
     AFCFileRefUnlock(phone->fileConnection, phone->lockFile);
     AFCFileRefClose(phone->fileConnection, phone->lockFile);
     AMDPostNotification(phone->notificationProxy, CFSTR("com.apple.itunes-mobdev.syncDidFinish"),
@@ -311,6 +319,7 @@ bool isSelfOrParent(const char* name) {
 }
 
 // Contract: a read of a directory that fails ends the list like its last name does.
+// [Listing.ThatBreaksOffHalfWayIsASuccess]
 krl::cf::CFRef<CFMutableArrayRef> readNames(afc_connection* connection, afc_directory* directory) {
     auto names = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     char* name = nullptr;
@@ -343,7 +352,7 @@ int32_t writeChunks(afc_connection* connection, afc_file_ref file, const void* b
 }
 
 // Contract: the size is read as a C integer literal is, so that "010" is 8 and "0x10" is 16; the
-// first "st_size" counts. Without one the size is 0.
+// first "st_size" counts. Without one the size is 0. [SizeOfFileText.IsReadLikeACIntegerLiteral]
 uint32_t readSize(afc_dictionary* info) {
     int size = 0;
     char* key = nullptr;
@@ -372,6 +381,7 @@ int KRTPhoneCreateDirectoryAtPath(KRTPhoneRef phone, const char* path) {
     if (const int32_t status = AFCDirectoryCreate(phone->fileConnection, path); status != 0) {
         reportError(status);
         // Contract: the file service is not ended.
+        // [FileOperationFailure.OnAPhoneOpenedFiveTimesRecordsTheStatusAndGivesBackExactlyThis]
         KRTPhoneClose(phone);
         return 0;
     }
@@ -397,6 +407,7 @@ CFMutableArrayRef KRTPhoneListDirectoryAtPath(KRTPhoneRef phone, const char* pat
         KRTPhoneEndFileService(phone);
         KRTPhoneClose(phone);
         // Contract: one close more than was opened; it takes one of the caller's opens.
+        // [FileOperationFailure.OnAPhoneOpenedFiveTimesRecordsTheStatusAndGivesBackExactlyThis]
         KRTPhoneClose(phone);
         return nullptr;
     }
@@ -420,6 +431,7 @@ int KRTPhoneRemoveObjectAtPath(KRTPhoneRef phone, const char* path) {
     if (const int32_t status = AFCRemovePath(phone->fileConnection, path); status != 0) {
         reportError(status);
         // Contract: the file service is not ended.
+        // [FileOperationFailure.OnAPhoneOpenedFiveTimesRecordsTheStatusAndGivesBackExactlyThis]
         KRTPhoneClose(phone);
         return 0;
     }
@@ -442,6 +454,7 @@ int KRTPhoneRenameObjectAtPath(KRTPhoneRef phone, const char* oldPath, const cha
         status != 0) {
         reportError(status);
         // Contract: the file service is not ended.
+        // [FileOperationFailure.OnAPhoneOpenedFiveTimesRecordsTheStatusAndGivesBackExactlyThis]
         KRTPhoneClose(phone);
         return 0;
     }
@@ -451,6 +464,7 @@ int KRTPhoneRenameObjectAtPath(KRTPhoneRef phone, const char* oldPath, const cha
 }
 
 // Contract: a failed write gives neither the file service nor the open back.
+// [FileOperationFailure.OnAPhoneOpenedFiveTimesRecordsTheStatusAndGivesBackExactlyThis]
 int KRTPhoneWriteDataToFileAtPath(KRTPhoneRef phone, const char* path, const void* bytes,
                                   uintptr_t count) {
     if (KRTPhoneOpen(phone) != 1) {
@@ -491,9 +505,11 @@ int KRTPhoneReadFileAtPath(KRTPhoneRef phone, const char* path, void* buffer, ui
     if (KRTPhoneStartFileService(phone) != 1) {
         reportError(2);
         // Contract: the phone is not closed.
+        // [FileOperationFailure.OnAPhoneOpenedFiveTimesRecordsTheStatusAndGivesBackExactlyThis]
         return 0;
     }
     // Contract: opened for reading and writing, so that reading a file that is not there makes it.
+    // [Reading.OpensForReadingAndWritingAndReadsOnce]
     afc_file_ref file = 0;
     if (const int32_t status =
             AFCFileRefOpen(phone->fileConnection, path, kAFCOpenReadWrite, &file);
@@ -563,7 +579,7 @@ void storeDeviceValue(KRTPhoneRef phone, CFStringRef key, CFStringRef domain, CF
 }
 
 // Contract: the text is read as an unsigned number and kept in a signed one, where it wraps from
-// 2^63 on; the first "FSFreeBytes" counts.
+// 2^63 on; the first "FSFreeBytes" counts. [Information.FreeSpaceAboveTheLargestSignedNumberWraps]
 void storeFreeSpace(KRTPhoneRef phone, const char* text) {
     unsigned long long bytes = 0;
     if (std::sscanf(text, "%llu", &bytes) != 1) {
@@ -609,6 +625,7 @@ void KRTPhoneUpdateInformation(KRTPhoneRef phone) {
     storeDeviceValue<CFStringRef>(phone, KRTPhoneClassKey, nullptr, CFSTR("DeviceClass"));
     // Contract: without a session, and below without device information, the phone stays open and
     // its file service started. Only the latter is reported.
+    // [Information.WithoutASessionStopsUnreportedAndLeavesThePhoneOpenAndTheServiceStarted]
     if (AMDeviceStartSession(phone->device) != 0) {
         return;
     }
@@ -623,6 +640,7 @@ void KRTPhoneUpdateInformation(KRTPhoneRef phone) {
     }
     storeDeviceInformation(phone, info);
     // Contract: the pairs are not closed. They end with the file connection that they came over.
+    // [Information.UpdateNeverClosesThePairsOfTheDeviceInformation]
     KRTPhoneEndFileService(phone);
     KRTPhoneClose(phone);
 }

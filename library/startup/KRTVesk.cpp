@@ -34,6 +34,7 @@ bool hasDeviceFunctions() {
 
 int failInstallation(CFStringRef domain) {
     // Contract: nothing ever puts the domain back, also not a later success.
+    // [StartUp.TheDomainOfAFailureStaysAfterALaterSuccess]
     KRTErrorDomain = domain;
     return 0;
 }
@@ -58,6 +59,7 @@ int KRTVeskInit() {
     }
     // Contract: without the device functions the flag is not cleared here. One that an earlier
     // start-up had set stays, where the framework itself could be loaded.
+    // [StartUp.FlagGoesByTheFunctionsAndIsClearedOnlyWhenLoadingFailsToo]
     if (!hasDeviceFunctions()) {
         return 0;
     }
@@ -94,8 +96,10 @@ int perform_unzip(const char* zipPath, const char* destinationFolder) noexcept {
         return failInstallation(CFSTR("com.korvane.vesk.unzipNotFound"));
     }
     // Contract: the old plug-in goes first. When unpacking fails there is none.
+    // [StartUp.TheOldPluginIsGoneAndTheFoldersAreThereWhenTheUnpackerRuns]
     krl::system::removeAll(std::string(destinationFolder) + "/" + plugin::kBundleName);
     // Contract: always the home folder's, whichever folder is unpacked into; one level each.
+    // [StartUp.UnpackingElsewhereMakesTheHomeFoldersAllTheSame]
     const plugin::Folders folders = plugin::folders();
     krl::system::completeHomeFolder();
     krl::system::makeFolder(folders.library);

@@ -88,7 +88,7 @@ Version versionFrom(CFTypeRef version) {
 
 bool isCurrent(const Version& installed, const Version& required) {
     // Contract: each part on its own, not in order of significance; an installed 2.0.0 is out of
-    // date where 1.2.0 is required.
+    // date where 1.2.0 is required. [Installation.ComparesVersionsPartByPart]
     return required.major <= installed.major && required.minor <= installed.minor &&
            required.patch <= installed.patch;
 }
@@ -117,6 +117,7 @@ bool isRecentEnough(CFDictionaryRef pongInfo) {
     const float version = value != nullptr ? floatValue(value) : 1.0F;
     // Contract: single precision first, then double, and strictly above. 2.01 itself becomes
     // 2.00999999 and is too old.
+    // [PongVersion.IsTakenInSinglePrecisionThenWidenedAndHasToBeAbove201]
     return static_cast<double>(version) > kHighestVersionTooOld;
 }
 

@@ -44,6 +44,7 @@ void addLoadedEntry(KRTPhoneRef phone, CFStringRef fileName, CFDictionaryRef ent
                     CFMutableDictionaryRef list) {
     // Contract: two keys and "m4r" make a companion, whatever the keys are. A ringtone with nothing
     // but a name and a GUID is taken for one, and its file goes at the next submit.
+    // [Loading.AnyTwoKeysMakeACompanion]
     if (isCompanion(fileName, entry)) {
         return;
     }
@@ -54,6 +55,7 @@ void addLoadedEntry(KRTPhoneRef phone, CFStringRef fileName, CFDictionaryRef ent
         return;
     }
     // Contract: three characters, so that an aiff file has the type "iff".
+    // [FileTypes.AreTheLastThreeCharactersOfTheFileName]
     CFDictionarySetValue(tone.get(), kFileTypeKey, lastThreeCharacters(fileName).get());
     CFDictionarySetValue(tone.get(), KRTRemotePath, path.get());
     const int64_t size = sizeBytes;
@@ -79,6 +81,7 @@ CFRef<CFMutableDictionaryRef> loadFromOpenPhone(KRTPhoneRef phone) {
         return {};
     }
     // Contract: what cannot be parsed counts as empty.
+    // [NoPropertyList.GivesAnEmptyListAndRecordsNothing]
     const auto root = parseCatalogue(bytes.get());
     if (!root) {
         return list;
@@ -166,7 +169,7 @@ struct Generation {
         baseNames.append(baseName);
         // Contract: what counts is the entry's file type, not the file's extension. An m4r file
         // whose entry has no type is given a companion of its own name, which takes its entry's
-        // place.
+        // place. [Companions.DependOnTheEntrysFileTypeNotOnTheFilesExtension]
         if (olderLayout && !isM4R(fileType)) {
             CFDictionarySetValue(catalogue, companionName(baseName).get(),
                                  companionEntryOf(tone).get());
@@ -241,6 +244,7 @@ struct Generated {
 bool generate(KRTPhoneRef phone, CFDictionaryRef added, CFDictionaryRef unchanged,
               const Generated& result) noexcept {
     // Contract: every generation draws the same sequence of names.
+    // [Generation.TwoGenerationsWithTheSameListsGiveTheSameNames]
     srandom(0);
     BaseNames baseNames;
     const Generation generation{phone, hasOlderLayout(phone), result.catalogue.get(), baseNames};
@@ -324,6 +328,7 @@ private:
     uint32_t uploadsBegun_ = 0;
     /// The last answer to a report before the removals. Contract: only the last one counts; a false
     /// one is forgotten when another report follows before it is looked at.
+    // [SubmitReports.AFalseAnswerBeforeTheUploadsIsForgottenWhenAnUploadFollows]
     bool goOn_ = true;
 };
 
@@ -359,11 +364,12 @@ bool Submission::run() noexcept {
     if (!goOn_) {
         // Contract: cancelling is success, and leaves everything as it is at this moment: files
         // that were moved and uploaded, the old catalogue, and the phone open with its file
-        // service.
+        // service. [SubmitReports.CancellingClosesNothing]
         return true;
     }
     removeFiles();
     // Contract: a catalogue that cannot be written fails nothing, and the cleanup follows.
+    // [Submit.TheCleanupFollowsAFailedWriteOfTheCatalogue]
     writeCatalogue(phone_, generated_.catalogue.get());
     cleanUpRingtonesFolder(phone_, kept_);
     KRTPhoneEndFileService(phone_);
@@ -400,6 +406,7 @@ void Submission::renameMovedFile(CFDictionaryRef entry, CFDictionaryRef toneByGU
     if (oldPath != nullptr) {
         // Contract: a companion has the GUID of its ringtone, so the file is moved once for each of
         // the two. The second time it is gone, which fails and stays in the error record.
+        // [Submit.TheRenameOfAMovedRingtoneIsTriedForItsCompanionToo]
         KRTPhoneRenameObjectAtPath(phone_, orNull(utf8(oldPath)),
                                    orNull(utf8(ringtonePath(newName.get()).get())));
     }
@@ -415,8 +422,8 @@ bool Submission::uploadFiles() {
             continue;
         }
         if (isCompanion(fileName, entry)) {
-            // Contract: placeholders are written anew each time, also while the go-on flag is
-            // false.
+            // Contract: companion files are written anew each time, also while the go-on flag is
+            // false. [Submit.PlaceholdersAreWrittenAnewEachTime]
             if (!writeFile(fileName, nullptr, 0)) {
                 return failed(2);
             }
@@ -460,6 +467,7 @@ bool Submission::uploadBytes(CFStringRef fileName, CFDictionaryRef entry) {
     }
     // Contract: a ringtone for which its function has no bytes is passed over. The catalogue lists
     // it all the same, and a file that stands under its name is not kept.
+    // [NoData.PassesTheUploadOverListsTheRingtoneAndDoesNotKeepItsFile]
     if (!source.bytes) {
         return true;
     }
@@ -503,6 +511,7 @@ void Submission::removeFile(CFDictionaryRef tone) const {
         KRTPhoneRemoveObjectAtPath(phone_, orNull(utf8(path)));
     }
     // Contract: whether the companion goes does not depend on whether the ringtone's own file went.
+    // [Submit.TheCompanionGoesAlsoWhenTheRingtonesOwnFileIsKept]
     const bool hasCompanion =
         postUpdate_ && !isM4R(cast<CFStringRef>(CFDictionaryGetValue(tone, kFileTypeKey)));
     const auto companion = companionName(file.base.get());
@@ -552,6 +561,7 @@ int KRTRingtoneManagerSubmitChanges(KRTRingtoneManagerRef manager, CFDictionaryR
     }
     // Contract: every failure takes one open of the phone back, also one that comes before the
     // submit has opened it, and none ends the file service.
+    // [SubmitFailure.OfTheGenerationDoesNothingOnThePhoneAndTakesOneOpenBack]
     KRTPhoneClose(manager->phone);
     return 0;
 }

@@ -36,6 +36,7 @@ void moveEntry(const Layout& layout, CFStringRef fileName) {
     }
 
     // Contract: the old base name is free before the new one is drawn, and may come back at once.
+    // [Fix.TheOldNameMayComeBackAtOnce]
     layout.baseNames.removeFirst(old.base.get());
     const auto newBase = layout.baseNames.drawUnused();
     CFDictionarySetValue(layout.catalogue, joinName(newBase.get(), old.extension.get()).get(),
@@ -47,6 +48,7 @@ void moveEntry(const Layout& layout, CFStringRef fileName) {
 
     // Contract: a companion with a name too long is moved like a ringtone of its own, and the
     // record then sends the ringtone's file to the companion's new name.
+    // [FixOf111.TheCompanionOfALongMP3MovesAlone]
     const auto tone = cf::cast<CFDictionaryRef>(entry.get());
     const CFTypeRef guid = tone != nullptr ? CFDictionaryGetValue(tone, KRTFileKey) : nullptr;
     if (guid != nullptr && isOnPhone(tone, layout.unchanged)) {

@@ -30,6 +30,7 @@ KRTRingtoneManagerRef KRTRingtoneManagerForPhone(KRTPhoneRef phone) {
 void KRTRingtoneManagerRelease(KRTRingtoneManagerRef manager) {
     // Contract: the phone forgets its store record whether or not it is this one, so that it makes
     // a new one when it is asked the next time.
+    // [StoreRecord.ReleaseClearsThePhonesReferenceEvenWhenItIsADifferentRecord]
     manager->phone->ringtoneManager = nullptr;
     std::free(manager);
 }
