@@ -115,6 +115,11 @@ bool haveSameKey(const CERTCertificate* one, const CERTCertificate* other) {
     return SECITEM_CompareItem(&one->derPublicKey, &other->derPublicKey) == SECEqual;
 }
 
+int keyBits(const CERTCertificate* certificate) {
+    const PublicKey key(SECKEY_ExtractPublicKey(&certificate->subjectPublicKeyInfo));
+    return key ? static_cast<int>(SECKEY_PublicKeyStrengthInBits(key.get())) : 0;
+}
+
 bool isValidNow(const CERTCertificate* certificate) {
     return CERT_CheckCertValidTimes(certificate, PR_Now(), PR_FALSE) == secCertTimeValid;
 }

@@ -30,6 +30,9 @@ Certificate parseCertificate(std::string_view pem);
 /// Whether both are about the same key.
 bool haveSameKey(const CERTCertificate* one, const CERTCertificate* other);
 
+/// How many bits the key has that a certificate is about; 0 when it cannot be read.
+int keyBits(const CERTCertificate* certificate);
+
 /// Whether a certificate is valid now: neither too early nor too late.
 bool isValidNow(const CERTCertificate* certificate);
 

@@ -6,9 +6,9 @@
 #include <ssl.h>
 #include <sslproto.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
-#include <iterator>
+#include <deque>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -19,46 +19,71 @@ namespace {
 
 constexpr int kLeastRsaBits = 512;
 
-struct Bars {
-    PRInt32 leastVersion = 0;
-    PRInt32 leastRsaBits = 0;
-    std::array<PRInt32, std::size(kOldSuites) + std::size(kModernSuites)> suites{};
+// One of NSS's settings of the process, lowered while anybody needs it low.
+class Bar {
+public:
+    using Get = SECStatus (*)(PRInt32 name, PRInt32* value);
+    using Set = SECStatus (*)(PRInt32 name, PRInt32 value);
+
+    Bar(Get get, Set set, PRInt32 name, PRInt32 lowered)
+        : get_(get), set_(set), name_(name), lowered_(lowered) {}
+
+    void lower() {
+        const std::lock_guard lock(mutex_);
+        if (holders_++ == 0) {
+            before_ = current();
+            set_(name_, lowered_);
+        }
+    }
+
+    void raise() {
+        const std::lock_guard lock(mutex_);
+        if (--holders_ == 0 && current() == lowered_) {
+            set_(name_, before_);
+        }
+    }
+
+    // Where it stands when nobody needs it low.
+    PRInt32 usual() const {
+        const std::lock_guard lock(mutex_);
+        return holders_ > 0 ? before_ : current();
+    }
+
+private:
+    PRInt32 current() const {
+        PRInt32 value = 0;
+        get_(name_, &value);
+        return value;
+    }
+
+    const Get get_;
+    const Set set_;
+    const PRInt32 name_;
+    const PRInt32 lowered_;
+    mutable std::mutex mutex_;
+    int holders_ = 0;
+    PRInt32 before_ = 0;
 };
 
-template <typename Visit>
-void forEachSuite(Visit visit) {
-    size_t index = 0;
-    for (const int suite : kOldSuites) {
-        visit(suite, index++);
-    }
-    for (const int suite : kModernSuites) {
-        visit(suite, index++);
-    }
-}
-
-Bars currentBars() {
-    Bars bars;
-    NSS_OptionGet(NSS_TLS_VERSION_MIN_POLICY, &bars.leastVersion);
-    NSS_OptionGet(NSS_RSA_MIN_KEY_SIZE, &bars.leastRsaBits);
-    forEachSuite([&](int suite, size_t index) { SSL_CipherPolicyGet(suite, &bars.suites[index]); });
+std::deque<Bar>& protocolBars() {
+    static std::deque<Bar> bars = [] {
+        std::deque<Bar> made;
+        made.emplace_back(NSS_OptionGet, NSS_OptionSet, NSS_TLS_VERSION_MIN_POLICY,
+                          SSL_LIBRARY_VERSION_3_0);
+        const auto add = [&made](int suite) {
+            made.emplace_back(SSL_CipherPolicyGet, SSL_CipherPolicySet, suite, SSL_ALLOWED);
+        };
+        std::ranges::for_each(kOldSuites, add);
+        std::ranges::for_each(kModernSuites, add);
+        return made;
+    }();
     return bars;
 }
 
-void set(const Bars& bars) {
-    NSS_OptionSet(NSS_TLS_VERSION_MIN_POLICY, bars.leastVersion);
-    NSS_OptionSet(NSS_RSA_MIN_KEY_SIZE, bars.leastRsaBits);
-    forEachSuite([&](int suite, size_t index) { SSL_CipherPolicySet(suite, bars.suites[index]); });
+Bar& keyBar() {
+    static Bar bar(NSS_OptionGet, NSS_OptionSet, NSS_RSA_MIN_KEY_SIZE, kLeastRsaBits);
+    return bar;
 }
-
-Bars loweredBars() {
-    Bars bars{SSL_LIBRARY_VERSION_3_0, kLeastRsaBits, {}};
-    bars.suites.fill(SSL_ALLOWED);
-    return bars;
-}
-
-std::mutex barsMutex;
-int holders = 0;
-Bars barsBefore;
 
 // Takes what a client writes and has nothing to say to it.
 class Sink final : public Transport {
@@ -77,7 +102,6 @@ public:
 };
 
 bool writesSsl3Hello() {
-    const OldProtocols allowed;
     Sink sink;
     ClientSetup setup;
     setup.leastVersion = SSL_LIBRARY_VERSION_3_0;
@@ -113,17 +137,26 @@ bool start() {
 }
 
 OldProtocols::OldProtocols() {
-    const std::lock_guard lock(barsMutex);
-    if (holders++ == 0) {
-        barsBefore = currentBars();
-        set(loweredBars());
+    for (Bar& bar : protocolBars()) {
+        bar.lower();
     }
 }
 
 OldProtocols::~OldProtocols() {
-    const std::lock_guard lock(barsMutex);
-    if (--holders == 0) {
-        set(barsBefore);
+    for (Bar& bar : protocolBars()) {
+        bar.raise();
+    }
+}
+
+ShortKeys::ShortKeys(int bits) : isNeeded_(bits < keyBar().usual()) {
+    if (isNeeded_) {
+        keyBar().lower();
+    }
+}
+
+ShortKeys::~ShortKeys() {
+    if (isNeeded_) {
+        keyBar().raise();
     }
 }
 

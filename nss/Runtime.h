@@ -8,20 +8,39 @@ namespace krl::nss {
 /// NSS_Shutdown ends NSS for us too. False when NSS cannot be used here. Any thread.
 bool start();
 
-/// Lets NSS speak what phones ask for, for as long as one of these lives: SSL 3.0, RSA keys from 512
-/// bits on, and the cipher suites below.
+/// Lets streams be made that speak what phones ask for, for as long as one of these lives: SSL 3.0,
+/// and the cipher suites below.
 ///
-/// NSS keeps these settings for the whole process. They are bars, not defaults: while they are down,
-/// no socket of the application speaks anything that it has not asked for by itself, save that an
-/// RSA key between 512 bits and the usual least size would be taken. The first of them to come
-/// remembers how the bars stood and the last to go puts them back, so they are down for the length
-/// of a handshake only. Any thread; start() must have been true.
+/// NSS keeps these settings for the whole process, but a socket takes them over when it is made and
+/// asks no more afterwards. So the bars are down while one of our streams is made, some microseconds,
+/// and up again before its handshake begins. What the rest of the process could do in that moment:
+/// give a socket a range of versions that begins below the bar, or make one, which then may use those
+/// of the suites below that are switched on for it and barred. A socket that asks for nothing of that
+/// kind gets nothing of it, at no time: its versions are NSS's defaults.
+///
+/// The last to go puts back what is still as we have set it; whatever somebody else has set
+/// meanwhile stays. Any thread; start() must have been true.
 class OldProtocols {
 public:
     OldProtocols();
     ~OldProtocols();
     OldProtocols(const OldProtocols&) = delete;
     OldProtocols& operator=(const OldProtocols&) = delete;
+};
+
+/// Lets NSS take an RSA key of so few bits from the other side, while one of these lives: NSS asks
+/// in the middle of a handshake. Does nothing where such a key is long enough as it is, which a key
+/// of 1024 bits is unless somebody has set the bar higher. Where it is not, any RSA key from 512
+/// bits on is taken meanwhile, by every socket of the process. Put back as above.
+class ShortKeys {
+public:
+    explicit ShortKeys(int bits);
+    ~ShortKeys();
+    ShortKeys(const ShortKeys&) = delete;
+    ShortKeys& operator=(const ShortKeys&) = delete;
+
+private:
+    const bool isNeeded_;
 };
 
 /// The cipher suites of phones with SSL 3.0: AES-128, 3DES and RC4, each with SHA-1 and RSA.

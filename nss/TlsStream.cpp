@@ -1,7 +1,5 @@
 #include "nss/TlsStream.h"
 
-#include "nss/Runtime.h"
-
 #include <prnetdb.h>
 #include <secerr.h>
 #include <ssl.h>
@@ -197,6 +195,7 @@ std::unique_ptr<TlsStream> TlsStream::server(Transport& transport, ServerSetup s
 }
 
 bool TlsStream::open(bool asServer) {
+    const OldProtocols allowed;
     FileDescriptor layer(PR_CreateIOLayerStub(Layer::identity(), &Layer::methods()));
     if (!layer) {
         return false;
@@ -220,6 +219,7 @@ bool TlsStream::configure(bool asServer) {
         !setOption(descriptor, SSL_HANDSHAKE_AS_CLIENT, !server) ||
         !setOption(descriptor, SSL_NO_CACHE, PR_TRUE) ||
         !setOption(descriptor, SSL_ENABLE_SESSION_TICKETS, PR_FALSE) ||
+        !setOption(descriptor, SSL_ENABLE_RENEGOTIATION, SSL_RENEGOTIATE_NEVER) ||
         SSL_VersionRangeSet(descriptor, &versions) != SECSuccess ||
         SSL_AuthCertificateHook(descriptor, Layer::checkCertificate, this) != SECSuccess) {
         return false;
@@ -240,11 +240,21 @@ TlsStep TlsStream::handshake() {
         return sent;
     }
     // Once it is done NSS would wait for another.
-    if (!isOpen_ && SSL_ForceHandshake(descriptor_.get()) != SECSuccess) {
-        return failed();
+    return isOpen_ ? TlsStep::Done : continueHandshake();
+}
+
+TlsStep TlsStream::continueHandshake() {
+    if (!shortKeys_) {
+        shortKeys_.emplace(setup_.peerKeyBits);
     }
-    isOpen_ = true;
-    return flush();
+    const bool isDone = SSL_ForceHandshake(descriptor_.get()) == SECSuccess;
+    const TlsStep step = isDone ? TlsStep::Done : failed();
+    if (step == TlsStep::WantsToReceive || step == TlsStep::WantsToSend) {
+        return step;
+    }
+    shortKeys_.reset();
+    isOpen_ = isDone;
+    return isDone ? flush() : step;
 }
 
 bool TlsStream::sendKept() {

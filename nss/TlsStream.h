@@ -2,6 +2,8 @@
 #pragma once
 
 #include "nss/Owners.h"
+#include "nss/PeerTurn.h"
+#include "nss/Runtime.h"
 
 #include <prerror.h>
 #include <sys/types.h>
@@ -10,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -46,7 +49,9 @@ struct StreamSetup {
     bool withModernSuites = false;
     Certificate certificate; ///< shown to the other side; a client may have none
     PrivateKey key;
+    int peerKeyBits = 0; ///< the other side's shortest RSA key that is to be taken
     CertificateCheck check;
+    std::optional<PeerTurn> turn; ///< held while the stream lives
 };
 
 struct ClientSetup : StreamSetup {};
@@ -54,8 +59,8 @@ struct ClientSetup : StreamSetup {};
 /// The client must show a certificate.
 struct ServerSetup : StreamSetup {};
 
-/// One thread at a time. start() must have been true, and an OldProtocols must live while a stream
-/// is made and while its handshake goes on.
+/// One thread at a time. start() must have been true. There is one handshake in a stream's life: a
+/// new one that the other side asks for ends it.
 class TlsStream {
 public:
     /// Null when NSS refuses the setup. The transport must outlive the stream.
@@ -91,6 +96,7 @@ private:
     TlsStream(Transport& transport, StreamSetup setup);
     bool open(bool asServer);
     bool configure(bool asServer);
+    TlsStep continueHandshake();
     bool sendKept();
     TlsStep failed();
 
@@ -98,6 +104,7 @@ private:
     StreamSetup setup_;
     std::vector<std::byte> unsent_;
     bool isOpen_ = false;
+    std::optional<ShortKeys> shortKeys_; // for the length of the handshake
     PRErrorCode error_ = 0;
     FileDescriptor descriptor_;
 };

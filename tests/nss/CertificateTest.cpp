@@ -1,7 +1,8 @@
 // Keys, certificates and their PEM forms.
 
-#include "nss/Pem.h"
 #include "tests/nss/Identity.h"
+
+#include "nss/Pem.h"
 
 namespace krl::nss::testing {
 namespace {

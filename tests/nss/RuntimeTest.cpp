@@ -37,10 +37,41 @@ TEST(Bars, AreDownWhileOldProtocolsAreAllowedAndThenAsBefore) {
     {
         const OldProtocols allowed;
         EXPECT_EQ(settings().leastVersion, 0x0300);
-        EXPECT_EQ(settings().leastRsaBits, 512);
         EXPECT_EQ(settings().policies, (std::vector<PRInt32>(3, SSL_ALLOWED)));
+        const ShortKeys short1024(1024);
+        EXPECT_EQ(settings().leastRsaBits, 512);
     }
     EXPECT_EQ(settings(), before);
+}
+
+TEST(Bars, ForKeysStayUpWhereTheKeyIsLongEnough) {
+    ASSERT_TRUE(start());
+    NSS_OptionSet(NSS_RSA_MIN_KEY_SIZE, 1023);
+    const OldProtocols allowed;
+    const ShortKeys long1024(1024);
+    EXPECT_EQ(settings().leastRsaBits, 1023);
+    const ShortKeys short768(768);
+    EXPECT_EQ(settings().leastRsaBits, 512);
+    { const ShortKeys another1024(1024); }
+    EXPECT_EQ(settings().leastRsaBits, 512) << "still needed";
+}
+
+TEST(Bars, ThatSomebodyElseSetsMeanwhileStayAsTheyWereSet) {
+    ASSERT_TRUE(start());
+    NSS_OptionSet(NSS_TLS_VERSION_MIN_POLICY, 0x0303);
+    NSS_OptionSet(NSS_RSA_MIN_KEY_SIZE, 2048);
+    {
+        const OldProtocols allowed;
+        const ShortKeys shorter(1024);
+        NSS_OptionSet(NSS_TLS_VERSION_MIN_POLICY, 0x0302);
+        NSS_OptionSet(NSS_RSA_MIN_KEY_SIZE, 3072);
+        SSL_CipherPolicySet(kOldSuites[0], SSL_NOT_ALLOWED);
+    }
+    EXPECT_EQ(settings().leastVersion, 0x0302);
+    EXPECT_EQ(settings().leastRsaBits, 3072);
+    EXPECT_EQ(settings().policies[0], SSL_NOT_ALLOWED);
+    SSL_CipherPolicySet(kOldSuites[0], SSL_ALLOWED);
+    NSS_OptionSet(NSS_RSA_MIN_KEY_SIZE, 1023);
 }
 
 TEST(Bars, StayDownUntilTheLastThatNeedsThemDownHasGone) {

@@ -1,9 +1,12 @@
 // Both sides of a stream in one thread, with a pipe of bytes each way between them.
 
-#include "nss/TlsStream.h"
 #include "tests/nss/Identity.h"
 
+#include "nss/TlsStream.h"
+
+#include <nss.h>
 #include <secerr.h>
+#include <ssl.h>
 #include <sslerr.h>
 
 #include <cerrno>
@@ -61,6 +64,7 @@ StreamSetup setupOf(const Identity& identity, const Identity& peer, uint16_t lea
     setup.withModernSuites = highest > 0x0300;
     setup.certificate = parseCertificate(identity.certificatePem);
     setup.key = parsePrivateKey(identity.keyPem);
+    setup.peerKeyBits = kEarlyBits;
     setup.check = [&peer](const CERTCertificate& shown) -> PRErrorCode {
         return haveSameKey(&shown, parseCertificate(peer.certificatePem).get())
                    ? 0
@@ -122,7 +126,6 @@ protected:
         return came;
     }
 
-    OldProtocols allowed_;
     Pipe hostToPhone_;
     Pipe phoneToHost_;
     PipeEnd phoneToHostEnd_{phoneToHost_, hostToPhone_};
@@ -166,6 +169,100 @@ INSTANTIATE_TEST_SUITE_P(All, VersionsOf,
                                            Versions{0x0300, 0x0303, 0x0301, 0x0303, "TLS 1.2"},
                                            Versions{0x0301, 0x0303, 0x0300, 0x0300, nullptr},
                                            Versions{0x0300, 0x0300, 0x0301, 0x0303, nullptr}));
+
+// What a careful administrator sets, for the whole process.
+class StrictBars {
+public:
+    StrictBars() {
+        NSS_OptionSet(NSS_TLS_VERSION_MIN_POLICY, kVersion);
+        NSS_OptionSet(NSS_RSA_MIN_KEY_SIZE, kBits);
+        setSuites(SSL_NOT_ALLOWED);
+    }
+
+    ~StrictBars() {
+        NSS_OptionSet(NSS_TLS_VERSION_MIN_POLICY, 1);
+        NSS_OptionSet(NSS_RSA_MIN_KEY_SIZE, 1023);
+        setSuites(SSL_ALLOWED);
+    }
+
+    StrictBars(const StrictBars&) = delete;
+    StrictBars& operator=(const StrictBars&) = delete;
+
+    static bool versionsAreUp() {
+        PRInt32 least = 0;
+        PRInt32 suite = SSL_ALLOWED;
+        NSS_OptionGet(NSS_TLS_VERSION_MIN_POLICY, &least);
+        SSL_CipherPolicyGet(kOldSuites[0], &suite);
+        return least == kVersion && suite == SSL_NOT_ALLOWED;
+    }
+
+    static bool keysAreUp() {
+        PRInt32 least = 0;
+        NSS_OptionGet(NSS_RSA_MIN_KEY_SIZE, &least);
+        return least == kBits;
+    }
+
+private:
+    static constexpr PRInt32 kVersion = 0x0303;
+    static constexpr PRInt32 kBits = 2048;
+
+    static void setSuites(PRInt32 policy) {
+        for (const int suite : kOldSuites) {
+            SSL_CipherPolicySet(suite, policy);
+        }
+    }
+};
+
+TEST_F(Streams, OfSsl3LeaveTheBarsForVersionsUpWhileTheyShakeHands) {
+    ASSERT_TRUE(start());
+    const StrictBars strict;
+    make(0x0300, 0x0300, 0x0300, 0x0300);
+    EXPECT_TRUE(StrictBars::versionsAreUp());
+    EXPECT_TRUE(StrictBars::keysAreUp());
+    EXPECT_EQ(client_->handshake(), TlsStep::WantsToReceive);
+    EXPECT_TRUE(StrictBars::versionsAreUp());
+    EXPECT_FALSE(StrictBars::keysAreUp()) << "the phone's key is short";
+    shakeHands();
+    EXPECT_EQ(client, TlsStep::Done);
+    EXPECT_EQ(server, TlsStep::Done);
+    EXPECT_TRUE(StrictBars::versionsAreUp());
+    EXPECT_TRUE(StrictBars::keysAreUp());
+}
+
+TEST_F(Streams, GiveTheBarForKeysBackWhenTheirHandshakeFailsOrIsGivenUp) {
+    ASSERT_TRUE(start());
+    const StrictBars strict;
+    make(0x0300, 0x0300, 0x0300, 0x0300);
+    EXPECT_EQ(client_->handshake(), TlsStep::WantsToReceive);
+    phoneToHost_.hasEnded = true;
+    EXPECT_EQ(client_->handshake(), TlsStep::Ended);
+    EXPECT_TRUE(StrictBars::keysAreUp());
+    phoneToHost_ = {};
+    make(0x0300, 0x0300, 0x0300, 0x0300);
+    EXPECT_EQ(client_->handshake(), TlsStep::WantsToReceive);
+    client_.reset();
+    EXPECT_TRUE(StrictBars::keysAreUp());
+}
+
+TEST_F(Streams, TheHelloOfSsl3OffersSsl3AndItsSuitesAndNothingElse) {
+    ASSERT_TRUE(start());
+    make(0x0300, 0x0300, 0x0300, 0x0300);
+    EXPECT_EQ(client_->handshake(), TlsStep::WantsToReceive);
+    std::vector<int> hello;
+    for (const std::byte byte : hostToPhone_.bytes) {
+        hello.push_back(std::to_integer<int>(byte));
+    }
+    constexpr size_t kRandomBytes = 32;
+    constexpr size_t kVersion = 9; // behind the record's header and the message's
+    constexpr size_t kSuites = kVersion + 2 + kRandomBytes + 1;
+    ASSERT_GT(hello.size(), kSuites);
+    EXPECT_EQ(std::vector<int>(hello.begin(), hello.begin() + 3), (std::vector<int>{22, 3, 0}));
+    EXPECT_EQ(hello[kVersion] << 8 | hello[kVersion + 1], 0x0300);
+    // 00FF says that no new handshake will be asked for. Behind the suites: one compression, none;
+    // and no extensions.
+    EXPECT_EQ(std::vector<int>(hello.begin() + kSuites, hello.end()),
+              (std::vector<int>{0, 8, 0x00, 0xFF, 0x00, 0x2F, 0x00, 0x0A, 0x00, 0x05, 1, 0}));
+}
 
 TEST_F(Streams, ARefusedServerCertificateEndsTheHandshakeWithTheReasonGiven) {
     StreamSetup host = setupOf(hostIdentity(), phoneIdentity(), 0x0300, 0x0300);
