@@ -152,7 +152,7 @@ std::string footer() {
            "Faults: the services are usbmux, lockdown, afc and notification_proxy, requests have\n"
            "the names they have in the log. #N meets the N-th request alone, #N+ all from there\n"
            "on. Actions: status:N, error:NAME, drop, silent, unplug, drop-unanswered,\n"
-           "drop-after-answer, delay:MS, cut, stall, short, long, garbled, bad-magic,\n"
+           "drop-after-answer, delay:MS, cut, stall, drip:MS, short, long, garbled, bad-magic,\n"
            "wrong-number, wrong-operation, tiny-length, huge-length.\n\n"
            "Commands of --interactive:\n" +
            Controls::help();

@@ -96,6 +96,8 @@ bool Responder::send(Packet& packet) const {
         channel_.write(half);
         channel_.waitForEnd();
         return false;
+    case FaultAction::DripReply:
+        return drip(packet);
     case FaultAction::DropAfterAnswer:
         channel_.write(packet);
         channel_.shutDown();
@@ -104,6 +106,16 @@ bool Responder::send(Packet& packet) const {
         spoil_(packet, fault_->action);
         return channel_.write(packet);
     }
+}
+
+bool Responder::drip(const Packet& packet) const {
+    for (const char& byte : packet) {
+        if (!channel_.pause(std::chrono::milliseconds(fault_->number)) ||
+            !channel_.write(std::span(&byte, 1))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool Responder::answer(LogEntry entry, Packet& packet) {

@@ -66,6 +66,7 @@ public:
 private:
     void record(LogEntry entry) const;
     bool send(Packet& packet) const;
+    bool drip(const Packet& packet) const;
 
     Channel& channel_;
     RequestLog& log_;

@@ -44,6 +44,7 @@ constexpr ActionWord kActions[] = {
     {"delay", FaultAction::Delay, Argument::Number, kAll},
     {"cut", FaultAction::CutReply, Argument::None, kAll},
     {"stall", FaultAction::StallReply, Argument::None, kAll},
+    {"drip", FaultAction::DripReply, Argument::Number, kAll},
     {"short", FaultAction::ShortReply, Argument::None, kAll},
     {"long", FaultAction::LongReply, Argument::None, kAll},
     {"garbled", FaultAction::GarbledReply, Argument::None, kAll},
@@ -132,7 +133,9 @@ void checkFits(std::string_view whole, const Fault& fault) {
         refuse(whole, "requests are counted from 1");
     }
     constexpr uint64_t kLongestDelayMs = 86'400'000;
-    if (fault.action == FaultAction::Delay && fault.number > kLongestDelayMs) {
+    const bool isPause =
+        fault.action == FaultAction::Delay || fault.action == FaultAction::DripReply;
+    if (isPause && fault.number > kLongestDelayMs) {
         refuse(whole, "a delay is a day at most");
     }
 }

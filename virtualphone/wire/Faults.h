@@ -31,6 +31,7 @@ enum class FaultAction {
     Delay,           ///< answered this many milliseconds later [delay:MS]
     CutReply,        ///< half of the answer, then closed [cut]
     StallReply,      ///< half of the answer, then silence [stall]
+    DripReply,       ///< byte after byte, so many milliseconds apart [drip:MS]
     ShortReply,      ///< an answer without its last bytes, its length adjusted to that [short]
     LongReply,       ///< an answer with 8 bytes too many, its length adjusted to that [long]
     GarbledReply,    ///< all bytes after the length scrambled [garbled]
@@ -52,7 +53,7 @@ struct Fault {
     uint32_t nth = 1;         ///< counted from the moment the fault is added, 1 is the next
     bool andAllLater = false; ///< met by every later one too, not by the n-th alone
     FaultAction action = FaultAction::Drop;
-    uint64_t number = 0; ///< the status, or the milliseconds of Delay
+    uint64_t number = 0; ///< the status, or the milliseconds of Delay and DripReply
     std::string error{}; ///< the lockdown error name
 };
 
