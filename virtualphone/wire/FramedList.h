@@ -9,8 +9,7 @@
 
 namespace virtualphone {
 
-/// Longest list that is read. Requests are a few hundred bytes, pair records about 10,000; the limit
-/// also bounds how deep lists can be nested.
+/// Longest list that is read. Requests are a few hundred bytes, pair records about 10,000.
 inline constexpr size_t kLongestList = size_t{64} * 1024;
 
 /// The next dictionary; null when the connection has ended or brings something else.

@@ -100,11 +100,7 @@ std::string toBinary(const Plist& list) {
 }
 
 Plist fromBytes(std::span<const char> bytes) {
-    plist_t list = nullptr;
-    if (!bytes.empty()) {
-        plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &list);
-    }
-    return Plist(list);
+    return krl::plist::readBounded({bytes.data(), bytes.size()});
 }
 
 } // namespace virtualphone

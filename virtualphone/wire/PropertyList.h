@@ -1,6 +1,8 @@
 /// Property lists on the wire, with their owner.
 #pragma once
 
+#include "plist/Bounded.h"
+
 #include <plist/plist.h>
 
 #include <cstdint>
@@ -11,11 +13,7 @@
 
 namespace virtualphone {
 
-struct PlistDeleter {
-    void operator()(void* node) const { plist_free(node); }
-};
-
-using Plist = std::unique_ptr<void, PlistDeleter>;
+using Plist = krl::plist::Owned;
 
 Plist newDictionary();
 Plist newArray();
@@ -41,7 +39,7 @@ bool isDictionary(plist_t node);
 std::string toXml(const Plist& list);
 std::string toBinary(const Plist& list);
 
-/// Reads XML or binary; null when it is neither.
+/// Reads XML or binary; null when it is neither, or beyond the bounds of plist/Bounded.h.
 Plist fromBytes(std::span<const char> bytes);
 
 } // namespace virtualphone
