@@ -5,7 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
+
 #include <csignal>
+#include <sstream>
 
 namespace virtualphone::testing {
 namespace {
@@ -106,6 +109,7 @@ TEST_F(Program, WrongUseIsStatusTwoWithAReason) {
         {{"--udid", "123"}, "40"},
         {{"--fault", "afc=explode"}, "explode"},
         {{"--latency", "-1"}, "latency"},
+        {{"--wire-delay", "-1"}, "wire-delay"},
         {{"--lockdown-idle", "86400001"}, "lockdown-idle"},
         {{"--free-bytes", "many"}, "free-bytes"},
         {{"--socket", "/tmp/" + std::string(120, 'x')}, "107"},
@@ -138,17 +142,15 @@ TEST_F(Program, WhatCannotBeOpenedIsStatusOneWithItsName) {
 TEST_F(Program, HelpNamesEveryOptionActionAndCommand) {
     const Outcome outcome = run({KRL_VIRTUALPHONE, "--help"});
     EXPECT_EQ(outcome.status, 0);
-    for (const char* const word : {"--root",           "--firmware",     "--name",
-                                   "--class",          "--udid",         "--free-bytes",
-                                   "--total-bytes",    "--link-speed",   "--latency",
-                                   "--lockdown-idle",  "--session",      "--secure-services",
-                                   "--unpaired",       "--passcode",     "--no-validation",
-                                   "--binary-replies", "--make-parents", "--accept-existing",
-                                   "--reuse-handles",  "--sound-read",   "--fault",
-                                   "--hold-sync-lock", "--socket",       "--log",
-                                   "--unplugged",      "--interactive",  "COMMAND",
-                                   "status:N",         "huge-length",    "unplug",
-                                   "release-lock"}) {
+    for (const char* const word :
+         {"--root",         "--firmware",        "--name",           "--class",
+          "--udid",         "--free-bytes",      "--total-bytes",    "--link-speed",
+          "--latency",      "--lockdown-idle",   "--session",        "--secure-services",
+          "--unpaired",     "--passcode",        "--no-validation",  "--binary-replies",
+          "--make-parents", "--accept-existing", "--reuse-handles",  "--sound-read",
+          "--wire-delay",   "--fault",           "--hold-sync-lock", "--socket",
+          "--log",          "--unplugged",       "--interactive",    "COMMAND",
+          "status:N",       "huge-length",       "unplug",           "release-lock"}) {
         EXPECT_THAT(outcome.output, HasSubstr(word));
     }
 }
@@ -247,6 +249,23 @@ TEST_F(Program, WritesTheLogWhileItRuns) {
     run(command({"--log", in("log"), "--", "idevice_id", "-l"}));
     EXPECT_THAT(readFile("log"), StartsWith("{\"number\":1,"));
     EXPECT_THAT(readFile("log"), HasSubstr("\"request\":\"ListDevices\""));
+}
+
+TEST_F(Program, LaysALongWire) {
+    constexpr double kDelaySeconds = 0.03;
+    run(command({"--wire-delay", "30", "--log", in("log"), "--", "ideviceinfo"}));
+    std::vector<double> times;
+    std::istringstream log(readFile("log"));
+    for (std::string line; std::getline(log, line);) {
+        const nlohmann::json entry = nlohmann::json::parse(line);
+        if (entry["service"] == "lockdown") {
+            times.push_back(entry["time"]);
+        }
+    }
+    ASSERT_GE(times.size(), 3u);
+    for (size_t i = 1; i < times.size(); ++i) {
+        EXPECT_GE(times[i] - times[i - 1], 2 * kDelaySeconds);
+    }
 }
 
 TEST_F(Program, RefusesASessionThatThereIsNot) {

@@ -164,7 +164,7 @@ BusState::~BusState() {
         const std::lock_guard lock(mutex_);
         for (Conversation& conversation : conversations_) {
             if (conversation.channel) {
-                conversation.channel->shutDown();
+                conversation.channel->cut();
             }
         }
     }

@@ -18,8 +18,8 @@ class BusState;
 
 class Bus {
 public:
-    /// Listens on this socket path (107 bytes at most; a socket file nobody listens on is replaced).
-    /// An empty path is a socket in a private temporary folder, removed with the bus.
+    /// Listens on this socket path (107 bytes at most; a socket file nobody listens on is
+    /// replaced). An empty path is a socket in a private temporary folder, removed with the bus.
     explicit Bus(const std::filesystem::path& socketPath = {});
 
     /// Ends every connection, joins every thread and removes the socket.
@@ -39,8 +39,8 @@ public:
     /// @return the DeviceID, a new one each time.
     uint32_t plug(std::shared_ptr<Phone> phone);
 
-    /// Pulls a phone out: its connections are closed, with their files and locks, then the listeners
-    /// are told.
+    /// Pulls a phone out: its connections are closed, with their files and locks, then the
+    /// listeners are told.
     ///
     /// @return false when nothing is plugged in under this DeviceID.
     bool unplug(uint32_t deviceId);

@@ -41,7 +41,7 @@ bool DeviceTable::unplug(uint32_t id) {
     Device& device = found->second;
     device.isLeaving = true;
     for (Channel* tunnel : device.tunnels) {
-        tunnel->shutDown();
+        tunnel->cut();
     }
     tunnelClosed_.wait(lock, [&] { return device.tunnels.empty(); });
     device.phone->state().ports.closeAll();

@@ -92,6 +92,7 @@ void MuxServer::run() {
                 serveTunnel();
             }
             channel_.shutDown();
+            channel_.waitForArrival();
             bus_.devices.close(tunnelDevice_, channel_);
             return;
         }
@@ -287,6 +288,9 @@ void MuxServer::serveListener() {
 void MuxServer::serveTunnel() {
     PhoneState& phone = tunnel_.phone->state();
     channel_.meter(phone.faults, tunnel_.service);
+    if (phone.options.wireDelay.count() > 0 && !channel_.lengthen(phone.options.wireDelay)) {
+        return;
+    }
     const Farewell farewell{channel_};
     const Client client{channel_, phone, bus_.log, connection_,
                         [this] { bus_.pullOut(tunnelDevice_); }};

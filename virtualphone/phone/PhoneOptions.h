@@ -46,6 +46,10 @@ struct PhoneOptions {
     /// How long the phone thinks before each answer; a day at most.
     std::chrono::microseconds replyLatency{0};
 
+    /// How much later bytes arrive, to the phone and from it, a day at most. Those that are on their
+    /// way together arrive together.
+    std::chrono::microseconds wireDelay{0};
+
     /// A host's pair record exists and the phone trusts it; otherwise neither.
     bool paired = true;
 

@@ -34,6 +34,7 @@ struct ProgramOptions {
     std::vector<std::string> udids;
     PhoneOptions shared; ///< what all phones have in common
     double latencyMs = 0;
+    double wireDelayMs = 0;
     uint64_t lockdownIdleMs = 10'000;
     bool isUnpaired = false;
     bool needsNoValidation = false;
@@ -77,6 +78,11 @@ void addBehaviourOptions(CLI::App& app, ProgramOptions& options) {
     size("--link-speed", options.shared.linkBytesPerSecond,
          "bytes a second that file contents travel at [as fast as it goes]");
     app.add_option("--latency", options.latencyMs, "thinking time before each answer [0]")
+        ->check(CLI::Range(0.0, kLongestMs))
+        ->option_text("MS")
+        ->group("Behaviour");
+    app.add_option("--wire-delay", options.wireDelayMs,
+                   "how much later bytes arrive, both ways; many at a time do not add up [0]")
         ->check(CLI::Range(0.0, kLongestMs))
         ->option_text("MS")
         ->group("Behaviour");
@@ -172,6 +178,11 @@ std::string valueFor(const char* option, const std::vector<std::string>& values,
     return values.size() == 1 ? values.front() : values[phone];
 }
 
+std::chrono::microseconds microsecondsOf(double milliseconds) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::duration<double, std::milli>(milliseconds));
+}
+
 std::vector<std::shared_ptr<Phone>> makePhones(const ProgramOptions& options) {
     std::vector<std::shared_ptr<Phone>> phones;
     const size_t count = options.roots.size();
@@ -185,8 +196,8 @@ std::vector<std::shared_ptr<Phone>> makePhones(const ProgramOptions& options) {
         phone.paired = !options.isUnpaired;
         phone.sessionNeedsValidation = !options.needsNoValidation;
         phone.lockdownIdleTimeout = std::chrono::milliseconds(options.lockdownIdleMs);
-        phone.replyLatency = std::chrono::duration_cast<std::chrono::microseconds>(
-            std::chrono::duration<double, std::milli>(options.latencyMs));
+        phone.replyLatency = microsecondsOf(options.latencyMs);
+        phone.wireDelay = microsecondsOf(options.wireDelayMs);
         phones.push_back(std::make_shared<Phone>(phone));
     }
     return phones;

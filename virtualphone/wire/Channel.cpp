@@ -1,12 +1,15 @@
 #include "virtualphone/wire/Channel.h"
 
+#include "virtualphone/wire/Timespec.h"
+
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
+#include <system_error>
 
 namespace virtualphone {
 
@@ -15,14 +18,6 @@ namespace {
 // A unix socket holds about 200 KiB, so one receive takes all that is there.
 constexpr size_t kBufferSize = size_t{256} * 1024;
 constexpr int kSendBufferSize = 1024 * 1024;
-
-timespec timespecOf(std::chrono::nanoseconds time) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-    timespec spec{};
-    spec.tv_sec = seconds.count();
-    spec.tv_nsec = (time - seconds).count();
-    return spec;
-}
 
 } // namespace
 
@@ -52,15 +47,22 @@ size_t Channel::receiveRaw(std::span<char> target) {
         std::memcpy(target.data(), early.data(), early.size());
         return early.size();
     }
-    if (isShutDown_ || !flush()) {
+    if (isShutDown_) {
         return 0;
     }
-    ssize_t got = 0;
-    do {
-        got = recv(socket_.get(), target.data(), target.size(), 0);
-    } while (got < 0 && errno == EINTR);
+    // What is held leaves once there is nothing here to be done.
+    ssize_t got =
+        held_.empty() ? 0 : recv(socket_.get(), target.data(), target.size(), MSG_DONTWAIT);
     if (got <= 0) {
-        return 0;
+        if (!flush()) {
+            return 0;
+        }
+        do {
+            got = recv(socket_.get(), target.data(), target.size(), 0);
+        } while (got < 0 && errno == EINTR);
+        if (got <= 0) {
+            return 0;
+        }
     }
     auto received = static_cast<size_t>(got);
     if (faults_ != nullptr) {
@@ -113,7 +115,7 @@ bool Channel::write(std::span<const char> bytes) {
 
 bool Channel::writeSoon(std::span<const char> bytes) {
     constexpr size_t kMostHeld = 4096;
-    if (begin_ == end_ || held_.size() + bytes.size() > kMostHeld) {
+    if (held_.size() + bytes.size() > kMostHeld) {
         return write(bytes);
     }
     held_.insert(held_.end(), bytes.begin(), bytes.end());
@@ -190,8 +192,7 @@ bool Channel::pause(std::chrono::nanoseconds time) {
     const auto deadline = std::chrono::steady_clock::now() + time;
     while (true) {
         const auto left = deadline - std::chrono::steady_clock::now();
-        const timespec spec =
-            timespecOf(std::max(left, std::chrono::steady_clock::duration::zero()));
+        const timespec spec = timespecOf(left);
         // No events asked for: the end of the connection is reported all the same.
         pollfd waiting{.fd = socket_.get(), .events = 0, .revents = 0};
         const int ready = ppoll(&waiting, 1, &spec, nullptr);
@@ -252,9 +253,38 @@ bool Channel::skipFarewell() {
     return true;
 }
 
+bool Channel::lengthen(std::chrono::nanoseconds delay) {
+    const std::lock_guard lock(endMutex_);
+    UniqueFd client(fcntl(socket_.get(), F_DUPFD_CLOEXEC, 0));
+    if (isShutDown_ || !client) {
+        return false;
+    }
+    try {
+        line_ = std::make_unique<DelayLine>(std::move(client), delay);
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return dup3(line_->phoneEnd().get(), socket_.get(), O_CLOEXEC) >= 0;
+}
+
 void Channel::shutDown() {
+    const std::lock_guard lock(endMutex_);
     isShutDown_ = true;
     shutdown(socket_.get(), SHUT_RDWR);
+}
+
+void Channel::cut() {
+    shutDown();
+    const std::lock_guard lock(endMutex_);
+    if (line_) {
+        line_->cut();
+    }
+}
+
+void Channel::waitForArrival() {
+    if (line_) {
+        line_->waitForEnd();
+    }
 }
 
 } // namespace virtualphone

@@ -1,6 +1,7 @@
 /// One client's socket: exact reads through a buffer, whole writes, waits that end with it.
 #pragma once
 
+#include "virtualphone/wire/DelayLine.h"
 #include "virtualphone/wire/Faults.h"
 #include "virtualphone/wire/Packet.h"
 #include "virtualphone/wire/RawStream.h"
@@ -10,11 +11,13 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <span>
 
 namespace virtualphone {
 
-/// Used by the thread of its connection; only shutDown and sendNow may be called from others.
+/// Used by the thread of its connection; only shutDown, cut and sendNow may be called from
+/// others.
 class Channel {
 public:
     explicit Channel(UniqueFd socket);
@@ -22,8 +25,8 @@ public:
     /// From now on bytes count for this service's byte faults.
     void meter(Faults& faults, Service service);
 
-    /// Up to this many bytes, straight from the buffer; waits for at least one. Valid until the next
-    /// call. Empty when the connection has ended.
+    /// Up to this many bytes, straight from the buffer; waits for at least one. Valid until the
+    /// next call. Empty when the connection has ended.
     std::span<const char> take(size_t most);
 
     /// Reads exactly this many bytes; false when the connection ends before.
@@ -75,13 +78,25 @@ public:
     size_t receiveRaw(std::span<char> target);
     bool sendRaw(std::span<const char> bytes);
 
+    /// From now on bytes travel for a while, both ways, and the end does. False when the system has
+    /// no means for it, or the connection has ended.
+    bool lengthen(std::chrono::nanoseconds delay);
+
     /// Ends the connection for both sides. The descriptor stays, so that no number is reused.
     void shutDown();
+
+    /// The same at once: what travels is lost.
+    void cut();
+
+    /// Waits until what travels, and the end behind it, has arrived.
+    void waitForArrival();
 
 private:
     bool fill();
 
     UniqueFd socket_;
+    std::mutex endMutex_; // whoever ends the connection finds the socket and the line together
+    std::unique_ptr<DelayLine> line_;
     std::atomic<bool> isShutDown_ = false; // data still queued in the socket is not taken any more
     Faults* faults_ = nullptr;
     Service service_ = Service::Usbmux;
