@@ -1,6 +1,7 @@
 // Clients that send broken bytes: the connection is closed cleanly and the phone serves the next
 // one.
 
+#include "tests/plist/BinaryList.h"
 #include "tests/support/VirtualPhoneFixture.h"
 #include "tests/virtualphone/WireClient.h"
 
@@ -141,6 +142,18 @@ TEST_F(HostileClient, ListsNestedAsDeepAsTheLengthAllows) {
     EXPECT_TRUE(other.isClosed());
 }
 
+TEST_F(HostileClient, ListsOfFewBytesThatStandForMillionsOfValues) {
+    const std::string bomb = krl::plist::testing::BinaryList::bomb(24, 2);
+    const WireSocket lockdown = connectLockdown(bus(), id());
+    lockdown.send(framedMessage(bomb));
+    EXPECT_TRUE(lockdown.isClosed());
+    const WireSocket mux(bus());
+    mux.send(muxMessage(bomb));
+    const std::optional<MuxReply> reply = receiveMux(mux);
+    ASSERT_TRUE(reply);
+    EXPECT_NE(reply->result(), 0U);
+}
+
 TEST_F(HostileClient, FileServiceHeadersThatCannotBe) {
     const std::string headers[] = {
         afcHeader(40, 40, afc::kDeviceInfo, "NOTMAGIC"),
@@ -158,6 +171,18 @@ TEST_F(HostileClient, FileServiceHeadersThatCannotBe) {
         EXPECT_TRUE(reply->isStatus(afc::kBadHeader));
         EXPECT_TRUE(afc.socket.isClosed());
     }
+}
+
+TEST_F(HostileClient, RequestsBeforeAHeaderThatCannotBeAreAnswered) {
+    AfcWire afc(bus(), id());
+    const std::string good = afc.packet(afc::kMakeDirectory, pathArgument("/a"));
+    afc.socket.send(good + afcHeader(39, 39, afc::kDeviceInfo) + "and more");
+    for (const uint64_t status : {afc::kSuccess, afc::kBadHeader}) {
+        const std::optional<AfcReply> reply = afc.receive();
+        ASSERT_TRUE(reply);
+        EXPECT_TRUE(reply->isStatus(status));
+    }
+    EXPECT_TRUE(afc.socket.isClosed());
 }
 
 TEST_F(HostileClient, AWriteThatNeverEndsTakesNoMemory) {

@@ -176,12 +176,12 @@ AfcServer::AfcServer(const Client& client)
 
 void AfcServer::run() {
     char bytes[afc::kHeaderSize];
-    while (channel_.read(bytes)) {
+    bool goesOn = true;
+    while (goesOn && channel_.read(bytes)) {
         const auto header = loadLittle<afc::Header>(bytes);
-        if (!(isSound(header) ? serve(header) : refuseHeader(header))) {
-            return;
-        }
+        goesOn = isSound(header) ? serve(header) : refuseHeader(header);
     }
+    channel_.flush();
 }
 
 // Where the next packet begins cannot be known, so this is the connection's last answer.

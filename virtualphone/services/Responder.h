@@ -40,8 +40,8 @@ public:
     /// An entry with everything filled in that does not depend on the request.
     LogEntry newEntry(std::string_view request) const;
 
-    /// Counts the request and remembers the fault that it meets until it is answered. False when the
-    /// fault keeps it from being carried out and answered at all; the connection is over then.
+    /// Counts the request and remembers the fault that it meets until it is answered. False when
+    /// the fault keeps it from being carried out and answered at all; the connection is over then.
     bool begin(const LogEntry& entry);
 
     /// The status or error that a fault wants answered instead of carrying the request out.
