@@ -1,8 +1,8 @@
 /// The media partition: a folder that no path leads out of.
 ///
 /// Paths are the phone's. They are resolved by the kernel below the folder, so that neither "..",
-/// nor a link, nor a link to a link can leave it; what tries is refused with EXDEV. Functions return
-/// 0 or an errno value.
+/// nor a link, nor a link to a link can leave it; what tries is refused with EXDEV. Functions
+/// return 0 or an errno value.
 #pragma once
 
 #include "virtualphone/wire/UniqueFd.h"

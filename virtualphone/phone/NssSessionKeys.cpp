@@ -1,8 +1,9 @@
+#include "virtualphone/phone/SessionKeys.h"
+
 #include "nss/Certificates.h"
 #include "nss/Keys.h"
 #include "nss/Runtime.h"
 #include "nss/TlsStream.h"
-#include "virtualphone/phone/SessionKeys.h"
 
 #include <secerr.h>
 #include <sslproto.h>
@@ -11,6 +12,8 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <limits>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -81,6 +84,33 @@ struct Computer {
     const std::string hostCertificate;
 };
 
+// Hosts whose certificates NSS would take for each other are served one after the other.
+bool waitForTurn(const std::vector<HostCertificates>& hosts, std::optional<nss::PeerTurn>& turn) {
+    constexpr std::chrono::seconds kMostPatience(10);
+    std::vector<nss::Certificate> parsed;
+    std::vector<const CERTCertificate*> expected;
+    for (const HostCertificates& host : hosts) {
+        for (const std::string& pem : {host.host, host.root}) {
+            expected.push_back(parsed.emplace_back(nss::parseCertificate(pem)).get());
+        }
+    }
+    const auto end = std::chrono::steady_clock::now() + kMostPatience;
+    return nss::PeerTurn::take(nss::PeerTurn::Side::Server, expected, turn,
+                               [end] { return std::chrono::steady_clock::now() < end; });
+}
+
+int shortestKey(const std::vector<HostCertificates>& hosts) {
+    int bits = std::numeric_limits<int>::max();
+    for (const HostCertificates& host : hosts) {
+        for (const std::string& pem : {host.host, host.root}) {
+            if (const nss::Certificate certificate = nss::parseCertificate(pem)) {
+                bits = std::min(bits, nss::keyBits(certificate.get()));
+            }
+        }
+    }
+    return bits;
+}
+
 PRErrorCode check(const CERTCertificate& shown, const std::vector<HostCertificates>& hosts) {
     const auto isKnownBy = [&](const std::string& pem) {
         const nss::Certificate known = nss::parseCertificate(pem);
@@ -97,21 +127,29 @@ PRErrorCode check(const CERTCertificate& shown, const std::vector<HostCertificat
 
 class NssStream final : public EncryptedStream, private nss::Transport {
 public:
-    explicit NssStream(std::unique_ptr<RawStream> bytes) : bytes_(std::move(bytes)) {}
+    NssStream(std::unique_ptr<RawStream> bytes, nss::ServerSetup setup,
+              std::vector<HostCertificates> hosts)
+        : bytes_(std::move(bytes)), setup_(std::move(setup)), hosts_(std::move(hosts)) {}
 
-    bool open(nss::ServerSetup setup) {
-        stream_ = nss::TlsStream::server(*this, std::move(setup));
-        return stream_ != nullptr;
-    }
-
+    // The client speaks first. Before that nothing is held that another stream may wait for.
     bool handshake() override {
-        isOpen_ = stream_->handshake() == nss::TlsStep::Done;
+        char first = 0;
+        if (bytes_->receive({&first, 1}) == 1) {
+            first_ = first;
+        }
+        if (waitForTurn(hosts_, setup_.turn)) {
+            stream_ = nss::TlsStream::server(*this, std::move(setup_));
+        }
+        isOpen_ = stream_ && stream_->handshake() == nss::TlsStep::Done;
         return isOpen_;
     }
 
     std::string outcome() const override {
         if (isOpen_) {
             return stream_->description();
+        }
+        if (!stream_) {
+            return "NSS refuses the setup";
         }
         const char* name = PR_ErrorToName(stream_->error());
         return name == nullptr ? "unknown error" : name;
@@ -137,6 +175,10 @@ public:
 private:
     ssize_t receive(std::span<std::byte> target) override {
         const std::span chars(reinterpret_cast<char*>(target.data()), target.size());
+        if (first_) {
+            chars.front() = *std::exchange(first_, std::nullopt);
+            return 1;
+        }
         return static_cast<ssize_t>(bytes_->receive(chars));
     }
 
@@ -150,6 +192,9 @@ private:
     }
 
     std::unique_ptr<RawStream> bytes_;
+    nss::ServerSetup setup_;
+    const std::vector<HostCertificates> hosts_;
+    std::optional<char> first_; // received, and not yet given to the stream
     bool isOpen_ = false;
     std::unique_ptr<nss::TlsStream> stream_; // last: its end is said over the bytes
 };
@@ -159,7 +204,8 @@ public:
     explicit NssSessionKeys(const PhoneOptions& options)
         : kind_(options.session), keys_(newKeys(kind_)), keyPem_(nss::privateKeyPem(keys_)),
           certificatePem_(certificate(kind_, "Virtual Phone", keys_, "Virtual Phone", keys_,
-                                      options.expiredCertificate ? -hours(24) : kLifetime)) {
+                                      options.expiredCertificate ? -hours(24) : kLifetime)),
+          isExpired_(options.expiredCertificate) {
         if (keyPem_.empty() || certificatePem_.empty()) {
             throw std::runtime_error("NSS cannot make a certificate");
         }
@@ -188,23 +234,31 @@ public:
         setup.leastVersion = isEarly ? SSL_LIBRARY_VERSION_3_0 : SSL_LIBRARY_VERSION_TLS_1_0;
         setup.highestVersion = isEarly ? SSL_LIBRARY_VERSION_3_0 : SSL_LIBRARY_VERSION_TLS_1_2;
         setup.withModernSuites = !isEarly;
-        setup.certificate = nss::parseCertificate(certificatePem_);
+        setup.certificate = shownTo(hosts);
         setup.key = nss::parsePrivateKey(keyPem_);
-        setup.check = [known = std::move(hosts)](const CERTCertificate& shown) {
-            return check(shown, known);
-        };
-        auto stream = std::make_unique<NssStream>(std::move(bytes));
-        return stream->open(std::move(setup)) ? std::move(stream) : nullptr;
+        setup.peerKeyBits = shortestKey(hosts);
+        setup.check = [hosts](const CERTCertificate& shown) { return check(shown, hosts); };
+        return std::make_unique<NssStream>(std::move(bytes), std::move(setup), std::move(hosts));
     }
 
 private:
-    // For as long as there is such a phone: this program uses NSS for nothing else, and a client in
-    // the same process has a way of its own to allow them.
-    const nss::OldProtocols allowed_;
+    // The one that a host has made at the pairing, as real phones do.
+    nss::Certificate shownTo(const std::vector<HostCertificates>& hosts) const {
+        nss::Certificate own = nss::parseCertificate(certificatePem_);
+        for (const HostCertificates& host : hosts) {
+            nss::Certificate made = nss::parseCertificate(host.device);
+            if (made && !isExpired_ && nss::haveSameKey(made.get(), own.get())) {
+                return made;
+            }
+        }
+        return own;
+    }
+
     const SessionKind kind_;
     const nss::KeyPair keys_;
     const std::string keyPem_;
     const std::string certificatePem_;
+    const bool isExpired_;
 };
 
 } // namespace

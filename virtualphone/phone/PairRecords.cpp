@@ -68,7 +68,7 @@ HostCertificates certificatesIn(plist_t record) {
         return isDictionary(record) ? dataOf(plist_dict_get_item(record, key)).value_or("")
                                     : std::string();
     };
-    return {textAt("HostCertificate"), textAt("RootCertificate")};
+    return {textAt("HostCertificate"), textAt("RootCertificate"), textAt("DeviceCertificate")};
 }
 
 HostCertificates certificatesOf(const std::string& contents) {

@@ -4,10 +4,13 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
 namespace virtualphone {
+
+class SessionKeys;
 
 enum class SessionKind {
     Clear,  ///< not encrypted
@@ -59,6 +62,9 @@ struct PhoneOptions {
     /// How lockdown sessions travel. Encrypted ones take a client with the keys of its pair record.
     SessionKind session = SessionKind::Clear;
 
+    /// Keys, and who speaks for the phone in encrypted sessions. Null: NSS, as `session` wants it.
+    std::shared_ptr<const SessionKeys> keys{};
+
     /// Services are encrypted as sessions are, as on later firmware.
     bool secureServices = false;
 
@@ -80,8 +86,8 @@ struct PhoneOptions {
     /// Making a directory that exists is a success, as on later firmware; otherwise status 16.
     bool makeDirectoryAcceptsExisting = false;
 
-    /// A read that asks for more than this is answered with wrong bytes, as early firmware did above
-    /// 65536; 0 is no limit.
+    /// A read that asks for more than this is answered with wrong bytes, as early firmware did
+    /// above 65536; 0 is no limit.
     uint64_t soundReadBytes = 0;
 
     /// A closed file's handle number is given out again; otherwise numbers only go up.

@@ -71,7 +71,9 @@ void TrustedHosts::clear() {
 }
 
 PhoneState::PhoneState(PhoneOptions complete)
-    : options(std::move(complete)), sessionKeys(newSessionKeys(options)),
+    : options(std::move(complete)),
+      sessionKeys(options.keys ? options.keys
+                               : std::shared_ptr<const SessionKeys>(newSessionKeys(options))),
       media(options.root, options.freeBytes, options.totalBytes), values(options),
       link(options.linkBytesPerSecond) {
     if (sessionKeys) {

@@ -62,7 +62,7 @@ public:
     explicit PhoneState(PhoneOptions complete);
 
     const PhoneOptions options;
-    const std::unique_ptr<const SessionKeys> sessionKeys; // null: sessions in clear
+    const std::shared_ptr<const SessionKeys> sessionKeys; // null: sessions in clear
     Faults faults;
     MediaFolder media;
     DeviceValues values;

@@ -11,10 +11,12 @@
 
 namespace virtualphone {
 
-/// The certificates that a host showed when it was paired, PEM text each. Hosts show either.
+/// The certificates that a host brought when it was paired, PEM text each. Hosts show either of
+/// their own.
 struct HostCertificates {
     std::string host{};
     std::string root{};
+    std::string device{}; ///< about the phone's key
 };
 
 class SessionKeys {
