@@ -68,6 +68,9 @@ public:
         return &ref_;
     }
 
+    /** The reference counts itself. */
+    friend void CFRelease(const CFRef& ref) = delete;
+
     friend bool operator==(const CFRef& left, const CFRef& right) noexcept {
         return left.ref_ == right.ref_;
     }
