@@ -1,5 +1,6 @@
 #include "tests/corefoundation/Support.h"
 
+#include <CoreFoundation/CFText.h>
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -517,6 +518,23 @@ TEST(StringFormat, IsAppended) {
     CFStringAppendFormat(string.get(), nullptr, CFSTR("%d%@"), 1, CFSTR("b"));
     CFStringAppendFormat(string.get(), nullptr, CFSTR("%n"));
     EXPECT_EQ(textOf(string.get()), "a1b");
+}
+
+TEST(Text, OfBytesThatAreNoUtf8IsNull) {
+    EXPECT_EQ(textOf(stringOf("\xC3\xA9").get()), "\xC3\xA9");
+    EXPECT_EQ(CFStringGetLength(stringOf(std::string_view("a\0b", 3)).get()), 3);
+    EXPECT_EQ(stringOf("\xC3"), nullptr);
+}
+
+TEST(Utf8, IsNothingForWhatNoFunctionOfCTakes) {
+    const UniChar unpaired[] = {'a', 0xD83C};
+    EXPECT_EQ(utf8(makeString("\xC3\xA9\xF0\x9F\x8E\xB5").get()), "\xC3\xA9\xF0\x9F\x8E\xB5");
+    EXPECT_EQ(utf8(CFSTR("")), "");
+    EXPECT_EQ(utf8(nullptr), std::nullopt);
+    EXPECT_EQ(utf8(makeString(std::string_view("a\0b", 3)).get()), std::nullopt);
+    EXPECT_EQ(utf8(adopt(CFStringCreateWithCharacters(nullptr, unpaired, 2)).get()), std::nullopt);
+    const auto number = makeInteger(1);
+    EXPECT_EQ(utf8(reinterpret_cast<CFStringRef>(number.get())), std::nullopt);
 }
 
 } // namespace

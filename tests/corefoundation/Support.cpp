@@ -1,5 +1,7 @@
 #include "tests/corefoundation/Support.h"
 
+#include "tests/support/Texts.h"
+
 #include <algorithm>
 #include <bit>
 #include <clocale>
@@ -96,22 +98,11 @@ Json loadVectors(const std::string& file, const std::string& section) {
 }
 
 CFRef<CFStringRef> makeString(std::string_view utf8) {
-    return adopt(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(utf8.data()),
-                                         static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8,
-                                         false));
+    return stringOf(utf8);
 }
 
 std::string textOf(CFStringRef string) {
-    if (string == nullptr) {
-        return "(null)";
-    }
-    const CFRange all = CFRangeMake(0, CFStringGetLength(string));
-    CFIndex size = 0;
-    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false, nullptr, 0, &size);
-    std::string text(static_cast<size_t>(size), '\0');
-    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false,
-                     reinterpret_cast<UInt8*>(text.data()), size, nullptr);
-    return text;
+    return krl::test::text(string);
 }
 
 CFRef<CFDataRef> makeData(std::string_view bytes) {

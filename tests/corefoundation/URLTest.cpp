@@ -1,4 +1,7 @@
 #include "tests/corefoundation/Support.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <CoreFoundation/CFValues.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -83,6 +86,14 @@ TEST(URLVectors, Paths) {
 
 // ---------------------------------------------------------------------------- URLs
 
+TEST(URL, OfAFileIsNullWhereThePathIs) {
+    EXPECT_EQ(fileURL(nullptr), nullptr);
+    EXPECT_EQ(fileURL(CFSTR("")), nullptr);
+    const auto url = fileURL(CFSTR("/a b"));
+    EXPECT_EQ(pathOf(url), "/a b");
+    EXPECT_FALSE(CFURLHasDirectoryPath(url.get()));
+}
+
 TEST(URL, OfAnEmptyPathIsNull) {
     EXPECT_FALSE(makeURL(""));
 }
@@ -152,13 +163,6 @@ TEST(URL, EqualsAndHashesLikeItsString) {
 /// A folder of its own for each test.
 class FileReading : public ::testing::Test {
 protected:
-    FileReading() {
-        folder_ = ::testing::TempDir() + "krl-cf-XXXXXX";
-        EXPECT_NE(mkdtemp(folder_.data()), nullptr);
-    }
-
-    ~FileReading() override { std::filesystem::remove_all(folder_); }
-
     std::string pathOfFile(const std::string& name, const std::string& contents) const {
         const std::string path = folder_ + "/" + name;
         std::ofstream(path, std::ios::binary) << contents;
@@ -186,7 +190,8 @@ protected:
         EXPECT_EQ(result.errorCode, error) << path;
     }
 
-    std::string folder_;
+    const virtualphone::testing::TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path().string();
 };
 
 TEST_F(FileReading, GivesTheWholeContents) {

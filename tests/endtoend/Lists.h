@@ -1,7 +1,8 @@
 // Ringtones and lists of them, made the way an application makes them.
 #pragma once
 
-#include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CFText.h>
+#include <CoreFoundation/CFValues.h>
 #include <KRLVesk/KRLVesk.h>
 
 #include <filesystem>
@@ -12,12 +13,11 @@ namespace krl::test {
 using List = cf::CFRef<CFMutableDictionaryRef>;
 
 inline cf::CFRef<CFStringRef> text(const std::string& utf8) {
-    return cf::adopt(CFStringCreateWithCString(nullptr, utf8.c_str(), kCFStringEncodingUTF8));
+    return cf::stringOf(utf8);
 }
 
 inline List emptyList() {
-    return cf::adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                               &kCFTypeDictionaryValueCallBacks));
+    return cf::makeDictionary();
 }
 
 /// Adds a new ringtone to a list: its GUID follows from its name, its type from the file.

@@ -1,7 +1,9 @@
 /// CoreFoundation values in short, for tests.
 #pragma once
 
-#include <CoreFoundation/CFRef.h>
+#include "tests/support/Texts.h"
+
+#include <CoreFoundation/CFValues.h>
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <cstdint>
@@ -12,28 +14,7 @@
 namespace krl::test {
 
 inline cf::CFRef<CFStringRef> str(std::string_view utf8) {
-    return cf::adopt(
-        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(utf8.data()),
-                                static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8,
-                                /*isExternalRepresentation=*/false));
-}
-
-/// "(null)" for null, "(other)" for what is no string.
-inline std::string text(CFTypeRef object) {
-    if (object == nullptr) {
-        return "(null)";
-    }
-    const auto string = cf::cast<CFStringRef>(object);
-    if (string == nullptr) {
-        return "(other)";
-    }
-    const CFRange all = CFRangeMake(0, CFStringGetLength(string));
-    CFIndex size = 0;
-    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false, nullptr, 0, &size);
-    std::string bytes(static_cast<size_t>(size), '\0');
-    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false,
-                     reinterpret_cast<UInt8*>(bytes.data()), size, nullptr);
-    return bytes;
+    return cf::stringOf(utf8);
 }
 
 inline std::vector<std::string> texts(CFArrayRef array) {
@@ -45,11 +26,9 @@ inline std::vector<std::string> texts(CFArrayRef array) {
 }
 
 inline std::vector<std::string> keys(CFDictionaryRef dictionary) {
-    std::vector<const void*> names(static_cast<size_t>(CFDictionaryGetCount(dictionary)));
-    CFDictionaryGetKeysAndValues(dictionary, names.data(), nullptr);
     std::vector<std::string> all;
-    for (const void* name : names) {
-        all.push_back(text(name));
+    for (const cf::Pair& pair : cf::pairsOf(dictionary)) {
+        all.push_back(text(pair.key));
     }
     return all;
 }
@@ -59,8 +38,7 @@ inline cf::CFRef<CFNumberRef> number(int64_t value) {
 }
 
 inline cf::CFRef<CFMutableDictionaryRef> dictionary() {
-    return cf::adopt(CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    return cf::makeDictionary();
 }
 
 /// Error objects as text: domain, code, user information.

@@ -2,6 +2,7 @@
 
 #include "library/phone/KRTPhoneInternal.h"
 #include "tests/support/FakeMobileDevice.h"
+#include "tests/support/PhoneCounts.h"
 
 #include <KRLVesk/KRTError.h>
 
@@ -9,30 +10,16 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
+using krl::test::Counts;
 using krl::test::FakeMobileDevice;
 using krl::test::FakePhone;
+using krl::test::kStatus;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
-
-/// The two counts of a phone record.
-struct Counts {
-    int32_t open;
-    int32_t service;
-
-    bool operator==(const Counts&) const = default;
-
-    friend std::ostream& operator<<(std::ostream& out, const Counts& counts) {
-        return out << "open " << counts.open << ", service " << counts.service;
-    }
-};
-
-/// A status that nothing but a scripted fault gives.
-constexpr int32_t kStatus = 4711;
 
 const std::vector<std::string> kOpenCalls = {
     "AMDeviceConnect",

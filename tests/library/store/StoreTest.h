@@ -5,8 +5,11 @@
 #include "library/phone/KRTPhoneInternal.h"
 #include "library/store/KRTRingtoneManagerInternal.h"
 #include "tests/support/FakeMobileDevice.h"
+#include "tests/support/PhoneCounts.h"
+#include "tests/support/TemporaryFolder.h"
 
-#include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CFText.h>
+#include <CoreFoundation/CFValues.h>
 #include <KRLVesk/KRTError.h>
 
 #include <gmock/gmock.h>
@@ -27,8 +30,10 @@
 using krl::cf::adopt;
 using krl::cf::cast;
 using krl::cf::CFRef;
+using krl::test::Counts;
 using krl::test::FakeMobileDevice;
 using krl::test::FakePhone;
+using krl::test::kStatus;
 using ::testing::AllOf;
 using ::testing::AnyOf;
 using ::testing::Contains;
@@ -44,15 +49,10 @@ using ::testing::UnorderedElementsAreArray;
 inline const std::string kFolder = "/iTunes_Control/Ringtones";
 inline const std::string kCatalogue = "/iTunes_Control/iTunes/Ringtones.plist";
 
-/// A status that nothing but a scripted fault gives.
-inline constexpr int32_t kStatus = 4711;
-
 // ---------------------------------------------------------------------------- values
 
 inline CFRef<CFStringRef> string(std::string_view text) {
-    return adopt(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()),
-                                         static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8,
-                                         false));
+    return krl::cf::stringOf(text);
 }
 
 inline CFRef<CFNumberRef> number(int64_t value) {
@@ -101,8 +101,7 @@ inline CFRef<CFMutableArrayRef> arrayOf(const std::vector<std::string>& texts) {
 }
 
 inline CFRef<CFMutableDictionaryRef> emptyDictionary() {
-    return adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                           &kCFTypeDictionaryValueCallBacks));
+    return krl::cf::makeDictionary();
 }
 
 inline CFTypeRef valueOf(CFDictionaryRef dictionary, std::string_view key) {
@@ -118,13 +117,9 @@ CFDictionaryRef dictionaryAt(const Dictionary& dictionary, std::string_view key)
 using Texts = std::map<std::string, std::string>;
 
 inline std::vector<std::pair<std::string, CFTypeRef>> pairsIn(CFDictionaryRef dictionary) {
-    const auto count = static_cast<size_t>(CFDictionaryGetCount(dictionary));
-    std::vector<CFTypeRef> keys(count);
-    std::vector<CFTypeRef> values(count);
-    CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
     std::vector<std::pair<std::string, CFTypeRef>> pairs;
-    for (size_t i = 0; i < count; ++i) {
-        pairs.emplace_back(textOf(keys[i]), values[i]);
+    for (const auto& [key, value] : krl::cf::pairsOf(dictionary)) {
+        pairs.emplace_back(textOf(key), value);
     }
     return pairs;
 }
@@ -265,36 +260,20 @@ inline const std::vector<std::string> kFirstNames = {"BQJH", "FHKM", "PBON", "OH
 
 // ---------------------------------------------------------------------------- files
 
-/// A folder on this computer that goes with its owner.
-class TemporaryFolder {
+/// Files on this computer that go with their owner.
+class LocalFiles {
 public:
-    TemporaryFolder() {
-        std::string path = ::testing::TempDir() + "/krl-store-XXXXXX";
-        if (mkdtemp(path.data()) == nullptr) {
-            throw std::runtime_error("no temporary folder");
-        }
-        path_ = path;
-    }
-
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
     /// Writes a file and returns its path.
     std::string file(const std::string& name, std::string_view contents) const {
-        const std::filesystem::path path = path_ / name;
+        const std::filesystem::path path = folder_.path() / name;
         std::ofstream(path, std::ios::binary) << contents;
         return path;
     }
 
-    std::string path(const std::string& name) const { return path_ / name; }
+    std::string path(const std::string& name) const { return folder_.path() / name; }
 
 private:
-    std::filesystem::path path_;
+    virtualphone::testing::TemporaryFolder folder_;
 };
 
 // ---------------------------------------------------------------------------- reports
@@ -322,18 +301,6 @@ struct Reports {
 };
 
 // ---------------------------------------------------------------------------- the phone
-
-/// The two counts of a phone record.
-struct Counts {
-    int32_t open;
-    int32_t service;
-
-    bool operator==(const Counts&) const = default;
-
-    friend std::ostream& operator<<(std::ostream& out, const Counts& counts) {
-        return out << "open " << counts.open << ", service " << counts.service;
-    }
-};
 
 /// The recorded code; nothing when the record is empty.
 inline std::optional<int> recordedCode() {
@@ -462,7 +429,7 @@ public:
                   computer.file(std::string(name) + "." + std::string(fileType), contents));
     }
 
-    TemporaryFolder computer;
+    LocalFiles computer;
     FakeMobileDevice fake;
     KRTPhoneRef phone = nullptr;
     KRTRingtoneManagerRef manager = nullptr;
