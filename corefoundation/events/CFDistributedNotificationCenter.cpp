@@ -22,8 +22,8 @@ class Registration {
 public:
     Registration(const DistributedObserver& added, std::optional<std::string> name,
                  std::optional<std::string> object)
-        : observer_(added.observer), callBack_(added.callBack), name_(std::move(name)),
-          object_(std::move(object)) {}
+        : center_(added.center), observer_(added.observer), callBack_(added.callBack),
+          name_(std::move(name)), object_(std::move(object)) {}
 
     /// Has the run loop of this thread call back.
     static void schedule(const std::shared_ptr<Registration>& registration) {
@@ -72,7 +72,7 @@ private:
         if (isEnded_ || pending_.empty()) {
             return nullptr;
         }
-        const SharedNotification next = pending_.front();
+        SharedNotification next = pending_.front();
         pending_.pop_front();
         return next;
     }
@@ -88,14 +88,14 @@ private:
         const auto object =
             notification.object.empty() ? CFRef<CFStringRef>() : stringOf(notification.object);
         const auto userInfo = dictionaryOf(notification.userInfo);
-        callBack_(CFNotificationCenterGetDistributedCenter(), const_cast<void*>(observer_),
-                  name.get(), object.get(), userInfo.get());
+        callBack_(center_, const_cast<void*>(observer_), name.get(), object.get(), userInfo.get());
     }
 
     static CFRef<CFStringRef> stringOf(const std::string& text) {
         return adopt(CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8));
     }
 
+    const CFNotificationCenterRef center_;
     const void* const observer_;
     const CFNotificationCallback callBack_;
     const std::optional<std::string> name_;   ///< nothing: any

@@ -10,20 +10,26 @@
 #include <mutex>
 #include <vector>
 
+namespace krl::cf {
+
 /// One call of CFNotificationCenterAddObserver. A notification that is being delivered shares it,
 /// and looks whether it was removed in the meantime.
 struct Registration {
     const void* observer;
     CFNotificationCallback callBack;
-    krl::cf::CFRef<CFStringRef> name; ///< null: any
-    const void* object;               ///< null: any
+    CFRef<CFStringRef> name; ///< null: any
+    const void* object;      ///< null: any
     std::atomic<bool> isRemoved{false};
 };
+
+using Registrations = std::vector<std::shared_ptr<Registration>>;
+
+} // namespace krl::cf
 
 struct __CFNotificationCenter {
     CFObjectHeader header;
     std::mutex mutex{};
-    std::vector<std::shared_ptr<Registration>> registrations{};
+    krl::cf::Registrations registrations{};
 };
 
 namespace krl::cf {
@@ -32,8 +38,6 @@ constinit const ClassTable kNotificationCenterClass{"CFNotificationCenter", null
                                                     nullptr, nullptr};
 
 namespace {
-
-using Registrations = std::vector<std::shared_ptr<Registration>>;
 
 CFNotificationCenterRef createImmortalCenter() {
     auto* center = createObject<__CFNotificationCenter>(kNotificationCenterTypeID, 0);
@@ -79,7 +83,8 @@ void CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void*
                                      const void* object,
                                      CFNotificationSuspensionBehavior) noexcept {
     if (isDistributed(center)) {
-        addDistributedObserver({observer, callBack, name, static_cast<CFStringRef>(object)});
+        addDistributedObserver(
+            {center, observer, callBack, name, static_cast<CFStringRef>(object)});
         return;
     }
     auto registration = std::make_shared<Registration>();

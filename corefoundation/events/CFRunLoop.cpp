@@ -20,6 +20,8 @@
 // loops, because a source can be in several. No callback is called, and nothing is released, under
 // it.
 
+namespace krl::cf {
+
 using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
 
@@ -51,36 +53,38 @@ private:
 using SourceContext = KeptContext<CFRunLoopSourceContext>;
 using TimerContext = KeptContext<CFRunLoopTimerContext>;
 
+/// A source or timer, and the mode that it was added for.
+template <typename Item>
+struct Entry {
+    CFRef<Item> item;
+    CFRef<CFStringRef> mode;
+};
+
+} // namespace krl::cf
+
 struct __CFRunLoopSource {
     CFObjectHeader header;
     CFIndex order;
-    std::shared_ptr<const SourceContext> context; ///< null once it is invalid
-    std::vector<CFRunLoopRef> loops{};            ///< one for each entry in a loop; not retained
+    std::shared_ptr<const krl::cf::SourceContext> context; ///< null once it is invalid
+    std::vector<CFRunLoopRef> loops{}; ///< one for each entry in a loop; not retained
     bool isSignalled = false;
 };
 
 struct __CFRunLoopTimer {
     CFObjectHeader header;
-    Moment fireTime;
-    Clock::duration interval; ///< 0: fires once
+    krl::cf::Moment fireTime;
+    krl::cf::Clock::duration interval; ///< 0: fires once
     CFRunLoopTimerCallBack callout;
-    std::shared_ptr<const TimerContext> context; ///< null once it is invalid
-    CFRunLoopRef loop = nullptr;                 ///< not retained
+    std::shared_ptr<const krl::cf::TimerContext> context; ///< null once it is invalid
+    CFRunLoopRef loop = nullptr;                          ///< not retained
     bool isFiring = false;
-};
-
-/// A source or timer, and the mode that it was added for.
-template <typename Item>
-struct Entry {
-    krl::cf::CFRef<Item> item;
-    krl::cf::CFRef<CFStringRef> mode;
 };
 
 struct __CFRunLoop {
     CFObjectHeader header;
     int wakeDescriptor; ///< an eventfd, readable after a wake-up; -1 when there was none to be had
-    std::vector<Entry<CFRunLoopSourceRef>> sources{};
-    std::vector<Entry<CFRunLoopTimerRef>> timers{};
+    std::vector<krl::cf::Entry<CFRunLoopSourceRef>> sources{};
+    std::vector<krl::cf::Entry<CFRunLoopTimerRef>> timers{};
     std::atomic<bool> isStopped{false};
     std::atomic<bool> isWaiting{false};
     // For a host with a main loop of its own, once it has asked.
@@ -138,8 +142,7 @@ void waitForWakeUp(CFRunLoopRef loop, Moment until) {
     loop->isWaiting = false;
 }
 
-// ---------------------------------------------------------------------------- entries (under the
-// lock)
+// ---------------------------------------------------------------------------- entries, locked
 
 bool isInMode(CFStringRef entryMode, CFStringRef runMode) {
     return CFEqual(entryMode, runMode) || CFEqual(entryMode, kCFRunLoopCommonModes);

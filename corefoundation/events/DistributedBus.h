@@ -12,8 +12,8 @@
 
 namespace krl::cf {
 
-/// A thread of its own keeps the connection as long as somebody uses it, so that a bus that does not
-/// answer holds nobody up. Nothing but that thread touches the connection.
+/// A thread of its own keeps the connection as long as somebody uses it, so that a bus that does
+/// not answer holds nobody up. Nothing but that thread touches the connection.
 class DistributedBus {
 public:
     /// Called on the bus's own thread.

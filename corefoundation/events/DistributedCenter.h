@@ -6,6 +6,7 @@
 namespace krl::cf {
 
 struct DistributedObserver {
+    CFNotificationCenterRef center; ///< the one to name when it is called back
     const void* observer;
     CFNotificationCallback callBack;
     CFStringRef name;   ///< null: any

@@ -4,6 +4,8 @@
 #include "corefoundation/values/CFNumberInternal.h"
 #include "corefoundation/values/CFStringInternal.h"
 
+#include <CoreFoundation/CFValues.h>
+
 #include <cstring>
 #include <memory>
 
@@ -197,18 +199,11 @@ std::optional<std::string> travellingText(CFStringRef string) {
 }
 
 Info travellingInfo(CFDictionaryRef userInfo) {
-    const auto count =
-        userInfo != nullptr ? static_cast<size_t>(CFDictionaryGetCount(userInfo)) : 0;
-    std::vector<const void*> keys(count);
-    std::vector<const void*> values(count);
-    if (count > 0) {
-        CFDictionaryGetKeysAndValues(userInfo, keys.data(), values.data());
-    }
     Info info;
-    for (size_t i = 0; i < count; ++i) {
-        const auto keyString = cast<CFStringRef>(keys[i]);
+    for (const Pair& pair : pairsOf(userInfo)) {
+        const auto keyString = cast<CFStringRef>(pair.key);
         const auto key = keyString != nullptr ? travellingText(keyString) : std::nullopt;
-        auto value = travellingValue(values[i]);
+        auto value = travellingValue(pair.value);
         if (key && value) {
             info.emplace_back(*key, std::move(*value));
         }
@@ -220,8 +215,7 @@ CFRef<CFDictionaryRef> dictionaryOf(const Info& info) {
     if (info.empty()) {
         return nullptr;
     }
-    auto dictionary = adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                      &kCFTypeDictionaryValueCallBacks));
+    auto dictionary = makeDictionary();
     for (const auto& [key, value] : info) {
         const CFRef<CFTypeRef> object =
             std::visit([](const auto& plain) { return objectOf(plain); }, value);

@@ -2,7 +2,8 @@
 
 #include "tests/support/PrivateBus.h"
 
-#include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CFText.h>
+#include <CoreFoundation/CFValues.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -26,7 +27,7 @@ CFNotificationCenterRef center() {
 }
 
 CFRef<CFStringRef> string(const std::string& utf8) {
-    return adopt(CFStringCreateWithCString(nullptr, utf8.c_str(), kCFStringEncodingUTF8));
+    return cf::stringOf(utf8);
 }
 
 std::string text(CFTypeRef object) {
@@ -46,14 +47,12 @@ std::string text(CFDictionaryRef info) {
     if (info == nullptr) {
         return "-";
     }
-    const auto count = static_cast<size_t>(CFDictionaryGetCount(info));
-    std::vector<const void*> keys(count);
-    std::vector<const void*> values(count);
-    CFDictionaryGetKeysAndValues(info, keys.data(), values.data());
     std::string result;
-    for (size_t i = 0; i < count; ++i) {
-        result += (i > 0 ? " " : "") + text(static_cast<CFTypeRef>(keys[i])) + "=" +
-                  text(static_cast<CFTypeRef>(values[i]));
+    for (const auto& [key, value] : cf::pairsOf(info)) {
+        result += result.empty() ? "" : " ";
+        result += text(key);
+        result += "=";
+        result += text(value);
     }
     return result;
 }
@@ -112,14 +111,9 @@ protected:
     PrivateBus bus;
 };
 
-CFRef<CFMutableDictionaryRef> dictionary() {
-    return adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                           &kCFTypeDictionaryValueCallBacks));
-}
-
 TEST_F(DistributedCenter, DeliversNameObjectAndInformation) {
     Observer observer("Næme", "An object");
-    const auto info = dictionary();
+    const auto info = cf::makeDictionary();
     const int whole = -7;
     const double real = 2.5;
     CFDictionarySetValue(info.get(), CFSTR("text"), string("Glöckchen 🌅").get());
@@ -135,10 +129,10 @@ TEST_F(DistributedCenter, DeliversNameObjectAndInformation) {
 
 TEST_F(DistributedCenter, LeavesOutWhatCannotTravel) {
     Observer observer("Name", nullptr);
-    const auto info = dictionary();
+    const auto info = cf::makeDictionary();
     const UniChar loneSurrogate = 0xD800;
     const UniChar zero = 0;
-    CFDictionarySetValue(info.get(), CFSTR("nested"), dictionary().get());
+    CFDictionarySetValue(info.get(), CFSTR("nested"), cf::makeDictionary().get());
     CFDictionarySetValue(info.get(), CFSTR("surrogate"),
                          adopt(CFStringCreateWithCharacters(nullptr, &loneSurrogate, 1)).get());
     CFDictionarySetValue(info.get(), CFSTR("zero"),
