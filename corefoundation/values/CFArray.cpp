@@ -1,4 +1,5 @@
 #include "corefoundation/values/CallBacks.h"
+#include "corefoundation/values/Collections.h"
 
 #include <algorithm>
 #include <cstring>
@@ -31,14 +32,18 @@ const CFArrayCallBacks kCFTypeArrayCallBacks = {0, krl::cf::retainObject, krl::c
                                                 krl::cf::copyObjectDescription,
                                                 krl::cf::equalObjects};
 
-using ArrayCallBacks = krl::cf::CallBacks<CFArrayCallBacks>;
+namespace krl::cf {
+
+using ArrayCallBacks = CallBacks<CFArrayCallBacks>;
+
+} // namespace krl::cf
 
 struct __CFArray {
     CFObjectHeader header;
     CFIndex count;
     CFIndex capacity;
     const void** values;
-    ArrayCallBacks callBacks;
+    krl::cf::ArrayCallBacks callBacks;
 };
 
 namespace krl::cf {
@@ -86,9 +91,12 @@ CFStringRef copyArrayDescription(CFTypeRef object) {
 }
 
 __CFArray* createArray(CFIndex capacity, const ArrayCallBacks& callBacks) {
-    const size_t size = static_cast<size_t>(std::max<CFIndex>(capacity, 1)) * sizeof(void*);
-    return createObject<__CFArray>(kArrayTypeID, 0, CFIndex{0}, std::max<CFIndex>(capacity, 1),
-                                   static_cast<const void**>(allocate(size)), callBacks);
+    const CFIndex room = std::max<CFIndex>(capacity, 1);
+    auto* array = createObject<__CFArray>(kArrayTypeID, 0, CFIndex{0}, room,
+                                          static_cast<const void**>(nullptr), callBacks);
+    auto owner = adopt(array); // memory may run out
+    array->values = static_cast<const void**>(allocate(static_cast<size_t>(room) * sizeof(void*)));
+    return owner.leak();
 }
 
 void reserve(__CFArray& array, CFIndex count) {
@@ -127,6 +135,15 @@ void moveTail(__CFArray& array, CFIndex from, CFIndex to) {
 
 constinit const ClassTable kArrayClass{"CFArray", finalizeArray, equalArrays, hashArray,
                                        copyArrayDescription};
+
+CFMutableArrayRef takeIntoArray(std::span<CFRef<CFTypeRef>> values) {
+    __CFArray* array = createArray(static_cast<CFIndex>(values.size()),
+                                   ArrayCallBacks(&kCFTypeArrayCallBacks, kCFTypeArrayCallBacks));
+    for (CFRef<CFTypeRef>& value : values) {
+        array->values[array->count++] = value.leak();
+    }
+    return asMutable(array);
+}
 
 } // namespace krl::cf
 

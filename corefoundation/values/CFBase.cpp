@@ -67,8 +67,7 @@ uint32_t* retainCountOf(CFTypeRef object) {
 
 void* checkedMemory(void* memory) {
     if (memory == nullptr) {
-        std::fputs("CoreFoundation: out of memory\n", stderr);
-        std::abort();
+        throw std::bad_alloc();
     }
     return memory;
 }

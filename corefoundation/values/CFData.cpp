@@ -1,10 +1,9 @@
 #include <CoreFoundation/CFData.h>
 
-#include "corefoundation/values/CFRuntime.h"
+#include "corefoundation/values/ByteBuffer.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <algorithm>
-#include <cstring>
 #include <functional>
 
 /// The bytes follow the record in the same allocation, or stand in one of their own, or are the
@@ -97,6 +96,18 @@ bool pointsInto(const __CFData& data, const UInt8* bytes) {
 
 constinit const ClassTable kDataClass{"CFData", finalizeData, equalData, hashData,
                                       copyDataDescription};
+
+CFMutableDataRef ByteBuffer::takeIntoData() {
+    const auto size = static_cast<CFIndex>(size_);
+    bytes_ = static_cast<char*>(reallocate(bytes_, std::max<size_t>(size_, 1)));
+    auto* data =
+        createObject<__CFData>(kDataTypeID, 0, size, size, reinterpret_cast<UInt8*>(bytes_));
+    data->header.flags = kMutableFlag | kOwnBytesFlag;
+    bytes_ = nullptr;
+    size_ = 0;
+    capacity_ = 0;
+    return data;
+}
 
 } // namespace krl::cf
 

@@ -1,5 +1,6 @@
 #include <CoreFoundation/CFDate.h>
 
+#include "corefoundation/values/CFDateInternal.h"
 #include "corefoundation/values/CFRuntime.h"
 #include "corefoundation/values/GregorianDate.h"
 
@@ -40,6 +41,10 @@ CFStringRef copyDateDescription(CFTypeRef object) {
 
 constinit const ClassTable kDateClass{"CFDate", nullptr, equalDates, hashDate, copyDateDescription};
 
+CFDateRef createDate(CFAbsoluteTime at) {
+    return createObject<__CFDate>(kDateTypeID, 0, at);
+}
+
 } // namespace krl::cf
 
 using namespace krl::cf;
@@ -58,7 +63,7 @@ CFTypeID CFDateGetTypeID() noexcept {
 }
 
 CFDateRef CFDateCreate(CFAllocatorRef, CFAbsoluteTime at) noexcept {
-    return createObject<__CFDate>(kDateTypeID, 0, at);
+    return createDate(at);
 }
 
 CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) noexcept {

@@ -12,16 +12,20 @@ struct __CFBoolean {
     bool value;
 };
 
+namespace krl::cf {
+
 union NumberValue {
     int64_t integer;
     uint64_t large; ///< with kUnsignedFlag: beyond what integer can hold
     double real;
 };
 
+} // namespace krl::cf
+
 struct __CFNumber {
     CFObjectHeader header;
     CFNumberType type; ///< one of the fixed sizes
-    NumberValue value;
+    krl::cf::NumberValue value;
 };
 
 namespace krl::cf {
@@ -201,6 +205,18 @@ constinit const ClassTable kBooleanClass{"CFBoolean", nullptr, nullptr, hashBool
                                          copyBooleanDescription};
 constinit const ClassTable kNumberClass{"CFNumber", nullptr, equalNumbers, hashNumber,
                                         copyNumberDescription};
+
+CFNumberRef createInteger(int64_t value) {
+    __CFNumber* number = createNumber(kCFNumberSInt64Type);
+    number->value.integer = value;
+    return number;
+}
+
+CFNumberRef createReal(double value) {
+    __CFNumber* number = createNumber(kCFNumberFloat64Type);
+    number->value.real = value;
+    return number;
+}
 
 CFNumberRef createUnsignedNumber(uint64_t value) {
     __CFNumber* number = createNumber(kCFNumberSInt64Type);

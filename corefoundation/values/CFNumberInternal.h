@@ -1,4 +1,4 @@
-/// What property lists need of numbers. Internal.
+/// What property lists need of numbers. Internal. Memory that runs out is thrown.
 #pragma once
 
 #include "corefoundation/values/CFRuntime.h"
@@ -6,6 +6,9 @@
 #include <CoreFoundation/CFNumber.h>
 
 namespace krl::cf {
+
+CFNumberRef createInteger(int64_t value);
+CFNumberRef createReal(double value);
 
 /// A 64-bit number that may lie beyond the signed range.
 CFNumberRef createUnsignedNumber(uint64_t value);

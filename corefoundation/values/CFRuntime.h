@@ -68,7 +68,8 @@ extern const ClassTable kRunLoopTimerClass;
 extern const ClassTable kNotificationCenterClass;
 extern const ClassTable kBundleClass;
 
-/// malloc and realloc that end the process where those would return null.
+/// malloc and realloc that throw std::bad_alloc where those would return null. The functions for the
+/// outside are noexcept, so that there it ends the process, except where one says that it catches.
 void* allocate(size_t size);
 void* reallocate(void* memory, size_t size);
 

@@ -205,10 +205,6 @@ __CFString* createRecordWithText(const Text& text, uint16_t flags) {
 }
 
 __CFString* createRecordFromUtf8(std::string_view utf8, uint16_t flags) {
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    if (utf8.starts_with(kByteOrderMark)) {
-        utf8.remove_prefix(kByteOrderMark.size());
-    }
     const auto* bytes = reinterpret_cast<const UInt8*>(utf8.data());
     const auto size = static_cast<CFIndex>(utf8.size());
     if (countAscii(bytes, size) == size) {
@@ -223,9 +219,14 @@ __CFString* createRecordFromUtf8(std::string_view utf8, uint16_t flags) {
     return string;
 }
 
-/// Null when the encoding is unknown or does not have these bytes.
+/// Null when the encoding is unknown or does not have these bytes. A byte order mark at the start is
+/// not part of the text.
 __CFString* createRecordFromBytes(std::string_view bytes, CFStringEncoding encoding) {
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (encoding == kCFStringEncodingUTF8) {
+        if (bytes.starts_with(kByteOrderMark)) {
+            bytes.remove_prefix(kByteOrderMark.size());
+        }
         return createRecordFromUtf8(bytes, 0);
     }
     const auto size = static_cast<CFIndex>(bytes.size());

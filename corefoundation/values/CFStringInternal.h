@@ -58,7 +58,8 @@ private:
 /// An immutable string with the units of a text.
 CFStringRef createString(const Text& text);
 
-/// An immutable string of valid UTF-8 text or, when it is none, null.
+/// An immutable string of valid UTF-8 text or, when it is none, null. A byte order mark at the start
+/// is a character like others here.
 CFStringRef createStringFromUtf8(std::string_view utf8);
 
 /// As createStringFromUtf8, but mutable.
