@@ -1,4 +1,6 @@
 #include "corefoundation/values/CallBacks.h"
+#include "corefoundation/values/Collections.h"
+#include "corefoundation/values/SeededHash.h"
 
 #include <CoreFoundation/CFDictionary.h>
 #include <algorithm>
@@ -15,15 +17,19 @@ const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {
     0, krl::cf::retainObject, krl::cf::releaseObject, krl::cf::copyObjectDescription,
     krl::cf::equalObjects};
 
-using KeyCallBacks = krl::cf::CallBacks<CFDictionaryKeyCallBacks>;
-using ValueCallBacks = krl::cf::CallBacks<CFDictionaryValueCallBacks>;
+namespace krl::cf {
+
+using KeyCallBacks = CallBacks<CFDictionaryKeyCallBacks>;
+using ValueCallBacks = CallBacks<CFDictionaryValueCallBacks>;
 
 /// One pair, or the hole that a removed one has left.
 struct DictionaryEntry {
     const void* key;
     const void* value;
-    CFHashCode hash;
+    CFHashCode hash; ///< see hashKey
 };
+
+} // namespace krl::cf
 
 /// The entries stand in one row, in the order in which they were added; a removed one leaves a hole
 /// until the next compaction. Above a handful of entries, slots lead from hashes to entries: open
@@ -33,11 +39,11 @@ struct __CFDictionary {
     CFIndex count;     ///< pairs
     uint32_t used;     ///< entries, holes included
     uint32_t capacity; ///< entries that there is room for
-    DictionaryEntry* entries;
+    krl::cf::DictionaryEntry* entries;
     uint32_t* slots; ///< null in a small dictionary
     uint32_t slotCount;
-    KeyCallBacks keyCallBacks;
-    ValueCallBacks valueCallBacks;
+    krl::cf::KeyCallBacks keyCallBacks;
+    krl::cf::ValueCallBacks valueCallBacks;
 };
 
 namespace krl::cf {
@@ -61,6 +67,13 @@ bool isHole(const DictionaryEntry& entry) {
 
 std::span<DictionaryEntry> entriesOf(const __CFDictionary& dictionary) {
     return {dictionary.entries, dictionary.used};
+}
+
+/// The keys' own hash, except for strings: theirs can be made to collide from outside.
+CFHashCode hashKey(const __CFDictionary& dictionary, const void* key) {
+    const bool isString = key != nullptr && dictionary.keyCallBacks.hashesObjects() &&
+                          recordOf<CFObjectHeader>(key).typeID == kStringTypeID;
+    return isString ? seededHash(static_cast<CFStringRef>(key)) : dictionary.keyCallBacks.hash(key);
 }
 
 /// Where the search for a hash begins. The low bits of many hashes are alike, so all bits count.
@@ -101,7 +114,7 @@ const DictionaryEntry* find(const __CFDictionary& dictionary, const void* key) {
     if (dictionary.count == 0) {
         return nullptr;
     }
-    const uint32_t index = findEntry(dictionary, key, dictionary.keyCallBacks.hash(key));
+    const uint32_t index = findEntry(dictionary, key, hashKey(dictionary, key));
     return index == kNoEntry ? nullptr : &dictionary.entries[index];
 }
 
@@ -153,15 +166,20 @@ void reserveEntry(__CFDictionary& dictionary) {
     resize(dictionary, grows ? dictionary.capacity * 2 : dictionary.capacity);
 }
 
-/// Adds an entry at the end, where there must be room.
-void appendEntry(__CFDictionary& dictionary, const void* key, const void* value, CFHashCode hash) {
-    dictionary.entries[dictionary.used] = {dictionary.keyCallBacks.retain(key),
-                                           dictionary.valueCallBacks.retain(value), hash};
+/// Adds an entry, whose references it takes over, at the end, where there must be room.
+void appendEntry(__CFDictionary& dictionary, const DictionaryEntry& entry) {
+    dictionary.entries[dictionary.used] = entry;
     if (dictionary.slots != nullptr) {
         enterSlot(dictionary, dictionary.used);
     }
     ++dictionary.used;
     ++dictionary.count;
+}
+
+/// The same with references of its own.
+void appendRetained(__CFDictionary& dictionary, const DictionaryEntry& entry) {
+    appendEntry(dictionary, {dictionary.keyCallBacks.retain(entry.key),
+                             dictionary.valueCallBacks.retain(entry.value), entry.hash});
 }
 
 enum class Put { Always, IfAbsent, IfPresent };
@@ -170,7 +188,7 @@ void put(__CFDictionary& dictionary, const void* key, const void* value, Put whe
     if (!dictionary.keyCallBacks.accepts(key) || !dictionary.valueCallBacks.accepts(value)) {
         return;
     }
-    const CFHashCode hash = dictionary.keyCallBacks.hash(key);
+    const CFHashCode hash = hashKey(dictionary, key);
     const uint32_t index = findEntry(dictionary, key, hash);
     if (index != kNoEntry) {
         if (when != Put::IfAbsent) {
@@ -184,7 +202,7 @@ void put(__CFDictionary& dictionary, const void* key, const void* value, Put whe
         return;
     }
     reserveEntry(dictionary);
-    appendEntry(dictionary, key, value, hash);
+    appendRetained(dictionary, {key, value, hash});
 }
 
 __CFDictionary* createDictionary(CFIndex capacity, const KeyCallBacks& keyCallBacks,
@@ -194,8 +212,9 @@ __CFDictionary* createDictionary(CFIndex capacity, const KeyCallBacks& keyCallBa
     auto* dictionary = createObject<__CFDictionary>(
         kDictionaryTypeID, 0, CFIndex{0}, 0U, 0U, static_cast<DictionaryEntry*>(nullptr),
         static_cast<uint32_t*>(nullptr), 0U, keyCallBacks, valueCallBacks);
+    auto owner = adopt(dictionary); // memory may run out
     resize(*dictionary, room);
-    return dictionary;
+    return owner.leak();
 }
 
 __CFDictionary* copyDictionary(const __CFDictionary& source) {
@@ -203,7 +222,7 @@ __CFDictionary* copyDictionary(const __CFDictionary& source) {
         createDictionary(source.count, source.keyCallBacks, source.valueCallBacks);
     for (const DictionaryEntry& entry : entriesOf(source)) {
         if (!isHole(entry)) {
-            appendEntry(*copy, entry.key, entry.value, entry.hash);
+            appendRetained(*copy, entry);
         }
     }
     return copy;
@@ -271,6 +290,25 @@ CFStringRef copyDictionaryDescription(CFTypeRef object) {
 
 constinit const ClassTable kDictionaryClass{"CFDictionary", finalizeDictionary, equalDictionaries,
                                             hashDictionary, copyDictionaryDescription};
+
+CFMutableDictionaryRef takeIntoDictionary(std::span<CFRef<CFTypeRef>> keysAndValues) {
+    __CFDictionary* dictionary = createDictionary(
+        static_cast<CFIndex>(keysAndValues.size() / 2),
+        KeyCallBacks(&kCFTypeDictionaryKeyCallBacks, kCFTypeDictionaryKeyCallBacks),
+        ValueCallBacks(&kCFTypeDictionaryValueCallBacks, kCFTypeDictionaryValueCallBacks));
+    for (size_t i = 0; i < keysAndValues.size(); i += 2) {
+        CFRef<CFTypeRef>& key = keysAndValues[i];
+        CFRef<CFTypeRef>& value = keysAndValues[i + 1];
+        const CFHashCode hash = hashKey(*dictionary, key.get());
+        const uint32_t index = findEntry(*dictionary, key.get(), hash);
+        if (index == kNoEntry) {
+            appendEntry(*dictionary, {key.leak(), value.leak(), hash});
+        } else {
+            CFRelease(std::exchange(dictionary->entries[index].value, value.leak()));
+        }
+    }
+    return asMutable(dictionary);
+}
 
 } // namespace krl::cf
 
@@ -376,7 +414,7 @@ void CFDictionaryReplaceValue(CFMutableDictionaryRef dictionary, const void* key
 }
 
 void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key) noexcept {
-    const uint32_t index = findEntry(*dictionary, key, dictionary->keyCallBacks.hash(key));
+    const uint32_t index = findEntry(*dictionary, key, hashKey(*dictionary, key));
     if (index == kNoEntry) {
         return;
     }

@@ -46,6 +46,9 @@ public:
         return left == right || (set_->equal != nullptr && set_->equal(left, right));
     }
 
+    /// Whether the values are objects and hashed as such.
+    bool hashesObjects() const { return set_->hash == hashObject; }
+
     CFHashCode hash(const void* value) const {
         return set_->hash != nullptr ? set_->hash(value) : reinterpret_cast<CFHashCode>(value);
     }

@@ -1,5 +1,6 @@
 #include "tests/corefoundation/Support.h"
 
+#include <CoreFoundation/CFValues.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -286,6 +287,19 @@ TEST(Dictionary, UsesTheCallersCallBacks) {
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), &key), &numbers[57]);
 }
 
+TEST(Dictionary, HasItsPairsInItsOwnOrderAndNullHasNone) {
+    const auto dictionary = makeDictionary();
+    CFDictionarySetValue(dictionary.get(), CFSTR("b"), CFSTR("1"));
+    CFDictionarySetValue(dictionary.get(), CFSTR("a"), CFSTR("2"));
+    std::vector<std::string> texts;
+    for (const auto& [key, value] : pairsOf(dictionary.get())) {
+        texts.push_back(textOf(static_cast<CFStringRef>(key)));
+        texts.push_back(textOf(static_cast<CFStringRef>(value)));
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"b", "1", "a", "2"}));
+    EXPECT_TRUE(pairsOf(nullptr).empty());
+}
+
 TEST(Dictionary, HoldsKeysAndValues) {
     auto key = makeString("k");
     auto value = makeString("v");
@@ -410,9 +424,13 @@ TEST(Dictionary, KeepsItsOrderThroughAnyMixOfChanges) {
     }
 }
 
+CFRef<CFStringRef> shortKey(CFIndex i) {
+    return makeString("KEY" + std::to_string(i) + ".m4r");
+}
+
 /// How often keys were compared for equality while a dictionary of so many keys was filled,
 /// searched and emptied from the front.
-CFIndex comparisonsFor(CFIndex keyCount) {
+CFIndex comparisonsFor(CFIndex keyCount, CFRef<CFStringRef> (*key)(CFIndex)) {
     static CFIndex comparisons;
     comparisons = 0;
     CFDictionaryKeyCallBacks callBacks = kCFTypeDictionaryKeyCallBacks;
@@ -421,7 +439,6 @@ CFIndex comparisonsFor(CFIndex keyCount) {
         return CFEqual(left, right);
     };
     auto dictionary = adopt(CFDictionaryCreateMutable(nullptr, 0, &callBacks, nullptr));
-    const auto key = [](CFIndex i) { return makeString("KEY" + std::to_string(i) + ".m4r"); };
     for (CFIndex i = 0; i < keyCount; ++i) {
         CFDictionarySetValue(dictionary.get(), key(i).get(), nullptr);
     }
@@ -440,7 +457,36 @@ TEST(Dictionary, LooksAtOneKeyForEachOperationHoweverManyThereAre) {
     // One to find a key that is there, one to remove it; nearly all others are told apart by their
     // hashes.
     for (const CFIndex keyCount : {CFIndex{10}, CFIndex{1000}, CFIndex{20000}}) {
-        EXPECT_LE(comparisonsFor(keyCount), 2 * keyCount + keyCount / 10);
+        EXPECT_LE(comparisonsFor(keyCount, shortKey), 2 * keyCount + keyCount / 10);
+    }
+}
+
+/// All of one CFHash, which does not look at the place where they differ.
+CFRef<CFStringRef> longKey(CFIndex i) {
+    const std::string number = std::to_string(i);
+    return makeString(std::string(40, 'k') + std::string(10 - number.size(), '0') + number +
+                      std::string(350, 'k'));
+}
+
+/// All of one CFHash, too: in each four units 257 steps of the last make one of the last but one.
+CFRef<CFStringRef> wideKey(CFIndex i) {
+    std::vector<UniChar> units;
+    for (int bit = 0; bit < 20; ++bit) {
+        const bool isSet = (i >> bit & 1) != 0;
+        units.insert(units.end(), {'k', 'k', UniChar(isSet ? 0x500 : 0x501),
+                                   UniChar(isSet ? 0x600 : 0x600 - 257)});
+    }
+    return adopt(
+        CFStringCreateWithCharacters(nullptr, units.data(), static_cast<CFIndex>(units.size())));
+}
+
+TEST(Dictionary, LooksAtOneKeyForEachOperationAlsoWhenAllKeysHaveOneHash) {
+    for (auto* key : {longKey, wideKey}) {
+        ASSERT_EQ(CFHash(key(0).get()), CFHash(key(19999).get()));
+        ASSERT_EQ(CFHash(key(0).get()), CFHash(key(12345).get()));
+        for (const CFIndex keyCount : {CFIndex{10}, CFIndex{1000}, CFIndex{20000}}) {
+            EXPECT_LE(comparisonsFor(keyCount, key), 2 * keyCount + keyCount / 10);
+        }
     }
 }
 

@@ -3,7 +3,9 @@
  *
  * A dictionary enumerates in the order in which its keys were first added: replacing a value keeps
  * the place, removing a key and adding it again moves it to the end, and a copy keeps the order.
- * Looking up, adding and removing are O(1) on average.
+ * Looking up, adding and removing are O(1) on average, also when keys are strings that somebody has
+ * made to have one CFHash: with the hash of kCFTypeDictionaryKeyCallBacks strings are hashed in full,
+ * and differently in each process.
  */
 #ifndef COREFOUNDATION_CFDICTIONARY_H
 #define COREFOUNDATION_CFDICTIONARY_H
