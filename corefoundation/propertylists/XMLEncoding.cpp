@@ -1,8 +1,12 @@
 #include "corefoundation/propertylists/XMLEncoding.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
 #include <cstdint>
 #include <iconv.h>
+#include <new>
 
 namespace krl::cf {
 namespace {
@@ -33,13 +37,42 @@ std::string lowercase(std::string_view text) {
     return result;
 }
 
-bool isNumberedSet(std::string_view name, std::string_view prefix) {
+/// The number behind a prefix, when a name is made of these two; 0 when it is not.
+unsigned numberBehind(std::string_view name, std::string_view prefix) {
+    unsigned number = 0;
     if (!name.starts_with(prefix)) {
-        return false;
+        return 0;
     }
-    name.remove_prefix(prefix.size());
-    return !name.empty() && name.size() <= 2 &&
-           std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
+    const char* const last = name.data() + name.size();
+    const auto [end, error] = std::from_chars(name.data() + prefix.size(), last, number);
+    return error == std::errc() && end == last ? number : 0;
+}
+
+/// The part of ISO-8859 that a name stands for, by any of the names that it is registered under; 0
+/// for another encoding.
+unsigned partOfIso8859(std::string_view name) {
+    // The alphabets are numbered otherwise than the parts of the standard.
+    constexpr unsigned kPartOfAlphabet[] = {0, 1, 2, 3, 4, 9, 10, 13, 14, 15, 16};
+    // As in "iso_8859-1:1987".
+    const std::string_view withoutYear = name.substr(0, name.find(':'));
+    for (const auto prefix : {"iso-8859-", "iso_8859-", "iso8859-", "iso8859"}) {
+        if (const unsigned part = numberBehind(withoutYear, prefix)) {
+            return part <= 16 && part != 12 ? part : 0;
+        }
+    }
+    for (const auto prefix : {"latin", "latin-", "l", "csisolatin"}) {
+        if (const unsigned alphabet = numberBehind(name, prefix)) {
+            return alphabet < std::size(kPartOfAlphabet) ? kPartOfAlphabet[alphabet] : 0;
+        }
+    }
+    const bool isFirst = name == "iso-ir-100" || name == "ibm819" || name == "cp819";
+    return isFirst ? 1 : 0;
+}
+
+bool isNameOfAscii(std::string_view name) {
+    constexpr std::string_view kNames[] = {"us-ascii", "ascii",  "ansi_x3.4-1968", "iso646-us",
+                                           "us",       "ibm367", "cp367",          "csascii"};
+    return std::find(std::begin(kNames), std::end(kNames), name) != std::end(kNames);
 }
 
 /// What a declared name means to the converter; empty when it is not one of ours. The converter
@@ -48,12 +81,19 @@ std::string converterName(const std::string& declared) {
     if (declared == kUtf8 || declared == "utf8") {
         return std::string(kUtf8);
     }
-    if (declared == "us-ascii" || declared == "ascii") {
+    if (isNameOfAscii(declared)) {
         return "iso-8859-1";
     }
-    const bool known =
-        isNumberedSet(declared, "iso-8859-") || isNumberedSet(declared, "windows-125");
-    return known ? declared : std::string();
+    if (const unsigned part = partOfIso8859(declared)) {
+        return "iso-8859-" + std::to_string(part);
+    }
+    for (const auto prefix : {"windows-", "cp"}) {
+        const unsigned page = numberBehind(declared, prefix);
+        if (page >= 1250 && page <= 1258) {
+            return "windows-" + std::to_string(page);
+        }
+    }
+    return {};
 }
 
 /// The encoding that the declaration at the document's start names; empty when it names none.
@@ -78,7 +118,11 @@ std::string declaredEncoding(std::string_view text) {
 /// The system's converter, which closes itself.
 class Converter {
 public:
-    explicit Converter(const std::string& from) : handle_(iconv_open("UTF-8", from.c_str())) {}
+    explicit Converter(const std::string& from) : handle_(iconv_open("UTF-8", from.c_str())) {
+        if (!isOpen() && errno == ENOMEM) {
+            throw std::bad_alloc();
+        }
+    }
 
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
@@ -90,20 +134,23 @@ public:
     }
 
     std::optional<std::string> convert(std::string_view bytes) {
-        constexpr size_t kLargestGrowth = 4; // no unit of any encoding gives more bytes of UTF-8
         if (!isOpen()) {
             return std::nullopt;
         }
-        std::string result(bytes.size() * kLargestGrowth, '\0');
-        char* in =
-            const_cast<char*>(bytes.data()); // iconv only reads, whatever its declaration says
-        size_t inLeft = bytes.size();
-        char* out = result.data();
-        size_t outLeft = result.size();
-        if (iconv(handle_, &in, &inLeft, &out, &outLeft) == static_cast<size_t>(-1)) {
-            return std::nullopt;
+        std::string result;
+        result.reserve(bytes.size());
+        std::array<char, 65536> piece;
+        // iconv only reads, whatever its declaration says.
+        char* in = const_cast<char*>(bytes.data());
+        for (size_t inLeft = bytes.size(); inLeft > 0;) {
+            char* out = piece.data();
+            size_t outLeft = piece.size();
+            const size_t converted = iconv(handle_, &in, &inLeft, &out, &outLeft);
+            if (converted == static_cast<size_t>(-1) && errno != E2BIG) {
+                return std::nullopt;
+            }
+            result.append(piece.data(), out);
         }
-        result.resize(result.size() - outLeft);
         return result;
     }
 

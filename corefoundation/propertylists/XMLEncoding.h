@@ -27,7 +27,8 @@ private:
 
 /// Finds out a document's encoding and converts it. A byte order mark (UTF-8, UTF-16, UTF-32)
 /// decides; then the declaration, which may name UTF-8, US-ASCII (read as ISO-8859-1), one of the
-/// ISO-8859 and one of the windows-125x encodings; a document without either is UTF-8.
+/// ISO-8859 (also as latin1 and the like) and one of the windows-125x encodings; a document without
+/// either is UTF-8.
 /// @return none when the declared encoding is another, or the bytes do not belong to the encoding.
 ///         UTF-8 is not checked.
 std::optional<Utf8Document> convertToUtf8(std::string_view bytes);
