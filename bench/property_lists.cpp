@@ -83,7 +83,7 @@ void compareWriting(const std::shared_ptr<std::string>& text, const std::string&
                          std::free(written);
                      }
                  }},
-            "objects to XML, keys sorted; peer libplist alone");
+            "objects to XML; peer libplist alone");
 }
 
 } // namespace

@@ -1,14 +1,16 @@
 #include <CoreFoundation/CFPropertyList.h>
 
-#include "corefoundation/propertylists/PlistNode.h"
+#include "corefoundation/propertylists/PropertyListReader.h"
 #include "corefoundation/propertylists/PropertyListWriter.h"
-#include "corefoundation/propertylists/XMLDocument.h"
 #include "corefoundation/propertylists/XMLEncoding.h"
+#include "corefoundation/values/CFStringInternal.h"
+
+#include <new>
 
 namespace krl::cf {
 namespace {
 
-/// The tree that a document holds, or null with the reason in error.
+/// The tree that a document holds, or null with the reason in error. Memory that runs out is thrown.
 CFRef<CFTypeRef> readDocument(std::string_view bytes, CFOptionFlags mutability,
                               std::string& error) {
     const auto document = convertToUtf8(bytes);
@@ -16,18 +18,16 @@ CFRef<CFTypeRef> readDocument(std::string_view bytes, CFOptionFlags mutability,
         error = "its encoding is not known";
         return nullptr;
     }
-    const CheckedDocument checked = checkDocument(document->text());
-    if (!checked.error.empty()) {
-        error = checked.error;
+    return readPropertyList(document->text(), mutability, error);
+}
+
+/// Null when there is no memory for it either.
+CFStringRef createReason(std::string_view error) {
+    try {
+        return createStringFromUtf8("No property list: " + std::string(error));
+    } catch (const std::bad_alloc&) {
         return nullptr;
     }
-    const PlistOwner node = parseXML(checked.text());
-    auto tree = node != nullptr ? readPlistNode(node.get(), mutability, checked.placeholders)
-                                : CFRef<CFTypeRef>();
-    if (!tree) {
-        error = "it cannot be read";
-    }
-    return tree;
 }
 
 } // namespace
@@ -40,12 +40,17 @@ CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef, CFDataRef xmlD
                                                   CFStringRef* errorString) noexcept {
     const std::string_view bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(xmlData)),
                                  static_cast<size_t>(CFDataGetLength(xmlData)));
-    std::string error;
-    auto tree = readDocument(bytes, mutabilityOption, error);
+    CFRef<CFTypeRef> tree;
+    CFStringRef reason = nullptr;
+    try {
+        std::string error;
+        tree = readDocument(bytes, mutabilityOption, error);
+        reason = tree || errorString == nullptr ? nullptr : createReason(error);
+    } catch (const std::bad_alloc&) {
+        reason = errorString == nullptr ? nullptr : createReason("memory has run out");
+    }
     if (errorString != nullptr) {
-        *errorString = tree ? nullptr
-                            : CFStringCreateWithFormat(
-                                  nullptr, nullptr, CFSTR("No property list: %s"), error.c_str());
+        *errorString = reason;
     }
     return tree.leak();
 }
@@ -54,9 +59,9 @@ CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef, CFPropertyListRef property
     if (!isPropertyList(propertyList)) {
         return nullptr;
     }
-    const std::string xml = writePropertyList(propertyList);
-    return CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(xml.data()),
-                        static_cast<CFIndex>(xml.size()));
+    ByteBuffer xml;
+    writePropertyList(xml, propertyList);
+    return freeze(xml.takeIntoData());
 }
 
 Boolean CFPropertyListIsValid(CFPropertyListRef propertyList,

@@ -9,7 +9,7 @@
  *     otherwise. Indices and ranges must lie inside the object; this is not checked.
  *  3. The allocator argument is there for the platform's sake. All memory comes from malloc,
  *     whichever allocator is named. Running out of memory ends the process; no function returns
- *     NULL for it.
+ *     NULL for it but CFPropertyListCreateFromXMLData.
  *  4. Reference counts are atomic. An immutable object may be used by several threads at once, a
  *     mutable one by one thread at a time.
  *  5. Callbacks must not throw.

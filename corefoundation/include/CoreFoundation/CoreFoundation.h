@@ -1,6 +1,5 @@
 /**
- * All of the CoreFoundation subset. CFRef.h, which is for C++, and the libplist bridge
- * CFPropertyListPlist.h are included on their own.
+ * All of the CoreFoundation subset. CFRef.h, which is for C++, is included on its own.
  */
 #ifndef COREFOUNDATION_COREFOUNDATION_H
 #define COREFOUNDATION_COREFOUNDATION_H
