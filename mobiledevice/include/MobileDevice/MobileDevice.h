@@ -72,8 +72,36 @@ enum {
     kAFCWouldBlock = 19
 };
 
-/** Statuses that a provider makes itself. All others are the phone's: those of its file service
- *  stand above, those of its gate keeper (pairing, sessions, services) are below 0. */
+/** X(name, status) for every error that the phone's gate keeper (pairing, sessions, services) has a
+ *  name for. */
+#define MOBILEDEVICE_LOCKDOWN_ERRORS(X)                                                            \
+    X(MissingKey, -11)                                                                             \
+    X(MissingValue, -12)                                                                           \
+    X(GetProhibited, -13)                                                                          \
+    X(SetProhibited, -14)                                                                          \
+    X(PasswordProtected, -17)                                                                      \
+    X(UserDeniedPairing, -18)                                                                      \
+    X(PairingDialogResponsePending, -19)                                                           \
+    X(MissingHostID, -20)                                                                          \
+    X(InvalidHostID, -21)                                                                          \
+    X(SessionActive, -22)                                                                          \
+    X(SessionInactive, -23)                                                                        \
+    X(MissingSessionID, -24)                                                                       \
+    X(InvalidSessionID, -25)                                                                       \
+    X(MissingService, -26)                                                                         \
+    X(InvalidService, -27)                                                                         \
+    X(ServiceLimit, -28)                                                                           \
+    X(MissingPairRecord, -29)                                                                      \
+    X(InvalidPairRecord, -31)                                                                      \
+    X(ServiceProhibited, -34)
+
+/** Its statuses: kAMDInvalidHostID and so on. */
+#define MOBILEDEVICE_LOCKDOWN_STATUS(name, status) kAMD##name = (status),
+
+enum { MOBILEDEVICE_LOCKDOWN_ERRORS(MOBILEDEVICE_LOCKDOWN_STATUS) };
+
+/** Statuses that a provider makes itself. All others are the phone's: those of its file service and
+ *  of its gate keeper stand above. */
 enum {
     kAMDInvalidHandle = 64,       /**< null, stale, or not what the function asks for */
     kAMDNotConnected = 65,        /**< no connection, or it was lost, or could not be made */

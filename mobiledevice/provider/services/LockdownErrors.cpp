@@ -11,27 +11,9 @@ struct KnownError {
     int32_t number;
 };
 
-constexpr KnownError kKnownErrors[] = {
-    {"MissingKey", -11},
-    {"MissingValue", -12},
-    {"GetProhibited", -13},
-    {"SetProhibited", -14},
-    {"PasswordProtected", -17},
-    {"UserDeniedPairing", -18},
-    {"PairingDialogResponsePending", -19},
-    {"MissingHostID", -20},
-    {"InvalidHostID", -21},
-    {"SessionActive", -22},
-    {"SessionInactive", -23},
-    {"MissingSessionID", -24},
-    {"InvalidSessionID", -25},
-    {"MissingService", -26},
-    {"InvalidService", -27},
-    {"ServiceLimit", -28},
-    {"MissingPairRecord", -29},
-    {"InvalidPairRecord", -31},
-    {"ServiceProhibited", -34},
-};
+#define KRL_KNOWN_ERROR(name, status) {#name, status},
+constexpr KnownError kKnownErrors[] = {MOBILEDEVICE_LOCKDOWN_ERRORS(KRL_KNOWN_ERROR)};
+#undef KRL_KNOWN_ERROR
 
 } // namespace
 
