@@ -17,6 +17,9 @@ decltype(AMDeviceSetCallTimeout) AMDeviceSetCallTimeout = nullptr;
 decltype(AMDevicePair) AMDevicePair = nullptr;
 decltype(AMDeviceUnpair) AMDeviceUnpair = nullptr;
 decltype(AMDeviceCheckSessionSupport) AMDeviceCheckSessionSupport = nullptr;
+decltype(AMDeviceCancelCalls) AMDeviceCancelCalls = nullptr;
+decltype(AMDeviceGetTransferredBytes) AMDeviceGetTransferredBytes = nullptr;
+decltype(AMDeviceWaitForAttached) AMDeviceWaitForAttached = nullptr;
 
 decltype(AFCConnectionOpen) AFCConnectionOpen = nullptr;
 decltype(AFCConnectionClose) AFCConnectionClose = nullptr;

@@ -14,7 +14,7 @@
  *  - Null or stale handles (closed, or of a phone that is gone) are answered with a status, never
  *    with a crash. Closing a handle twice is such a case.
  *  - A silent phone fails a call once the deadline is over (AMDeviceSetCallTimeout); a phone that
- *    is pulled out fails it at once.
+ *    is pulled out fails it at once, and so does AMDeviceCancelCalls.
  *  - Calls may come from any thread, for one phone from one thread at a time.
  *  - On failure, out-parameters are left as they were unless the function says otherwise.
  */
@@ -119,7 +119,11 @@ enum {
     kAMDCertificateExpired = 76, /**< a certificate of the pairing is not valid at this time */
     kAMDCertificateRefused = 77, /**< the phone refuses this computer's certificate */
     kAMDNoSsl3 = 78, /**< SSL 3.0 is asked for, and this computer's NSS speaks it no more */
-    kAMDPairRecordNotKept = 79 /**< the mux daemon does not save or delete the pair record */
+    kAMDPairRecordNotKept = 79,    /**< the mux daemon does not save or delete the pair record */
+    kAMDNoMuxDaemon = 80,          /**< there is no mux daemon, or it takes no connection */
+    kAMDCancelled = 81,            /**< AMDeviceCancelCalls has ended the connection */
+    kAFCCancelled = kAMDCancelled, /**< likewise, from the file service */
+    kAMDWrongDevice = 82 /**< the phone says that it is another than the mux daemon says */
 };
 
 /** How AFCFileRefOpen opens a file. */
@@ -141,6 +145,19 @@ MOBILEDEVICE_EXTERN
 int32_t (*AMDeviceNotificationSubscribe)(am_device_notification_callback callback, uint32_t unused0,
                                          uint32_t unused1, void* cookie,
                                          am_device_notification** notification);
+
+/**
+ * Waits until the arrivals of all phones that are attached by now stand ready for the subscribing
+ * thread's run loop, which delivers them when it runs next, one at a time: a phone that is there
+ * needs no waiting for. For a subscription's own thread. May be missing in another provider.
+ *
+ * @param timeoutMs  how long to wait at most; 0 is the deadline of all calls.
+ * @return 0 when they are ready, also when there are none; kAMDNoMuxDaemon when nobody can be asked
+ *         what is attached; kAMDTimedOut; kAMDCancelled after AMDeviceCancelCalls for all devices;
+ *         kAMDNotConnected when the answer is of no use; kAMDInvalidHandle.
+ */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceWaitForAttached)(am_device_notification* notification,
+                                                       uint32_t timeoutMs);
 
 /**
  * Ends a subscription (am_device_notification) or a notification proxy (am_service). The handle is
@@ -184,8 +201,12 @@ MOBILEDEVICE_EXTERN int32_t (*AMDevicePair)(am_device* device);
  */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceUnpair)(am_device* device);
 
-/** Starts a session on the connection, which AMDeviceStartService needs. Encrypted when the phone
- *  asks for it: the newest protocol that both speak, down to SSL 3.0. */
+/**
+ * Starts a session on the connection, which AMDeviceStartService needs. Encrypted when the phone
+ * asks for it: SSL 3.0 and nothing else is offered to firmware below 2.0, TLS to later; the other of
+ * them once, on a new connection in place of this one, if that fails. Before the first session of a
+ * plugging-in the phone is asked for its firmware.
+ */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartSession)(am_device* device);
 
 /** Stops the session. */
@@ -198,7 +219,8 @@ MOBILEDEVICE_EXTERN int32_t (*AMDeviceStartService)(am_device* device, CFStringR
 
 /**
  * A value of the phone, or null when there is none or the phone cannot be asked. The caller
- * releases it. A null domain is the default one; with a null key the value is a dictionary of all
+ * releases it. "UniqueDeviceID" is always what the mux daemon says of the phone: one that says
+ * another loses the connection. A null domain is the default one; with a null key the value is a dictionary of all
  * the domain's values.
  */
 MOBILEDEVICE_EXTERN CFTypeRef (*AMDeviceCopyValue)(am_device* device, CFStringRef domain,
@@ -210,8 +232,10 @@ MOBILEDEVICE_EXTERN int32_t (*AMDPostNotification)(am_service* proxy, CFStringRe
 
 /**
  * Sets for how many milliseconds the phone may be silent before a call fails, in the whole
- * process. 0 restores the default of 10,000. Silence: no byte comes and none can be sent; a slow
- * phone that keeps moving is waited for. May be missing in another provider.
+ * process. 0 restores the default of 10,000. Silence: no byte comes and none can be sent. A slow
+ * phone that keeps moving is waited for longer, but not for ever: a request with its answer takes
+ * twice as long at most, and a second more for each 16 KiB that it moves. May be missing in another
+ * provider.
  */
 MOBILEDEVICE_EXTERN void (*AMDeviceSetCallTimeout)(uint32_t timeoutMs);
 
@@ -221,6 +245,29 @@ MOBILEDEVICE_EXTERN void (*AMDeviceSetCallTimeout)(uint32_t timeoutMs);
  * missing in another provider.
  */
 MOBILEDEVICE_EXTERN int32_t (*AMDeviceCheckSessionSupport)(void);
+
+/**
+ * Ends all calls under way on a device, or on all devices when it is null, from any thread; not to
+ * be called by a signal handler.
+ *
+ * Every connection to the device ends: lockdown, services, files and the questions to the mux
+ * daemon. Calls that wait on them return kAMDCancelled (kAFCCancelled) within 50 ms, and so does,
+ * at once, each later call on one of these connections until it is closed. A file that was being
+ * written stays on the phone as far as it came. Connections made from now on are as good as any:
+ * AMDeviceConnect opens the phone anew. While AMDevicePair makes its keys it is not ended; it
+ * fails when they are made. May be missing in another provider.
+ *
+ * @return 0, also when nothing was under way; kAMDInvalidHandle for a stale handle.
+ */
+MOBILEDEVICE_EXTERN int32_t (*AMDeviceCancelCalls)(am_device* device);
+
+/**
+ * How far the file under way has come: how many bytes of the file that was opened last on the
+ * device the phone has confirmed as written, or has delivered. From any thread, beside a call that
+ * moves them; never waits. 0 for a stale handle, and while nothing has moved. May be missing in
+ * another provider.
+ */
+MOBILEDEVICE_EXTERN uint64_t (*AMDeviceGetTransferredBytes)(am_device* device);
 
 /* ------------------------------------------------------------------ file service */
 

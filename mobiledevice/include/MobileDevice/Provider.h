@@ -15,7 +15,7 @@ extern "C" {
 #endif
 
 /** Rises whenever a function is added, dropped or means something else. */
-#define MOBILEDEVICE_PROVIDER_VERSION 2u
+#define MOBILEDEVICE_PROVIDER_VERSION 4u
 
 /** X(function) for every function that a provider must have. */
 #define MOBILEDEVICE_REQUIRED_FUNCTIONS(X)                                                         \
@@ -56,7 +56,10 @@ extern "C" {
     X(AMDeviceSetCallTimeout)                                                                      \
     X(AMDevicePair)                                                                                \
     X(AMDeviceUnpair)                                                                              \
-    X(AMDeviceCheckSessionSupport)
+    X(AMDeviceCheckSessionSupport)                                                                 \
+    X(AMDeviceCancelCalls)                                                                         \
+    X(AMDeviceGetTransferredBytes)                                                                 \
+    X(AMDeviceWaitForAttached)
 
 #define MOBILEDEVICE_FUNCTIONS(X)                                                                  \
     MOBILEDEVICE_REQUIRED_FUNCTIONS(X)                                                             \
