@@ -12,7 +12,7 @@
 #include <optional>
 #include <string_view>
 
-namespace krl::provider {
+namespace krl {
 
 namespace {
 
@@ -41,6 +41,10 @@ std::optional<HostAndPort> hostAndPort(std::string_view setting) {
         host = host.substr(1, host.size() - 2);
     }
     return HostAndPort{std::string(host), std::string(port)};
+}
+
+std::optional<HostAndPort> networkPlace(std::string_view setting) {
+    return setting.starts_with(kUnixPrefix) ? std::nullopt : hostAndPort(setting);
 }
 
 std::vector<SocketAddress> unixAddress(std::string_view path) {
@@ -81,12 +85,17 @@ std::string muxSetting() {
 }
 
 std::vector<SocketAddress> muxAddresses(const std::string& setting) {
-    const std::string_view text = setting;
-    if (text.starts_with(kUnixPrefix) && text.size() > kUnixPrefix.size()) {
-        return unixAddress(text.substr(kUnixPrefix.size()));
-    }
-    const auto place = text.starts_with(kUnixPrefix) ? std::nullopt : hostAndPort(text);
-    return place ? networkAddresses(*place) : unixAddress(kUsualPath);
+    const auto place = networkPlace(setting);
+    return place ? networkAddresses(*place) : unixAddress(muxSocketPath(setting));
 }
 
-} // namespace krl::provider
+std::string muxSocketPath(const std::string& setting) {
+    if (networkPlace(setting)) {
+        return "";
+    }
+    const std::string_view text = setting;
+    const bool namesPath = text.starts_with(kUnixPrefix) && text.size() > kUnixPrefix.size();
+    return std::string(namesPath ? text.substr(kUnixPrefix.size()) : kUsualPath);
+}
+
+} // namespace krl

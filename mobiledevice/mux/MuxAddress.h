@@ -1,5 +1,5 @@
-// Where the mux daemon listens, by the rules of libusbmuxd, through which everything else reaches
-// it.
+// Where the mux daemon listens, by the rules that all its clients follow: the provider, and who says
+// why it reaches nobody.
 #pragma once
 
 #include <sys/socket.h>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace krl::provider {
+namespace krl {
 
 struct SocketAddress {
     sockaddr_storage storage{};
@@ -22,4 +22,7 @@ std::string muxSetting();
 /// time.
 std::vector<SocketAddress> muxAddresses(const std::string& setting);
 
-} // namespace krl::provider
+/// The path of the daemon's socket; empty for an address on the network.
+std::string muxSocketPath(const std::string& setting);
+
+} // namespace krl

@@ -9,7 +9,7 @@
 
 #include <cstring>
 
-namespace krl::provider::testing {
+namespace krl::testing {
 namespace {
 
 // An address as a text: a path, or a number and a port.
@@ -73,4 +73,4 @@ TEST(MuxAddress, OfAHostThatIsNoneIsNone) {
 }
 
 } // namespace
-} // namespace krl::provider::testing
+} // namespace krl::testing
