@@ -1,11 +1,9 @@
 #include "mobiledevice/provider/security/Pairing.h"
 
-#include "mobiledevice/provider/wire/Text.h"
 #include "nss/Certificates.h"
 #include "nss/Keys.h"
 #include "nss/Runtime.h"
-
-#include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CFText.h>
 #include <CoreFoundation/CoreFoundation.h>
 #include <MobileDevice/MobileDevice.h>
 
@@ -37,7 +35,7 @@ std::string certificateFor(const char* name, SECKEYPublicKey* key, const nss::Ke
 std::string newHostId() {
     const auto uuid = cf::adopt(CFUUIDCreate(nullptr));
     const auto text = cf::adopt(CFUUIDCreateString(nullptr, uuid.get()));
-    return utf8(text.get()).value_or("");
+    return cf::utf8(text.get()).value_or("");
 }
 
 } // namespace
@@ -46,7 +44,6 @@ int32_t newPairRecord(const PairingFacts& facts, PlistRef& record) {
     if (!nss::start()) {
         return kAMDSessionNotSupported;
     }
-    const nss::OldProtocols allowed;
     const nss::PublicKey deviceKey = nss::parsePublicKey(facts.devicePublicKey);
     if (!deviceKey) {
         return kAMDBadReply;

@@ -1,7 +1,6 @@
 #include "mobiledevice/provider/wire/PlistRef.h"
 
 #include <cstdlib>
-#include <limits>
 #include <new>
 #include <string_view>
 
@@ -28,12 +27,7 @@ bool isWhole(std::string_view document) {
 
 PlistRef parseDictionary(std::span<const std::byte> bytes) {
     const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    if (!isWhole(document) || document.size() > std::numeric_limits<uint32_t>::max()) {
-        return nullptr;
-    }
-    plist_t node = nullptr;
-    plist_from_memory(document.data(), static_cast<uint32_t>(document.size()), &node);
-    PlistRef root(node);
+    PlistRef root = isWhole(document) ? plist::readBounded(document) : nullptr;
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) {
         return nullptr;
     }
@@ -50,6 +44,10 @@ PlistRef newDictionary() {
 
 void setString(const PlistRef& dictionary, const char* key, const std::string& value) {
     plist_dict_set_item(dictionary.get(), key, plist_new_string(value.c_str()));
+}
+
+void setUnsigned(const PlistRef& dictionary, const char* key, uint64_t value) {
+    plist_dict_set_item(dictionary.get(), key, plist_new_uint(value));
 }
 
 void setData(const PlistRef& dictionary, const char* key, const std::string& bytes) {
@@ -100,6 +98,21 @@ std::optional<std::string> dataAt(const PlistRef& dictionary, const char* key) {
 PlistRef dictionaryAt(const PlistRef& dictionary, const char* key) {
     plist_t node = nodeAt(dictionary, key, PLIST_DICT);
     return PlistRef(node == nullptr ? nullptr : plist_copy(node));
+}
+
+std::optional<std::vector<PlistRef>> dictionariesAt(const PlistRef& dictionary, const char* key) {
+    plist_t array = nodeAt(dictionary, key, PLIST_ARRAY);
+    if (array == nullptr) {
+        return std::nullopt;
+    }
+    std::vector<PlistRef> found;
+    for (uint32_t i = 0; i < plist_array_get_size(array); ++i) {
+        plist_t item = plist_array_get_item(array, i);
+        if (plist_get_node_type(item) == PLIST_DICT) {
+            found.emplace_back(plist_copy(item));
+        }
+    }
+    return found;
 }
 
 std::string xmlOf(const PlistRef& list) {

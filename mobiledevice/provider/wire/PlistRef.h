@@ -1,6 +1,8 @@
 // libplist's nodes with an owner, and checked looks into dictionaries that a phone has sent.
 #pragma once
 
+#include "plist/Bounded.h"
+
 #include <plist/plist.h>
 
 #include <cstdint>
@@ -8,23 +10,23 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace krl::provider {
 
-struct PlistFree {
-    void operator()(plist_t node) const { plist_free(node); }
-};
-
 /// Owns a root node.
-using PlistRef = std::unique_ptr<void, PlistFree>;
+using PlistRef = plist::Owned;
 
-/// Reads a dictionary, XML or binary; null if the bytes are anything else.
+/// Reads a dictionary, XML or binary; null if the bytes are anything else, or are beyond the bounds
+/// of plist/Bounded.h.
 PlistRef parseDictionary(std::span<const std::byte> bytes);
 
 /// An empty dictionary.
 PlistRef newDictionary();
 
 void setString(const PlistRef& dictionary, const char* key, const std::string& value);
+
+void setUnsigned(const PlistRef& dictionary, const char* key, uint64_t value);
 
 void setData(const PlistRef& dictionary, const char* key, const std::string& bytes);
 
@@ -37,6 +39,9 @@ std::optional<std::string> dataAt(const PlistRef& dictionary, const char* key);
 
 /// A copy of the dictionary under a key, null if there is none.
 PlistRef dictionaryAt(const PlistRef& dictionary, const char* key);
+
+/// Copies of the dictionaries in the array under a key; nothing if there is none.
+std::optional<std::vector<PlistRef>> dictionariesAt(const PlistRef& dictionary, const char* key);
 
 bool hasKey(const PlistRef& dictionary, const char* key);
 
