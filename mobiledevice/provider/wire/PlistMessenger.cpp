@@ -1,5 +1,7 @@
 #include "mobiledevice/provider/wire/PlistMessenger.h"
 
+#include "mobiledevice/provider/wire/IoStatus.h"
+
 #include <MobileDevice/MobileDevice.h>
 #include <endian.h>
 
@@ -15,7 +17,7 @@ namespace krl::provider {
 namespace {
 
 // All of a phone's values together take some tens of kilobytes.
-constexpr uint32_t kMaxMessageBytes = 4 * 1024 * 1024;
+constexpr uint32_t kMaxMessageBytes = plist::kMostBytes;
 
 } // namespace
 
@@ -26,6 +28,7 @@ int32_t PlistMessenger::send(const PlistRef& message) {
     if (xml.empty()) {
         return kAMDNoResources;
     }
+    channel_->beginExchange();
     uint32_t header = htobe32(static_cast<uint32_t>(xml.size()));
     std::array<iovec, 2> parts{iovec{&header, sizeof header}, iovec{xml.data(), xml.size()}};
     return failed(channel_->send(parts));
@@ -55,17 +58,10 @@ int32_t PlistMessenger::badReply() {
 }
 
 int32_t PlistMessenger::failed(IoResult result) {
-    switch (result) {
-    case IoResult::Done:
-        return 0;
-    case IoResult::Closed:
-        channel_->shutdown();
-        return kAMDNotConnected;
-    case IoResult::TimedOut:
-        channel_->shutdown();
-        return kAMDTimedOut;
+    if (result != IoResult::Done) {
+        channel_->shutdown(); // of one that was cancelled already this changes nothing
     }
-    return kAMDNotConnected;
+    return statusOf(result);
 }
 
 } // namespace krl::provider

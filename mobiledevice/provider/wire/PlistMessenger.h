@@ -15,6 +15,7 @@ class PlistMessenger {
 public:
     explicit PlistMessenger(std::shared_ptr<Channel> channel);
 
+    /// Sends one message, with which an exchange begins.
     [[nodiscard]] int32_t send(const PlistRef& message);
 
     /// Receives one message; one that is no dictionary is a bad reply.

@@ -1,10 +1,11 @@
+#include "tests/mobiledevice/provider/Descriptors.h"
 #include "tests/mobiledevice/provider/SocketPair.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -61,6 +62,87 @@ TEST(Channel, SendsMoreThanTheSocketHolds) {
     EXPECT_TRUE(heard == first + second);
 }
 
+/// More than any socket holds, on its way in parts.
+class Bulk {
+public:
+    explicit Bulk(Channel& channel) : channel_(channel) {}
+
+    IoResult sendUntilHeard() { return channel_.sendUntilHeard(rest_, hasGone_); }
+
+    IoResult sendTheRest() { return channel_.send(rest_); }
+
+    bool hasGone() const { return hasGone_; }
+
+    const std::string& text() const { return text_; }
+
+private:
+    std::string text_ = bytesOf(8'000'000);
+    std::array<iovec, 2> parts_{iovec{text_.data(), 100}, {text_.data() + 100, text_.size() - 100}};
+    std::span<iovec> rest_ = parts_;
+    bool hasGone_ = true;
+    Channel& channel_;
+};
+
+/// What the peer makes of the text.
+using Reads = std::string (*)(std::string);
+
+void expectToStopForNews(SocketPair& pair, Reads encode) {
+    Bulk bulk(*pair.channel());
+    pair.say(encode("news"));
+    EXPECT_EQ(bulk.sendUntilHeard(), IoResult::Done);
+    EXPECT_FALSE(bulk.hasGone());
+    EXPECT_EQ(pair.channel()->heldBytes(), 4u);
+    pair.say(encode("more"));
+    EXPECT_EQ(bulk.sendUntilHeard(), IoResult::Done);
+    EXPECT_EQ(pair.channel()->heldBytes(), 8u);
+    EXPECT_EQ(received(*pair.channel(), 8), "newsmore");
+
+    std::string heard;
+    std::thread listener([&] { heard = pair.hear(bulk.text().size()); });
+    EXPECT_EQ(bulk.sendTheRest(), IoResult::Done);
+    listener.join();
+    EXPECT_TRUE(heard == encode(bulk.text()));
+}
+
+TEST(Channel, StopsSendingForNewsAndGoesOnWithTheRest) {
+    SocketPair pair;
+    expectToStopForNews(pair, [](std::string text) { return text; });
+}
+
+TEST(Channel, StopsForNoNewsWhileTheSocketTakesEverything) {
+    SocketPair pair;
+    pair.say("news");
+    std::string text = "text";
+    std::array<iovec, 1> parts{iovec{text.data(), text.size()}};
+    std::span<iovec> rest = parts;
+    bool hasGone = false;
+    EXPECT_EQ(pair.channel()->sendUntilHeard(rest, hasGone), IoResult::Done);
+    EXPECT_TRUE(hasGone);
+    EXPECT_EQ(pair.hear(4), "text");
+    EXPECT_EQ(received(*pair.channel(), 4), "news");
+}
+
+TEST(Channel, SilenceAndTheEndFailWhatIsSentUntilHeardToo) {
+    const ShortTimeout timeout(30);
+    SocketPair pair;
+    Bulk bulk(*pair.channel());
+    EXPECT_EQ(bulk.sendUntilHeard(), IoResult::TimedOut);
+    pair.endSaying();
+    EXPECT_EQ(bulk.sendUntilHeard(), IoResult::Closed);
+}
+
+TEST(Channel, NewsThatNobodyTakesDoNotGrow) {
+    SocketPair pair;
+    Bulk bulk(*pair.channel());
+    pair.say(bytesOf(20'000));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(bulk.sendUntilHeard(), IoResult::Done);
+        EXPECT_FALSE(bulk.hasGone());
+        EXPECT_EQ(pair.channel()->heldBytes(), ReceiveBuffer::kCapacity);
+    }
+    EXPECT_TRUE(received(*pair.channel(), 20'000) == bytesOf(20'000));
+}
+
 TEST(Channel, ReceivesExactlyWhatIsAskedFor) {
     SocketPair pair;
     pair.say("abcdefghij");
@@ -109,6 +191,93 @@ TEST(Channel, TheDeadlineBoundsSilenceNotTheWholeReply) {
     EXPECT_EQ(received(*pair.channel(), 15), std::string(15, 'x'));
     EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1000));
     speaker.join();
+}
+
+/// Says a byte again and again for as long as it lives.
+class Drip {
+public:
+    explicit Drip(const Peer& peer)
+        : thread_([this, &peer] {
+              while (!isOver_) {
+                  peer.say("x");
+                  std::this_thread::sleep_for(std::chrono::milliseconds(10));
+              }
+          }) {}
+
+    Drip(const Drip&) = delete;
+    Drip& operator=(const Drip&) = delete;
+
+    ~Drip() {
+        isOver_ = true;
+        thread_.join();
+    }
+
+private:
+    std::atomic<bool> isOver_ = false;
+    std::thread thread_;
+};
+
+TEST(Channel, AnExchangeEndsAsAWholeHoweverSteadilyItDrips) {
+    const ShortTimeout timeout(200);
+    SocketPair pair;
+    const Drip drip(pair);
+    pair.channel()->beginExchange();
+    std::array<std::byte, 1000> target{};
+    EXPECT_EQ(pair.channel()->receive(target), IoResult::TimedOut);
+}
+
+TEST(Channel, TheNextExchangeHasATimeOfItsOwn) {
+    const ShortTimeout timeout(200);
+    SocketPair pair;
+    const Drip drip(pair);
+    for (int i = 0; i < 4; ++i) {
+        pair.channel()->beginExchange();
+        EXPECT_EQ(received(*pair.channel(), 15), std::string(15, 'x'));
+    }
+}
+
+TEST(Channel, AnExchangeThatMovesALotIsGivenTheTimeForIt) {
+    const ShortTimeout timeout(50);
+    SocketPair pair;
+    const std::string part(4096, 'x');
+    std::thread speaker([&] {
+        for (int i = 0; i < 16; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            pair.say(part);
+        }
+    });
+    pair.channel()->beginExchange();
+    EXPECT_TRUE(received(*pair.channel(), 16 * part.size()) == std::string(16 * part.size(), 'x'));
+    speaker.join();
+}
+
+/// A handshake that is never content.
+class EndlessHandshake final : public Encryption {
+public:
+    explicit EndlessHandshake(Channel& channel) : channel_(channel) {}
+
+    Step handshake() override {
+        std::byte one{};
+        channel_.receiveNow(std::span(&one, 1));
+        return Step::WantsToReceive;
+    }
+
+    Step send(std::span<const std::byte>, size_t&) override { return Step::Closed; }
+
+    Step flush() override { return Step::Closed; }
+
+    Step receive(std::span<std::byte>, size_t&) override { return Step::Closed; }
+
+private:
+    Channel& channel_;
+};
+
+TEST(Channel, AHandshakeEndsAsAWholeHoweverSteadilyItDrips) {
+    const ShortTimeout timeout(200);
+    SocketPair pair;
+    const Drip drip(pair);
+    EXPECT_EQ(pair.channel()->beginEncryption(std::make_unique<EndlessHandshake>(*pair.channel())),
+              IoResult::TimedOut);
 }
 
 TEST(Channel, SilenceFailsAReceive) {
@@ -172,14 +341,10 @@ TEST(Channel, NothingIsReadOrSentAfterShutdown) {
 }
 
 TEST(Channel, WorksOnDescriptorsBeyond1024) {
-    rlimit limit{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    if (limit.rlim_max < 2100) {
-        GTEST_SKIP() << "only " << limit.rlim_max << " descriptors are allowed here";
+    const ManyDescriptors allowance;
+    if (!allowance.areAllowed()) {
+        GTEST_SKIP() << "so many descriptors are not allowed here";
     }
-    const rlimit before = limit;
-    limit.rlim_cur = 2100;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     const UniqueDescriptor low(ends[0]);
@@ -195,7 +360,6 @@ TEST(Channel, WorksOnDescriptorsBeyond1024) {
         std::array<std::byte, 1> target{};
         EXPECT_EQ(channel.receive(target), IoResult::TimedOut);
     }
-    ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
 // ------------------------------------------------------------------ encryption
@@ -302,6 +466,22 @@ TEST_F(EncryptedChannel, WaitsForAPeerThatIsSlowToTakeIt) {
     EXPECT_EQ(send(channel, {bytes}), IoResult::Done);
     listener.join();
     EXPECT_TRUE(heard == shifted(bytes));
+}
+
+TEST_F(EncryptedChannel, StopsSendingForNewsAndGoesOnWithTheRest) {
+    beginWell();
+    expectToStopForNews(pair, shifted);
+}
+
+TEST_F(EncryptedChannel, WhatWasNotTakenIsNotTakenForTheNextEncryptions) {
+    beginWell();
+    pair.say(shifted("farewell"));
+    EXPECT_EQ(received(channel, 4), "fare");
+    channel.endEncryption();
+    EXPECT_EQ(pair.hear(3), "end");
+    beginWell();
+    pair.say(shifted("news"));
+    EXPECT_EQ(received(channel, 4), "news");
 }
 
 TEST_F(EncryptedChannel, AHandshakeHasTheDeadlineToo) {

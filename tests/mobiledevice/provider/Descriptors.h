@@ -2,6 +2,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/resource.h>
 
 #include <cstddef>
 #include <filesystem>
@@ -24,5 +25,35 @@ inline int inheritableDescriptors() {
     }
     return count;
 }
+
+/// Lets the process have more than 2,000 descriptors while it lives, where the system allows that.
+class ManyDescriptors {
+public:
+    ManyDescriptors() {
+        areAllowed_ = ::getrlimit(RLIMIT_NOFILE, &before_) == 0 && before_.rlim_max >= kMost;
+        if (areAllowed_) {
+            rlimit limit = before_;
+            limit.rlim_cur = kMost;
+            areAllowed_ = ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
+        }
+    }
+
+    ~ManyDescriptors() {
+        if (areAllowed_) {
+            ::setrlimit(RLIMIT_NOFILE, &before_);
+        }
+    }
+
+    ManyDescriptors(const ManyDescriptors&) = delete;
+    ManyDescriptors& operator=(const ManyDescriptors&) = delete;
+
+    bool areAllowed() const { return areAllowed_; }
+
+private:
+    static constexpr rlim_t kMost = 2100;
+
+    rlimit before_{};
+    bool areAllowed_ = false;
+};
 
 } // namespace krl::provider::testing
