@@ -4,10 +4,6 @@ find_package(Threads REQUIRED)
 pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
-# The provider alone needs the mux; without it the library is built and reports that no phone can be
-# reached.
-pkg_check_modules(USBMUXD IMPORTED_TARGET libusbmuxd-2.0)
-
 # Encrypted sessions and pairing. Without it the provider refuses both with a status that says so.
 pkg_check_modules(NSS IMPORTED_TARGET nss)
 if(NOT NSS_FOUND)
@@ -23,6 +19,7 @@ if(BUILD_TESTING)
     find_package(GTest REQUIRED)
     # For the example of a foreign main loop.
     pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
-    # The peer: its library and tools prove the virtual phone.
+    # The peer: its libraries and tools prove the virtual phone.
+    pkg_check_modules(USBMUXD REQUIRED IMPORTED_TARGET libusbmuxd-2.0)
     pkg_check_modules(IMOBILEDEVICE REQUIRED IMPORTED_TARGET libimobiledevice-1.0)
 endif()

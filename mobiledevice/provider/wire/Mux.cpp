@@ -1,96 +1,182 @@
 #include "mobiledevice/provider/wire/Mux.h"
 
-#include <fcntl.h>
-#include <sys/select.h>
+#include "mobiledevice/mux/MuxAddress.h"
+#include "mobiledevice/provider/wire/IoStatus.h"
+#include "mobiledevice/provider/wire/MuxMessage.h"
+#include "mobiledevice/provider/wire/UniqueDescriptor.h"
+
+#include <MobileDevice/MobileDevice.h>
+#include <arpa/inet.h>
+#include <endian.h>
 #include <sys/socket.h>
-#include <usbmuxd.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <memory>
-#include <mutex>
+#include <array>
+#include <span>
+#include <utility>
 
-namespace krl::provider::mux {
+namespace krl::provider {
 
 namespace {
 
-using OwnedText = std::unique_ptr<char, decltype(&std::free)>;
+// A pair record, the longest answer, takes some ten kilobytes.
+constexpr size_t kMaxBodyBytes = plist::kMostBytes;
 
-// libusbmuxd waits with select(), which ends the process when it meets a descriptor beyond the
-// set's size. Such a number comes only when all smaller ones are taken; a few are left over for
-// other threads that open something meanwhile.
-constexpr int kSelectableDescriptors = FD_SETSIZE - 16;
+constexpr uint32_t kTag = 1;
 
-// Whether libusbmuxd can be called without harm now.
-bool isUsable() {
-    const UniqueDescriptor lowestFree(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return lowestFree && lowestFree.get() < kSelectableDescriptors;
+IoResult send(Channel& channel, const PlistRef& request) {
+    std::string message = muxMessage(request, kTag);
+    std::array parts{iovec{message.data(), message.size()}};
+    return channel.send(parts);
 }
 
-// libusbmuxd says this program's name in its messages, and keeps it when it writes the first one,
-// without a lock: until a call has succeeded, each is alone.
-std::mutex firstCall;
-std::atomic<bool> isFirstCallOver = false;
-
-/// What the call returns, a negative number for failure; -1 when it cannot be made.
-template <typename Call>
-int callMux(Call call) {
-    if (!isUsable()) {
-        return -1;
+int32_t receive(Channel& channel, PlistRef& answer) {
+    MuxHeader header{};
+    if (const int32_t status =
+            statusOf(channel.receive(std::as_writable_bytes(std::span(&header, 1))))) {
+        return status;
     }
-    std::unique_lock alone(firstCall, std::defer_lock);
-    if (!isFirstCallOver) {
-        alone.lock();
+    const std::optional<size_t> length = muxBodyBytes(header, kMaxBodyBytes);
+    if (!length || le32toh(header.tag) != kTag) {
+        return kAMDNotConnected;
     }
-    const int result = call();
-    if (result >= 0) {
-        isFirstCallOver = true;
+    std::vector<std::byte> body(*length);
+    if (const int32_t status = statusOf(channel.receive(body))) {
+        return status;
     }
-    return result;
+    answer = parseDictionary(body);
+    return answer ? 0 : int32_t{kAMDNotConnected};
 }
 
 } // namespace
 
-UniqueDescriptor connect(uint32_t muxId, uint16_t port) {
-    UniqueDescriptor tunnel(callMux([&] { return usbmuxd_connect(muxId, port); }));
-    if (tunnel) {
-        // A child process that inherited the tunnel would keep the phone's locks.
-        ::fcntl(tunnel.get(), F_SETFD, FD_CLOEXEC);
+MuxClient::MuxClient(Keeper keeper, End end) : keeper_(std::move(keeper)), end_(end) {}
+
+int32_t MuxClient::connect(uint32_t muxId, uint16_t port, std::shared_ptr<Channel>& tunnel) const {
+    const PlistRef request = newMuxRequest("Connect");
+    setUnsigned(request, "DeviceID", muxId);
+    setUnsigned(request, "PortNumber", htons(port)); // as an integer, and yet in network order
+    std::shared_ptr<Channel> channel;
+    PlistRef answer;
+    if (const int32_t status = ask(request, channel, answer)) {
+        return status;
     }
-    return tunnel;
-}
-
-std::optional<std::vector<std::byte>> readPairRecord(const std::string& udid) {
-    char* data = nullptr;
-    uint32_t size = 0;
-    if (callMux([&] { return usbmuxd_read_pair_record(udid.c_str(), &data, &size); }) != 0) {
-        return std::nullopt;
+    if (!isMuxConsent(answer)) {
+        return kAMDNotConnected;
     }
-    const OwnedText owned(data, &std::free);
-    const auto* bytes = reinterpret_cast<const std::byte*>(owned.get());
-    return bytes == nullptr
-               ? std::nullopt
-               : std::optional<std::vector<std::byte>>(std::in_place, bytes, bytes + size);
+    tunnel = std::move(channel);
+    return 0;
 }
 
-bool savePairRecord(uint32_t muxId, const std::string& udid, const std::string& contents) {
-    return callMux([&] {
-               return usbmuxd_save_pair_record_with_device_id(
-                   udid.c_str(), muxId, contents.data(), static_cast<uint32_t>(contents.size()));
-           }) == 0;
-}
-
-bool deletePairRecord(const std::string& udid) {
-    return callMux([&] { return usbmuxd_delete_pair_record(udid.c_str()); }) == 0;
-}
-
-std::optional<std::string> readSystemBuid() {
-    char* buid = nullptr;
-    if (callMux([&] { return usbmuxd_read_buid(&buid); }) != 0) {
-        return std::nullopt;
+int32_t MuxClient::readPairRecord(const std::string& udid, std::vector<std::byte>& contents) const {
+    const PlistRef request = newMuxRequest("ReadPairRecord");
+    setString(request, "PairRecordID", udid);
+    std::shared_ptr<Channel> channel;
+    PlistRef answer;
+    if (const int32_t status = ask(request, channel, answer)) {
+        return status;
     }
-    const OwnedText owned(buid, &std::free);
-    return owned ? std::optional<std::string>(owned.get()) : std::nullopt;
+    const std::optional<std::string> record = dataAt(answer, "PairRecordData");
+    if (!record) {
+        return kAMDNotPaired;
+    }
+    const auto bytes = std::as_bytes(std::span(*record));
+    contents.assign(bytes.begin(), bytes.end());
+    return 0;
 }
 
-} // namespace krl::provider::mux
+int32_t MuxClient::savePairRecord(uint32_t muxId, const std::string& udid,
+                                  const std::string& contents) const {
+    const PlistRef request = newMuxRequest("SavePairRecord");
+    setString(request, "PairRecordID", udid);
+    setData(request, "PairRecordData", contents);
+    setUnsigned(request, "DeviceID", muxId);
+    return askConsent(request, kAMDPairRecordNotKept);
+}
+
+int32_t MuxClient::deletePairRecord(const std::string& udid) const {
+    const PlistRef request = newMuxRequest("DeletePairRecord");
+    setString(request, "PairRecordID", udid);
+    return askConsent(request, kAMDPairRecordNotKept);
+}
+
+int32_t MuxClient::listDevices(std::vector<uint32_t>& muxIds) const {
+    std::shared_ptr<Channel> channel;
+    PlistRef answer;
+    if (const int32_t status = ask(newMuxRequest("ListDevices"), channel, answer)) {
+        return status;
+    }
+    const std::optional<std::vector<PlistRef>> devices = dictionariesAt(answer, "DeviceList");
+    if (!devices) {
+        return kAMDNotConnected;
+    }
+    for (const PlistRef& device : *devices) {
+        if (const std::optional<MuxAttachment> phone = muxAttachmentIn(device)) {
+            muxIds.push_back(phone->muxId);
+        }
+    }
+    return 0;
+}
+
+int32_t MuxClient::readSystemBuid(std::string& buid) const {
+    std::shared_ptr<Channel> channel;
+    PlistRef answer;
+    if (const int32_t status = ask(newMuxRequest("ReadBUID"), channel, answer)) {
+        return status;
+    }
+    std::optional<std::string> told = stringAt(answer, "BUID");
+    if (!told) {
+        return kAMDNotConnected;
+    }
+    buid = std::move(*told);
+    return 0;
+}
+
+int32_t MuxClient::askConsent(const PlistRef& request, int32_t refused) const {
+    std::shared_ptr<Channel> channel;
+    PlistRef answer;
+    if (const int32_t status = ask(request, channel, answer)) {
+        return status;
+    }
+    return isMuxConsent(answer) ? 0 : refused;
+}
+
+int32_t MuxClient::ask(const PlistRef& request, std::shared_ptr<Channel>& channel,
+                       PlistRef& answer) const {
+    if (const int32_t status = reachDaemon(channel)) {
+        return status;
+    }
+    if (const int32_t status = statusOf(send(*channel, request))) {
+        return status;
+    }
+    return receive(*channel, answer);
+}
+
+int32_t MuxClient::reachDaemon(std::shared_ptr<Channel>& channel) const {
+    for (const SocketAddress& address : muxAddresses(muxSetting())) {
+        UniqueDescriptor socket(
+            ::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        if (!socket) {
+            return kAMDNoResources;
+        }
+        channel = std::make_shared<Channel>(std::move(socket));
+        if (end_) {
+            channel->beginExchange(*end_);
+        } else {
+            channel->beginExchange();
+        }
+        keeper_(channel);
+        const auto* generic = reinterpret_cast<const sockaddr*>(&address.storage);
+        switch (channel->connect(generic, address.size)) {
+        case IoResult::Done:
+            return 0;
+        case IoResult::Cancelled:
+            return kAMDCancelled;
+        case IoResult::Closed:
+        case IoResult::TimedOut:
+            break;
+        }
+    }
+    return kAMDNoMuxDaemon;
+}
+
+} // namespace krl::provider
