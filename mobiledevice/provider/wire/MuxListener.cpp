@@ -1,14 +1,16 @@
 #include "mobiledevice/provider/wire/MuxListener.h"
 
-#include <endian.h>
+#include "mobiledevice/provider/wire/MuxMessage.h"
+
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <limits>
+#include <iterator>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -18,21 +20,20 @@ namespace krl::provider {
 
 namespace {
 
-constexpr int kPauseMs = 1000;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// The first try again is made at once, since most failures are a moment's.
+constexpr milliseconds kFirstPauses[] = {milliseconds(0), milliseconds(10), milliseconds(50),
+                                         milliseconds(200), milliseconds(1000)};
+constexpr milliseconds kLongestPause{32'000};
+constexpr milliseconds kUntilNews{-1};
+
+// A connection that has lasted so long was a good one.
+constexpr milliseconds kGoodConnection{1000};
 
 // News of a phone takes less than a kilobyte.
-constexpr uint32_t kMaxMessageBytes = 64 * 1024;
-
-constexpr uint32_t kListVersion = 1;
-constexpr uint32_t kListMessage = 8;
-
-// All little-endian.
-struct Header {
-    uint32_t length; // of the whole message
-    uint32_t version;
-    uint32_t message;
-    uint32_t tag; // repeated in the answer; there is one question only
-};
+constexpr size_t kMaxBodyBytes = size_t{64} * 1024 - sizeof(MuxHeader);
 
 UniqueDescriptor newEvent() {
     UniqueDescriptor event(::eventfd(0, EFD_CLOEXEC));
@@ -44,39 +45,9 @@ UniqueDescriptor newEvent() {
 
 // A new connection takes so little at once, so this waits for nothing.
 bool sendListen(int socket) {
-    const PlistRef request = newDictionary();
-    setString(request, "MessageType", "Listen");
-    setString(request, "ClientVersionString", "KRLVesk");
-    setString(request, "ProgName", "KRLVesk");
-    const std::string body = xmlOf(request);
-    const Header header{htole32(static_cast<uint32_t>(sizeof(Header) + body.size())),
-                        htole32(kListVersion), htole32(kListMessage), 0};
-    std::string message(reinterpret_cast<const char*>(&header), sizeof header);
-    message += body;
+    const std::string message = muxMessage(newMuxRequest("Listen"), /*tag=*/0);
     return ::send(socket, message.data(), message.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(message.size());
-}
-
-bool isConsent(const PlistRef& message) {
-    return stringAt(message, "MessageType") == "Result" && unsignedAt(message, "Number") == 0;
-}
-
-std::optional<uint32_t> deviceIdIn(const PlistRef& message) {
-    const std::optional<uint64_t> id = unsignedAt(message, "DeviceID");
-    if (!id || *id == 0 || *id > std::numeric_limits<uint32_t>::max()) {
-        return std::nullopt;
-    }
-    return static_cast<uint32_t>(*id);
-}
-
-// Later models have 24 digits, which everybody else writes with a hyphen.
-std::string udidOf(std::string serialNumber) {
-    constexpr size_t kLaterDigits = 24;
-    constexpr size_t kBeforeHyphen = 8;
-    if (serialNumber.size() == kLaterDigits) {
-        serialNumber.insert(kBeforeHyphen, 1, '-');
-    }
-    return serialNumber;
 }
 
 } // namespace
@@ -93,28 +64,35 @@ void MuxListener::run() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr); // they are for the application's own threads
-    do {
+    bool goesOn = true;
+    while (goesOn) {
+        // Begun before the try, so that nothing is missed after it.
+        const SocketWatch watch(muxSocketPath(setting_));
+        const Clock::time_point begin = Clock::now();
+        Outcome outcome = Outcome::Ended;
         try {
-            converse();
+            outcome = converse();
         } catch (const std::exception&) {
             // Out of memory, which ends the connection as everything else does.
         }
         detachAll();
-    } while (pauseBeforeNextTry());
+        failures_ = Clock::now() - begin < kGoodConnection ? failures_ + 1 : 1;
+        goesOn = pauseBeforeNextTry(outcome, watch);
+    }
 }
 
-void MuxListener::converse() {
+MuxListener::Outcome MuxListener::converse() {
     const UniqueDescriptor socket = connect();
-    if (!socket || !sendListen(socket.get())) {
-        return;
+    if (!socket) {
+        return Outcome::Unreachable;
     }
-    PlistRef message = receive(socket.get());
-    if (!message || !isConsent(message)) {
-        return;
+    PlistRef message = sendListen(socket.get()) ? receive(socket.get()) : nullptr;
+    if (message && isMuxConsent(message)) {
+        while ((message = receive(socket.get()))) {
+            hear(message);
+        }
     }
-    while ((message = receive(socket.get()))) {
-        hear(message);
-    }
+    return Outcome::Ended;
 }
 
 // ------------------------------------------------------------------ the socket
@@ -143,16 +121,15 @@ bool MuxListener::finishConnecting(int socket, const SocketAddress& address) con
 }
 
 PlistRef MuxListener::receive(int socket) const {
-    Header header{};
+    MuxHeader header{};
     if (!receive(socket, std::as_writable_bytes(std::span(&header, 1)))) {
         return nullptr;
     }
-    const uint32_t length = le32toh(header.length);
-    if (length < sizeof header || length > kMaxMessageBytes ||
-        le32toh(header.version) != kListVersion || le32toh(header.message) != kListMessage) {
+    const std::optional<size_t> length = muxBodyBytes(header, kMaxBodyBytes);
+    if (!length) {
         return nullptr;
     }
-    std::vector<std::byte> body(length - sizeof header);
+    std::vector<std::byte> body(*length);
     return receive(socket, body) ? parseDictionary(body) : nullptr;
 }
 
@@ -180,9 +157,36 @@ bool MuxListener::waitFor(int socket, short events) const {
     return ready > 0 && entries[1].revents == 0;
 }
 
-bool MuxListener::pauseBeforeNextTry() const {
-    pollfd end{end_.get(), POLLIN, 0};
-    return ::poll(&end, 1, kPauseMs) <= 0;
+bool MuxListener::pauseBeforeNextTry(Outcome outcome, const SocketWatch& watch) {
+    std::array<pollfd, 2> entries{pollfd{end_.get(), POLLIN, 0},
+                                  pollfd{watch.descriptor(), POLLIN, 0}};
+    const milliseconds pause = pauseAfter(outcome, watch.descriptor() >= 0);
+    const Clock::time_point due = Clock::now() + pause;
+    while (pause == kUntilNews || Clock::now() < due) {
+        const milliseconds left =
+            pause == kUntilNews ? pause : std::chrono::ceil<milliseconds>(due - Clock::now());
+        ::poll(entries.data(), entries.size(), static_cast<int>(left.count()));
+        if (entries[0].revents != 0) {
+            return false;
+        }
+        if (entries[1].revents != 0 && watch.takeNews()) {
+            failures_ = 0;
+            return true;
+        }
+    }
+    return ::poll(entries.data(), 1, 0) <= 0;
+}
+
+milliseconds MuxListener::pauseAfter(Outcome outcome, bool isWatching) const {
+    if (failures_ <= std::size(kFirstPauses)) {
+        return kFirstPauses[failures_ - 1];
+    }
+    if (outcome == Outcome::Unreachable && isWatching) {
+        return kUntilNews;
+    }
+    constexpr size_t kMostDoublings = 5;
+    const size_t doublings = std::min(failures_ - std::size(kFirstPauses), kMostDoublings);
+    return std::min(kFirstPauses[std::size(kFirstPauses) - 1] * (1 << doublings), kLongestPause);
 }
 
 // ------------------------------------------------------------------ the news
@@ -198,19 +202,14 @@ void MuxListener::hear(const PlistRef& message) {
 }
 
 void MuxListener::hearAttached(const PlistRef& message) {
-    const std::optional<uint32_t> id = deviceIdIn(message);
-    const PlistRef properties = dictionaryAt(message, "Properties");
-    if (!id || !properties || stringAt(properties, "ConnectionType") != "USB") {
-        return;
-    }
-    std::optional<std::string> serialNumber = stringAt(properties, "SerialNumber");
-    if (serialNumber && attached_.insert(*id).second) {
-        audience_.attached(*id, udidOf(std::move(*serialNumber)));
+    const std::optional<MuxAttachment> phone = muxAttachmentIn(message);
+    if (phone && attached_.insert(phone->muxId).second) {
+        audience_.attached(phone->muxId, phone->udid);
     }
 }
 
 void MuxListener::hearDetached(const PlistRef& message) {
-    const std::optional<uint32_t> id = deviceIdIn(message);
+    const std::optional<uint32_t> id = muxIdIn(message);
     if (id && attached_.erase(*id) > 0) {
         audience_.detached(*id);
     }

@@ -3,8 +3,10 @@
 
 #include "mobiledevice/mux/MuxAddress.h"
 #include "mobiledevice/provider/wire/PlistRef.h"
+#include "mobiledevice/provider/wire/SocketWatch.h"
 #include "mobiledevice/provider/wire/UniqueDescriptor.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <set>
@@ -27,10 +29,12 @@ protected:
     ~MuxAudience() = default;
 };
 
-/// Asks the daemon to be told, for as long as it exists. While there is no daemon, or one that talks
-/// nonsense, it tries again once a second; the phones of a connection that has ended are detached.
-/// Waits for news have no deadline, and each of them ends with the listener; only the look-up of a
-/// host's name is waited for.
+/// Asks the daemon to be told, for as long as it exists; the phones of a connection that has ended
+/// are detached. After a failure it tries again at once, then a few times within a second or two.
+/// After that it sleeps until something happens where the daemon's socket is to be; for a daemon
+/// that is there and talks nonsense, or is on the network, it tries on ever more seldom. Waits have
+/// no deadline, and each of them ends with the listener; only the look-up of a host's name is
+/// waited for.
 class MuxListener {
 public:
     /// Begins, with a setting as in MuxAddress.h. Throws std::exception when there is no thread or
@@ -46,8 +50,10 @@ public:
 private:
     void run();
 
+    enum class Outcome { Unreachable, Ended };
+
     /// One connection, from its beginning to its end.
-    void converse();
+    Outcome converse();
 
     UniqueDescriptor connect() const;
     bool finishConnecting(int socket, const SocketAddress& address) const;
@@ -63,13 +69,17 @@ private:
 
     /// Waits for the socket; false if the listener is to end.
     bool waitFor(int socket, short events) const;
-    bool pauseBeforeNextTry() const;
+
+    /// Waits until the next try is due; false if the listener is to end.
+    bool pauseBeforeNextTry(Outcome outcome, const SocketWatch& watch);
+    std::chrono::milliseconds pauseAfter(Outcome outcome, bool isWatching) const;
 
     const std::string setting_;
     MuxAudience& audience_;
     const UniqueDescriptor end_; // an event, readable once the listener is to end
     std::set<uint32_t> attached_;
-    std::thread thread_; // last: it uses all of the above
+    size_t failures_ = 0; // in a row
+    std::thread thread_;  // last: it uses all of the above
 };
 
 } // namespace krl::provider

@@ -24,6 +24,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -97,10 +98,12 @@ std::string detached(uint32_t id) {
 class Notes final : public MuxAudience {
 public:
     void attached(uint32_t muxId, const std::string& udid) noexcept override {
-        add("+" + std::to_string(muxId) + " " + udid);
+        add(std::string("+").append(std::to_string(muxId)).append(" ").append(udid));
     }
 
-    void detached(uint32_t muxId) noexcept override { add("-" + std::to_string(muxId)); }
+    void detached(uint32_t muxId) noexcept override {
+        add(std::string("-").append(std::to_string(muxId)));
+    }
 
     /// What has been heard once it is that much; all there is if that does not come about.
     std::vector<std::string> await(size_t count) {
@@ -171,8 +174,54 @@ Request heardRequest(const Peer& peer) {
     return request;
 }
 
+bool becomesSo(const std::function<bool()>& isSo) {
+    const auto limit = std::chrono::steady_clock::now() + kLimit;
+    while (!isSo()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
 bool isEnded(const Peer& peer) {
     return peer.hearsSomething(kLimit) && peer.hear(1).empty();
+}
+
+using Threads = std::set<long>;
+
+Threads threads() {
+    Threads found;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        found.insert(std::stol(task.path().filename()));
+    }
+    return found;
+}
+
+// The threads of a process without a listener. A sanitizer's own, which wakes up now and then, comes
+// with the first that is begun.
+Threads threadsBefore() {
+    std::thread([] {}).join();
+    return threads();
+}
+
+// How often the threads that have come since, which is the listener's alone, have gone to sleep.
+long sleepsOfNewThreads(const Threads& known) {
+    long sleeps = 0;
+    for (const long thread : threads()) {
+        if (known.contains(thread)) {
+            continue;
+        }
+        std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+        std::string word;
+        while (status >> word && word != "voluntary_ctxt_switches:") {
+        }
+        long count = 0;
+        status >> count;
+        sleeps += count;
+    }
+    return sleeps;
 }
 
 class Listening : public ::testing::Test {
@@ -201,6 +250,22 @@ protected:
         daemon.emplace(setting);
     }
 
+    /// Whether the listener's thread stops waking up, and then does not for some time.
+    bool fallsAsleep() {
+        constexpr std::chrono::seconds kSleep{3};
+        long before = -1;
+        return becomesSo([&] {
+            const long now = sleepsOfNewThreads(known);
+            const bool isAsleep = now == before;
+            before = now;
+            if (!isAsleep) {
+                std::this_thread::sleep_for(kSleep);
+            }
+            return isAsleep;
+        });
+    }
+
+    const Threads known = threadsBefore();
     virtualphone::testing::TemporaryFolder folder;
     const std::string setting = "UNIX:" + (folder.path() / "socket").string();
     std::optional<Daemon> daemon{std::in_place, setting};
@@ -278,7 +343,7 @@ TEST_F(Listening, PassesOverWhatIsNotAboutAPhone) {
           result(0),
           result(1),
           muxMessage({{"MessageType", integer(1)}}),
-          muxMessage({{"Deep", repeated("<array>", 4000) + repeated("</array>", 4000)}}),
+          muxMessage({{"Deep", repeated("<array>", 500) + repeated("</array>", 500)}}),
           detached(1),
           news("Attached", 1),
           muxMessage({{"MessageType", xmlString("Detached")}}),
@@ -327,6 +392,8 @@ TEST_P(Nonsense, EndsTheConnectionAndItsPhones) {
 INSTANTIATE_TEST_SUITE_P(
     Messages, Nonsense,
     ::testing::Values(
+        Bytes{"TooDeep",
+              muxMessage({{"Deep", repeated("<array>", 4000) + repeated("</array>", 4000)}})},
         Bytes{"Garbage", std::string("\xDE\xAD\xBE\xEF no message of any kind \0\1\2", 32)},
         Bytes{"LengthZero", headerOf(0)}, Bytes{"LengthBelowTheHeaders", headerOf(15)},
         Bytes{"NoBody", headerOf(16)}, Bytes{"HugeLength", headerOf(0xFFFFFFFF)},
@@ -407,6 +474,58 @@ TEST_F(Listening, WaitsForADaemonThatIsNotThereYet) {
     stopDaemon();
     begin();
     daemon.emplace(setting);
+    const Peer peer = acceptAndConsent();
+    peer.say(attached(1, "one"));
+    EXPECT_EQ(notes.await(1), Lines{"+1 one"});
+}
+
+TEST_F(Listening, TriesAgainAfterEachOfSeveralHiccups) {
+    begin();
+    for (int i = 0; i < 4; ++i) {
+        daemon->accept(); // and closed
+    }
+    const Peer peer = acceptAndConsent();
+    peer.say(attached(1, "one"));
+    EXPECT_EQ(notes.await(1), Lines{"+1 one"});
+}
+
+TEST_F(Listening, NeverWakesUpWhileThereIsNoDaemon) {
+    stopDaemon();
+    begin();
+    EXPECT_TRUE(fallsAsleep());
+    daemon.emplace(setting);
+    const Peer peer = acceptAndConsent();
+    peer.say(attached(1, "one"));
+    EXPECT_EQ(notes.await(1), Lines{"+1 one"});
+}
+
+TEST_F(Listening, NeverWakesUpWhileNothingHappens) {
+    begin();
+    const Peer peer = acceptAndConsent();
+    peer.say(attached(1, "one"));
+    EXPECT_EQ(notes.await(1), Lines{"+1 one"});
+    EXPECT_TRUE(fallsAsleep());
+}
+
+TEST_F(Listening, FindsADaemonWhoseFolderIsNotThereYet) {
+    const std::filesystem::path place = folder.path() / "some" / "folder";
+    const std::string later = "UNIX:" + (place / "socket").string();
+    MuxListener listening(later, notes);
+    EXPECT_TRUE(fallsAsleep());
+    std::filesystem::create_directories(place);
+    EXPECT_TRUE(fallsAsleep());
+    daemon.emplace(later);
+    const Peer peer = acceptAndConsent();
+    peer.say(attached(1, "one"));
+    EXPECT_EQ(notes.await(1), Lines{"+1 one"});
+}
+
+// A stale socket that nobody listens on yet.
+TEST_F(Listening, FindsADaemonThatTakesTheSocketAnew) {
+    daemon.reset();
+    begin();
+    EXPECT_TRUE(fallsAsleep());
+    renewDaemon();
     const Peer peer = acceptAndConsent();
     peer.say(attached(1, "one"));
     EXPECT_EQ(notes.await(1), Lines{"+1 one"});
@@ -549,17 +668,6 @@ size_t unansweredTo(uint16_t port) {
         count += state == kSynSent && remote.ends_with(std::string(":") + digits) ? 1U : 0U;
     }
     return count;
-}
-
-bool becomesSo(const std::function<bool()>& isSo) {
-    const auto limit = std::chrono::steady_clock::now() + kLimit;
-    while (!isSo()) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 TEST_F(Listening, EndsWhileItConnects) {
