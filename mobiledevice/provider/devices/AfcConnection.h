@@ -12,7 +12,8 @@ namespace krl::provider {
 
 class AfcConnection final : public Object {
 public:
-    explicit AfcConnection(std::shared_ptr<Channel> channel) : client_(std::move(channel)) {}
+    AfcConnection(std::shared_ptr<Channel> channel, std::shared_ptr<TransferCount> count)
+        : client_(std::move(channel), std::move(count)) {}
 
     /// Calls the body with the client; one call after the other.
     template <typename Body>

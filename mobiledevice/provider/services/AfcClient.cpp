@@ -3,6 +3,7 @@
 #include <MobileDevice/MobileDevice.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <utility>
 
@@ -15,11 +16,15 @@ namespace {
 // Early firmware gives wrong data for longer reads.
 constexpr size_t kPieceBytes = 65536;
 
-// Pieces of a write that are sent before an answer is looked at: 4 MiB, the most that callers write
-// at a time, so that such a write waits for the phone once. The replies, of 48 bytes each, take
-// three kilobytes, which every socket on the way holds: a phone that answers while we still send is
-// never stopped by it, so neither side can wait for the other.
+// Pieces of a write that may be unanswered: 4 MiB, the most that callers write at a time, so that
+// such a write waits for the phone once. Their answers take three kilobytes, which every socket on
+// the way holds.
 constexpr size_t kPiecesInFlight = 64;
+
+// Pieces that leave with one system call. After a refusal what has been begun of them is finished.
+constexpr size_t kPiecesInBurst = 16;
+
+constexpr size_t kStatusReplyBytes = afc::kHeaderBytes + sizeof(uint64_t);
 
 // A listing of a hundred thousand names takes some megabytes.
 constexpr uint64_t kMaxListBytes = uint64_t{16} * 1024 * 1024;
@@ -40,9 +45,43 @@ iovec part(const void* bytes, size_t count) {
     return {const_cast<void*>(bytes), count};
 }
 
+/// Pieces of a write as they stand on the wire. The data stays where it is.
+class Burst {
+public:
+    /// Takes its pieces off `rest`, at least one, and counts their numbers up from `nextNumber`.
+    Burst(uint64_t file, uint64_t& nextNumber, std::span<const std::byte>& rest) {
+        do {
+            const std::span<const std::byte> piece = rest.first(std::min(rest.size(), kPieceBytes));
+            rest = rest.subspan(piece.size());
+            prefixes_[count_] = {
+                afc::makeHeader(Operation::WriteFile, nextNumber++, sizeof file, piece.size()),
+                htole64(file)};
+            parts_[2 * count_] = part(&prefixes_[count_], sizeof(Prefix));
+            parts_[2 * count_ + 1] = part(piece.data(), piece.size());
+            ++count_;
+        } while (!rest.empty() && count_ < kPiecesInBurst);
+    }
+
+    Burst(const Burst&) = delete;
+    Burst& operator=(const Burst&) = delete;
+
+    std::span<iovec> parts() { return std::span(parts_).first(2 * count_); }
+
+private:
+    struct Prefix {
+        afc::Header header;
+        uint64_t file;
+    };
+
+    std::array<Prefix, kPiecesInBurst> prefixes_;
+    std::array<iovec, 2 * kPiecesInBurst> parts_;
+    size_t count_ = 0;
+};
+
 } // namespace
 
-AfcClient::AfcClient(std::shared_ptr<Channel> channel) : channel_(std::move(channel)) {}
+AfcClient::AfcClient(std::shared_ptr<Channel> channel, std::shared_ptr<TransferCount> count)
+    : channel_(std::move(channel)), count_(std::move(count)) {}
 
 int32_t AfcClient::makeDirectory(std::string_view path) {
     return requestStatus(Operation::MakeDirectory, text(path));
@@ -77,6 +116,7 @@ int32_t AfcClient::openFile(std::string_view path, uint64_t mode, uint64_t& file
     if (const int32_t status = receiveReply(number, Operation::FileOpened, bodyBytes)) {
         return status;
     }
+    count_->begin();
     return receiveWord(file);
 }
 
@@ -106,6 +146,7 @@ int32_t AfcClient::readFile(uint64_t file, std::span<std::byte> target, size_t& 
             return status;
         }
         received += bytes;
+        count_->add(bytes);
     } while (bytes > 0 && received < target.size());
     return 0;
 }
@@ -113,15 +154,43 @@ int32_t AfcClient::readFile(uint64_t file, std::span<std::byte> target, size_t& 
 int32_t AfcClient::writeFile(uint64_t file, std::span<const std::byte> bytes) {
     int32_t failure = 0;
     do {
-        const uint64_t first = nextNumber_;
-        failure = sendPieces(file, bytes);
-        // After a failure too the replies on their way are taken, so that the next request does not
-        // meet them.
-        for (uint64_t number = first; number < nextNumber_; ++number) {
-            const int32_t status = receiveStatus(number);
+        const auto next = bytes.first(std::min(bytes.size(), kPiecesInFlight * kPieceBytes));
+        bytes = bytes.subspan(next.size());
+        failure = writePieces(file, next);
+    } while (failure == 0 && !bytes.empty());
+    return failure;
+}
+
+// Answers are taken as they come, so that the phone is never stopped by them, a refusal is known
+// soon, and whoever watches sees the file move.
+int32_t AfcClient::writePieces(uint64_t file, std::span<const std::byte> bytes) {
+    int32_t failure = 0;
+    uint64_t unanswered = nextNumber_;
+    size_t unconfirmed = bytes.size();
+    const auto takeAnswer = [&] {
+        const int32_t status = receiveStatus(unanswered++);
+        failure = failure != 0 ? failure : status;
+        const size_t piece = std::min(unconfirmed, kPieceBytes);
+        unconfirmed -= piece;
+        count_->add(status == 0 ? piece : 0);
+    };
+    channel_->beginExchange();
+    do {
+        Burst burst(file, nextNumber_, bytes);
+        std::span<iovec> parts = burst.parts();
+        bool hasGone = false;
+        while (!hasGone && !channel_->hasEnded()) {
+            const int32_t status = checked(channel_->sendUntilHeard(parts, hasGone));
             failure = failure != 0 ? failure : status;
+            while (unanswered < nextNumber_ && channel_->heldBytes() >= kStatusReplyBytes) {
+                takeAnswer();
+            }
         }
     } while (failure == 0 && !bytes.empty());
+    // After a failure too, so that the next request does not meet them.
+    while (unanswered < nextNumber_) {
+        takeAnswer();
+    }
     return failure;
 }
 
@@ -154,29 +223,8 @@ int32_t AfcClient::requestData(Operation operation, const std::string& arguments
 int32_t AfcClient::send(Operation operation, const std::string& arguments) {
     const afc::Header header = afc::makeHeader(operation, nextNumber_++, arguments.size(), 0);
     std::array parts{part(&header, sizeof header), part(arguments.data(), arguments.size())};
+    channel_->beginExchange();
     return checked(channel_->send(parts));
-}
-
-int32_t AfcClient::sendPieces(uint64_t file, std::span<const std::byte>& rest) {
-    struct Prefix {
-        afc::Header header;
-        uint64_t file;
-    };
-
-    std::array<Prefix, kPiecesInFlight> prefixes;
-    std::array<iovec, 2 * kPiecesInFlight> parts;
-    size_t count = 0;
-    do {
-        const std::span<const std::byte> piece = rest.first(std::min(rest.size(), kPieceBytes));
-        rest = rest.subspan(piece.size());
-        prefixes[count] = {
-            afc::makeHeader(Operation::WriteFile, nextNumber_++, sizeof file, piece.size()),
-            htole64(file)};
-        parts[2 * count] = part(&prefixes[count], sizeof(Prefix));
-        parts[2 * count + 1] = part(piece.data(), piece.size());
-        ++count;
-    } while (!rest.empty() && count < kPiecesInFlight);
-    return checked(channel_->send(std::span(parts).first(2 * count)));
 }
 
 int32_t AfcClient::receiveHeader(uint64_t number, Reply& reply) {
@@ -256,6 +304,8 @@ int32_t AfcClient::checked(IoResult result) {
     case IoResult::Closed:
         channel_->shutdown();
         return kAFCNotConnected;
+    case IoResult::Cancelled:
+        return kAFCCancelled;
     case IoResult::TimedOut:
         channel_->shutdown();
         return kAFCTimedOut;

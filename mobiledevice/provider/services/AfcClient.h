@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mobiledevice/provider/services/AfcWire.h"
+#include "mobiledevice/provider/services/TransferCount.h"
 #include "mobiledevice/provider/wire/Channel.h"
 
 #include <cstddef>
@@ -20,7 +21,9 @@ namespace krl::provider {
 /// kAFCNotConnected at once.
 class AfcClient {
 public:
-    explicit AfcClient(std::shared_ptr<Channel> channel);
+    /// `count` is kept about the file that was opened last.
+    explicit AfcClient(std::shared_ptr<Channel> channel,
+                       std::shared_ptr<TransferCount> count = std::make_shared<TransferCount>());
 
     int32_t makeDirectory(std::string_view path);
     int32_t removePath(std::string_view path);
@@ -55,8 +58,8 @@ private:
                         std::vector<char>& data);
 
     int32_t send(afc::Operation operation, const std::string& arguments);
-    /// Sends the next pieces of a write; `rest` becomes what is left.
-    int32_t sendPieces(uint64_t file, std::span<const std::byte>& rest);
+    /// Writes what may be unanswered at a time.
+    int32_t writePieces(uint64_t file, std::span<const std::byte> bytes);
 
     int32_t receiveHeader(uint64_t number, Reply& reply);
     /// Receives what stands before the body of a reply of the wanted form; a status of failure,
@@ -74,6 +77,7 @@ private:
     int32_t badReply();
 
     std::shared_ptr<Channel> channel_;
+    std::shared_ptr<TransferCount> count_;
     uint64_t nextNumber_ = 1;
 };
 

@@ -3,16 +3,22 @@
 #include "mobiledevice/provider/devices/AfcLists.h"
 #include "tests/mobiledevice/provider/AfcReplies.h"
 #include "tests/mobiledevice/provider/SocketPair.h"
+#include "tests/support/SomeBytes.h"
 
 #include <MobileDevice/MobileDevice.h>
+#include <sys/ioctl.h>
 
+#include <chrono>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace krl::provider::testing {
 namespace {
+
+using krl::test::someBytes;
 
 using namespace std::string_literals;
 
@@ -455,16 +461,6 @@ private:
     std::thread thread_{[this] { serve(); }};
 };
 
-std::string someBytes(size_t size) {
-    std::string bytes(size, '\0');
-    uint32_t state = 12345;
-    for (char& byte : bytes) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
-}
-
 class AfcPieces : public ::testing::TestWithParam<size_t> {};
 
 TEST_P(AfcPieces, AWriteTravelsInPiecesOfAtMost64KiB) {
@@ -578,6 +574,57 @@ TEST(AfcWrite, SeveralPiecesButNoMoreThanSixtyFourAreUnanswered) {
     phone.join();
     EXPECT_LE(most, 64u);
     EXPECT_GT(most, 1u);
+}
+
+/// Waits for a condition; false when it does not come.
+bool isSoon(const std::function<bool()>& condition) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+TEST(AfcWrite, AnswersAreTakenWhileMostIsStillToGo) {
+    const std::string contents = someBytes(64 * 65536);
+    const auto count = std::make_shared<TransferCount>();
+    SocketPair pair;
+    AfcClient client(pair.channel(), count);
+    uint64_t answered = 0;
+    const AfcPeer peer(pair, [&](const AfcPeer::Asked& asked) {
+        // Takes no more before the client has counted what was answered.
+        EXPECT_TRUE(isSoon([&] { return count->bytes() >= answered; })) << "piece " << asked.number;
+        answered += 65536;
+        return afcStatus(asked.number, 0).bytes();
+    });
+    EXPECT_EQ(client.writeFile(7, readable(contents)), 0);
+    EXPECT_EQ(count->bytes(), contents.size());
+}
+
+TEST(AfcWrite, ARefusalThatHasComeEndsTheWriteWithTheBurst) {
+    const std::string contents = someBytes(64 * 65536);
+    SocketPair pair;
+    AfcClient client(pair.channel());
+    uint64_t pieces = 0;
+    {
+        const AfcPeer peer(pair, [&](const AfcPeer::Asked& asked) {
+            if (++pieces == 2) {
+                // The first answer, a refusal, is taken before there is room for another burst.
+                EXPECT_TRUE(isSoon([&] {
+                    int unread = 1;
+                    ::ioctl(pair.peer(), TIOCOUTQ, &unread);
+                    return unread == 0;
+                }));
+            }
+            return afcStatus(asked.number, pieces == 1 ? 18 : 0).bytes();
+        });
+        EXPECT_EQ(client.writeFile(7, readable(contents)), kAFCNoSpaceLeft);
+        EXPECT_EQ(pieces, 16u);
+        EXPECT_EQ(client.closeFile(7), 0);
+    }
 }
 
 // The piece that the phone refuses, counted from 1.
