@@ -32,12 +32,15 @@ std::string PairRecord::xml() const {
     return xmlOf(contents_);
 }
 
-PlistRef PairRecord::withoutPrivateKeys() const {
-    PlistRef record(plist_copy(contents_.get()));
-    for (const char* key : {"HostPrivateKey", "RootPrivateKey"}) {
-        plist_dict_remove_item(record.get(), key);
+PlistRef PairRecord::shownToPhone() const {
+    PlistRef shown = newDictionary();
+    for (const char* key :
+         {"DeviceCertificate", "HostCertificate", "HostID", "RootCertificate", "SystemBUID"}) {
+        if (plist_t item = plist_dict_get_item(contents_.get(), key)) {
+            plist_dict_set_item(shown.get(), key, plist_copy(item));
+        }
     }
-    return record;
+    return shown;
 }
 
 } // namespace krl::provider

@@ -32,8 +32,9 @@ public:
     /// The whole record as an XML document; empty when memory is out.
     [[nodiscard]] std::string xml() const;
 
-    /// What the phone may see: everything but the private keys.
-    [[nodiscard]] PlistRef withoutPrivateKeys() const;
+    /// What the phone is shown of it: who this computer is and the certificates, and nothing else
+    /// that may stand in the record.
+    [[nodiscard]] PlistRef shownToPhone() const;
 
 private:
     PlistRef contents_;

@@ -4,7 +4,7 @@
 
 namespace krl::provider {
 
-int32_t ClearSessionsOnly::begin(Channel&, const PairRecord&) {
+int32_t ClearSessionsOnly::begin(Channel&, const PairRecord&, Protocol) {
     return kAMDSessionNotSupported;
 }
 

@@ -1,5 +1,7 @@
 #include "mobiledevice/provider/security/TlsSecurity.h"
 
+#include "mobiledevice/provider/wire/CallTimeout.h"
+
 #include "nss/Certificates.h"
 #include "nss/Keys.h"
 #include "nss/Runtime.h"
@@ -10,6 +12,9 @@
 #include <sslerr.h>
 #include <sslproto.h>
 
+#include <chrono>
+#include <memory>
+#include <optional>
 #include <utility>
 
 namespace krl::provider {
@@ -76,6 +81,20 @@ PRErrorCode check(const CERTCertificate& shown, const CERTCertificate& paired) {
     return nss::isValidNow(&shown) ? 0 : SEC_ERROR_EXPIRED_CERTIFICATE;
 }
 
+nss::ClientSetup setupFor(Protocol protocol) {
+    nss::ClientSetup setup;
+    if (protocol == Protocol::Ssl3) {
+        setup.leastVersion = SSL_LIBRARY_VERSION_3_0;
+        setup.highestVersion = SSL_LIBRARY_VERSION_3_0;
+        return setup;
+    }
+    setup.leastVersion = SSL_LIBRARY_VERSION_TLS_1_0;
+    // With TLS 1.3 a phone's refusal would come after the handshake.
+    setup.highestVersion = SSL_LIBRARY_VERSION_TLS_1_2;
+    setup.withModernSuites = true;
+    return setup;
+}
+
 int32_t statusOf(PRErrorCode error, bool hostIsValid) {
     switch (error) {
     case 0:
@@ -102,25 +121,58 @@ int32_t statusOf(PRErrorCode error, bool hostIsValid) {
     }
 }
 
+int32_t statusOf(IoResult handshake, const StreamEncryption& stream, bool hostIsValid) {
+    switch (handshake) {
+    case IoResult::Done:
+        return 0;
+    case IoResult::TimedOut:
+        return kAMDTimedOut;
+    case IoResult::Cancelled:
+        return kAMDCancelled;
+    case IoResult::Closed:
+        return statusOf(stream.error(), hostIsValid);
+    }
+    return kAMDHandshakeFailed;
+}
+
+// As long as another phone's session has the place of this phone's certificate.
+int32_t waitForTurn(const Channel& channel, const CERTCertificate& paired,
+                    std::optional<nss::PeerTurn>& turn) {
+    const auto deadline = std::chrono::steady_clock::now() + callTimeout();
+    const bool isTaken = nss::PeerTurn::take(nss::PeerTurn::Side::Client, {&paired}, turn, [&] {
+        return !channel.hasEnded() && std::chrono::steady_clock::now() < deadline;
+    });
+    if (isTaken) {
+        return 0;
+    }
+    if (!channel.hasEnded()) {
+        return kAMDTimedOut;
+    }
+    return channel.endResult() == IoResult::Cancelled ? kAMDCancelled : kAMDNotConnected;
+}
+
 } // namespace
 
-int32_t TlsSecurity::begin(Channel& channel, const PairRecord& record) {
+int32_t TlsSecurity::begin(Channel& channel, const PairRecord& record, Protocol protocol) {
     if (!nss::start()) {
         return kAMDSessionNotSupported;
     }
-    const nss::OldProtocols allowed;
-    nss::ClientSetup setup;
-    setup.leastVersion = nss::speaksSsl3() ? SSL_LIBRARY_VERSION_3_0 : SSL_LIBRARY_VERSION_TLS_1_0;
-    // With TLS 1.3 a phone's refusal would come after the handshake.
-    setup.highestVersion = SSL_LIBRARY_VERSION_TLS_1_2;
-    setup.withModernSuites = true;
+    if (protocol == Protocol::Ssl3 && !nss::speaksSsl3()) {
+        return kAMDNoSsl3;
+    }
+    nss::ClientSetup setup = setupFor(protocol);
     setup.certificate = nss::parseCertificate(record.dataText("HostCertificate"));
     setup.key = nss::parsePrivateKey(record.dataText("HostPrivateKey"));
-    const nss::Certificate paired = nss::parseCertificate(record.dataText("DeviceCertificate"));
+    nss::Certificate paired = nss::parseCertificate(record.dataText("DeviceCertificate"));
     if (!setup.certificate || !setup.key || !paired) {
         return kAMDBadPairRecord;
     }
-    setup.check = [&paired](const CERTCertificate& shown) { return check(shown, *paired); };
+    if (const int32_t status = waitForTurn(channel, *paired, setup.turn)) {
+        return status;
+    }
+    setup.peerKeyBits = nss::keyBits(paired.get());
+    setup.check = [paired = std::shared_ptr<const CERTCertificate>(std::move(paired))](
+                      const CERTCertificate& shown) { return check(shown, *paired); };
     const bool hostIsValid = nss::isValidNow(setup.certificate.get());
 
     auto encryption = std::make_unique<StreamEncryption>(channel);
@@ -128,15 +180,12 @@ int32_t TlsSecurity::begin(Channel& channel, const PairRecord& record) {
     if (!encryption->open(std::move(setup))) {
         return kAMDSessionNotSupported;
     }
-    switch (channel.beginEncryption(std::move(encryption))) {
-    case IoResult::Done:
-        return 0;
-    case IoResult::TimedOut:
-        return kAMDTimedOut;
-    case IoResult::Closed:
-        return statusOf(stream.error(), hostIsValid);
+    const int32_t status =
+        statusOf(channel.beginEncryption(std::move(encryption)), stream, hostIsValid);
+    if (status != 0) {
+        channel.endEncryption(); // another phone may wait for this one's place
     }
-    return kAMDHandshakeFailed;
+    return status;
 }
 
 void TlsSecurity::end(Channel& channel) {

@@ -5,11 +5,10 @@
 
 namespace krl::provider {
 
-/// The newest protocol that the phone speaks too, from TLS 1.2 down to SSL 3.0. The phone gets the
-/// host's certificate and must show the key that it was paired with.
+/// The phone gets the host's certificate and must show the key that it was paired with.
 class TlsSecurity final : public SessionSecurity {
 public:
-    int32_t begin(Channel& channel, const PairRecord& record) override;
+    int32_t begin(Channel& channel, const PairRecord& record, Protocol protocol) override;
     void end(Channel& channel) override;
 };
 

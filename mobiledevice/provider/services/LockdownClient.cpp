@@ -77,13 +77,14 @@ int32_t LockdownClient::unpair(const PairRecord& record) {
 
 int32_t LockdownClient::exchangeRecord(const PlistRef& request, const PairRecord& record,
                                        PlistRef& answer) {
-    plist_dict_set_item(request.get(), "PairRecord", record.withoutPrivateKeys().release());
+    plist_dict_set_item(request.get(), "PairRecord", record.shownToPhone().release());
     setString(request, "ProtocolVersion", "2");
     return exchange(request, {}, answer);
 }
 
-int32_t LockdownClient::startSession(const PairRecord& record,
-                                     const std::optional<std::string>& systemBuid) {
+SessionStart LockdownClient::startSession(const PairRecord& record,
+                                          const std::optional<std::string>& systemBuid,
+                                          Protocol protocol) {
     const PlistRef request = newRequest("StartSession");
     setString(request, "HostID", record.hostId());
     if (systemBuid) {
@@ -91,24 +92,24 @@ int32_t LockdownClient::startSession(const PairRecord& record,
     }
     PlistRef answer;
     if (const int32_t status = exchange(request, {}, answer)) {
-        return status;
+        return {status};
     }
     std::optional<std::string> sessionId = stringAt(answer, "SessionID");
     const std::optional<bool> wantsSecurity = booleanAt(answer, "EnableSessionSSL");
     if (!sessionId || sessionId->empty() ||
         (hasKey(answer, "EnableSessionSSL") && !wantsSecurity)) {
-        return messenger_.badReply();
+        return {messenger_.badReply()};
     }
     if (wantsSecurity.value_or(false)) {
-        if (const int32_t status = security_->begin(messenger_.channel(), record)) {
+        if (const int32_t status = security_->begin(messenger_.channel(), record, protocol)) {
             // The phone waits for an encrypted stream now; nothing else can be said to it.
             shutdown();
-            return status;
+            return {status, /*isEncrypted=*/true};
         }
     }
     sessionId_ = std::move(sessionId);
     secure_ = wantsSecurity.value_or(false);
-    return 0;
+    return {0, secure_};
 }
 
 int32_t LockdownClient::stopSession() {

@@ -20,6 +20,12 @@ struct ServiceAddress {
     bool isSecure = false;
 };
 
+/// How the start of a session went.
+struct SessionStart {
+    int32_t status = 0;
+    bool isEncrypted = false; ///< the phone asked for it, so a failure is the handshake's
+};
+
 /// Each function is one request and its answer; 0 says that the phone granted it. A refusal leaves
 /// the connection usable; silence, its end, or an answer that is none ends it.
 class LockdownClient {
@@ -32,7 +38,8 @@ public:
     int32_t pair(PairRecord& record);
     int32_t unpair(const PairRecord& record);
 
-    int32_t startSession(const PairRecord& record, const std::optional<std::string>& systemBuid);
+    SessionStart startSession(const PairRecord& record,
+                              const std::optional<std::string>& systemBuid, Protocol protocol);
     int32_t stopSession();
     int32_t startService(const std::string& name, ServiceAddress& address);
 

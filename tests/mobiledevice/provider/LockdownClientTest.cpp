@@ -3,11 +3,13 @@
 #include "mobiledevice/provider/services/LockdownErrors.h"
 #include "tests/mobiledevice/provider/PlistMessages.h"
 #include "tests/mobiledevice/provider/SocketPair.h"
+#include "tests/plist/BinaryList.h"
 
 #include <MobileDevice/MobileDevice.h>
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -32,13 +34,30 @@ struct SecurityLog {
     int32_t beginStatus = 0;
     int begun = 0;
     int ended = 0;
+    std::optional<Protocol> protocol;
 };
+
+std::set<std::string> keysOf(const PlistRef& dictionary) {
+    std::set<std::string> keys;
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(dictionary.get(), &iterator);
+    const std::unique_ptr<void, decltype(&std::free)> owned(iterator, &std::free);
+    char* key = nullptr;
+    plist_t value = nullptr;
+    for (plist_dict_next_item(dictionary.get(), iterator, &key, &value); key != nullptr;
+         plist_dict_next_item(dictionary.get(), iterator, &key, &value)) {
+        keys.insert(key);
+        std::free(key);
+    }
+    return keys;
+}
 
 class LoggedSecurity final : public SessionSecurity {
 public:
     explicit LoggedSecurity(SecurityLog& log) : log_(log) {}
 
-    int32_t begin(Channel&, const PairRecord&) override {
+    int32_t begin(Channel&, const PairRecord&, Protocol protocol) override {
+        log_.protocol = protocol;
         ++log_.begun;
         return log_.beginStatus;
     }
@@ -54,7 +73,7 @@ int32_t validate(LockdownClient& client) {
 }
 
 int32_t startSession(LockdownClient& client) {
-    return client.startSession(recordOf(kRecord), "BUID");
+    return client.startSession(recordOf(kRecord), "BUID", Protocol::Ssl3).status;
 }
 
 int32_t startService(LockdownClient& client) {
@@ -65,6 +84,25 @@ int32_t startService(LockdownClient& client) {
 int32_t getName(LockdownClient& client) {
     PlistRef answer;
     return client.getValue(std::nullopt, "DeviceName", answer);
+}
+
+TEST(LockdownLists, AFewBytesThatStandForMillionsOfValuesAreNoAnswer) {
+    SocketPair pair;
+    LockdownClient client(pair.channel(), std::make_unique<ClearSessionsOnly>());
+    pair.say(framed(plist::testing::BinaryList::bomb(24, 2)));
+    EXPECT_EQ(getName(client), kAMDBadReply);
+}
+
+TEST(LockdownLists, NestedBeyondReasonAreNoAnswer) {
+    SocketPair pair;
+    LockdownClient client(pair.channel(), std::make_unique<ClearSessionsOnly>());
+    std::string nested;
+    while (nested.size() < 1'000'000) {
+        nested += "<array>";
+    }
+    std::thread speaker([&] { pair.say(framed(xmlDocument(nested))); });
+    EXPECT_EQ(getName(client), kAMDBadReply);
+    speaker.join();
 }
 
 struct Request {
@@ -282,6 +320,29 @@ TEST_F(Lockdown, PairingIsValidatedWithoutThePrivateKeys) {
     EXPECT_FALSE(hasKey(record, "RootPrivateKey"));
 }
 
+TEST_F(Lockdown, OfAPairRecordThePhoneIsShownWhatIsListedAndNothingElse) {
+    constexpr const char* kData = "<data>AAAA</data>";
+    Entries all{{"HostID", xmlString("HOST")}, {"SystemBUID", xmlString("BUID")}};
+    for (const char* key : {"DeviceCertificate", "HostCertificate", "RootCertificate",
+                            "HostPrivateKey", "RootPrivateKey", "EscrowBag", "SomethingNew"}) {
+        all.emplace_back(key, kData);
+    }
+    all.emplace_back("WiFiMACAddress", xmlString("00:11:22:33:44:55"));
+    PairRecord record = recordOf(xmlDictionary(all));
+    const std::pair<const char*, std::function<int32_t()>> requests[] = {
+        {"ValidatePair", [&] { return client.validatePair(record); }},
+        {"Pair", [&] { return client.pair(record); }},
+        {"Unpair", [&] { return client.unpair(record); }}};
+    for (const auto& [name, request] : requests) {
+        sayAnswer(name, {});
+        EXPECT_EQ(request(), 0);
+        const PlistRef shown = dictionaryAt(heardMessage(pair), "PairRecord");
+        EXPECT_EQ(keysOf(shown), (std::set<std::string>{"DeviceCertificate", "HostCertificate",
+                                                        "HostID", "RootCertificate", "SystemBUID"}))
+            << name;
+    }
+}
+
 TEST_F(Lockdown, ASessionIsStartedWithTheHostAndStoppedWithItsId) {
     sayAnswer("StartSession", {{"SessionID", xmlString("S1")}, {"EnableSessionSSL", "<false/>"}});
     EXPECT_EQ(startSession(client), 0);
@@ -299,7 +360,7 @@ TEST_F(Lockdown, ASessionIsStartedWithTheHostAndStoppedWithItsId) {
 
 TEST_F(Lockdown, ASessionNeedsNoSystemBuid) {
     sayAnswer("StartSession", {{"SessionID", xmlString("S1")}});
-    EXPECT_EQ(client.startSession(recordOf(kRecord), std::nullopt), 0);
+    EXPECT_EQ(client.startSession(recordOf(kRecord), std::nullopt, Protocol::Tls).status, 0);
     EXPECT_FALSE(hasKey(heardMessage(pair), "SystemBUID"));
 }
 
@@ -329,6 +390,7 @@ TEST_F(Lockdown, AnEncryptedSessionIsBegunAndEndedAroundItsRequests) {
     sayAnswer("StartSession", {{"SessionID", xmlString("S1")}, {"EnableSessionSSL", "<true/>"}});
     EXPECT_EQ(startSession(client), 0);
     EXPECT_EQ(security.begun, 1);
+    EXPECT_EQ(security.protocol, Protocol::Ssl3) << "the one that was asked for";
     sayAnswer("StopSession", {});
     EXPECT_EQ(client.stopSession(), 0);
     EXPECT_EQ(security.ended, 1);
@@ -344,7 +406,8 @@ TEST_F(Lockdown, AnEncryptedSessionThatCannotBeHadEndsTheConnection) {
 
 TEST_F(Lockdown, WithoutNssOnlyClearSessionsAreToBeHad) {
     ClearSessionsOnly clearOnly;
-    EXPECT_EQ(clearOnly.begin(*pair.channel(), recordOf(kRecord)), kAMDSessionNotSupported);
+    EXPECT_EQ(clearOnly.begin(*pair.channel(), recordOf(kRecord), Protocol::Tls),
+              kAMDSessionNotSupported);
 }
 
 TEST_F(Lockdown, AServiceHasAPort) {
