@@ -1,7 +1,9 @@
 #include "mobiledevice/provider/devices/DeviceHub.h"
 
 #include "mobiledevice/provider/devices/Device.h"
+#include "mobiledevice/provider/wire/Mux.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -69,6 +71,7 @@ void DeviceHub::announce(uint32_t muxId, const std::string& udid) {
         subscription->enqueue(device.get(), kAMDeviceMessageConnected);
     }
     attached_.emplace(muxId, std::move(device));
+    news_.notify_all();
 }
 
 // Also called for every phone when listening ends, which removes none of them: then there is no
@@ -86,9 +89,68 @@ void DeviceHub::withdraw(uint32_t muxId) {
     // From here on only the subscriptions hold it, each until it has delivered the removal.
     attached_.erase(entry);
     pluggings_.erase(muxId);
+    if (waiting_ > 0) {
+        gone_.insert(muxId);
+        news_.notify_all();
+    }
     for (const auto& subscription : subscriptions_) {
         subscription->enqueue(device, kAMDeviceMessageDisconnected);
     }
+}
+
+// The daemon tells a listener of all that is attached, but not which is the last. What it lists when
+// asked is what the listener must have heard of.
+int32_t DeviceHub::waitForAttached(std::chrono::milliseconds longest) {
+    const auto end = Channel::Clock::now() + longest;
+    const Waiting waiting(*this);
+    std::vector<uint32_t> muxIds;
+    if (const int32_t status = listAttached(waiting, end, muxIds)) {
+        return status;
+    }
+    std::unique_lock lock(mutex_);
+    const auto isCancelled = [&] { return waiting.cancellations != questions_.cancellations(); };
+    const bool isOver = news_.wait_until(lock, end, [&] {
+        return isCancelled() || std::all_of(muxIds.begin(), muxIds.end(),
+                                            [this](uint32_t muxId) { return wasHeardOf(muxId); });
+    });
+    if (isCancelled()) {
+        return kAMDCancelled;
+    }
+    return isOver ? 0 : int32_t{kAMDTimedOut};
+}
+
+DeviceHub::Waiting::Waiting(DeviceHub& hub) : hub_(hub) {
+    const std::lock_guard lock(hub_.mutex_);
+    ++hub_.waiting_;
+    cancellations = hub_.questions_.cancellations();
+}
+
+DeviceHub::Waiting::~Waiting() {
+    const std::lock_guard lock(hub_.mutex_);
+    if (--hub_.waiting_ == 0) {
+        hub_.gone_.clear();
+    }
+}
+
+int32_t DeviceHub::listAttached(const Waiting& waiting, Channel::Clock::time_point end,
+                                std::vector<uint32_t>& muxIds) {
+    const MuxClient client(
+        [&](const std::shared_ptr<Channel>& channel) {
+            const std::lock_guard lock(mutex_);
+            questions_.keep(channel, waiting.cancellations);
+        },
+        end);
+    return client.listDevices(muxIds);
+}
+
+bool DeviceHub::wasHeardOf(uint32_t muxId) const {
+    return attached_.contains(muxId) || gone_.contains(muxId);
+}
+
+void DeviceHub::cancelWaits() noexcept {
+    const std::lock_guard lock(mutex_);
+    questions_.cancel();
+    news_.notify_all();
 }
 
 DeviceReference DeviceHub::deviceFor(uint32_t muxId, const std::string& udid) {

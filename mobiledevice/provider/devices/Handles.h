@@ -21,8 +21,8 @@ public:
 };
 
 /// Handles look like pointers and never are: a null, stale, doubled or foreign one is simply not
-/// found, and so is one of another type. An object stays alive while a call that found it goes on. A
-/// handle may have an owner, with which it goes at the latest. Any thread.
+/// found, and so is one of another type. An object stays alive while a call that found it goes on.
+/// A handle may have an owner, with which it goes at the latest. Any thread.
 class Handles {
 public:
     using Id = uintptr_t;
@@ -34,6 +34,19 @@ public:
     std::shared_ptr<T> find(const void* handle) {
         const std::lock_guard lock(mutex_);
         return std::dynamic_pointer_cast<T>(objectOf(idOf(handle)));
+    }
+
+    /// All objects of a type.
+    template <typename T>
+    std::vector<std::shared_ptr<T>> all() {
+        std::vector<std::shared_ptr<T>> found;
+        const std::lock_guard lock(mutex_);
+        for (const auto& [id, entry] : entries_) {
+            if (auto object = std::dynamic_pointer_cast<T>(entry.object)) {
+                found.push_back(std::move(object));
+            }
+        }
+        return found;
     }
 
     /// Finds the object and adds a reference.

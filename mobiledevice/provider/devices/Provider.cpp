@@ -9,9 +9,9 @@
 #include "mobiledevice/provider/devices/Service.h"
 #include "mobiledevice/provider/devices/Subscription.h"
 #include "mobiledevice/provider/wire/CallTimeout.h"
-#include "mobiledevice/provider/wire/Text.h"
+#include "mobiledevice/provider/wire/PlistObjects.h"
 
-#include <CoreFoundation/CFPropertyListPlist.h>
+#include <CoreFoundation/CFText.h>
 #include <MobileDevice/Provider.h>
 
 #include <exception>
@@ -25,6 +25,8 @@
 
 namespace krl::provider {
 namespace {
+
+using cf::utf8;
 
 // No exception leaves a function of the table; the only ones there are say that memory is out.
 template <typename Result, typename Body>
@@ -81,6 +83,16 @@ int32_t subscribe(am_device_notification_callback callback, uint32_t, uint32_t, 
         }
         *notification = handle;
         return 0;
+    });
+}
+
+int32_t waitForAttached(am_device_notification* notification, uint32_t timeoutMs) {
+    return guarded<int32_t>(kAMDNoResources, [&]() -> int32_t {
+        if (!handles().find<Subscription>(notification)) {
+            return kAMDInvalidHandle;
+        }
+        return deviceHub().waitForAttached(timeoutMs == 0 ? callTimeout()
+                                                          : std::chrono::milliseconds(timeoutMs));
     });
 }
 
@@ -177,7 +189,7 @@ CFTypeRef copyValue(am_device* device, CFStringRef domain, CFStringRef key) {
         if (!phone || !expressible || phone->getValue(domainText, keyText, answer) != 0) {
             return nullptr;
         }
-        return CFPropertyListCreateFromPlistNode(plist_dict_get_item(answer.get(), "Value"));
+        return objectsOf(plist_dict_get_item(answer.get(), "Value")).leak();
     });
 }
 
@@ -192,12 +204,36 @@ int32_t postNotification(am_service* proxy, CFStringRef name, CFTypeRef) {
     });
 }
 
+int32_t cancelCalls(am_device* device) {
+    return guarded<int32_t>(kAMDNoResources, [&]() -> int32_t {
+        if (device != nullptr) {
+            return withDevice(device, [](Device& phone) {
+                phone.cancelCalls();
+                return 0;
+            });
+        }
+        for (const auto& phone : handles().all<Device>()) {
+            phone->cancelCalls();
+        }
+        deviceHub().cancelWaits();
+        return 0;
+    });
+}
+
+uint64_t getTransferredBytes(am_device* device) {
+    return guarded<uint64_t>(0, [&]() -> uint64_t {
+        const auto phone = handles().find<Device>(device);
+        return phone ? phone->transferCount()->bytes() : 0;
+    });
+}
+
 // ------------------------------------------------------------------ file service
 
 // What a device's status is called among those of the file service.
 int32_t fileStatus(int32_t status) {
     switch (status) {
     case kAMDNotConnected:
+    case kAMDNoMuxDaemon:
         return kAFCNotConnected;
     case kAMDTimedOut:
         return kAFCTimedOut;
@@ -219,8 +255,9 @@ int32_t connectionOpen(am_service* service, uint32_t, afc_connection** connectio
         if (const int32_t status = taken->openChannel(channel)) {
             return fileStatus(status);
         }
-        const bool done = handOut(std::make_shared<AfcConnection>(std::move(channel)),
-                                  toHandle<am_device>(taken->deviceId()), connection);
+        const bool done = handOut(
+            std::make_shared<AfcConnection>(std::move(channel), taken->device().transferCount()),
+            toHandle<am_device>(taken->deviceId()), connection);
         return done ? 0 : kAFCNotConnected;
     });
 }
@@ -417,6 +454,9 @@ const MobileDeviceTable kTable{
     .AMDevicePair = pair,
     .AMDeviceUnpair = unpair,
     .AMDeviceCheckSessionSupport = checkSessionSupport,
+    .AMDeviceCancelCalls = cancelCalls,
+    .AMDeviceGetTransferredBytes = getTransferredBytes,
+    .AMDeviceWaitForAttached = waitForAttached,
 };
 
 } // namespace

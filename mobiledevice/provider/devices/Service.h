@@ -21,6 +21,8 @@ public:
 
     [[nodiscard]] Handles::Id deviceId() const { return deviceId_; }
 
+    [[nodiscard]] const Device& device() const { return *device_; }
+
     /// Connects the port for somebody else to speak on; 0, or a status when that fails or it was
     /// connected before.
     int32_t openChannel(std::shared_ptr<Channel>& channel);
