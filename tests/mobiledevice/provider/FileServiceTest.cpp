@@ -1,27 +1,18 @@
 // The file service.
 
 #include "tests/mobiledevice/provider/ProviderFixture.h"
+#include "tests/support/SomeBytes.h"
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <ostream>
 
 namespace krl::provider::testing {
 namespace {
 
+using krl::test::someBytes;
 using virtualphone::LogEntry;
 using virtualphone::parseFault;
-
-std::string someBytes(size_t size) {
-    std::string bytes(size, '\0');
-    uint32_t state = 99;
-    for (char& byte : bytes) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
-}
 
 class Files : public ProviderTest {
 protected:
@@ -496,14 +487,7 @@ TEST_P(FaultyFiles, FailWithThisStatusAndNeverSucceed) {
 INSTANTIATE_TEST_SUITE_P(Calls, FaultyFiles,
                          ::testing::Combine(::testing::ValuesIn(kFileCalls),
                                             ::testing::ValuesIn(kFileFaults)),
-                         [](const auto& param) {
-                             std::string name = std::string(std::get<0>(param.param).name) + "_" +
-                                                std::get<1>(param.param).action;
-                             std::replace_if(
-                                 name.begin(), name.end(), [](char c) { return !std::isalnum(c); },
-                                 '_');
-                             return name;
-                         });
+                         nameOfCallAndFault);
 
 // What is wrong with the reply depends on its kind: a status of 8 bytes more is no status, a
 // listing of 8 bytes fewer may be cut inside a name or between two.

@@ -10,15 +10,27 @@
 #include <MobileDevice/Provider.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 namespace krl::provider::testing {
+
+/// Of a row of a table of calls and one of a table of faults: "DirectoryCreate_short".
+inline constexpr auto nameOfCallAndFault = [](const auto& rows) {
+    std::string name =
+        std::string(std::get<0>(rows.param).name) + "_" + std::get<1>(rows.param).action;
+    std::replace_if(
+        name.begin(), name.end(), [](char letter) { return !std::isalnum(letter); }, '_');
+    return name;
+};
 
 inline const MobileDeviceTable& provider() {
     return *MobileDeviceProviderTable();

@@ -1,15 +1,19 @@
 // Sessions that the phone wants encrypted, and pairing, over the wire.
 
+#include "tests/mobiledevice/provider/KeptPairRecord.h"
 #include "tests/mobiledevice/provider/ProviderFixture.h"
 
 #include "mobiledevice/provider/security/PairRecord.h"
 #include "mobiledevice/provider/wire/PlistRef.h"
+
+#include "virtualphone/phone/PhoneState.h"
+#include "virtualphone/wire/PropertyList.h"
+
 #include "nss/Certificates.h"
 #include "nss/Keys.h"
 #include "nss/Runtime.h"
 
 #include <gmock/gmock.h>
-#include <usbmuxd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -25,31 +29,38 @@ using ::testing::StartsWith;
 using virtualphone::parseFault;
 using virtualphone::SessionKind;
 
+struct Kind {
+    const char* name;
+    SessionKind kind;
+    const char* firmware;
+    const char* version;
+};
+
+void PrintTo(const Kind& kind, std::ostream* stream) {
+    *stream << kind.name;
+}
+
+const Kind kKinds[] = {
+    {"Modern", SessionKind::Modern, "2.0", "TLS 1.2"},
+    {"Ssl3", SessionKind::Ssl3, "1.1.1", "SSL 3.0, TLS_RSA_WITH_AES_128_CBC_SHA"}};
+
 class Secure : public ProviderTest {
 protected:
     Secure() { options.session = SessionKind::Ssl3; }
 
-    PlistRef readRecord() {
-        char* data = nullptr;
-        uint32_t size = 0;
-        EXPECT_EQ(usbmuxd_read_pair_record(phone().udid().c_str(), &data, &size), 0);
-        const std::unique_ptr<char, decltype(&std::free)> owned(data, &std::free);
-        return parseDictionary(std::as_bytes(std::span(data, size)));
+    void become(const Kind& kind) {
+        options.session = kind.kind;
+        options.firmware = kind.firmware;
     }
 
-    void saveRecord(const PlistRef& record) {
-        const std::string xml = xmlOf(record);
-        EXPECT_EQ(usbmuxd_save_pair_record(phone().udid().c_str(), xml.data(),
-                                           static_cast<uint32_t>(xml.size())),
-                  0);
-    }
+    PlistRef readRecord() { return readKeptRecord(phone().udid()); }
+
+    void saveRecord(const PlistRef& record) { keepRecord(phone().udid(), record); }
 
     // Changes the record that this computer keeps, behind the phone's back.
     template <typename Change>
     void changeRecord(Change change) {
-        const PlistRef record = readRecord();
-        change(record);
-        saveRecord(record);
+        changeKeptRecord(phone().udid(), change);
     }
 
     int32_t connectAndStart() {
@@ -67,9 +78,19 @@ protected:
                    : "";
     }
 
+    /// The log, one connection after the other: what ends one is not ordered among what comes on the
+    /// next.
+    std::vector<virtualphone::LogEntry> entriesByConnection() {
+        std::vector<virtualphone::LogEntry> entries = log().entries();
+        std::stable_sort(entries.begin(), entries.end(), [](const auto& one, const auto& other) {
+            return one.connection < other.connection;
+        });
+        return entries;
+    }
+
     std::vector<std::string> handshakes() {
         std::vector<std::string> names;
-        for (const auto& entry : log().entries()) {
+        for (const auto& entry : entriesByConnection()) {
             if (entry.request == "Handshake") {
                 names.push_back(entry.service + ": " + entry.name + entry.error);
             }
@@ -80,22 +101,17 @@ protected:
 
 // ------------------------------------------------------------------ sessions
 
-struct Kind {
-    const char* name;
-    SessionKind kind;
-    const char* version;
-};
-
-void PrintTo(const Kind& kind, std::ostream* stream) {
-    *stream << kind.name;
-}
+// ------------------------------------------------------------------ sessions
 
 class SecureSession : public Secure, public ::testing::WithParamInterface<Kind> {
 protected:
-    SecureSession() { options.session = GetParam().kind; }
+    SecureSession() { become(GetParam()); }
 };
 
 TEST_P(SecureSession, OneReconnectionAsksForNothingMoreThanOneInClear) {
+    openSession();                            // asks for the firmware, once
+    EXPECT_EQ(deviceName(), "Virtual Phone"); // and by then its handshake is in the log
+    EXPECT_EQ(md.AMDeviceDisconnect(device), 0);
     log().clear();
     afc_connection* files = openFiles();
     EXPECT_EQ(md.AMDeviceDisconnect(device), 0);
@@ -104,6 +120,16 @@ TEST_P(SecureSession, OneReconnectionAsksForNothingMoreThanOneInClear) {
                               "usbmux/Connect", "usbmux/ReadPairRecord", "lockdown/ValidatePair",
                               "lockdown/StartSession", "lockdown/Handshake",
                               "lockdown/StartService", "lockdown/StopSession", "usbmux/Connect"}));
+}
+
+TEST_P(SecureSession, OnlyTheFirstOneOfAPluggingAsksWhatThePhoneIs) {
+    log().clear();
+    openSession();
+    EXPECT_EQ(deviceName(), "Virtual Phone"); // by then the handshake is in the log
+    EXPECT_EQ(requests(), (std::vector<std::string>{"usbmux/Connect", "usbmux/ReadPairRecord",
+                                                    "lockdown/ValidatePair", "lockdown/GetValue",
+                                                    "lockdown/StartSession", "lockdown/Handshake",
+                                                    "lockdown/GetValue"}));
 }
 
 TEST_P(SecureSession, SpeaksTheNewestThatThePhoneSpeaks) {
@@ -160,16 +186,147 @@ TEST_P(SecureSession, APhoneThatIsPulledOutEndsIt) {
     EXPECT_EQ(md.AMDeviceStopSession(device), kAMDNotConnected);
 }
 
-const Kind kKinds[] = {{"Modern", SessionKind::Modern, "TLS 1.2"},
-                       {"Ssl3", SessionKind::Ssl3, "SSL 3.0, TLS_RSA_WITH_AES_128_CBC_SHA"}};
-
 INSTANTIATE_TEST_SUITE_P(Kinds, SecureSession, ::testing::ValuesIn(kKinds),
                          [](const auto& param) { return param.param.name; });
+
+// A phone whose firmware does not say what it speaks.
+class Surprising : public Secure {
+protected:
+    // With the phone's own account of itself put right by the test.
+    void speak(const Kind& kind) {
+        become(kind);
+        options.firmware = kind.kind == SessionKind::Ssl3 ? "2.0" : "1.1.1";
+    }
+
+    std::vector<std::string> lockdownRequests() {
+        std::vector<std::string> names;
+        for (const auto& entry : entriesByConnection()) {
+            if (entry.service == "lockdown") {
+                names.push_back(entry.request);
+            }
+        }
+        return names;
+    }
+
+    /// Waits until the phone has done with the connection of the first try, and written that down.
+    void awaitTheEndOfTheFirstTry() {
+        constexpr size_t kListenerAndLockdown = 2;
+        ASSERT_TRUE(bus().waitForConnections(kListenerAndLockdown));
+    }
+};
+
+class EarlyPhoneThatSpeaksTls : public Surprising {
+protected:
+    EarlyPhoneThatSpeaksTls() { speak(kKinds[0]); }
+};
+
+class LaterPhoneThatSpeaksSsl3 : public Surprising {
+protected:
+    LaterPhoneThatSpeaksSsl3() { speak(kKinds[1]); }
+};
+
+TEST_F(EarlyPhoneThatSpeaksTls, IsSpokenToAtTheSecondTryOnAConnectionOfItsOwn) {
+    log().clear();
+    EXPECT_EQ(connectAndStart(), 0);
+    EXPECT_EQ(deviceName(), "Virtual Phone");
+    awaitTheEndOfTheFirstTry();
+    EXPECT_EQ(lockdownRequests(),
+              (std::vector<std::string>{"ValidatePair", "GetValue", "StartSession", "Handshake",
+                                        "ValidatePair", "StartSession", "Handshake", "GetValue"}));
+    EXPECT_THAT(handshakes(),
+                ElementsAre(Not(StartsWith("lockdown: TLS")), StartsWith("lockdown: TLS 1.2")));
+}
+
+TEST_F(EarlyPhoneThatSpeaksTls, IsSpokenToAtOnceTheNextTime) {
+    openSession();
+    // The phone notes a handshake after it has answered; it has by the time it answers this.
+    EXPECT_EQ(deviceName(), "Virtual Phone");
+    log().clear();
+    openSession();
+    EXPECT_EQ(deviceName(), "Virtual Phone");
+    EXPECT_THAT(handshakes(), ElementsAre(StartsWith("lockdown: TLS 1.2")));
+    EXPECT_EQ(md.AMDeviceStopSession(device), 0);
+}
+
+TEST_F(EarlyPhoneThatSpeaksTls, IsNotTriedInAnotherWayOnceItHasSpokenThis) {
+    openSession();
+    EXPECT_EQ(deviceName(), "Virtual Phone");
+    log().clear();
+    phone().faults().add(parseFault("lockdown/Handshake=drop"));
+    EXPECT_EQ(connectAndStart(), kAMDNotConnected);
+    EXPECT_EQ(md.AMDeviceDisconnect(device), 0);
+    ASSERT_TRUE(bus().waitForConnections(1));
+    EXPECT_EQ(handshakes().size(), 1u);
+}
+
+TEST_F(LaterPhoneThatSpeaksSsl3, IsSpokenToAtTheSecondTry) {
+    openSession();
+    EXPECT_EQ(deviceName(), "Virtual Phone");
+    awaitTheEndOfTheFirstTry();
+    EXPECT_THAT(handshakes(),
+                ElementsAre(Not(StartsWith("lockdown: SSL 3")), StartsWith("lockdown: SSL 3.0")));
+}
+
+TEST_F(EarlyPhoneThatSpeaksTls, WhoseSecondTryGetsFurtherIsJudgedByThat) {
+    changeRecord([](const PlistRef& record) {
+        setData(record, "DeviceCertificate", dataAt(record, "HostCertificate").value());
+    });
+    EXPECT_EQ(connectAndStart(), kAMDWrongCertificate);
+}
+
+TEST_F(EarlyPhoneThatSpeaksTls, ASilentHandshakeIsNotTriedTwice) {
+    phone().faults().add(parseFault("lockdown/Handshake=silent"));
+    md.AMDeviceSetCallTimeout(50);
+    EXPECT_EQ(connectAndStart(), kAMDTimedOut);
+    md.AMDeviceSetCallTimeout(0);
+    EXPECT_EQ(handshakes().size(), 1u);
+}
+
+TEST_F(Secure, AFirmwareThatIsNotSaidOrALostConnectionMeanwhile) {
+    for (const auto& [fault, status] :
+         {std::pair{"drop", int32_t{kAMDNotConnected}}, std::pair{"cut", int32_t{kAMDNotConnected}},
+          std::pair{"garbled", int32_t{kAMDBadReply}},
+          std::pair{"error:GetProhibited", int32_t{0}}}) {
+        phone().faults().add(parseFault("lockdown/GetValue=" + std::string(fault)));
+        EXPECT_EQ(connectAndStart(), status) << fault;
+    }
+}
+
+TEST_F(Secure, APhoneThatClaimsToBeAnotherIsRefused) {
+    phone().state().values.set("", "UniqueDeviceID", virtualphone::newString(std::string(40, 'f')));
+    EXPECT_EQ(connectAndStart(), kAMDWrongDevice);
+    EXPECT_EQ(md.AMDeviceStopSession(device), kAMDNoSession);
+    EXPECT_EQ(md.AMDeviceValidatePairing(device), kAMDNotConnected);
+    EXPECT_EQ(connectAndStart(), kAMDWrongDevice) << "however often";
+    for (CFStringRef key : {CFSTR("UniqueDeviceID"), CFStringRef(nullptr)}) {
+        EXPECT_EQ(md.AMDeviceConnect(device), 0);
+        EXPECT_EQ(md.AMDeviceCopyValue(device, nullptr, key), nullptr) << "no name to be taken for";
+        EXPECT_EQ(deviceName(), "") << "and the connection is lost";
+    }
+}
 
 class SecureServices : public SecureSession {
 protected:
     SecureServices() { options.secureServices = true; }
 };
+
+class SecureServicesOnALongWire : public SecureServices {
+protected:
+    SecureServicesOnALongWire() { options.wireDelay = std::chrono::milliseconds(5); }
+};
+
+TEST_P(SecureServicesOnALongWire, AreAsGood) {
+    afc_connection* files = openFiles();
+    const std::string bytes(3'000'000, 'z');
+    const afc_file_ref file = openFile(files, "/file", kAFCOpenWrite);
+    EXPECT_EQ(md.AFCFileRefWrite(files, file, bytes.data(), static_cast<uint32_t>(bytes.size())),
+              0);
+    EXPECT_EQ(md.AFCFileRefClose(files, file), 0);
+    EXPECT_EQ(contents("/file"), bytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, SecureServicesOnALongWire, ::testing::ValuesIn(kKinds),
+                         [](const auto& param) { return param.param.name; });
 
 TEST_P(SecureServices, AreEncryptedWhenThePhoneSaysSo) {
     afc_connection* files = openFiles();
@@ -193,6 +350,17 @@ TEST_P(SecureServices, AreEncryptedWhenThePhoneSaysSo) {
     EXPECT_THAT(handshakes(),
                 ElementsAre(StartsWith("lockdown: "), StartsWith("afc: "), StartsWith("lockdown: "),
                             StartsWith("notification_proxy: ")));
+}
+
+TEST_P(SecureServices, ARefusedPieceFailsTheWriteAndTheFileStaysUsable) {
+    afc_connection* files = openFiles();
+    const std::string bytes(4'194'304, 'z');
+    const afc_file_ref file = openFile(files, "/file", kAFCOpenWrite);
+    phone().faults().add(parseFault("afc/Write#3=status:18"));
+    EXPECT_EQ(md.AFCFileRefWrite(files, file, bytes.data(), static_cast<uint32_t>(bytes.size())),
+              kAFCNoSpaceLeft);
+    EXPECT_EQ(md.AFCFileRefClose(files, file), 0);
+    EXPECT_EQ(md.AFCRemovePath(files, "/file"), 0);
 }
 
 TEST_P(SecureServices, AHandshakeThatFailsIsAStatus) {
@@ -232,7 +400,7 @@ void PrintTo(const BrokenHandshake& fault, std::ostream* stream) {
 class FaultyHandshake : public Secure,
                         public ::testing::WithParamInterface<std::tuple<Kind, BrokenHandshake>> {
 protected:
-    FaultyHandshake() { options.session = std::get<0>(GetParam()).kind; }
+    FaultyHandshake() { become(std::get<0>(GetParam())); }
 };
 
 TEST_P(FaultyHandshake, FailsWithThisStatusAndLeavesNothingOpen) {

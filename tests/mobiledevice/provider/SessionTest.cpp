@@ -24,6 +24,8 @@ protected:
 };
 
 TEST_F(Session, OneReconnectionAsksForNothingThatIsNotNeeded) {
+    openSession(); // asks for the firmware, once
+    EXPECT_EQ(md.AMDeviceDisconnect(device), 0);
     log().clear();
     afc_connection* files = openFiles();
     EXPECT_EQ(md.AMDeviceDisconnect(device), 0);
@@ -343,14 +345,7 @@ TEST_P(FaultyStep, FailsWithThisStatusAndNeverSucceeds) {
 INSTANTIATE_TEST_SUITE_P(Steps, FaultyStep,
                          ::testing::Combine(::testing::ValuesIn(kSteps),
                                             ::testing::ValuesIn(kStepFaults)),
-                         [](const auto& param) {
-                             std::string name = std::string(std::get<0>(param.param).name) + "_" +
-                                                std::get<1>(param.param).action;
-                             std::replace_if(
-                                 name.begin(), name.end(), [](char c) { return !std::isalnum(c); },
-                                 '_');
-                             return name;
-                         });
+                         nameOfCallAndFault);
 
 // ------------------------------------------------------------------ the bus
 
