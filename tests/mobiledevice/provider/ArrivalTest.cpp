@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 
@@ -13,6 +14,7 @@ namespace krl::provider::testing {
 namespace {
 
 using virtualphone::Bus;
+using virtualphone::parseFault;
 using virtualphone::testing::VirtualPhoneTest;
 
 class Arrival : public ProviderTest {};
@@ -28,6 +30,67 @@ TEST_F(Arrival, NeverComesFromWithinSubscribing) {
     EXPECT_TRUE(late.events.empty());
     ASSERT_TRUE(late.waitForEvents(1));
 }
+
+// ------------------------------------------------------------------ all that is attached
+
+TEST_F(Arrival, OfAllThatIsAttachedCanBeWaitedFor) {
+    watcher.end();
+    bus().plug(makePhone("other"));
+    Watcher<1> late;
+    EXPECT_EQ(md.AMDeviceWaitForAttached(late.handle, 0), 0);
+    EXPECT_TRUE(late.events.empty()); // never from within
+    runOnce();
+    EXPECT_EQ(late.events.size(), 2u);
+}
+
+TEST_F(Arrival, IsWaitedForUntilTheDaemonHasTold) {
+    watcher.end();
+    bus().faults().add(parseFault("usbmux/Listen=delay:300"));
+    Watcher<1> late;
+    EXPECT_EQ(md.AMDeviceWaitForAttached(late.handle, 0), 0);
+    runOnce();
+    EXPECT_EQ(late.events.size(), 1u);
+}
+
+TEST_F(Arrival, IsNotWaitedForWhenNothingIsAttached) {
+    bus().unplug(id());
+    EXPECT_EQ(md.AMDeviceWaitForAttached(watcher.handle, 0), 0);
+}
+
+TEST_F(Arrival, IsWaitedForNoLongerThanIsSaid) {
+    bus().faults().add(parseFault("usbmux/ListDevices=silent"));
+    EXPECT_EQ(md.AMDeviceWaitForAttached(watcher.handle, 50), kAMDTimedOut);
+    watcher.end();
+    bus().faults().add(parseFault("usbmux/Listen=silent")); // lists, but tells nothing
+    Watcher<1> late;
+    EXPECT_EQ(md.AMDeviceWaitForAttached(late.handle, 50), kAMDTimedOut);
+}
+
+TEST_F(Arrival, IsNoMoreWaitedForOnceAllCallsAreCancelled) {
+    bus().faults().add(parseFault("usbmux/ListDevices=silent"));
+    std::thread canceller([this] {
+        log().waitFor([](const auto& entry) { return entry.request == "ListDevices"; });
+        md.AMDeviceCancelCalls(nullptr);
+    });
+    EXPECT_EQ(md.AMDeviceWaitForAttached(watcher.handle, 0), kAMDCancelled);
+    canceller.join();
+}
+
+TEST_F(Arrival, CannotBeWaitedForWithoutADaemon) {
+    const std::string usual = std::getenv("USBMUXD_SOCKET_ADDRESS");
+    ::setenv("USBMUXD_SOCKET_ADDRESS", "UNIX:/nowhere/usbmuxd", 1);
+    EXPECT_EQ(md.AMDeviceWaitForAttached(watcher.handle, 0), kAMDNoMuxDaemon);
+    ::setenv("USBMUXD_SOCKET_ADDRESS", usual.c_str(), 1);
+}
+
+TEST_F(Arrival, CannotBeWaitedForOnAStaleSubscription) {
+    am_device_notification* handle = watcher.handle;
+    watcher.end();
+    EXPECT_EQ(md.AMDeviceWaitForAttached(handle, 0), kAMDInvalidHandle);
+    EXPECT_EQ(md.AMDeviceWaitForAttached(nullptr, 0), kAMDInvalidHandle);
+}
+
+// ------------------------------------------------------------------ threads
 
 TEST_F(Arrival, ComesOnTheSubscribingThread) {
     bus().unplug(id());
