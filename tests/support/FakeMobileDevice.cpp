@@ -1,5 +1,8 @@
 #include "tests/support/FakeMobileDevice.h"
 
+#include <CoreFoundation/CFText.h>
+#include <CoreFoundation/CFValues.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -9,21 +12,9 @@
 namespace krl::test {
 namespace {
 
-cf::CFRef<CFStringRef> makeString(std::string_view text) {
-    return cf::adopt(
-        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                                static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
-}
-
+/// The text as a phone would get it.
 std::string textOf(CFStringRef string) {
-    const CFIndex size =
-        CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
-    std::string text(static_cast<size_t>(size), '\0');
-    if (!CFStringGetCString(string, text.data(), size, kCFStringEncodingUTF8)) {
-        throw std::invalid_argument("string without a UTF-8 form");
-    }
-    text.resize(std::strlen(text.c_str()));
-    return text;
+    return cf::utf8(string).value();
 }
 
 std::string parentOf(const std::string& path) {
@@ -44,7 +35,7 @@ FakePhone::FakePhone(std::string label) : label_(std::move(label)) {
     directory("/iTunes_Control/iTunes").directory("/DCIM");
     name("Test Phone").deviceClass("iPhone").firmware("1.1.1");
     value("UniqueDeviceID", "00000000000000000000000000000000000000" + label_);
-    value("com.apple.mobile.iTunes", "iTunesVersion", makeString("7.4").get());
+    value("com.apple.mobile.iTunes", "iTunesVersion", cf::stringOf("7.4").get());
     deviceInfo({{"Model", "M68AP"},
                 {"FSTotalBytes", "7634264064"},
                 {"FSFreeBytes", "4294967296"},
@@ -52,7 +43,7 @@ FakePhone::FakePhone(std::string label) : label_(std::move(label)) {
 }
 
 FakePhone& FakePhone::value(const std::string& key, std::string_view text) {
-    return value("", key, makeString(text).get());
+    return value("", key, cf::stringOf(text).get());
 }
 
 FakePhone& FakePhone::value(const std::string& domain, const std::string& key, CFTypeRef object) {
@@ -72,7 +63,11 @@ FakePhone& FakePhone::withoutDomain(const std::string& domain) {
 }
 
 FakePhone& FakePhone::paired(bool isPaired) {
-    paired_ = isPaired;
+    return pairedAnswer(isPaired ? 1 : 0);
+}
+
+FakePhone& FakePhone::pairedAnswer(int32_t answer) {
+    pairedAnswer_ = answer;
     return *this;
 }
 
@@ -203,11 +198,9 @@ CFTypeRef FakePhone::copyValue(const std::string& domain, CFStringRef key) const
         return nullptr;
     }
     if (key == nullptr) {
-        auto all = cf::adopt(CFDictionaryCreateMutable(kCFAllocatorDefault, 0,
-                                                       &kCFTypeDictionaryKeyCallBacks,
-                                                       &kCFTypeDictionaryValueCallBacks));
+        auto all = cf::makeDictionary();
         for (const auto& [name, object] : at->second) {
-            CFDictionarySetValue(all.get(), makeString(name).get(), object.get());
+            CFDictionarySetValue(all.get(), cf::stringOf(name).get(), object.get());
         }
         return all.leak();
     }
@@ -250,6 +243,7 @@ struct Directory {
 };
 
 struct KeyValues {
+    Connection* connection;
     InfoPairs pairs;
     size_t next = 0;
     bool isOpen = true;
@@ -360,6 +354,19 @@ struct FakeFunctions {
 
     // ------------------------------------------------------------ looking handles up
 
+    // A listing or a list of pairs, null when there is none: closed once, and what is scripted told.
+    template <typename List>
+    static int32_t closeOnce(List* list, std::optional<int32_t> fault) {
+        if (list == nullptr) {
+            return kAFCInvalidArgument;
+        }
+        if (!std::exchange(list->isOpen, false)) {
+            ++current->doubleCloses_;
+            return kAFCInvalidArgument;
+        }
+        return fault.value_or(kAFCSuccess);
+    }
+
     static FakePhone* phoneOf(const am_device* device) { return lookUp(state().phones, device); }
 
     static std::string deviceNote(const am_device* device) {
@@ -397,10 +404,9 @@ struct FakeFunctions {
     }
 
     static int32_t statusOf(const Connection* connection) {
-        if (connection == nullptr) {
-            return kAFCInvalidArgument;
-        }
-        return connection->isOpen && !connection->isDead ? kAFCSuccess : kAFCNotConnected;
+        return connection != nullptr && connection->isOpen && !connection->isDead
+                   ? kAFCSuccess
+                   : kAFCNotConnected;
     }
 
     static std::optional<int32_t> enterFileCall(std::string_view function,
@@ -506,6 +512,7 @@ struct FakeFunctions {
             return *failed;
         }
         phoneOf(device)->connected_ = true;
+        phoneOf(device)->validated_ = false;
         phoneOf(device)->inSession_ = false;
         return 0;
     }
@@ -524,14 +531,19 @@ struct FakeFunctions {
     static int32_t isPaired(am_device* device) {
         const FakePhone* phone = phoneOf(device);
         const auto fault = enter("AMDeviceIsPaired", deviceNote(device), phone);
-        return !fault && phone != nullptr && phone->paired_ ? 1 : 0;
+        return fault || phone == nullptr ? 0 : phone->pairedAnswer_;
     }
 
     static int32_t validatePairing(am_device* device) {
         if (const auto failed = enterDeviceCall("AMDeviceValidatePairing", device)) {
             return *failed;
         }
-        return phoneOf(device)->connected_ ? 0 : kFakeNotConnected;
+        FakePhone* phone = phoneOf(device);
+        if (!phone->connected_) {
+            return kFakeNotConnected;
+        }
+        phone->validated_ = phone->pairedAnswer_ != 0;
+        return phone->validated_ ? 0 : kFakeNotPaired;
     }
 
     static int32_t startSession(am_device* device) {
@@ -541,6 +553,9 @@ struct FakeFunctions {
         FakePhone* phone = phoneOf(device);
         if (!phone->connected_) {
             return kFakeNotConnected;
+        }
+        if (!phone->validated_) {
+            return kFakeNotPaired;
         }
         return std::exchange(phone->inSession_, true) ? kFakeSessionActive : 0;
     }
@@ -554,8 +569,10 @@ struct FakeFunctions {
     }
 
     static int32_t startService(am_device* device, CFStringRef name, am_service** service,
-                                uint32_t*) {
-        if (const auto failed = enterDeviceCall("AMDeviceStartService", device, word(name))) {
+                                uint32_t* unused) {
+        const std::string note = unused == nullptr ? "" : " (unused argument)";
+        if (const auto failed =
+                enterDeviceCall("AMDeviceStartService", device, word(name) + note)) {
             return *failed;
         }
         FakePhone* phone = phoneOf(device);
@@ -575,13 +592,16 @@ struct FakeFunctions {
         return phoneOf(device)->copyValue(domain == nullptr ? "" : textOf(domain), key);
     }
 
-    static int32_t postNotification(am_service* proxy, CFStringRef name, CFTypeRef) {
+    static int32_t postNotification(am_service* proxy, CFStringRef name, CFTypeRef userInfo) {
         const Service* service = lookUp(state().services, proxy);
         std::string arguments = word(name);
         if (service == nullptr) {
             arguments += proxy == nullptr ? " (null proxy)" : " (unknown proxy)";
         } else if (!service->isOpen) {
             arguments += " (closed proxy)";
+        }
+        if (userInfo != nullptr) {
+            arguments += " (user information)";
         }
         const auto fault =
             enter("AMDPostNotification", arguments, service == nullptr ? nullptr : service->phone);
@@ -600,9 +620,13 @@ struct FakeFunctions {
 
     // ------------------------------------------------------------ file connections
 
-    static int32_t connectionOpen(am_service* handle, uint32_t, afc_connection** connection) {
+    static int32_t connectionOpen(am_service* handle, uint32_t timeout,
+                                  afc_connection** connection) {
         Service* service = lookUp(state().services, handle);
-        const char* note = handle == nullptr ? "null" : service == nullptr ? "unknown" : "";
+        std::string note = handle == nullptr ? "null" : service == nullptr ? "unknown" : "";
+        if (timeout != 0) {
+            note += "(timeout " + std::to_string(timeout) + ")";
+        }
         const auto fault =
             enter("AFCConnectionOpen", note, service == nullptr ? nullptr : service->phone);
         if (fault) {
@@ -630,7 +654,7 @@ struct FakeFunctions {
                                      : "closed " + std::to_string(connection->number);
         const auto fault = enter("AFCConnectionClose", note, phoneOf(handle));
         if (connection == nullptr) {
-            return kAFCInvalidArgument;
+            return kAFCNotConnected;
         }
         if (!connection->isOpen) {
             ++current->doubleCloses_;
@@ -685,10 +709,14 @@ struct FakeFunctions {
     }
 
     static int32_t directoryRead(afc_connection* handle, afc_directory* directory, char** name) {
-        if (const auto failed = enterFileCall("AFCDirectoryRead", handle, "")) {
+        const auto failed = enterFileCall("AFCDirectoryRead", handle, "");
+        Directory* open = lookUp(state().directories, directory);
+        if (open != nullptr && !open->connection->isOpen) {
+            return kAFCInvalidArgument; // gone with its connection
+        }
+        if (failed) {
             return *failed;
         }
-        Directory* open = lookUp(state().directories, directory);
         if (open == nullptr || !open->isOpen) {
             return kAFCInvalidArgument;
         }
@@ -699,15 +727,7 @@ struct FakeFunctions {
 
     static int32_t directoryClose(afc_connection* handle, afc_directory* directory) {
         const auto fault = enter("AFCDirectoryClose", onConnection(handle, ""), phoneOf(handle));
-        Directory* open = lookUp(state().directories, directory);
-        if (open == nullptr) {
-            return kAFCInvalidArgument;
-        }
-        if (!std::exchange(open->isOpen, false)) {
-            ++current->doubleCloses_;
-            return kAFCInvalidArgument;
-        }
-        return fault.value_or(kAFCSuccess);
+        return closeOnce(lookUp(state().directories, directory), fault);
     }
 
     static int32_t removePath(afc_connection* handle, const char* path) {
@@ -828,7 +848,7 @@ struct FakeFunctions {
         const auto failed = enterFileCall("AFCFileRefClose", handle, std::to_string(number));
         File* file = fileOf(handle, number);
         if (file == nullptr) {
-            return kAFCInvalidArgument;
+            return failed.value_or(kAFCInvalidArgument);
         }
         closeFile(*file);
         return failed.value_or(kAFCSuccess);
@@ -878,17 +898,17 @@ struct FakeFunctions {
         FakePhone& phone = *connectionOf(handle)->phone;
         const auto scripted = phone.fileInfo_.find(path);
         if (scripted != phone.fileInfo_.end()) {
-            *info = openKeyValues(scripted->second);
+            *info = openKeyValues(handle, scripted->second);
             return kAFCSuccess;
         }
         const FakePhone::Node* node = phone.find(path);
         if (node == nullptr) {
             return kAFCObjectNotFound;
         }
-        *info = openKeyValues({{"st_ifmt", node->isDirectory ? "S_IFDIR" : "S_IFREG"},
-                               {"st_blocks", "0"},
-                               {"st_size", std::to_string(node->contents.size())},
-                               {"st_nlink", "1"}});
+        *info = openKeyValues(handle, {{"st_ifmt", node->isDirectory ? "S_IFDIR" : "S_IFREG"},
+                                       {"st_blocks", "0"},
+                                       {"st_size", std::to_string(node->contents.size())},
+                                       {"st_nlink", "1"}});
         return kAFCSuccess;
     }
 
@@ -896,12 +916,13 @@ struct FakeFunctions {
         if (const auto failed = enterFileCall("AFCDeviceInfoOpen", handle, "")) {
             return *failed;
         }
-        *info = openKeyValues(connectionOf(handle)->phone->deviceInfo_);
+        *info = openKeyValues(handle, connectionOf(handle)->phone->deviceInfo_);
         return kAFCSuccess;
     }
 
-    static afc_dictionary* openKeyValues(InfoPairs pairs) {
-        return reinterpret_cast<afc_dictionary*>(make(state().keyValues, std::move(pairs)));
+    static afc_dictionary* openKeyValues(const afc_connection* handle, InfoPairs pairs) {
+        return reinterpret_cast<afc_dictionary*>(
+            make(state().keyValues, connectionOf(handle), std::move(pairs)));
     }
 
     static int32_t keyValueRead(afc_dictionary* info, char** key, char** value) {
@@ -909,7 +930,7 @@ struct FakeFunctions {
             return *fault;
         }
         KeyValues* open = lookUp(state().keyValues, info);
-        if (open == nullptr || !open->isOpen) {
+        if (open == nullptr || !open->isOpen || !open->connection->isOpen) {
             return kAFCInvalidArgument;
         }
         *key = nullptr;
@@ -924,15 +945,7 @@ struct FakeFunctions {
 
     static int32_t keyValueClose(afc_dictionary* info) {
         const auto fault = enter("AFCKeyValueClose", "", nullptr);
-        KeyValues* open = lookUp(state().keyValues, info);
-        if (open == nullptr) {
-            return kAFCInvalidArgument;
-        }
-        if (!std::exchange(open->isOpen, false)) {
-            ++current->doubleCloses_;
-            return kAFCInvalidArgument;
-        }
-        return fault.value_or(kAFCSuccess);
+        return closeOnce(lookUp(state().keyValues, info), fault);
     }
 
     // ------------------------------------------------------------ events
@@ -951,6 +964,7 @@ struct FakeFunctions {
     static void pull(FakePhone& phone) {
         phone.reachable_ = false;
         phone.connected_ = false;
+        phone.validated_ = false;
         phone.inSession_ = false;
         for (const auto& connection : state().connections) {
             if (connection->phone == &phone) {
@@ -1029,9 +1043,7 @@ FakeMobileDevice::FakeMobileDevice() : state_(std::make_unique<State>()) {
     }
     state_->phones.push_back(std::make_unique<FakePhone>("1"));
     FakeFunctions::current = this;
-    for (const Variable& variable : kVariables) {
-        variable.fill();
-    }
+    fill();
 }
 
 FakeMobileDevice::~FakeMobileDevice() {
@@ -1039,6 +1051,12 @@ FakeMobileDevice::~FakeMobileDevice() {
         variable.clear();
     }
     FakeFunctions::current = nullptr;
+}
+
+void FakeMobileDevice::fill() {
+    for (const Variable& variable : kVariables) {
+        variable.fill();
+    }
 }
 
 FakePhone& FakeMobileDevice::phone() {

@@ -28,6 +28,7 @@ namespace krl::test {
 /// Statuses of the fake's own, for calls that a phone could not carry out. Calls of the file
 /// service are answered with the kAFC… statuses instead.
 enum FakeStatus : int32_t {
+    kFakeNotPaired = -21,       ///< the pairing does not hold, or was not validated yet
     kFakeSessionActive = -22,   ///< a second session on one connection
     kFakeSessionInactive = -23, ///< a service, or the end of a session, without one
     kFakeBadHandle = -201,      ///< null, unknown or used-up handle
@@ -74,6 +75,8 @@ public:
     FakePhone& withoutDomain(const std::string& domain);
 
     FakePhone& paired(bool isPaired);
+    /// What AMDeviceIsPaired answers; the phone is paired unless it is 0.
+    FakePhone& pairedAnswer(int32_t answer);
     /// Another one holds the lock of this file: AFCFileRefLock answers kAFCWouldBlock.
     FakePhone& lockHeldElsewhere(const std::string& path, bool held = true);
     FakePhone& freeSpace(uint64_t bytes);
@@ -125,7 +128,8 @@ private:
     bool isWaiting_ = false; // attached before there was a subscriber
     bool connected_ = false;
     bool inSession_ = false;
-    bool paired_ = true;
+    bool validated_ = false;
+    int32_t pairedAnswer_ = 1;
     uint32_t readAtMost_ = UINT32_MAX;
     uint64_t nextSerial_ = 1;
     std::map<std::string, Node> nodes_;
@@ -152,6 +156,9 @@ public:
     ~FakeMobileDevice();
     FakeMobileDevice(const FakeMobileDevice&) = delete;
     FakeMobileDevice& operator=(const FakeMobileDevice&) = delete;
+
+    /// Leads every function variable here again, after a test has led some elsewhere.
+    void fill();
 
     /// The first phone, which is always there.
     FakePhone& phone();
@@ -211,7 +218,9 @@ public:
     ///   /b".
     /// The default domain and all keys are "*". A handle that is null, used up or unknown is
     /// "null", "closed 2" or "unknown"; the file connection is only mentioned in that case, at the
-    /// end: "AFCFileRefUnlock 1 (null connection)".
+    /// end: "AFCFileRefUnlock 1 (null connection)". So are arguments that are to be 0 or null:
+    /// "AFCConnectionOpen (timeout 5)", "AMDeviceStartService com.apple.afc (unused argument)",
+    /// "AMDPostNotification name (user information)".
     const std::vector<std::string>& calls() const { return calls_; }
 
     /// The calls whose line begins with one of these names, whole words.

@@ -20,6 +20,7 @@ protected:
         am_service* service = nullptr;
         afc_connection* connection = nullptr;
         EXPECT_EQ(AMDeviceConnect(phone.device()), 0);
+        EXPECT_EQ(AMDeviceValidatePairing(phone.device()), 0);
         EXPECT_EQ(AMDeviceStartSession(phone.device()), 0);
         EXPECT_EQ(AMDeviceStartService(phone.device(), CFSTR("com.apple.afc"), &service, nullptr),
                   0);
@@ -77,6 +78,23 @@ TEST_F(Fake, RecordsCallsWithTheirArguments) {
     EXPECT_THAT(fake.callsOf({"AFCRenamePath", "AMDeviceConnect"}),
                 ElementsAre("AFCRenamePath /a /b", "AMDeviceConnect null"));
     EXPECT_EQ(fake.countOf("AFCFileRefClose"), 2);
+}
+
+TEST_F(Fake, ShowsArgumentsThatAreToBeZeroOrNull) {
+    am_device* device = fake.phone().device();
+    am_service* service = nullptr;
+    afc_connection* connection = nullptr;
+    uint32_t unused = 0;
+    ASSERT_EQ(AMDeviceConnect(device), 0);
+    ASSERT_EQ(AMDeviceValidatePairing(device), 0);
+    ASSERT_EQ(AMDeviceStartSession(device), 0);
+    fake.clearCalls();
+    AMDeviceStartService(device, CFSTR("a.service"), &service, &unused);
+    AMDPostNotification(service, CFSTR("a.note"), CFSTR("information"));
+    AFCConnectionOpen(service, 5, &connection);
+    EXPECT_THAT(fake.calls(), ElementsAre("AMDeviceStartService a.service (unused argument)",
+                                          "AMDPostNotification a.note (user information)",
+                                          "AFCConnectionOpen (timeout 5)"));
 }
 
 TEST_F(Fake, NamesTheFurtherPhoneInItsCalls) {
@@ -137,6 +155,8 @@ TEST_F(Fake, HoldsToTheOrderOfARealConnection) {
     ASSERT_EQ(AMDeviceConnect(device), 0);
     EXPECT_EQ(AMDeviceStartService(device, CFSTR("com.apple.afc"), &service, nullptr),
               krl::test::kFakeSessionInactive);
+    EXPECT_EQ(AMDeviceStartSession(device), krl::test::kFakeNotPaired);
+    ASSERT_EQ(AMDeviceValidatePairing(device), 0);
     ASSERT_EQ(AMDeviceStartSession(device), 0);
     EXPECT_EQ(AMDeviceStartSession(device), krl::test::kFakeSessionActive);
     EXPECT_EQ(AMDeviceDisconnect(device), 0);
