@@ -1,6 +1,7 @@
 #include "library/phone/KRTPhoneInternal.h"
 
 #include "library/errors/ErrorReport.h"
+#include "library/phone/DeviceLayer.h"
 #include "library/system/Clock.h"
 
 #include <CoreFoundation/CFRef.h>
@@ -11,6 +12,7 @@
 #include <cstring>
 
 using krl::cf::adopt;
+using krl::phone::hasDeviceLayer;
 
 constinit const CFStringRef KRTPhoneNameKey = CFSTR("PhoneName");
 constinit const CFStringRef KRTPhoneClassKey = CFSTR("PhoneClass");
@@ -46,7 +48,9 @@ KRTPhoneRef KRTPhoneWithDevice(am_device* device) {
     }
     *phone = {};
     phone->device = device;
-    AMDeviceRetain(device);
+    if (hasDeviceLayer()) {
+        AMDeviceRetain(device);
+    }
     return phone;
 }
 
@@ -78,18 +82,24 @@ void forgetFileConnection(KRTPhoneRef phone) {
     phone->fileService = nullptr;
 }
 
+void disconnect(KRTPhoneRef phone) {
+    if (hasDeviceLayer()) {
+        AMDeviceDisconnect(phone->device);
+    }
+}
+
 // Contract: a failed open always disconnects, even a null device and even one that a failed start
 // of the file service has disconnected already, and forgets the file connection without closing it.
 // [PhoneOpenFailure.RecordsTheStatusDisconnectsAndForgetsTheHandles]
 int failOpen(KRTPhoneRef phone) {
-    AMDeviceDisconnect(phone->device);
+    disconnect(phone);
     phone->openCount = 0;
     forgetFileConnection(phone);
     return 0;
 }
 
 void closeFileConnection(KRTPhoneRef phone) {
-    if (phone->fileConnection != nullptr) {
+    if (phone->fileConnection != nullptr && hasDeviceLayer()) {
         AFCConnectionClose(phone->fileConnection);
     }
 }
@@ -112,7 +122,7 @@ int failStart(KRTPhoneRef phone) {
 } // namespace
 
 int KRTPhoneOpen(KRTPhoneRef phone) {
-    if (phone->device == nullptr) {
+    if (phone->device == nullptr || !hasDeviceLayer()) {
         reportError(0);
         return failOpen(phone);
     }
@@ -156,7 +166,7 @@ void KRTPhoneClose(KRTPhoneRef phone) {
     }
     KRTPhoneEndFileService(phone);
     if (phone->device != nullptr) {
-        AMDeviceDisconnect(phone->device);
+        disconnect(phone);
     }
 }
 
@@ -171,7 +181,7 @@ int KRTPhoneStartFileService(KRTPhoneRef phone) {
         reportError(kNotOpen);
         return failStartOnClosedPhone(phone);
     }
-    if (phone->device == nullptr) {
+    if (phone->device == nullptr || !hasDeviceLayer()) {
         reportError(kNoFileService);
         return failStart(phone);
     }
@@ -242,6 +252,10 @@ int KRTPhoneBeginSync(KRTPhoneRef phone) {
     if (phone->notificationProxy != nullptr) {
         return 1;
     }
+    if (!hasDeviceLayer()) {
+        reportError(0);
+        return 0;
+    }
     // Contract: the phone is not opened here. A closed phone whose service count is above 0 goes on
     // over its disconnected device. [SyncLock.BeginDoesNotOpenThePhone]
     if (const int started = KRTPhoneStartFileService(phone); started != 1) {
@@ -288,7 +302,7 @@ int KRTPhoneEndSync(KRTPhoneRef phone) {
         reportError(0);
         return 0;
     }
-    if (KRTPhoneStartFileService(phone) == 0) {
+    if (!hasDeviceLayer() || KRTPhoneStartFileService(phone) == 0) {
         reportError(1);
         return 0;
     }
