@@ -22,9 +22,6 @@ constinit const CFStringRef KRTPhoneSizeKey = CFSTR("PhoneSize");
 
 CFArrayRef KRTPhoneSupportedFormats = nullptr;
 
-// The store record, which the phone record owns and its own room, above this one, makes.
-extern "C" KRL_EXPORT KRTRingtoneManagerRef KRTRingtoneManagerForPhone(KRTPhoneRef phone);
-
 namespace {
 
 constexpr krl::ErrorReporter reportError{"KRTPhoneInternal"};
@@ -35,7 +32,7 @@ constexpr int kNoFileService = -1000;
 
 constexpr char kSyncLockPath[] = "/com.apple.itunes.lock_sync";
 constexpr int kLockAttempts = 7;
-constexpr uintptr_t kWriteChunkBytes = 4 * 1024 * 1024;
+constexpr uintptr_t kWriteChunkBytes = uintptr_t{4} * 1024 * 1024;
 
 } // namespace
 
@@ -64,13 +61,6 @@ void KRTPhoneRelease(KRTPhoneRef phone) {
 
 am_device* KRTPhoneRawDevice(KRTPhoneRef phone) {
     return phone->device;
-}
-
-KRTRingtoneManagerRef KRTPhoneGetRingtoneManager(KRTPhoneRef phone) {
-    if (phone->ringtoneManager == nullptr) {
-        phone->ringtoneManager = KRTRingtoneManagerForPhone(phone);
-    }
-    return phone->ringtoneManager;
 }
 
 // ---------------------------------------------------------------------------- connection

@@ -1,12 +1,10 @@
 #include "library/phone/RecordLifetime.h"
 
+#include "library/phone/DeviceLayer.h"
 #include "library/phone/KRTPhoneInternal.h"
 
 #include <cstdlib>
 #include <mutex>
-
-// The store record, which the phone record owns and its own room, above this one, releases.
-extern "C" KRL_EXPORT void KRTRingtoneManagerRelease(KRTRingtoneManagerRef manager);
 
 namespace krl::phone {
 
@@ -37,7 +35,7 @@ void settle(KRTPhoneRef phone, Lock lock) {
     if (isEmptying) {
         phone->lifetime.isEmptied = true;
         if (phone->ringtoneManager != nullptr) {
-            KRTRingtoneManagerRelease(phone->ringtoneManager);
+            phone->lifetime.storeRelease(phone->ringtoneManager);
         }
         phone->information = nullptr;
         phone->device = nullptr;
@@ -46,7 +44,9 @@ void settle(KRTPhoneRef phone, Lock lock) {
     lock.unlock();
     if (isEmptying) {
         CFRelease(information);
-        AMDeviceRelease(device);
+        if (hasDeviceLayer()) {
+            AMDeviceRelease(device);
+        }
     }
     if (isFreeing) {
         std::free(phone);
@@ -80,9 +80,9 @@ void setListed(KRTPhoneRef phone, bool isListed) {
     phone->lifetime.isListed = isListed;
 }
 
-void releaseStore(KRTRingtoneManagerRef store) {
+void releaseStore(KRTRingtoneManagerRef store, StoreRelease storeRelease) {
     const Lock lock(lifetimeMutex());
-    KRTRingtoneManagerRelease(store);
+    storeRelease(store);
 }
 
 SyncUse::SyncUse(KRTPhoneRef phone) : phone_(phone) {

@@ -8,13 +8,18 @@
 
 namespace krl::phone {
 
-/// What a record carries behind its documented fields. Only the functions below look at it.
+/// How a store record is let go: the store, a room above this one, knows.
+using StoreRelease = void (*)(KRTRingtoneManagerRef store);
+
+/// What a record carries behind its documented fields. Only the functions below look at it, and the
+/// store, which says how what it puts into the record is let go.
 struct RecordLifetime {
-    int32_t objectCount; ///< objects that refer to the record
-    int32_t syncCount;   ///< syncs under way
-    bool isListed;       ///< the phone manager has it among its phones
-    bool isReleased;     ///< KRTPhoneRelease was called
-    bool isEmptied;      ///< what the record owned is given back
+    int32_t objectCount;       ///< objects that refer to the record
+    int32_t syncCount;         ///< syncs under way
+    bool isListed;             ///< the phone manager has it among its phones
+    bool isReleased;           ///< KRTPhoneRelease was called
+    bool isEmptied;            ///< what the record owned is given back
+    StoreRelease storeRelease; ///< set with the record's store record
 };
 
 /// What KRTPhoneRelease does. At once, the record gives back what it owns and is then inert:
@@ -28,11 +33,25 @@ void release(KRTPhoneRef phone);
 void addObject(KRTPhoneRef phone);
 void dropObject(KRTPhoneRef phone);
 
+/// The same for the length of a scope.
+class Pin {
+public:
+    explicit Pin(KRTPhoneRef phone) : phone_(phone) { addObject(phone_); }
+
+    ~Pin() { dropObject(phone_); }
+
+    Pin(const Pin&) = delete;
+    Pin& operator=(const Pin&) = delete;
+
+private:
+    const KRTPhoneRef phone_;
+};
+
 /// The phone manager takes the record into its list, or out of it, to release it next.
 void setListed(KRTPhoneRef phone, bool isListed);
 
-/// As KRTRingtoneManagerRelease, also while another thread releases the phone.
-void releaseStore(KRTRingtoneManagerRef store);
+/// Lets a store record go, also while another thread releases its phone.
+void releaseStore(KRTRingtoneManagerRef store, StoreRelease storeRelease);
 
 /// For the length of a sync.
 class SyncUse {

@@ -27,6 +27,14 @@ KRTRingtoneManagerRef KRTRingtoneManagerForPhone(KRTPhoneRef phone) {
     return manager;
 }
 
+KRTRingtoneManagerRef KRTPhoneGetRingtoneManager(KRTPhoneRef phone) {
+    if (phone->ringtoneManager == nullptr) {
+        phone->ringtoneManager = KRTRingtoneManagerForPhone(phone);
+        phone->lifetime.storeRelease = KRTRingtoneManagerRelease;
+    }
+    return phone->ringtoneManager;
+}
+
 void KRTRingtoneManagerRelease(KRTRingtoneManagerRef manager) {
     // Contract: the phone forgets its store record whether or not it is this one, so that it makes
     // a new one when it is asked the next time.

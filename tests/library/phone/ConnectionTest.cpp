@@ -26,6 +26,15 @@ TEST_F(PhoneOpen, OfAnOpenPhoneOnlyCounts) {
     EXPECT_EQ(counts(), (Counts{3, 1}));
 }
 
+TEST_F(PhoneOpen, AnyAnswerButZeroSaysThatThePhoneIsPaired) {
+    for (const int32_t answer : {1, 2, -1, INT32_MIN, 256}) {
+        fake.phone().pairedAnswer(answer);
+        EXPECT_EQ(KRTPhoneOpen(phone), 1) << answer;
+        KRTPhoneClose(phone);
+    }
+    EXPECT_EQ(reportedCode(), std::nullopt);
+}
+
 class RecordWithoutDevice : public ::testing::Test {
 protected:
     RecordWithoutDevice() : phone(KRTPhoneWithDevice(nullptr)) {

@@ -82,7 +82,6 @@ TEST_F(SyncLock, BeginWithoutFileServiceThenReportsCodeZero) {
     phone->fileServiceCount = 0;
     clearErrorsAt("AFCConnectionClose");
     // The connection that is left is closed between the two reports.
-    // report.
     EXPECT_EQ(KRTPhoneBeginSync(phone), 0);
     EXPECT_EQ(reportedCode(), 0);
 }

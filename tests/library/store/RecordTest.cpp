@@ -55,6 +55,20 @@ TEST_F(StoreRecord, ReleaseDoesNotReleaseThePhone) {
     KRTRingtoneManagerRelease(manager);
 }
 
+TEST_F(StoreRecord, TheAccessorMakesItOnceAndKeepsItInThePhone) {
+    KRTPhoneRef other = KRTPhoneWithDevice(fake.phone().device());
+    KRTRingtoneManagerRef made = KRTPhoneGetRingtoneManager(other);
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(made->phone, other);
+    EXPECT_EQ(other->ringtoneManager, made);
+    EXPECT_EQ(KRTPhoneGetRingtoneManager(other), made);
+    KRTPhoneRelease(other);
+}
+
+TEST_F(StoreRecord, ThePhoneLetsGoOfItWithTheStoresOwnRelease) {
+    EXPECT_EQ(phone->lifetime.storeRelease, &KRTRingtoneManagerRelease);
+}
+
 TEST_F(StoreRecord, TheAccessorMakesANewRecordAfterARelease) {
     KRTRingtoneManagerRelease(manager);
     manager = KRTPhoneGetRingtoneManager(phone);
