@@ -5,9 +5,22 @@
  * the run loop of the thread that added the first delegate, while that run loop runs; use the
  * manager from that thread only.
  *
+ * A device that arrives is opened and asked before the delegates are told. That blocks the run loop
+ * until the device has answered or the deadline of the device layer is over, 10 seconds unless
+ * AMDeviceSetCallTimeout says otherwise. A program whose main loop must not stand still for a
+ * silent device adds its delegates on a thread of its own, and ends what that thread waits for with
+ * AMDeviceCancelCalls; the example phone_thread.c shows both.
+ *
  * In a callback the phone is closed and may be opened. Delegates may be added and removed from
  * within a callback. The manager owns the phones: one that was removed is gone when the removed
- * callbacks have returned.
+ * callbacks have returned. A callback that works with its phone blocks the run loop as long as the
+ * phone takes, and with it the news of other phones.
+ *
+ * A callback may run the run loop; what comes meanwhile is told before it returns. Of one phone
+ * everybody hears in order all the same: a removal that comes while the delegates are being told of
+ * the arrival is told when the last of them has heard of the arrival, to all of them, those whose
+ * callback still runs included. Who hears of such an arrival gets a phone that does not open any
+ * more. For the callbacks that still run, the record stays as one without a device.
  */
 #ifndef KRLVESK_KRTPHONEMANAGER_H
 #define KRLVESK_KRTPHONEMANAGER_H
@@ -38,7 +51,8 @@ KRL_EXPORT int32_t KRTGetConnectedPhoneCount(void);
  * @param context    handed back as the first argument of both callbacks
  * @param connected  called for every arrival
  * @param removed    called for every removal, while the phone is still valid
- * @return the handle for KRTPhoneManagerRemoveDelegate; NULL when memory is exhausted
+ * @return the handle for KRTPhoneManagerRemoveDelegate; NULL when memory is exhausted, and without
+ *         a device layer (code 0)
  */
 KRL_EXPORT KRTPhoneManagerDelegateRef KRTPhoneManagerAddDelegate(void* context,
                                                                  KRTPhoneManagerCallback connected,
@@ -49,7 +63,8 @@ KRL_EXPORT KRTPhoneManagerDelegateRef KRTPhoneManagerAddDelegate(void* context,
 KRL_EXPORT void KRTPhoneManagerRemoveDelegate(KRTPhoneManagerDelegateRef delegate);
 
 /** Subscribes to phones without a delegate. A subscription that is there already goes on, and can
- * no longer be ended. Returns the device layer's status, 0 for success. */
+ * no longer be ended. Returns the device layer's status, 0 for success; kAMDNotConnected without a
+ * device layer (code 0). */
 KRL_EXPORT int32_t KRTPhoneManagerBeginSearch(void);
 
 /** Ends the subscription. */
@@ -68,8 +83,16 @@ KRL_EXPORT KRTPhoneRef KRTPhoneManagerPhoneForInfo(CFDictionaryRef information);
 /** The connected phone of a device, the latest to arrive where there are several; NULL for none. */
 KRL_EXPORT KRTPhoneRef KRTPhoneManagerPhoneForDevice(am_device* device);
 
-/** Handles an arrival: opens the phone, reads its information, closes it, keeps it if it is an
- * iPhone and tells the delegates. Called by the subscription. */
+/**
+ * Handles an arrival: opens the phone, reads its information, closes it, keeps it if it is an
+ * iPhone and tells the delegates. Called by the subscription; the run loop stands still until the
+ * phone has answered.
+ *
+ * What is not kept is told on standard error, without a newline at the end. A phone that does not
+ * open: "Error: KRTPhoneManagerPhoneConnectedNotification, Unable to open phone"; the reason is in
+ * the error record, and no delegate is told. Another device: the same text and ", not an iPhone";
+ * nothing is recorded, and the delegates are told with NULL.
+ */
 KRL_EXPORT void KRTPhoneManagerPhoneConnectedNotification(am_device* device);
 
 /** Handles a removal: tells the delegates, then frees the phone. Called by the subscription. */
@@ -81,22 +104,30 @@ KRL_END_C
 
 #ifdef __cplusplus
 
+#include <functional>
 #include <memory>
 #include <vector>
+
+namespace krl::discovery {
+class NewsOnTheirWay;
+}
 
 /**
  * Told of phones by a KRTPhoneManager, on the thread whose run loop brings them, before the phone
  * is used for anything else. A message may add and remove delegates, shut the manager down, open
- * and use the phone, and start an asynchronous sync. It must not throw, which ends the process.
+ * and use the phone, start an asynchronous sync, and run the run loop, see above. It must not
+ * throw, which ends the process.
  */
 class KRL_EXPORT KRTPhoneManagerDelegate {
 public:
     virtual ~KRTPhoneManagerDelegate();
 
+    // phoneConnected:
     /** A phone arrived: closed, with its information read. Null: a device arrived that is not an
      *  iPhone. A phone that could not be opened is not announced at all. */
     virtual void phoneConnected(const std::shared_ptr<KRTPhone>& phone) = 0;
 
+    // phoneRemoved:
     /** A phone was unplugged: the object that phoneConnected gave. Whatever is asked of the phone
      *  fails from now on; after this message its object has no device any more. */
     virtual void phoneRemoved(const std::shared_ptr<KRTPhone>& phone) = 0;
@@ -133,7 +164,8 @@ public:
      * Registers a delegate and retains it. The first one starts the search, so that an arrival
      * follows for each phone that is there already; phones that were announced before are in
      * phones(). A delegate that is registered twice is told twice. Null is ignored. After shutdown
-     * nothing is found any more.
+     * of this object none is registered any more. Without a device layer nothing is found (code 0):
+     * remove the delegates and add them again once there is one.
      */
     void addDelegate(std::shared_ptr<KRTPhoneManagerDelegate> delegate);
 
@@ -155,7 +187,8 @@ public:
     /**
      * Ends the shared manager: forgets the delegates, ends the search, releases all phones and lets
      * go of the object; the next sharedManager makes a new one. Phones that are still held are as
-     * if unplugged.
+     * if unplugged. Final: whoever still holds this object finds no more phones with it, registers
+     * no delegate, and cannot end its successor; a second call does nothing.
      */
     void shutdown();
 
@@ -180,13 +213,19 @@ public:
     std::shared_ptr<KRTPhone> _phoneForPhoneRef(KRTPhoneRef phoneRef) const;
 
 private:
+    using Message = std::function<void(KRTPhoneManagerDelegate&)>;
+
     KRL_PRIVATE KRTPhoneManager();
+    /** Sends a message to all delegates in order. A message may change the list: one that is no
+     *  longer in it is not told, and one that was added is not told yet. */
+    KRL_PRIVATE void tellAll(KRTPhoneRef phoneRef, const Message& message);
 
     std::vector<std::shared_ptr<KRTPhoneManagerDelegate>> _delegateList;
     std::vector<std::shared_ptr<KRTPhone>> _connectedPhones;
     KRTPhoneManagerDelegateRef _internalRef = nullptr;
     bool isSearching_ = false;
     bool isShutDown_ = false;
+    std::unique_ptr<krl::discovery::NewsOnTheirWay> news_;
 };
 
 #endif

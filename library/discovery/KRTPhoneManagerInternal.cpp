@@ -1,6 +1,7 @@
 #include "library/discovery/KRTPhoneManagerInternal.h"
 
 #include "library/errors/ErrorReport.h"
+#include "library/phone/DeviceLayer.h"
 #include "library/phone/RecordLifetime.h"
 
 #include <CoreFoundation/CFRef.h>
@@ -23,18 +24,13 @@ CFMutableArrayRef createPointerArray() {
     return CFArrayCreateMutable(nullptr, 0, nullptr);
 }
 
-CFRange wholeOf(CFArrayRef array) {
-    return CFRangeMake(0, CFArrayGetCount(array));
+/// Named for the leak checker's list of exceptions.
+void makeUnreleasedArray() {
+    createPointerArray();
 }
 
-/// Keeps what is never released reachable, each array from the one dropped after it, so that a leak
-/// checker needs no exception for it.
-void dropUnreleased(CFMutableArrayRef array) {
-    static CFMutableArrayRef lastDropped = nullptr;
-    if (lastDropped) {
-        CFArrayAppendValue(array, lastDropped);
-    }
-    lastDropped = array;
+CFRange wholeOf(CFArrayRef array) {
+    return CFRangeMake(0, CFArrayGetCount(array));
 }
 
 const void* takeFirst(CFMutableArrayRef array) {
@@ -59,27 +55,46 @@ void freeDelegate(const void* delegate) {
 }
 
 int32_t subscribe() {
+    if (!krl::phone::hasDeviceLayer()) {
+        reportError(0);
+        return kAMDNotConnected;
+    }
     return AMDeviceNotificationSubscribe(_amd_callback, 0, 0, nullptr,
                                          &_gKRTPhoneSharedPhoneManager->notification);
 }
 
 void unsubscribe() {
-    AMDShutdownNotificationProxy(_gKRTPhoneSharedPhoneManager->notification);
+    if (krl::phone::hasDeviceLayer()) {
+        AMDShutdownNotificationProxy(_gKRTPhoneSharedPhoneManager->notification);
+    }
     _gKRTPhoneSharedPhoneManager->notification = nullptr;
 }
 
-/// Tells the delegates, who may add and remove delegates meanwhile, or shut the manager down.
+/// Tells the delegates, who may add and remove delegates meanwhile, shut the manager down, or run
+/// the run loop and with it bring the next news.
 void tellDelegates(Notification notification) {
     // Contract: the walk goes by index up to the count at its start. A delegate added meanwhile is
     // not told, and when one is removed its successor moves into its place and is passed over.
-    const CFIndex count = CFArrayGetCount(_gKRTPhoneSharedPhoneManager->delegates);
-    for (CFIndex i = 0; i < count; ++i) {
-        const Manager* const manager = _gKRTPhoneSharedPhoneManager;
-        if (!manager || i >= CFArrayGetCount(manager->delegates)) {
-            return;
+    // [PhoneManagerDelegates.WhoeverFollowsOneThatRemovesItselfIsPassedOver]
+    Manager* const manager = _gKRTPhoneSharedPhoneManager;
+    const CFIndex count = CFArrayGetCount(manager->delegates);
+    CFIndex next = 0;
+    manager->news.tell(notification.phone, [=, &notification, &next] {
+        if (next >= count || next >= CFArrayGetCount(manager->delegates)) {
+            return false;
         }
-        _phone_connection_loop(CFArrayGetValueAtIndex(manager->delegates, i), &notification);
+        _phone_connection_loop(CFArrayGetValueAtIndex(manager->delegates, next++), &notification);
+        return true;
+    });
+}
+
+/// Where the phone is in the list of phones; kCFNotFound also without a manager.
+CFIndex indexOf(KRTPhoneRef phone) {
+    if (!_gKRTPhoneSharedPhoneManager) {
+        return kCFNotFound;
     }
+    const CFArrayRef phones = _gKRTPhoneSharedPhoneManager->phones;
+    return CFArrayGetFirstIndexOfValue(phones, wholeOf(phones), phone);
 }
 
 bool isIPhone(KRTPhoneRef phone) {
@@ -102,10 +117,12 @@ int KRTPhoneManagerInit() {
     auto* const manager = static_cast<Manager*>(std::malloc(sizeof(Manager)));
     if (manager) {
         // Contract: three arrays are made and the first is never released.
-        dropUnreleased(createPointerArray());
+        // [PhoneManagerLifetime.InitMakesThreeArraysOfPlainPointersAndNeverReleasesTheFirst]
+        makeUnreleasedArray();
         manager->delegates = createPointerArray();
         manager->phones = createPointerArray();
         manager->notification = nullptr;
+        manager->news = {};
     }
     _gKRTPhoneSharedPhoneManager = manager;
     return 1;
@@ -123,6 +140,7 @@ void KRTPhoneManagerShutdown() {
     if (!manager) {
         return;
     }
+    manager->news.stop();
     for (CFIndex left = CFArrayGetCount(manager->delegates); left > 0; --left) {
         freeDelegate(takeFirst(manager->delegates));
     }
@@ -188,6 +206,8 @@ void KRTPhoneManagerPhoneConnectedNotification(am_device* device) {
     if (isIPhone(phone)) {
         CFArrayAppendValue(_gKRTPhoneSharedPhoneManager->phones, phone);
         krl::phone::setListed(phone, true);
+        // Pulled out in a callback, it is still lent to that callback.
+        const krl::phone::Pin pin(phone);
         tellDelegates({phone, device, kAMDeviceMessageConnected});
         return;
     }
@@ -206,22 +226,27 @@ void KRTPhoneManagerPhoneDisconnectedNotification(am_device* device) {
     if (!phone) {
         return;
     }
+    const krl::phone::Pin pin(phone);
+    _gKRTPhoneSharedPhoneManager->news.finish(phone);
+    if (indexOf(phone) == kCFNotFound) {
+        return; // released in a callback: removed there, or the manager was shut down
+    }
     tellDelegates({phone, device, kAMDeviceMessageDisconnected});
-    if (!_gKRTPhoneSharedPhoneManager) {
-        return; // shut down by a delegate, and the phone released with it
-    }
-    const CFMutableArrayRef phones = _gKRTPhoneSharedPhoneManager->phones;
-    const CFIndex index = CFArrayGetFirstIndexOfValue(phones, wholeOf(phones), phone);
+    const CFIndex index = indexOf(phone);
     if (index == kCFNotFound) {
-        return;
+        return; // likewise
     }
-    CFArrayRemoveValueAtIndex(phones, index);
+    CFArrayRemoveValueAtIndex(_gKRTPhoneSharedPhoneManager->phones, index);
     releaseUnlisted(phone);
 }
 
 KRTPhoneManagerDelegateRef KRTPhoneManagerAddDelegate(void* context,
                                                       KRTPhoneManagerCallback connected,
                                                       KRTPhoneManagerCallback removed) {
+    if (!krl::phone::hasDeviceLayer()) {
+        reportError(0);
+        return nullptr;
+    }
     auto* const delegate =
         static_cast<KRTPhoneManagerDelegateRef>(std::malloc(sizeof(__krt_manager_delegate)));
     if (!delegate) {

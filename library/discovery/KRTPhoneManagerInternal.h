@@ -1,5 +1,7 @@
 #pragma once
 
+#include "library/discovery/NewsOnTheirWay.h"
+
 #include <KRLVesk/KRTPhoneManager.h>
 
 /// A registered delegate. Owned by the manager.
@@ -15,6 +17,7 @@ struct Manager {
     CFMutableArrayRef delegates;          ///< __krt_manager_delegate records, as they registered
     CFMutableArrayRef phones;             ///< KRTPhoneRef records, as they arrived
     am_device_notification* notification; ///< null while not subscribed
+    NewsOnTheirWay news;                  ///< behind the documented fields
 };
 
 /// What the delegates are told.

@@ -1,3 +1,4 @@
+#include "library/discovery/NewsOnTheirWay.h"
 #include "library/phone/RecordLifetime.h"
 
 #include <KRLVesk/KRTPhoneManager.h>
@@ -24,18 +25,6 @@ bool hasCore() {
 
 bool contains(const Delegates& delegates, const Delegate& delegate) {
     return std::find(delegates.begin(), delegates.end(), delegate) != delegates.end();
-}
-
-/// Sends a message to all delegates in order. A message may change the list: one that is no longer
-/// in it is not told, and one that was added is not told yet.
-template <typename Message>
-void tellAll(const Delegates& delegates, Message message) {
-    const Delegates told = delegates;
-    for (const Delegate& delegate : told) {
-        if (contains(delegates, delegate)) {
-            message(*delegate);
-        }
-    }
 }
 
 template <typename Matches>
@@ -80,7 +69,7 @@ std::shared_ptr<KRTPhoneManager> KRTPhoneManager::init() {
     return std::shared_ptr<KRTPhoneManager>(new KRTPhoneManager);
 }
 
-KRTPhoneManager::KRTPhoneManager() {
+KRTPhoneManager::KRTPhoneManager() : news_(std::make_unique<krl::discovery::NewsOnTheirWay>()) {
     KRTPhoneManagerInit();
     _delegateList.reserve(1);
     _connectedPhones.reserve(1);
@@ -98,7 +87,7 @@ KRTPhoneManager::~KRTPhoneManager() {
 
 // addDelegate:
 void KRTPhoneManager::addDelegate(std::shared_ptr<KRTPhoneManagerDelegate> delegate) {
-    if (!delegate) {
+    if (!delegate || isShutDown_) {
         return;
     }
     _delegateList.push_back(std::move(delegate));
@@ -110,6 +99,7 @@ void KRTPhoneManager::addDelegate(std::shared_ptr<KRTPhoneManagerDelegate> deleg
 // removeDelegate:
 void KRTPhoneManager::removeDelegate(const std::shared_ptr<KRTPhoneManagerDelegate>& delegate) {
     // A copy, as the argument may be lent from the list.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Delegate removed = delegate;
     std::erase(_delegateList, removed);
     if (_delegateList.empty()) {
@@ -140,11 +130,15 @@ std::shared_ptr<KRTPhone> KRTPhoneManager::phoneForInfo(CFDictionaryRef informat
 
 // shutdown
 void KRTPhoneManager::shutdown() {
+    // By now the core, and the shared manager, may be another object's.
+    if (isShutDown_) {
+        return;
+    }
+    isShutDown_ = true;
     const auto self = shared_from_this();
     _delegateList.clear();
     _endPhoneSearch();
     KRTPhoneManagerShutdown();
-    isShutDown_ = true;
     gKRTPhoneManager() = nullptr;
 }
 
@@ -154,7 +148,7 @@ void KRTPhoneManager::_beginPhoneSearch() {
         return;
     }
     _internalRef = KRTPhoneManagerAddDelegate(this, __krt_phone_connected, __krt_phone_removed);
-    isSearching_ = true;
+    isSearching_ = _internalRef != nullptr;
 }
 
 // _endPhoneSearch
@@ -167,6 +161,21 @@ void KRTPhoneManager::_endPhoneSearch() {
     isSearching_ = false;
 }
 
+void KRTPhoneManager::tellAll(KRTPhoneRef phoneRef, const Message& message) {
+    const Delegates told = _delegateList;
+    auto next = told.begin();
+    news_->tell(phoneRef, [&] {
+        next = std::find_if(next, told.end(), [this](const Delegate& delegate) {
+            return contains(_delegateList, delegate);
+        });
+        if (next == told.end()) {
+            return false;
+        }
+        message(**next++);
+        return true;
+    });
+}
+
 // _phoneConnected:
 void KRTPhoneManager::_phoneConnected(KRTPhoneRef phoneRef) {
     const auto self = shared_from_this();
@@ -175,7 +184,7 @@ void KRTPhoneManager::_phoneConnected(KRTPhoneRef phoneRef) {
         phone = KRTPhone::_phoneWithPhoneRef(phoneRef);
         _connectedPhones.push_back(phone);
     }
-    tellAll(_delegateList,
+    tellAll(phoneRef,
             [&phone](KRTPhoneManagerDelegate& delegate) { delegate.phoneConnected(phone); });
 }
 
@@ -185,7 +194,8 @@ void KRTPhoneManager::_phoneRemoved(KRTPhoneRef phoneRef) {
     // Contract: the phone stays in the list.
     // [PhoneManagerObject.ARemovalBringsTheSameObjectWhichStaysInTheList]
     if (const Phone phone = _phoneForPhoneRef(phoneRef)) {
-        tellAll(_delegateList,
+        news_->finish(phoneRef);
+        tellAll(phoneRef,
                 [&phone](KRTPhoneManagerDelegate& delegate) { delegate.phoneRemoved(phone); });
     }
 }

@@ -128,6 +128,33 @@ TEST_F(PhoneManagerObject, OneThatWasShutDownDoesNotEndItsSuccessor) {
     EXPECT_THAT(log, ElementsAre("a connected One"));
 }
 
+TEST_F(PhoneManagerObject, OneThatWasShutDownRegistersNobodyWithItsSuccessor) {
+    manager->shutdown();
+    const auto old = std::exchange(manager, KRTPhoneManager::sharedManager());
+    const auto late = std::make_shared<LoggingDelegate>("late", log);
+    old->addDelegate(late);
+    EXPECT_EQ(fake.live().subscriptions, 0);
+    EXPECT_EQ(late.use_count(), 1) << "nor does it keep the delegate";
+    old->_beginPhoneSearch();
+    addDelegate("a");
+    fake.attach();
+    EXPECT_THAT(log, ElementsAre("a connected One"));
+    old->removeDelegate(late);
+    EXPECT_EQ(fake.live().subscriptions, 1);
+}
+
+TEST_F(PhoneManagerObject, ASecondShutdownLeavesTheSuccessorAlone) {
+    manager->shutdown();
+    const auto old = std::exchange(manager, KRTPhoneManager::sharedManager());
+    addDelegate("a");
+    fake.attach();
+    old->shutdown();
+    EXPECT_EQ(KRTGetConnectedPhoneCount(), 1);
+    EXPECT_EQ(KRTPhoneManager::sharedManager(), manager);
+    fake.detach();
+    EXPECT_THAT(log, ElementsAre("a connected One", "a removed One"));
+}
+
 TEST_F(PhoneManagerObject, FindsNothingAnyMoreAfterShutdown) {
     manager->shutdown();
     addDelegate("a");
@@ -277,6 +304,65 @@ TEST_F(PhoneManagerObject, MayBeShutDownWhileAPhoneIsRemoved) {
     first->onRemoved = nullptr;
 }
 
+// ---------------------------------------------------------------------------- nested news
+
+TEST_F(PhoneManagerObject, NobodyHearsOfARemovalBeforeTheArrivalOrOfAnArrivalAfterIt) {
+    const auto first = addDelegate("a");
+    const auto second = addDelegate("b");
+    first->onConnected = [&] { fake.detach(); };
+    am_device* deviceAtArrival = nullptr;
+    second->onConnected = [&] { deviceAtArrival = second->last->_rawDevice(); };
+    fake.attach();
+    EXPECT_THAT(
+        log, ElementsAre("a connected One", "b connected One", "a removed One", "b removed One"));
+    EXPECT_EQ(deviceAtArrival, fake.phone().device());
+    EXPECT_EQ(second->lastRemoved, second->last);
+    EXPECT_EQ(fake.phone().references(), 0);
+    first->onConnected = second->onConnected = nullptr;
+}
+
+TEST_F(PhoneManagerObject, ARemovalWithinTheRemovalIsToldAfterIt) {
+    const auto first = addDelegate("a");
+    addDelegate("b");
+    fake.attach();
+    log.clear();
+    first->onRemoved = [&] {
+        first->onRemoved = nullptr;
+        fake.detach();
+    };
+    fake.detach();
+    EXPECT_THAT(log,
+                ElementsAre("a removed One", "b removed One", "a removed One", "b removed One"));
+    EXPECT_EQ(fake.phone().references(), 0);
+}
+
+TEST_F(PhoneManagerObject, OneThatIsToldLaterMayBeTakenAwayOrTheManagerShutDown) {
+    for (const bool isShutDown : {false, true}) {
+        log.clear();
+        manager = KRTPhoneManager::sharedManager();
+        const auto first = addDelegate("a");
+        const auto second = addDelegate("b");
+        const auto third = addDelegate("c");
+        first->onConnected = [&] { fake.detach(); };
+        second->onConnected = [&] {
+            if (isShutDown) {
+                std::exchange(manager, nullptr)->shutdown();
+            } else {
+                manager->removeDelegate(third);
+            }
+        };
+        fake.attach();
+        std::vector<std::string> expected = {"a connected One", "b connected One"};
+        if (!isShutDown) {
+            expected.insert(expected.end(), {"a removed One", "b removed One"});
+        }
+        EXPECT_EQ(log, expected);
+        EXPECT_EQ(fake.phone().references(), 0);
+        first->onConnected = second->onConnected = nullptr;
+        KRTPhoneManager::sharedManager()->shutdown();
+    }
+}
+
 // ---------------------------------------------------------------------------- phones
 
 TEST_F(PhoneManagerObject, AnArrivingPhoneIsClosedAndHasItsInformation) {
@@ -286,6 +372,15 @@ TEST_F(PhoneManagerObject, AnArrivingPhoneIsClosedAndHasItsInformation) {
     EXPECT_EQ(delegate->last->phoneFirmwareVersion(), 1011);
     EXPECT_FALSE(fake.phone().isConnected());
     EXPECT_THAT(manager->phones(), ElementsAre(delegate->last));
+}
+
+TEST_F(PhoneManagerObject, APhoneIsInTheListWhenItIsAnnounced) {
+    const auto delegate = addDelegate("a");
+    std::vector<Phone> listed;
+    delegate->onConnected = [&] { listed = manager->phones(); };
+    fake.attach();
+    EXPECT_THAT(listed, ElementsAre(delegate->last));
+    delegate->onConnected = nullptr;
 }
 
 TEST_F(PhoneManagerObject, ADeviceThatIsNotAnIPhoneIsAnnouncedAsNull) {
