@@ -1,11 +1,15 @@
 #include "library/firmware111/KRLFDInternal.h"
 
 #include "library/errors/ErrorReport.h"
+#include "library/firmware111/SlotProbe.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
+
+using krl::objectOf;
+using krl::wordOf;
 
 namespace {
 
@@ -14,14 +18,6 @@ constexpr krl::ErrorReporter reportError{"KRLFDInternal"};
 constexpr KRTUnsignedWord kFirstMarker = 0xA1B1C1D3;
 
 enum ErrorCode { kNullKey = 0, kNullValue = 1, kNullTable = 2 };
-
-KRTUnsignedWord wordOf(const void* object) {
-    return reinterpret_cast<KRTUnsignedWord>(object);
-}
-
-const void* objectOf(KRTUnsignedWord word) {
-    return reinterpret_cast<const void*>(word);
-}
 
 /// How often the smallest table is to be doubled to hold n entries.
 int doublingsFor(KRTWord n) {
@@ -84,6 +80,7 @@ void fillSlot(KRTDictionary& table, KRTWord slot, const void* value, const void*
     if (KRTDictionaryHashKeyIsMagic(&table, wordOf(key))) {
         KRTDictionaryFindNewMarker(&table);
     }
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): a probe gave the slot
     if (table._keys[slot] == ~table._marker) {
         --table._deletes;
     }
@@ -229,42 +226,17 @@ void KRTDictionaryGrow(KRTDictionary* dictionary, KRTWord extra) {
 
 void KRTDictionaryFB2(const KRTDictionary* dictionary, const void* key, KRTWord* found,
                       KRTWord* freeSlot) {
-    *found = -1;
-    if (freeSlot) {
-        *freeSlot = -1;
+    krl::Probe probe;
+    if (key) {
+        // Contract: of the marker only the low 32 bits count here. It starts there and only goes
+        // down. [SlotTableOfWords.OfTheMarkerTheProbeReadsThirtyTwoBits]
+        probe = krl::probeSlots(dictionary->_keys, dictionary->_bucketsNum, CFHash(key),
+                                static_cast<uint32_t>(dictionary->_marker),
+                                [key](KRTUnsignedWord word) {
+                                    return word == wordOf(key) || CFEqual(key, objectOf(word));
+                                });
     }
-    if (!key) {
-        return;
-    }
-    // Contract: of the marker only the low 32 bits count here. It starts there and only goes down.
-    const KRTUnsignedWord empty = static_cast<uint32_t>(dictionary->_marker);
-    const KRTUnsignedWord deleted = ~empty;
-    const auto mask = static_cast<KRTUnsignedWord>(dictionary->_bucketsNum - 1);
-    const auto start = static_cast<KRTWord>(__KRTDictionaryScrambleHash(CFHash(key)) & mask);
-    KRTWord i = start;
-    do {
-        const KRTUnsignedWord slotKey = dictionary->_keys[i];
-        if (slotKey == empty) {
-            if (freeSlot) {
-                *freeSlot = i;
-            }
-            return;
-        }
-        if (slotKey == deleted) {
-            // The first deleted slot is the one to use; no later one replaces it.
-            if (freeSlot) {
-                *freeSlot = i;
-                freeSlot = nullptr;
-            }
-        } else if (slotKey == wordOf(key) || CFEqual(key, objectOf(slotKey))) {
-            *found = i;
-            return;
-        }
-        ++i;
-        if (i >= dictionary->_bucketsNum) {
-            i -= dictionary->_bucketsNum;
-        }
-    } while (i != start);
+    krl::storeProbe(probe, found, freeSlot);
 }
 
 void KRTDictionaryFindNewMarker(KRTDictionary* dictionary) {

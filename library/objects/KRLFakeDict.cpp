@@ -1,10 +1,14 @@
 #include <KRLVesk/KRLFakeDict.h>
 
+#include "library/firmware111/SlotProbe.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <new>
 #include <utility>
 
+using krl::objectOf;
+using krl::wordOf;
 using krl::cf::adopt;
 using krl::cf::CFRef;
 
@@ -27,14 +31,6 @@ KRTWord __KRLHashNumBucketsForCapacity(KRTWord n) {
 namespace {
 
 using Words = std::vector<KRTUnsignedWord>;
-
-KRTUnsignedWord wordOf(const void* object) {
-    return reinterpret_cast<KRTUnsignedWord>(object);
-}
-
-CFTypeRef objectOf(KRTUnsignedWord word) {
-    return reinterpret_cast<CFTypeRef>(word);
-}
 
 size_t indexOf(KRTWord slot) {
     return static_cast<size_t>(slot);
@@ -193,36 +189,15 @@ bool KRLFakeDict::__hkm(KRTUnsignedWord word) const {
 
 // fb:m:nom:
 void KRLFakeDict::fb(CFTypeRef key, KRTWord* found, KRTWord* freeSlot) const {
-    *found = -1;
-    if (freeSlot) {
-        *freeSlot = -1;
+    krl::Probe probe;
+    if (!_keys.empty()) {
+        // Unlike a KRTDictionary's: a null key is a key, the marker counts as a whole, and the
+        // slots are those that there are.
+        probe =
+            krl::probeSlots(_keys.data(), static_cast<KRTWord>(_keys.size()), hashOf(key), _marker,
+                            [key](KRTUnsignedWord word) { return areEqual(key, objectOf(word)); });
     }
-    if (_keys.empty()) {
-        return;
-    }
-    const size_t count = _keys.size();
-    const size_t start = __KRLDictionaryScrambleHash(hashOf(key)) & (count - 1);
-    size_t i = start;
-    do {
-        const KRTUnsignedWord slotKey = _keys[i];
-        if (slotKey == _marker) {
-            if (freeSlot) {
-                *freeSlot = static_cast<KRTWord>(i);
-            }
-            return;
-        }
-        if (slotKey == ~_marker) {
-            // The first deleted slot is the one to use; no later one replaces it.
-            if (freeSlot) {
-                *freeSlot = static_cast<KRTWord>(i);
-                freeSlot = nullptr;
-            }
-        } else if (areEqual(key, objectOf(slotKey))) {
-            *found = static_cast<KRTWord>(i);
-            return;
-        }
-        i = (i + 1) % count;
-    } while (i != start);
+    krl::storeProbe(probe, found, freeSlot);
 }
 
 // _dg:

@@ -19,8 +19,8 @@
 namespace {
 
 using krl::cf::CFRef;
-using krl::test::cfString;
-using krl::test::utf8Of;
+using krl::cf::stringOf;
+using krl::test::text;
 using testing::ElementsAre;
 
 static_assert(offsetof(KRTDictionary, _count) == 0);
@@ -49,7 +49,7 @@ public:
     KRTDictionary* get() { return table_; }
 
     CFStringRef set(const std::string& key, uintptr_t value = 1) {
-        keys_.push_back(cfString(key));
+        keys_.push_back(stringOf(key));
         KRTDictionarySetObjectForKey(table_, reinterpret_cast<const void*>(value),
                                      keys_.back().get());
         return keys_.back().get();
@@ -70,14 +70,14 @@ public:
     std::vector<std::string> order() {
         std::vector<std::string> names;
         for (const auto& [key, value] : pairs()) {
-            names.push_back(utf8Of(static_cast<CFStringRef>(key)));
+            names.push_back(text(static_cast<CFStringRef>(key)));
         }
         return names;
     }
 
     KRTWord slotOf(const std::string& key) {
         KRTWord found = -2;
-        KRTDictionaryFB2(table_, cfString(key).get(), &found, nullptr);
+        KRTDictionaryFB2(table_, stringOf(key).get(), &found, nullptr);
         return found;
     }
 
@@ -87,7 +87,7 @@ private:
 };
 
 KRTWord startSlot(const std::string& name, KRTWord slots) {
-    const KRTUnsignedWord hash = __KRTDictionaryScrambleHash(CFHash(cfString(name).get()));
+    const KRTUnsignedWord hash = __KRTDictionaryScrambleHash(CFHash(stringOf(name).get()));
     return static_cast<KRTWord>(hash % static_cast<KRTUnsignedWord>(slots));
 }
 
@@ -95,7 +95,8 @@ KRTWord startSlot(const std::string& name, KRTWord slots) {
 std::vector<std::string> namesStartingAt(KRTWord slot, KRTWord slots, size_t count) {
     std::vector<std::string> names;
     for (int i = 0; names.size() < count; ++i) {
-        const std::string name = "N" + std::to_string(i) + ".m4r";
+        std::string name = "N";
+        name.append(std::to_string(i)).append(".m4r");
         if (startSlot(name, slots) == slot) {
             names.push_back(name);
         }
@@ -166,7 +167,7 @@ TEST_P(SlotOrder, IsThatOfTheDictionariesOfTheTime) {
     EXPECT_EQ(table.order(), known.enumerated);
     for (const auto& [key, stored] : table.pairs()) {
         EXPECT_EQ(reinterpret_cast<uintptr_t>(stored),
-                  lastValues.at(utf8Of(static_cast<CFStringRef>(key))));
+                  lastValues.at(text(static_cast<CFStringRef>(key))));
     }
 }
 
@@ -248,8 +249,8 @@ TEST(SlotTable, CapacityOfZeroOrOneGivesThreeOfFourSlots) {
 }
 
 TEST(SlotTable, KeysAndValuesAreNeitherRetainedNorReleased) {
-    const auto key = cfString("KEY.m4r");
-    const auto value = cfString("value");
+    const auto key = stringOf("KEY.m4r");
+    const auto value = stringOf("value");
     const CFIndex keyReferences = CFGetRetainCount(key.get());
     const CFIndex valueReferences = CFGetRetainCount(value.get());
     KRTDictionary* const table = KRTDictionaryWithCapacity(0);
@@ -369,10 +370,10 @@ TEST(SlotTable, TheProbeOfAMissingKeyTellsItsPlace) {
     table.set(names[0]);
     KRTWord found = -2;
     KRTWord freeSlot = -2;
-    KRTDictionaryFB2(table.get(), cfString(names[1]).get(), &found, &freeSlot);
+    KRTDictionaryFB2(table.get(), stringOf(names[1]).get(), &found, &freeSlot);
     EXPECT_EQ(found, -1);
     EXPECT_EQ(freeSlot, 6);
-    KRTDictionaryFB2(table.get(), cfString(names[0]).get(), &found, &freeSlot);
+    KRTDictionaryFB2(table.get(), stringOf(names[0]).get(), &found, &freeSlot);
     EXPECT_EQ(found, 5);
     EXPECT_EQ(freeSlot, -1);
 }
