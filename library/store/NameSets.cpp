@@ -23,11 +23,11 @@ NameSet::NameSet(CFArrayRef names) {
 }
 
 void NameSet::add(CFStringRef name) {
-    CFDictionaryAddValue(names_.get(), name, name);
+    names_.insert(cf::retain(name));
 }
 
 bool NameSet::contains(CFTypeRef name) const {
-    return CFDictionaryContainsKey(names_.get(), name);
+    return names_.contains(cf::retain(name));
 }
 
 BaseNames::BaseNames(CFArrayRef names) {

@@ -1,13 +1,13 @@
 // Sets of names that stay quick with thousands of them.
 #pragma once
 
+#include "library/firmware111/ObjectKeys.h"
+
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <cstddef>
 #include <deque>
 #include <list>
-#include <unordered_map>
 
 namespace krl::ringtones {
 
@@ -22,8 +22,7 @@ public:
     bool contains(CFTypeRef name) const;
 
 private:
-    cf::CFRef<CFMutableDictionaryRef> names_ = cf::adopt(CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    ObjectSet names_;
 };
 
 /// The base names in use: a list that may hold a name twice, with its names indexed.
@@ -33,7 +32,7 @@ public:
     /// Of the elements of an array.
     explicit BaseNames(CFArrayRef names);
 
-    bool contains(CFStringRef name) const { return places_.count(cf::retain(name)) != 0; }
+    bool contains(CFStringRef name) const { return places_.contains(cf::retain(name)); }
 
     void append(CFStringRef name);
     /// Removes the first occurrence, if there is one.
@@ -47,18 +46,8 @@ private:
     using Name = cf::CFRef<CFStringRef>;
     using List = std::list<Name>;
 
-    struct Hash {
-        size_t operator()(const Name& name) const { return CFHash(name.get()); }
-    };
-
-    struct Equal {
-        bool operator()(const Name& left, const Name& right) const {
-            return CFEqual(left.get(), right.get());
-        }
-    };
-
     List list_;
-    std::unordered_map<Name, std::deque<List::iterator>, Hash, Equal> places_;
+    ObjectMap<std::deque<List::iterator>> places_;
 };
 
 } // namespace krl::ringtones
