@@ -1,210 +1,255 @@
 #include "library/firmware111/LayoutCheck.h"
 
-#include <KRLVesk/KRTDictionary.h>
-#include <KRLVesk/KRTRingtoneManager.h>
+#include "library/firmware111/FileNames.h"
+
+#include <CoreFoundation/CFValues.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
-#include <memory>
-#include <new>
-#include <vector>
+#include <utility>
 
-using krl::cf::adopt;
-using krl::cf::cast;
-using krl::cf::CFRef;
+namespace krl {
+
+using cf::adopt;
+using cf::cast;
+using cf::CFRef;
 
 namespace {
 
 /// In UTF-16 units. Longer names take no part in the rule about GUIDs.
 constexpr CFIndex kLongestShortName = 8;
 
-struct ReleaseTable {
-    void operator()(KRTDictionary* table) const { KRTDictionaryRelease(table); }
-};
-
-using Table = std::unique_ptr<KRTDictionary, ReleaseTable>;
-
-Table makeTable(KRTWord capacity) {
-    Table table(KRTDictionaryWithCapacity(capacity));
-    if (!table) {
-        throw std::bad_alloc();
-    }
-    return table;
-}
-
 constexpr uint32_t kNoGUID = UINT32_MAX;
-
-/// What the check needs of one entry, and no more: entries are walked in an order that jumps about
-/// in memory, so that each object looked at there would have to be fetched anew.
-struct Entry {
-    CFStringRef name; ///< null when the key is no string
-    uint32_t guid;    ///< index of its GUID, or kNoGUID
-    bool isShort;
-};
 
 bool isShort(CFStringRef name) {
     return CFStringGetLength(name) <= kLongestShortName;
 }
 
-/// Gives each GUID an index, the same one to equal GUIDs.
-class GUIDs {
-public:
-    uint32_t indexOf(CFTypeRef info) {
-        const auto values = cast<CFDictionaryRef>(info);
-        const void* const guid =
-            values != nullptr ? CFDictionaryGetValue(values, CFSTR("GUID")) : nullptr;
-        if (guid == nullptr) {
-            return kNoGUID;
-        }
-        const auto next = static_cast<uintptr_t>(CFDictionaryGetCount(indices_.get()));
-        CFDictionaryAddValue(indices_.get(), guid, reinterpret_cast<const void*>(next));
-        return static_cast<uint32_t>(
-            reinterpret_cast<uintptr_t>(CFDictionaryGetValue(indices_.get(), guid)));
-    }
-
-    size_t count() const { return static_cast<size_t>(CFDictionaryGetCount(indices_.get())); }
-
-private:
-    CFRef<CFMutableDictionaryRef> indices_ =
-        adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, nullptr));
-};
-
-/// The catalogue's entries in the order in which firmware 1.1.1 walks them.
-std::vector<Entry> entriesInFirmwareOrder(CFDictionaryRef catalogue, GUIDs& guids) {
+/// For how many entries the firmware's table is made.
+KRTWord capacityFor(CFDictionaryRef catalogue) {
     constexpr CFIndex kSmallestCapacity = 10;
-    const CFIndex catalogueCount = CFDictionaryGetCount(catalogue);
-    const auto size = static_cast<size_t>(catalogueCount);
-    std::vector<const void*> names(size);
-    std::vector<const void*> values(size);
-    CFDictionaryGetKeysAndValues(catalogue, names.data(), values.data());
-
-    std::vector<Entry> entries(size);
-    const Table table = makeTable(std::max(catalogueCount, kSmallestCapacity));
-    for (size_t i = 0; i < size; ++i) {
-        if (names[i] && values[i]) {
-            const auto name = cast<CFStringRef>(names[i]);
-            entries[i] = {name, guids.indexOf(values[i]), name != nullptr && isShort(name)};
-            KRTDictionarySetObjectForKey(table.get(), &entries[i], names[i]);
-        }
-    }
-    const auto count = static_cast<size_t>(KRTDictionaryGetCount(table.get()));
-    KRTDictionaryGetKeysAndValues(table.get(), names.data(), values.data());
-    std::vector<Entry> inOrder(count);
-    std::transform(values.begin(), values.begin() + static_cast<ptrdiff_t>(count), inOrder.begin(),
-                   [](const void* value) { return *static_cast<const Entry*>(value); });
-    return inOrder;
-}
-
-bool isLetterOrDigit(UniChar unit) {
-    return (unit >= '0' && unit <= '9') || (unit >= 'A' && unit <= 'Z') ||
-           (unit >= 'a' && unit <= 'z');
-}
-
-CFRef<CFURLRef> fileURL(CFStringRef name) {
-    constexpr Boolean kIsDirectory = false;
-    return adopt(CFURLCreateWithFileSystemPath(nullptr, name, kCFURLPOSIXPathStyle, kIsDirectory));
-}
-
-/// The name with another extension; null for a name that no file can have.
-CFRef<CFStringRef> nameWithExtension(CFStringRef name, CFStringRef extension) {
-    const auto url = fileURL(name);
-    if (!url) {
-        return {};
-    }
-    const auto base = adopt(CFURLCreateCopyDeletingPathExtension(nullptr, url.get()));
-    if (!base) {
-        return {};
-    }
-    const auto renamed =
-        adopt(CFURLCreateCopyAppendingPathExtension(nullptr, base.get(), extension));
-    return renamed ? adopt(CFURLCopyLastPathComponent(renamed.get())) : CFRef<CFStringRef>();
-}
-
-/// Is shown the entries in the firmware's order and gathers the names that it stumbles over.
-class LayoutCheck {
-public:
-    explicit LayoutCheck(size_t guidCount) : firsts_(guidCount) {}
-
-    void look(const Entry& entry) {
-        if (entry.name == nullptr) {
-            return;
-        }
-        if (!entry.isShort) {
-            lookAtLongName(entry.name);
-        } else if (entry.guid != kNoGUID) {
-            lookAtShortName(entry.name, firsts_[entry.guid]);
-        }
-    }
-
-    /// The names, handed over; null when there are none.
-    CFMutableArrayRef takeNames() {
-        return CFArrayGetCount(names_.get()) > 0 ? names_.leak() : nullptr;
-    }
-
-private:
-    void lookAtLongName(CFStringRef name) {
-        if (CFStringHasSuffix(name, CFSTR("m4r"))) {
-            CFArrayAppendValue(names_.get(), name);
-        }
-    }
-
-    /// @param first  the first short name of the same GUID that has an extension, as far as known
-    void lookAtShortName(CFStringRef name, CFStringRef& first) {
-        const auto firstExtension =
-            first != nullptr ? krl::fileNameExtension(first) : CFRef<CFStringRef>();
-        if (!firstExtension) {
-            first = name;
-        } else if (!CFEqual(firstExtension.get(), CFSTR("m4r"))) {
-            // Contract: what is reported is this entry's base name with the first entry's
-            // extension, which need not be a name of the catalogue.
-            if (const auto reported = nameWithExtension(name, firstExtension.get())) {
-                CFArrayAppendValue(names_.get(), reported.get());
-            }
-        }
-    }
-
-    CFRef<CFMutableArrayRef> names_ =
-        adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-    /// By index of the GUID; lent by the catalogue.
-    std::vector<CFStringRef> firsts_;
-};
-
-/// Exhausted memory ends the process here: no catalogue may pass unchecked.
-CFMutableArrayRef namesInTheWay(CFDictionaryRef catalogue) noexcept {
-    GUIDs guids;
-    const std::vector<Entry> entries = entriesInFirmwareOrder(catalogue, guids);
-    LayoutCheck check(guids.count());
-    for (const Entry& entry : entries) {
-        check.look(entry);
-    }
-    return check.takeNames();
+    return std::max(CFDictionaryGetCount(catalogue), kSmallestCapacity);
 }
 
 } // namespace
 
-namespace krl {
+LayoutCheck::LayoutCheck(CFDictionaryRef catalogue)
+    : catalogue_(catalogue), order_(capacityFor(catalogue)) {}
 
-CFRef<CFStringRef> fileNameExtension(CFStringRef name) {
-    const CFIndex length = CFStringGetLength(name);
-    if (length <= kLongestShortName) {
-        std::array<UniChar, kLongestShortName> units;
-        CFStringGetCharacters(name, CFRangeMake(0, length), units.data());
-        const auto end = units.begin() + length;
-        const auto point = std::find(units.begin(), end, '.');
-        const bool isPlain = point != units.begin() && end - point > 1 &&
-                             std::all_of(units.begin(), point, isLetterOrDigit) &&
-                             std::all_of(point + 1, end, isLetterOrDigit);
-        if (isPlain) {
-            return adopt(CFStringCreateWithCharacters(nullptr, point + 1, end - point - 1));
+// ---------------------------------------------------------------------------- changes
+
+void LayoutCheck::readAnew() {
+    const std::vector<cf::Pair> pairs = cf::pairsOf(catalogue_);
+    order_ = SlotOrder(capacityFor(catalogue_));
+    entries_.clear();
+    entries_.reserve(pairs.size());
+    indices_.clear();
+    indices_.reserve(pairs.size());
+    guids_.clear();
+    groups_.clear();
+    touched_.clear();
+    isTouched_.clear();
+    listed_.clear();
+    isOdd_ = false;
+    for (const auto& [key, value] : pairs) {
+        if (key != nullptr && value != nullptr) {
+            append(key, value);
         }
     }
-    const auto url = fileURL(name);
-    return url ? adopt(CFURLCopyPathExtension(url.get())) : CFRef<CFStringRef>();
+    isOdd_ = indices_.size() != pairs.size();
+    isStale_ = false;
+}
+
+void LayoutCheck::append(CFTypeRef key, CFTypeRef entry) {
+    const auto index = static_cast<uint32_t>(entries_.size());
+    const auto [place, isNew] = indices_.try_emplace(cf::retain(key), index);
+    if (!isNew) {
+        leave(place->second);
+        takePart(place->second, entry);
+        return;
+    }
+    entries_.push_back({place->first, kNoGUID, 0, false, false, {}, {}});
+    order_.append(index, CFHash(key));
+    takePart(index, entry);
+}
+
+/// Gives an entry its part in the rules.
+void LayoutCheck::takePart(uint32_t index, CFTypeRef entry) {
+    const auto name = cast<CFStringRef>(entries_[index].key.get());
+    if (name == nullptr) {
+        return;
+    }
+    if (isShort(name)) {
+        const uint32_t guid = indexOfGUID(entry);
+        entries_[index].guid = guid;
+        if (guid != kNoGUID) {
+            entries_[index].placeInGroup = static_cast<uint32_t>(groups_[guid].size());
+            groups_[guid].push_back(index);
+            touchGroupOf(index);
+        }
+    } else if (CFStringHasSuffix(name, CFSTR("m4r"))) {
+        entries_[index].reported = cf::retain(name);
+        putInTheWay(index);
+    }
+}
+
+/// Takes an entry out of what it had a part in.
+void LayoutCheck::leave(uint32_t index) {
+    Entry& entry = entries_[index];
+    entry.isInTheWay = false;
+    if (entry.guid != kNoGUID) {
+        touchGroupOf(index);
+        std::vector<uint32_t>& group = groups_[entry.guid];
+        group[entry.placeInGroup] = group.back();
+        entries_[group.back()].placeInGroup = entry.placeInGroup;
+        group.pop_back();
+        entry.guid = kNoGUID;
+    }
+}
+
+void LayoutCheck::entryTaken(CFStringRef name) {
+    isStale_ = isStale_ || isOdd_;
+    if (isStale_) {
+        return;
+    }
+    const auto found = indices_.find(cf::retain<CFTypeRef>(name));
+    if (found == indices_.end()) {
+        return;
+    }
+    const uint32_t index = found->second;
+    leave(index);
+    moved_.clear();
+    isStale_ = !order_.remove(index, moved_);
+    std::for_each(moved_.begin(), moved_.end(), [this](uint32_t other) { touchGroupOf(other); });
+    entries_[index] = {{}, kNoGUID, 0, false, entries_[index].isListed, {}, {}};
+    indices_.erase(found);
+}
+
+void LayoutCheck::entryPut(CFStringRef name, CFTypeRef entry) {
+    isStale_ = isStale_ || isOdd_ || indices_.size() + 1 >= order_.slotCount();
+    if (!isStale_) {
+        append(name, entry);
+    }
+    // Those that are gone are cleared away at times.
+    isStale_ = isStale_ || entries_.size() > 2 * indices_.size() + 1000;
+}
+
+// ---------------------------------------------------------------------------- the rules
+
+/// Equal GUIDs have the same index.
+uint32_t LayoutCheck::indexOfGUID(CFTypeRef entry) {
+    const auto values = cast<CFDictionaryRef>(entry);
+    const void* const guid =
+        values != nullptr ? CFDictionaryGetValue(values, CFSTR("GUID")) : nullptr;
+    if (guid == nullptr) {
+        return kNoGUID;
+    }
+    const auto next = static_cast<uint32_t>(groups_.size());
+    const auto [place, isNew] = guids_.try_emplace(cf::retain(guid), next);
+    if (isNew) {
+        groups_.emplace_back();
+        isTouched_.push_back(false);
+    }
+    return place->second;
+}
+
+void LayoutCheck::touchGroupOf(uint32_t index) {
+    const uint32_t guid = entries_[index].guid;
+    if (guid != kNoGUID && !isTouched_[guid]) {
+        isTouched_[guid] = true;
+        touched_.push_back(guid);
+    }
+}
+
+/// Of the entries of one GUID the first with an extension must be the m4r one, if any follows.
+void LayoutCheck::judgeGroup(uint32_t guid) {
+    const std::vector<uint32_t>& group = groups_[guid];
+    isTouched_[guid] = false;
+    CFRef<CFStringRef> firstExtension;
+    uint32_t firstSlot = UINT32_MAX;
+    if (group.size() > 1) {
+        for (const uint32_t index : group) {
+            const uint32_t slot = order_.slotOf(index);
+            if (slot >= firstSlot) {
+                continue;
+            }
+            auto extension = fileNameExtension(cast<CFStringRef>(entries_[index].key.get()));
+            if (extension) {
+                firstExtension = std::move(extension);
+                firstSlot = slot;
+            }
+        }
+    }
+    const bool isInOrder = !firstExtension || CFEqual(firstExtension.get(), CFSTR("m4r"));
+    for (const uint32_t index : group) {
+        const bool follows = order_.slotOf(index) > firstSlot;
+        judge(index, !isInOrder && follows ? firstExtension.get() : nullptr);
+    }
+}
+
+/// @param firstExtension  the extension that stands in this entry's way; null when none does
+void LayoutCheck::judge(uint32_t index, CFStringRef firstExtension) {
+    Entry& entry = entries_[index];
+    entry.isInTheWay = false;
+    if (firstExtension == nullptr) {
+        return;
+    }
+    if (!entry.extension || !CFEqual(entry.extension.get(), firstExtension)) {
+        // Contract: what is reported is this entry's base name with the first entry's extension,
+        // which need not be a name of the catalogue.
+        // [LayoutCheck.WhatIsReturnedIsTheLaterBaseWithTheFirstExtension]
+        entry.extension = cf::retain(firstExtension);
+        entry.reported =
+            nameWithExtension(cast<CFStringRef>(entry.key.get()), entry.extension.get());
+    }
+    if (entry.reported) {
+        putInTheWay(index);
+    }
+}
+
+void LayoutCheck::putInTheWay(uint32_t index) {
+    Entry& entry = entries_[index];
+    entry.isInTheWay = true;
+    if (!entry.isListed) {
+        entry.isListed = true;
+        listed_.push_back(index);
+    }
+}
+
+LayoutCheck::Names LayoutCheck::namesInTheWay() {
+    // With another number of entries the firmware's table may have other slots.
+    if (isStale_ || order_.slotCount() != SlotOrder::slotCountFor(capacityFor(catalogue_))) {
+        readAnew();
+    }
+    for (const uint32_t guid : touched_) {
+        judgeGroup(guid);
+    }
+    touched_.clear();
+    std::erase_if(listed_, [this](uint32_t index) {
+        Entry& entry = entries_[index];
+        entry.isListed = entry.isInTheWay;
+        return !entry.isInTheWay;
+    });
+    std::sort(listed_.begin(), listed_.end(), [this](uint32_t one, uint32_t other) {
+        return order_.slotOf(one) < order_.slotOf(other);
+    });
+    Names names;
+    names.reserve(listed_.size());
+    for (const uint32_t index : listed_) {
+        names.push_back(entries_[index].reported);
+    }
+    return names;
+}
+
+CFRef<CFMutableArrayRef> namesInTheWay(CFDictionaryRef catalogue) noexcept {
+    const LayoutCheck::Names names = LayoutCheck(catalogue).namesInTheWay();
+    if (names.empty()) {
+        return {};
+    }
+    auto array = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+    for (const auto& name : names) {
+        CFArrayAppendValue(array.get(), name.get());
+    }
+    return array;
 }
 
 } // namespace krl
-
-CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef catalogue) {
-    return namesInTheWay(catalogue);
-}

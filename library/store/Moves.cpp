@@ -6,13 +6,27 @@
 #include <KRLVesk/KRTRingtoneManager.h>
 
 namespace krl::ringtones {
+
+using cf::CFRef;
+
 namespace {
 
-cf::CFRef<CFDictionaryRef> makeRenameRecord(CFStringRef newBase, CFStringRef extension) {
+CFRef<CFDictionaryRef> makeRenameRecord(CFStringRef newBase, CFStringRef extension) {
     const auto record = makeDictionary();
     CFDictionarySetValue(record.get(), kNewBaseName, newBase);
     CFDictionarySetValue(record.get(), kNewExtension, extension);
     return record;
+}
+
+CFRef<CFTypeRef> takeEntry(const Layout& layout, CFStringRef fileName) {
+    auto entry = take(layout.catalogue, fileName);
+    layout.check.entryTaken(fileName);
+    return entry;
+}
+
+void putEntry(const Layout& layout, CFStringRef fileName, CFTypeRef entry) {
+    CFDictionarySetValue(layout.catalogue, fileName, entry);
+    layout.check.entryPut(fileName, entry);
 }
 
 bool isOnPhone(CFDictionaryRef entry, CFDictionaryRef unchanged) {
@@ -22,28 +36,30 @@ bool isOnPhone(CFDictionaryRef entry, CFDictionaryRef unchanged) {
 
 } // namespace
 
-void moveEntry(const Layout& layout, CFStringRef fileName) {
+bool moveEntry(const Layout& layout, CFStringRef fileName) {
     // The layout check may name files that the catalogue does not have, and one file more than
     // once.
-    const auto entry = take(layout.catalogue, fileName);
+    if (!CFDictionaryContainsKey(layout.catalogue, fileName)) {
+        return false;
+    }
+    const auto entry = takeEntry(layout, fileName);
     if (!entry) {
-        return;
+        return true;
     }
     const FileName old = splitPath(fileName);
-    cf::CFRef<CFTypeRef> companion;
+    CFRef<CFTypeRef> companion;
     if (!isM4R(old.extension.get())) {
-        companion = take(layout.catalogue, companionName(old.base.get()).get());
+        companion = takeEntry(layout, companionName(old.base.get()).get());
     }
 
     // Contract: the old base name is free before the new one is drawn, and may come back at once.
     // [Fix.TheOldNameMayComeBackAtOnce]
     layout.baseNames.removeFirst(old.base.get());
     const auto newBase = layout.baseNames.drawUnused();
-    CFDictionarySetValue(layout.catalogue, joinName(newBase.get(), old.extension.get()).get(),
-                         entry.get());
+    putEntry(layout, joinName(newBase.get(), old.extension.get()).get(), entry.get());
     layout.baseNames.append(newBase.get());
     if (companion) {
-        CFDictionarySetValue(layout.catalogue, companionName(newBase.get()).get(), companion.get());
+        putEntry(layout, companionName(newBase.get()).get(), companion.get());
     }
 
     // Contract: a companion with a name too long is moved like a ringtone of its own, and the
@@ -55,6 +71,7 @@ void moveEntry(const Layout& layout, CFStringRef fileName) {
         CFDictionarySetValue(layout.renames, guid,
                              makeRenameRecord(newBase.get(), old.extension.get()).get());
     }
+    return true;
 }
 
 } // namespace krl::ringtones

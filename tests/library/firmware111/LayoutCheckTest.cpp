@@ -1,9 +1,10 @@
 #include "library/firmware111/LayoutCheck.h"
+#include "library/firmware111/FileNames.h"
 #include "tests/library/firmware111/Strings.h"
 
+#include <CoreFoundation/CFValues.h>
 #include <KRLVesk/KRTDictionary.h>
 #include <KRLVesk/KRTError.h>
-#include <KRLVesk/KRTRingtoneManager.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,9 +22,10 @@ namespace {
 
 using krl::cf::adopt;
 using krl::cf::CFRef;
-using krl::test::cfString;
+using krl::cf::makeDictionary;
+using krl::cf::stringOf;
+using krl::test::text;
 using krl::test::unitsOf;
-using krl::test::utf8Of;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -31,27 +33,22 @@ using testing::Not;
 
 using Names = std::vector<std::string>;
 
-CFRef<CFMutableDictionaryRef> newDictionary() {
-    return adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                           &kCFTypeDictionaryValueCallBacks));
-}
-
 /// A catalogue, put together entry by entry.
 class Catalogue {
 public:
     Catalogue& add(const std::string& name, const std::string& guid) {
-        return add(cfString(name).get(), cfString(guid).get());
+        return add(stringOf(name).get(), stringOf(guid).get());
     }
 
     Catalogue& add(CFStringRef name, CFTypeRef guid) {
-        const auto info = newDictionary();
+        const auto info = makeDictionary();
         CFDictionarySetValue(info.get(), CFSTR("Name"), name);
         CFDictionarySetValue(info.get(), CFSTR("GUID"), guid);
         return addRaw(name, info.get());
     }
 
     Catalogue& addWithoutGuid(const std::string& name) {
-        return addRaw(cfString(name).get(), newDictionary().get());
+        return addRaw(stringOf(name).get(), makeDictionary().get());
     }
 
     Catalogue& addRaw(CFTypeRef name, CFTypeRef info) {
@@ -63,20 +60,20 @@ public:
 
     /// No value when the catalogue is valid.
     std::optional<Names> namesInTheWay() const {
-        const auto result = adopt(KRTRingtoneManagerIsValidFor111(entries_.get()));
+        const auto result = krl::namesInTheWay(entries_.get());
         if (!result) {
             return std::nullopt;
         }
         Names names;
         for (CFIndex i = 0; i < CFArrayGetCount(result.get()); ++i) {
             names.push_back(
-                utf8Of(static_cast<CFStringRef>(CFArrayGetValueAtIndex(result.get(), i))));
+                text(static_cast<CFStringRef>(CFArrayGetValueAtIndex(result.get(), i))));
         }
         return names;
     }
 
 private:
-    CFRef<CFMutableDictionaryRef> entries_ = newDictionary();
+    CFRef<CFMutableDictionaryRef> entries_ = makeDictionary();
 };
 
 /// Names in the order in which the firmware walks a dictionary of them.
@@ -85,7 +82,7 @@ Names inFirmwareOrder(const Names& names) {
     KRTDictionary* const table =
         KRTDictionaryWithCapacity(std::max(static_cast<KRTWord>(names.size()), KRTWord{10}));
     for (const auto& name : names) {
-        keys.push_back(cfString(name));
+        keys.push_back(stringOf(name));
         KRTDictionarySetObjectForKey(table, kCFBooleanTrue, keys.back().get());
     }
     std::vector<const void*> walked(names.size());
@@ -94,7 +91,7 @@ Names inFirmwareOrder(const Names& names) {
     KRTDictionaryRelease(table);
     Names result;
     for (const void* key : walked) {
-        result.push_back(utf8Of(static_cast<CFStringRef>(key)));
+        result.push_back(text(static_cast<CFStringRef>(key)));
     }
     return result;
 }
@@ -195,7 +192,7 @@ TEST(LayoutCheck, AnM4rMetFirstIsInNobodysWay) {
 
 TEST(LayoutCheck, WhereTwoNamesMeetInOneSlotTheCataloguesOrderDecides) {
     const auto startSlot = [](const std::string& name) {
-        return __KRTDictionaryScrambleHash(CFHash(cfString(name).get())) % 16;
+        return __KRTDictionaryScrambleHash(CFHash(stringOf(name).get())) % 16;
     };
     std::string base;
     for (int i = 1000; base.empty(); ++i) {
@@ -251,8 +248,8 @@ TEST(LayoutCheck, EqualGuidsNeedNotBeOneObject) {
     const auto one = adopt(CFStringCreateMutableCopy(nullptr, 0, CFSTR("GUID-1")));
     const auto other = adopt(CFStringCreateMutableCopy(nullptr, 0, CFSTR("GUID-1")));
     EXPECT_EQ(Catalogue()
-                  .add(cfString(base + ".mp3").get(), one.get())
-                  .add(cfString(base + ".m4r").get(), other.get())
+                  .add(stringOf(base + ".mp3").get(), one.get())
+                  .add(stringOf(base + ".m4r").get(), other.get())
                   .namesInTheWay(),
               Names{base + ".mp3"});
 }
@@ -315,15 +312,15 @@ TEST(LayoutCheck, EntriesThatAreNoDictionariesTakeNoPartInTheRuleAboutGuids) {
 TEST(LayoutCheck, AGuidMayBeAnyObject) {
     const std::string base = baseMeeting({"mp3", "m4r"});
     EXPECT_EQ(Catalogue()
-                  .add(cfString(base + ".mp3").get(), kCFBooleanTrue)
-                  .add(cfString(base + ".m4r").get(), kCFBooleanTrue)
+                  .add(stringOf(base + ".mp3").get(), kCFBooleanTrue)
+                  .add(stringOf(base + ".m4r").get(), kCFBooleanTrue)
                   .namesInTheWay(),
               Names{base + ".mp3"});
 }
 
 TEST(LayoutCheck, KeysThatAreNoStringsArePassedOver) {
     Catalogue catalogue;
-    catalogue.addRaw(kCFBooleanTrue, newDictionary().get());
+    catalogue.addRaw(kCFBooleanTrue, makeDictionary().get());
     catalogue.add("ABCDE.m4r", "1");
     EXPECT_EQ(catalogue.namesInTheWay(), Names{"ABCDE.m4r"});
 }
@@ -346,13 +343,12 @@ TEST(LayoutCheck, TheResultOutlivesTheCatalogue) {
     {
         Catalogue catalogue;
         catalogue.add("ABCDE.m4r", "1");
-        result = adopt(KRTRingtoneManagerIsValidFor111(catalogue.get()));
+        result = krl::namesInTheWay(catalogue.get());
     }
     ASSERT_TRUE(result);
     CFArrayAppendValue(result.get(), CFSTR("mutable"));
     EXPECT_EQ(CFArrayGetCount(result.get()), 2);
-    EXPECT_EQ(utf8Of(static_cast<CFStringRef>(CFArrayGetValueAtIndex(result.get(), 0))),
-              "ABCDE.m4r");
+    EXPECT_EQ(text(static_cast<CFStringRef>(CFArrayGetValueAtIndex(result.get(), 0))), "ABCDE.m4r");
 }
 
 TEST(LayoutCheck, LooksAtEveryEntryOfALargeCatalogue) {
@@ -388,20 +384,41 @@ std::optional<std::u16string> extensionByURL(CFStringRef name) {
     return url ? copyUnits(adopt(CFURLCopyPathExtension(url.get()))) : std::nullopt;
 }
 
-/// The rules once more, by URLs alone.
-std::vector<std::u16string> expectedNames(const std::vector<CFStringRef>& order,
-                                          const std::map<CFStringRef, int>& guids) {
+/// The keys in the order of the firmware's own table.
+std::vector<CFStringRef> orderOfTable(CFDictionaryRef catalogue) {
+    const auto count = static_cast<size_t>(CFDictionaryGetCount(catalogue));
+    std::vector<const void*> keys(count);
+    std::vector<const void*> infos(count);
+    CFDictionaryGetKeysAndValues(catalogue, keys.data(), infos.data());
+    KRTDictionary* const table =
+        KRTDictionaryWithCapacity(std::max(static_cast<KRTWord>(count), KRTWord{10}));
+    for (size_t i = 0; i < count; ++i) {
+        KRTDictionarySetObjectForKey(table, infos[i], keys[i]);
+    }
+    KRTDictionaryGetKeysAndValues(table, keys.data(), infos.data());
+    KRTDictionaryRelease(table);
+    std::vector<CFStringRef> order;
+    for (const void* key : keys) {
+        order.push_back(static_cast<CFStringRef>(key));
+    }
+    return order;
+}
+
+/// The rules once more, over the whole catalogue and by URLs alone.
+std::vector<std::u16string> namesByTheRules(CFDictionaryRef catalogue) {
     std::vector<std::u16string> result;
-    std::map<int, CFRef<CFStringRef>> extensions;
-    for (CFStringRef name : order) {
+    std::map<std::u16string, CFRef<CFStringRef>> extensions;
+    for (CFStringRef name : orderOfTable(catalogue)) {
         if (CFStringGetLength(name) >= 9) {
             if (CFStringHasSuffix(name, CFSTR("m4r"))) {
                 result.push_back(unitsOf(name));
             }
             continue;
         }
+        const auto info = static_cast<CFDictionaryRef>(CFDictionaryGetValue(catalogue, name));
+        const auto guid = static_cast<CFStringRef>(CFDictionaryGetValue(info, CFSTR("GUID")));
         const auto url = urlOf(name);
-        auto& first = extensions[guids.at(name)];
+        auto& first = extensions[unitsOf(guid)];
         if (!first) {
             first = url ? adopt(CFURLCopyPathExtension(url.get())) : nullptr;
         } else if (unitsOf(first.get()) != u"m4r" && url) {
@@ -441,6 +458,23 @@ private:
     bool isPlain_ = false;
 };
 
+TEST(LayoutCheck, PartsOfNamesAreThoseOfURLs) {
+    RandomNames names(112);
+    for (int i = 0; i < 20000; ++i) {
+        const auto name = names.next();
+        const auto url = urlOf(name.get());
+        if (!url) {
+            continue;
+        }
+        const krl::FileName parts = krl::splitPath(name.get());
+        const auto stripped = adopt(CFURLCreateCopyDeletingPathExtension(nullptr, url.get()));
+        ASSERT_EQ(copyUnits(parts.whole), copyUnits(adopt(CFURLCopyLastPathComponent(url.get()))));
+        ASSERT_EQ(copyUnits(parts.base),
+                  copyUnits(adopt(CFURLCopyLastPathComponent(stripped.get()))));
+        ASSERT_EQ(unitsOf(parts.extension.get()), extensionByURL(name.get()).value_or(u""));
+    }
+}
+
 TEST(LayoutCheck, ExtensionsAreThoseOfURLs) {
     const unsigned seed = 111;
     std::cout << "seed " << seed << "\n";
@@ -449,7 +483,7 @@ TEST(LayoutCheck, ExtensionsAreThoseOfURLs) {
     for (int i = 0; i < 50000; ++i) {
         const auto name = names.next();
         const auto expected = extensionByURL(name.get());
-        ASSERT_EQ(copyUnits(krl::fileNameExtension(name.get())), expected) << utf8Of(name.get());
+        ASSERT_EQ(copyUnits(krl::fileNameExtension(name.get())), expected) << text(name.get());
         withExtension += expected.has_value();
     }
     EXPECT_GT(withExtension, 10000);
@@ -462,36 +496,16 @@ TEST(LayoutCheck, DoesWhatTheRulesSayByURLsAlone) {
     int inTheWay = 0;
     for (int round = 0; round < 300; ++round) {
         Catalogue catalogue;
-        std::map<std::u16string, int> guidOf;
         for (unsigned left = names.upTo(60); left > 0; --left) {
             const auto name = names.next();
             const int guid = static_cast<int>(names.upTo(15));
-            guidOf[unitsOf(name.get())] = guid;
-            catalogue.add(name.get(), cfString(std::to_string(guid)).get());
+            catalogue.add(name.get(), stringOf(std::to_string(guid)).get());
         }
 
-        const auto count = static_cast<size_t>(CFDictionaryGetCount(catalogue.get()));
-        std::vector<const void*> keys(count);
-        std::vector<const void*> infos(count);
-        CFDictionaryGetKeysAndValues(catalogue.get(), keys.data(), infos.data());
-        KRTDictionary* const table =
-            KRTDictionaryWithCapacity(std::max(static_cast<KRTWord>(count), KRTWord{10}));
-        for (size_t i = 0; i < count; ++i) {
-            KRTDictionarySetObjectForKey(table, infos[i], keys[i]);
-        }
-        KRTDictionaryGetKeysAndValues(table, keys.data(), infos.data());
-        KRTDictionaryRelease(table);
-
-        std::vector<CFStringRef> order;
-        std::map<CFStringRef, int> guids;
-        for (const void* key : keys) {
-            order.push_back(static_cast<CFStringRef>(key));
-            guids[order.back()] = guidOf.at(unitsOf(order.back()));
-        }
-        const auto expected = expectedNames(order, guids);
+        const auto expected = namesByTheRules(catalogue.get());
         inTheWay += static_cast<int>(expected.size());
 
-        const auto result = adopt(KRTRingtoneManagerIsValidFor111(catalogue.get()));
+        const auto result = krl::namesInTheWay(catalogue.get());
         std::vector<std::u16string> reported;
         for (CFIndex i = 0; result && i < CFArrayGetCount(result.get()); ++i) {
             reported.push_back(
@@ -501,6 +515,109 @@ TEST(LayoutCheck, DoesWhatTheRulesSayByURLsAlone) {
         ASSERT_EQ(result.get() == nullptr, expected.empty());
     }
     EXPECT_GT(inTheWay, 300);
+}
+
+/// A catalogue that changes, and a check that is told of it.
+class ChangingCatalogue {
+public:
+    explicit ChangingCatalogue(unsigned seed, unsigned count) : random_(seed), names_(seed) {
+        for (unsigned i = 0; i < count; ++i) {
+            set(names_.next());
+        }
+    }
+
+    void change() {
+        const std::vector<CFStringRef> keys = orderOfTable(entries_.get());
+        if (keys.empty() || random_() % 2 == 0) {
+            const auto name = names_.next();
+            set(name);
+            check.entryPut(name.get(), CFDictionaryGetValue(entries_.get(), name.get()));
+        } else {
+            const auto name = krl::cf::retain(keys[random_() % keys.size()]);
+            CFDictionaryRemoveValue(entries_.get(), name.get());
+            check.entryTaken(name.get());
+        }
+    }
+
+    std::vector<std::u16string> reported() {
+        std::vector<std::u16string> names;
+        for (const auto& name : check.namesInTheWay()) {
+            names.push_back(unitsOf(name.get()));
+        }
+        return names;
+    }
+
+    CFDictionaryRef get() const { return entries_.get(); }
+
+private:
+    void set(const CFRef<CFStringRef>& name) {
+        const auto info = makeDictionary();
+        CFDictionarySetValue(info.get(), CFSTR("GUID"),
+                             stringOf(std::to_string(random_() % 15)).get());
+        CFDictionarySetValue(entries_.get(), name.get(), info.get());
+    }
+
+    std::mt19937 random_;
+    RandomNames names_;
+    CFRef<CFMutableDictionaryRef> entries_ = makeDictionary();
+
+public:
+    krl::LayoutCheck check{entries_.get()};
+};
+
+TEST(LayoutCheck, FollowsChangesAsIfItReadTheWholeCatalogueAnew) {
+    const unsigned seed = 2024;
+    std::cout << "seed " << seed << "\n";
+    int changedAnswers = 0;
+    for (unsigned round = 0; round < 60; ++round) {
+        // Below and above the numbers at which the firmware's table gets more slots.
+        ChangingCatalogue catalogue(seed + round, round);
+        std::vector<std::u16string> before;
+        for (int step = 0; step < 60; ++step) {
+            const auto expected = namesByTheRules(catalogue.get());
+            ASSERT_EQ(catalogue.reported(), expected) << "round " << round << ", step " << step;
+            changedAnswers += expected != before;
+            before = expected;
+            for (int changes = step % 4; changes >= 0; --changes) {
+                catalogue.change();
+            }
+        }
+    }
+    EXPECT_GT(changedAnswers, 500);
+}
+
+TEST(LayoutCheck, FollowsTheMovesOfALargeCatalogueOfCompanions) {
+    auto catalogue = makeDictionary();
+    const auto put = [&](const std::string& name, const std::string& guid) {
+        const auto info = makeDictionary();
+        CFDictionarySetValue(info.get(), CFSTR("GUID"), stringOf(guid).get());
+        CFDictionarySetValue(catalogue.get(), stringOf(name).get(), info.get());
+    };
+    for (int i = 1000; i < 2000; ++i) {
+        put(std::to_string(i) + ".mp3", std::to_string(i));
+        put(std::to_string(i) + ".m4r", std::to_string(i));
+    }
+    krl::LayoutCheck check(catalogue.get());
+    std::mt19937 random(3);
+    for (int step = 0; step < 40; ++step) {
+        std::vector<std::u16string> reported;
+        for (const auto& name : check.namesInTheWay()) {
+            reported.push_back(unitsOf(name.get()));
+        }
+        ASSERT_EQ(reported, namesByTheRules(catalogue.get())) << "step " << step;
+        for (const char* extension : {".mp3", ".m4r"}) {
+            const auto name =
+                stringOf(std::to_string(1000 + random() % 1000) + std::string(extension));
+            const auto entry = krl::cf::retain(CFDictionaryGetValue(catalogue.get(), name.get()));
+            CFDictionaryRemoveValue(catalogue.get(), name.get());
+            check.entryTaken(name.get());
+            const auto newName = stringOf(std::to_string(5000 + step) + extension);
+            if (entry) {
+                CFDictionarySetValue(catalogue.get(), newName.get(), entry.get());
+                check.entryPut(newName.get(), entry.get());
+            }
+        }
+    }
 }
 
 } // namespace
