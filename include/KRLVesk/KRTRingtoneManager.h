@@ -54,16 +54,34 @@ extern KRL_EXPORT const CFStringRef KRTRingtoneKeyName;
 
 /**
  * Makes the bytes of a new ringtone, in place of reading its file. A ringtone has one when it
- * holds, under "LocalData", the function's address as a number of 64 bits (kCFNumberSInt64Type).
+ * holds, under "LocalData", the number that KRTRingtoneManagerRegisterDataFunction gave for it, as
+ * a number of 64 bits (kCFNumberSInt64Type). Called on the thread of the submit.
  *
- * The number travels to the phone and comes back with the next list that is loaded. It means
- * nothing there: remove "LocalData" from a loaded ringtone before handing it over as a new one.
+ * A ringtone whose "LocalData" is anything else, also the address of a function that was not
+ * registered, has no bytes, as if its function had none.
+ *
+ * The number travels to the phone and comes back, whatever the phone has made of it, with the next
+ * list that is loaded. It means nothing there: remove "LocalData" from a loaded ringtone before
+ * handing it over as a new one.
  *
  * @param source  URL of the ringtone's "LocalPath", lent
  * @return the bytes, which the store releases once they are written; NULL when there are none: the
  *         ringtone is then passed over, without an error
  */
 typedef CFDataRef (*KRTRingtoneDataFunction)(CFURLRef source);
+
+/**
+ * Makes a function one that "LocalData" may designate, for the rest of the process: what a number
+ * of a catalogue leads to is chosen by the application, never by the phone. The function must stay
+ * loaded. From any thread; registering it again changes nothing.
+ *
+ *     int64_t number = KRTRingtoneManagerRegisterDataFunction(makeBytes);
+ *     CFNumberRef localData = CFNumberCreate(NULL, kCFNumberSInt64Type, &number);
+ *
+ * @return the number that stands for the function: its address, the same each time; 0, which stands
+ *         for none, when function is NULL or memory is exhausted
+ */
+KRL_EXPORT int64_t KRTRingtoneManagerRegisterDataFunction(KRTRingtoneDataFunction function);
 
 /* ------------------------------------------------------------------ progress */
 

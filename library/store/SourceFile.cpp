@@ -2,10 +2,15 @@
 
 #include "library/store/Names.h"
 
+#include <CoreFoundation/CFValues.h>
 #include <KRLVesk/KRTRingtoneManager.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <mutex>
+#include <new>
+#include <vector>
 
 namespace krl::ringtones {
 namespace {
@@ -14,21 +19,53 @@ using cf::adopt;
 using cf::cast;
 using cf::CFRef;
 
-/// The function whose address the number holds; null when it is no whole number.
+/// The functions that the application has registered. Never shrinks: there is no way back.
+struct DataFunctions {
+    std::mutex mutex;
+    std::vector<KRTRingtoneDataFunction> registered;
+};
+
+DataFunctions& dataFunctions() {
+    static DataFunctions functions;
+    return functions;
+}
+
+int64_t numberOf(KRTRingtoneDataFunction function) {
+    return static_cast<int64_t>(reinterpret_cast<uintptr_t>(function));
+}
+
+/// The registered function with this number, or null. A number comes from outside, also from the
+/// phone, so it is looked for and never made into an address.
 KRTRingtoneDataFunction functionOf(CFTypeRef number) {
-    int64_t address = 0;
+    int64_t wanted = 0;
     const auto holder = cast<CFNumberRef>(number);
-    if (holder == nullptr || !CFNumberGetValue(holder, kCFNumberSInt64Type, &address)) {
+    if (holder == nullptr || !CFNumberGetValue(holder, kCFNumberSInt64Type, &wanted)) {
         return nullptr;
     }
-    return reinterpret_cast<KRTRingtoneDataFunction>(static_cast<uintptr_t>(address));
+    DataFunctions& functions = dataFunctions();
+    const std::lock_guard lock(functions.mutex);
+    for (const KRTRingtoneDataFunction function : functions.registered) {
+        if (numberOf(function) == wanted) {
+            return function;
+        }
+    }
+    return nullptr;
+}
+
+void enter(KRTRingtoneDataFunction function) {
+    DataFunctions& functions = dataFunctions();
+    const std::lock_guard lock(functions.mutex);
+    auto& registered = functions.registered;
+    if (std::find(registered.begin(), registered.end(), function) == registered.end()) {
+        registered.push_back(function);
+    }
 }
 
 } // namespace
 
 SourceFile readSource(CFDictionaryRef entry) {
     const auto path = cast<CFStringRef>(CFDictionaryGetValue(entry, KRTLocalPath));
-    const auto url = path != nullptr ? fileURL(path) : CFRef<CFURLRef>();
+    const auto url = cf::fileURL(path);
     if (!url) {
         return {{}, ENOENT};
     }
@@ -46,3 +83,15 @@ SourceFile readSource(CFDictionaryRef entry) {
 }
 
 } // namespace krl::ringtones
+
+int64_t KRTRingtoneManagerRegisterDataFunction(KRTRingtoneDataFunction function) {
+    if (function == nullptr) {
+        return 0;
+    }
+    try {
+        krl::ringtones::enter(function);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    return krl::ringtones::numberOf(function);
+}

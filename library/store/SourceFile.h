@@ -11,8 +11,8 @@ struct SourceFile {
     SInt32 errorCode = 0;       ///< not 0 when the source could not be read
 };
 
-/// The bytes of an entry that has "LocalPath": those of that file, or what the entry's "LocalData"
-/// function makes of it.
+/// The bytes of an entry that has "LocalPath": those of that file, or what the function that its
+/// "LocalData" designates makes of it.
 SourceFile readSource(CFDictionaryRef entry);
 
 } // namespace krl::ringtones

@@ -47,6 +47,18 @@ static void slotTableReplacesTheValueOfAnEqualKey(void) {
     KRTDictionaryRelease(table);
 }
 
+static CFDataRef noBytes(CFURLRef source) {
+    (void)source;
+    return NULL;
+}
+
+static void aRegisteredDataFunctionHasANumber(void) {
+    const int64_t number = KRTRingtoneManagerRegisterDataFunction(noBytes);
+    CHECK(number != 0);
+    CHECK(KRTRingtoneManagerRegisterDataFunction(noBytes) == number);
+    CHECK(KRTRingtoneManagerRegisterDataFunction(NULL) == 0);
+}
+
 static void aPhoneWithoutADeviceDoesNotOpen(void) {
     if (AMDeviceConnect == NULL) {
         return; /* no provider beside the library */
@@ -72,6 +84,7 @@ int main(void) {
     errorRecordIsReadThroughItsVariables();
     constantsAreStrings();
     slotTableReplacesTheValueOfAnEqualKey();
+    aRegisteredDataFunctionHasANumber();
     aPhoneWithoutADeviceDoesNotOpen();
     countWithoutAManagerIsMinusOne();
     return failures == 0 ? 0 : 1;
