@@ -12,7 +12,8 @@ using krl::ringtones::pairsOf;
 
 namespace {
 
-/// Memory that runs out ends the process, here and below.
+// Neither of the two reports anything: memory that runs out ends the process.
+
 CFDictionaryRef findTone(CFDictionaryRef list, CFStringRef guid) noexcept {
     for (const Pair& pair : pairsOf(list)) {
         const auto tone = cast<CFDictionaryRef>(pair.value);

@@ -2,30 +2,51 @@
 
 #include "library/store/KRTRingtoneManagerInternal.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <string_view>
 
 namespace krl::ringtones {
 
 using cf::adopt;
 using cf::CFRef;
 
+namespace {
+
+std::u16string unitsOf(CFStringRef text) {
+    static_assert(sizeof(char16_t) == sizeof(UniChar));
+    const CFIndex length = CFStringGetLength(text);
+    std::u16string units(static_cast<size_t>(length), u'\0');
+    CFStringGetCharacters(text, CFRangeMake(0, length), reinterpret_cast<UniChar*>(units.data()));
+    return units;
+}
+
+bool isDots(std::u16string_view component) {
+    return component == u"." || component == u"..";
+}
+
+} // namespace
+
 bool isM4R(CFStringRef fileType) {
     return fileType != nullptr && CFEqual(fileType, kM4R);
 }
 
-std::optional<std::string> utf8(CFStringRef text) {
-    const CFIndex length = CFStringGetLength(text);
-    const CFIndex room = CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8);
-    std::string bytes(static_cast<size_t>(room), '\0');
-    CFIndex used = 0;
-    const CFIndex converted =
-        CFStringGetBytes(text, CFRangeMake(0, length), kCFStringEncodingUTF8, 0, false,
-                         reinterpret_cast<UInt8*>(bytes.data()), room, &used);
-    bytes.resize(static_cast<size_t>(used));
-    if (converted != length || bytes.find('\0') != std::string::npos) {
-        return std::nullopt;
+bool isPlainFileName(CFStringRef name) {
+    const std::u16string units = unitsOf(name);
+    return !units.empty() && !isDots(units) && units.find(u'/') == units.npos &&
+           units.find(u'\0') == units.npos;
+}
+
+bool isStraightPath(CFStringRef path) {
+    const std::u16string units = unitsOf(path);
+    for (size_t from = 0; from <= units.size();) {
+        const size_t end = std::min(units.find(u'/', from), units.size());
+        if (isDots(std::u16string_view(units).substr(from, end - from))) {
+            return false;
+        }
+        from = end + 1;
     }
-    return bytes;
+    return true;
 }
 
 const char* orNull(const std::optional<std::string>& text) {
@@ -51,26 +72,8 @@ CFRef<CFStringRef> companionName(CFStringRef baseName) {
 CFRef<CFStringRef> lastThreeCharacters(CFStringRef fileName) {
     const CFIndex length = CFStringGetLength(fileName);
     const CFIndex taken = length < 3 ? length : 3;
-    return adopt(CFStringCreateWithSubstring(kCFAllocatorDefault, fileName,
-                                             CFRangeMake(length - taken, taken)));
-}
-
-CFRef<CFURLRef> fileURL(CFStringRef path) {
     return adopt(
-        CFURLCreateWithFileSystemPath(kCFAllocatorDefault, path, kCFURLPOSIXPathStyle, false));
-}
-
-FileName splitPath(CFStringRef path) {
-    const auto url = fileURL(path);
-    if (!url) {
-        return {cf::retain(path), cf::retain(path), cf::retain(CFSTR(""))};
-    }
-    const auto stripped =
-        adopt(CFURLCreateCopyDeletingPathExtension(kCFAllocatorDefault, url.get()));
-    auto extension = adopt(CFURLCopyPathExtension(url.get()));
-    return {adopt(CFURLCopyLastPathComponent(url.get())),
-            adopt(CFURLCopyLastPathComponent(stripped.get())),
-            extension ? std::move(extension) : cf::retain(CFSTR(""))};
+        CFStringCreateWithSubstring(nullptr, fileName, CFRangeMake(length - taken, taken)));
 }
 
 } // namespace krl::ringtones

@@ -2,13 +2,18 @@
 // ringtone folder.
 #pragma once
 
-#include <CoreFoundation/CFRef.h>
+#include "library/firmware111/FileNames.h"
+
+#include <CoreFoundation/CFText.h>
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <optional>
 #include <string>
 
 namespace krl::ringtones {
+
+using krl::FileName;
+using krl::splitPath;
 
 inline const CFStringRef kFileTypeKey = CFSTR("FileType");
 inline const CFStringRef kNeedsSyncKey = CFSTR("NeedsSync");
@@ -22,8 +27,15 @@ inline constexpr char kCataloguePath[] = "/iTunes_Control/iTunes/Ringtones.plist
 /// Whether this is "m4r" in exactly these letters. No file type at all is another one.
 bool isM4R(CFStringRef fileType);
 
-/// Zero-terminated UTF-8; none when the text has none: lone surrogates, or a zero inside.
-std::optional<std::string> utf8(CFStringRef text);
+/// Whether a file of a folder can be called so: not empty, neither "." nor "..", and without "/" and
+/// zero inside. Names in the catalogue and in a listing come from the phone, and one that leads to
+/// another folder is damage: nothing is asked, moved, written or deleted there.
+bool isPlainFileName(CFStringRef name);
+
+/// Whether no component of a path is "." or "..", so that it leads where its text says.
+bool isStraightPath(CFStringRef path);
+
+using cf::utf8;
 
 /// The string's characters, or null: how the phone's file functions take a path that may be
 /// missing.
@@ -40,18 +52,5 @@ cf::CFRef<CFStringRef> companionName(CFStringRef baseName);
 
 /// The last three characters, or all when there are fewer.
 cf::CFRef<CFStringRef> lastThreeCharacters(CFStringRef fileName);
-
-/// A URL of a file, not of a directory; null when the path is empty.
-cf::CFRef<CFURLRef> fileURL(CFStringRef path);
-
-/// A file's name in its parts.
-struct FileName {
-    cf::CFRef<CFStringRef> whole;
-    cf::CFRef<CFStringRef> base;
-    cf::CFRef<CFStringRef> extension; ///< empty when there is none
-};
-
-/// The last component of a path. A path that has none is taken as it stands.
-FileName splitPath(CFStringRef path);
 
 } // namespace krl::ringtones
