@@ -5,6 +5,7 @@
 
 #include <KRLVesk/KRTRingtoneManager.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -24,14 +25,17 @@ struct FreeBytes {
 
 CFRef<CFDataRef> readCatalogue(KRTPhoneRef phone, uint32_t sizeBytes) {
     // At least one byte, so that an empty file has a buffer too. Not cleared: whatever size the
-    // phone claims, only what it really sends is touched.
-    const size_t roomBytes = sizeBytes > 0 ? sizeBytes : 1;
-    const std::unique_ptr<UInt8, FreeBytes> buffer(static_cast<UInt8*>(std::malloc(roomBytes)));
-    uint32_t length = sizeBytes;
-    if (!buffer || KRTPhoneReadFileAtPath(phone, kCataloguePath, buffer.get(), &length) != 1) {
+    // phone claims, only what it really sends is touched, and one byte too many tells that it is
+    // too large.
+    uint32_t length = std::min(sizeBytes, kMostCatalogueBytes + 1);
+    const size_t roomBytes = std::max(length, uint32_t{1});
+    std::unique_ptr<UInt8, FreeBytes> buffer(static_cast<UInt8*>(std::malloc(roomBytes)));
+    if (!buffer || KRTPhoneReadFileAtPath(phone, kCataloguePath, buffer.get(), &length) != 1 ||
+        length > kMostCatalogueBytes) {
         return {};
     }
-    return adopt(CFDataCreate(kCFAllocatorDefault, buffer.get(), static_cast<CFIndex>(length)));
+    return adopt(CFDataCreateWithBytesNoCopy(nullptr, buffer.release(),
+                                             static_cast<CFIndex>(length), kCFAllocatorMalloc));
 }
 
 CFRef<CFTypeRef> parseCatalogue(CFDataRef bytes) {

@@ -9,8 +9,13 @@
 
 namespace krl::ringtones {
 
-/// Reads the catalogue file; null when that fails, or when there is no memory for as many bytes as
-/// the phone says it has.
+/// What a catalogue may have at most. A phone of these firmwares holds far less; more is a file
+/// that would only exhaust this computer.
+inline constexpr uint32_t kMostCatalogueBytes = 64 * 1024 * 1024;
+inline constexpr CFIndex kMostEntries = 50000;
+
+/// Reads the catalogue file; null when that fails, when it has more bytes than it may, or when
+/// there is no memory for as many as the phone says it has.
 cf::CFRef<CFDataRef> readCatalogue(KRTPhoneRef phone, uint32_t sizeBytes);
 
 /// The root of a catalogue; null when the bytes are no XML property list.
