@@ -5,6 +5,7 @@
 #include "library/store/KRTRingtoneManagerInternal.h"
 
 #include "library/errors/ErrorReport.h"
+#include "library/firmware111/LayoutCheck.h"
 #include "library/store/CatalogueFile.h"
 #include "library/store/Cleanup.h"
 #include "library/store/Dictionaries.h"
@@ -23,6 +24,36 @@ using krl::cf::CFRef;
 namespace {
 
 constexpr krl::ErrorReporter reportError{"KRTRingtoneManagerInternal"};
+
+// Codes of this module. One number means different things in different steps.
+
+// Loading.
+constexpr int kPhoneNotOpened = 0;
+constexpr int kCatalogueNotRead = 2;
+constexpr int kNoRingtonesKey = 4;
+
+// Splitting the path of a file on the phone.
+constexpr int kRemotePathIsNoString = -1;
+constexpr int kNoURLOfPath = -2;
+constexpr int kNoURLWithoutExtension = -3;
+constexpr int kNoFileName = -4;
+constexpr int kNoBaseName = -5;
+
+// Generating. What was reported below stays, since the first error does.
+constexpr int kNoMemoryForList = 0;
+constexpr int kUnchangedNotParsed = 0;
+constexpr int kAddedNotParsed = 1;
+constexpr int kNoContainer = 2;
+constexpr int kTooManyEntries = 2;
+constexpr int kNotFixed = 3;
+constexpr int kNoLayoutFound = 0;
+
+// Submitting.
+constexpr int kListMissing = 1;
+constexpr int kNotGenerated = 0;
+constexpr int kNoFileService = 1;
+constexpr int kCompanionNotWritten = 2;
+constexpr int kUploadNotWritten = 5;
 
 bool failed(int code, int line = __builtin_LINE()) {
     reportError(code, line);
@@ -48,7 +79,10 @@ void addLoadedEntry(KRTPhoneRef phone, CFStringRef fileName, CFDictionaryRef ent
     if (isCompanion(fileName, entry)) {
         return;
     }
-    const auto tone = adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, entry));
+    if (!isPlainFileName(fileName)) {
+        return;
+    }
+    const auto tone = adopt(CFDictionaryCreateMutableCopy(nullptr, 0, entry));
     const auto path = ringtonePath(fileName);
     uint32_t sizeBytes = 0;
     if (!isFileThere(phone, path.get(), &sizeBytes)) {
@@ -75,23 +109,30 @@ CFRef<CFMutableDictionaryRef> loadFromOpenPhone(KRTPhoneRef phone) {
     if (!isFileThere(phone, KRTRingtonePath, &sizeBytes)) {
         return list;
     }
-    const auto bytes = readCatalogue(phone, sizeBytes);
+    auto bytes = readCatalogue(phone, sizeBytes);
     if (!bytes) {
-        reportError(2);
+        reportError(kCatalogueNotRead);
         return {};
     }
     // Contract: what cannot be parsed counts as empty.
     // [NoPropertyList.GivesAnEmptyListAndRecordsNothing]
     const auto root = parseCatalogue(bytes.get());
+    bytes.reset();
     if (!root) {
         return list;
     }
     const CFTypeRef ringtones = ringtonesOf(root.get());
     if (ringtones == nullptr) {
-        reportError(4);
+        reportError(kNoRingtonesKey);
         return {};
     }
-    for (const Pair& pair : pairsOf(cast<CFDictionaryRef>(ringtones))) {
+    const auto entries = cast<CFDictionaryRef>(ringtones);
+    // Not a list of those that fit: the next sync would delete the files of all others.
+    if (entries != nullptr && CFDictionaryGetCount(entries) > kMostEntries) {
+        reportError(kCatalogueNotRead);
+        return {};
+    }
+    for (const Pair& pair : pairsOf(entries)) {
         const auto entry = cast<CFDictionaryRef>(pair.value);
         if (entry != nullptr) {
             addLoadedEntry(phone, static_cast<CFStringRef>(pair.key), entry, list.get());
@@ -100,13 +141,17 @@ CFRef<CFMutableDictionaryRef> loadFromOpenPhone(KRTPhoneRef phone) {
     return list;
 }
 
-/// Memory that runs out ends the process, here and below.
-CFMutableDictionaryRef load(KRTPhoneRef phone) noexcept {
+CFMutableDictionaryRef load(KRTPhoneRef phone) {
     if (KRTPhoneOpen(phone) != 1) {
-        reportError(0);
+        reportError(kPhoneNotOpened);
         return nullptr;
     }
-    auto list = loadFromOpenPhone(phone);
+    CFRef<CFMutableDictionaryRef> list;
+    try {
+        list = loadFromOpenPhone(phone);
+    } catch (const std::bad_alloc&) {
+        reportError(kCatalogueNotRead);
+    }
     KRTPhoneClose(phone);
     return list.leak();
 }
@@ -120,7 +165,7 @@ bool hasOlderLayout(KRTPhoneRef phone) {
 
 /// The entry as the catalogue has it: without what is only true on this side.
 CFRef<CFMutableDictionaryRef> catalogueEntryOf(CFDictionaryRef tone) {
-    const auto entry = adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, tone));
+    auto entry = adopt(CFDictionaryCreateMutableCopy(nullptr, 0, tone));
     for (const CFStringRef key : {kFileTypeKey, KRTFileSize, KRTRemotePath, kNeedsSyncKey}) {
         CFDictionaryRemoveValue(entry.get(), key);
     }
@@ -138,22 +183,22 @@ CFRef<CFDictionaryRef> companionEntryOf(CFDictionaryRef tone) {
 /// The parts of the name of a file on the phone.
 bool splitRemotePath(CFStringRef path, CFRef<CFStringRef>& fileName, CFRef<CFStringRef>& baseName) {
     if (path == nullptr) {
-        return failed(-1);
+        return failed(kRemotePathIsNoString);
     }
-    const auto url = fileURL(path);
+    const auto url = krl::cf::fileURL(path);
     if (!url) {
-        return failed(-2);
+        return failed(kNoURLOfPath);
     }
     const auto stripped = adopt(CFURLCreateCopyDeletingPathExtension(nullptr, url.get()));
     if (!stripped) {
-        return failed(-3);
+        return failed(kNoURLWithoutExtension);
     }
     fileName = adopt(CFURLCopyLastPathComponent(url.get()));
     if (!fileName) {
-        return failed(-4);
+        return failed(kNoFileName);
     }
     baseName = adopt(CFURLCopyLastPathComponent(stripped.get()));
-    return baseName ? true : failed(-5);
+    return baseName ? true : failed(kNoBaseName);
 }
 
 /// Puts entries into a catalogue that is being made.
@@ -184,7 +229,7 @@ struct Generation {
             return false;
         }
         uint32_t sizeBytes = 0;
-        if (isFileThere(phone, path, &sizeBytes)) {
+        if (isStraightPath(path) && isFileThere(phone, path, &sizeBytes)) {
             place(tone, fileName.get(), baseName.get(), fileType);
         }
         return true;
@@ -204,7 +249,7 @@ bool parse(const Generation& generation, CFDictionaryRef list) {
     try {
         pairs = pairsOf(list);
     } catch (const std::bad_alloc&) {
-        return failed(0);
+        return failed(kNoMemoryForList);
     }
     for (const Pair& pair : pairs) {
         const auto tone = cast<CFDictionaryRef>(pair.value);
@@ -221,19 +266,26 @@ bool parse(const Generation& generation, CFDictionaryRef list) {
     return true;
 }
 
-bool fix(const Layout& layout) {
+/// Moves entries until the firmware copes with the catalogue.
+bool fix(CFMutableDictionaryRef catalogue, BaseNames& baseNames, CFMutableDictionaryRef renames,
+         CFDictionaryRef unchanged) {
     constexpr int kMostAttempts = 10000;
-    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-        const auto misplaced = adopt(KRTRingtoneManagerIsValidFor111(layout.catalogue));
-        if (!misplaced) {
+    krl::LayoutCheck check(catalogue);
+    const Layout layout{catalogue, check, baseNames, renames, unchanged};
+    bool hasMoved = true;
+    // An attempt that has moved nothing has drawn nothing either: all that are left would be the
+    // same again.
+    for (int attempt = 0; attempt < kMostAttempts && hasMoved; ++attempt) {
+        const krl::LayoutCheck::Names misplaced = check.namesInTheWay();
+        if (misplaced.empty()) {
             return true;
         }
-        const CFIndex count = CFArrayGetCount(misplaced.get());
-        for (CFIndex i = 0; i < count; ++i) {
-            moveEntry(layout, static_cast<CFStringRef>(CFArrayGetValueAtIndex(misplaced.get(), i)));
+        hasMoved = false;
+        for (const auto& fileName : misplaced) {
+            hasMoved = moveEntry(layout, fileName.get()) || hasMoved;
         }
     }
-    return failed(0);
+    return failed(kNoLayoutFound);
 }
 
 struct Generated {
@@ -250,18 +302,23 @@ bool generate(KRTPhoneRef phone, CFDictionaryRef added, CFDictionaryRef unchange
     const Generation generation{phone, hasOlderLayout(phone), result.catalogue.get(), baseNames};
     // The unchanged ones first, so that their names are in use before any is drawn.
     if (!parse(generation, unchanged)) {
-        return failed(0);
+        return failed(kUnchangedNotParsed);
     }
     if (!parse(generation, added)) {
-        return failed(1);
+        return failed(kAddedNotParsed);
+    }
+    // What could not be read back is not written in the first place.
+    if (result.catalogue && CFDictionaryGetCount(result.catalogue.get()) > kMostEntries) {
+        return failed(kTooManyEntries);
     }
     if (!generation.olderLayout) {
         return true;
     }
     if (!result.catalogue || !result.renames) {
-        return failed(2);
+        return failed(kNoContainer);
     }
-    return fix({result.catalogue.get(), baseNames, result.renames.get(), unchanged}) || failed(3);
+    return fix(result.catalogue.get(), baseNames, result.renames.get(), unchanged) ||
+           failed(kNotFixed);
 }
 
 bool parseInto(KRTPhoneRef phone, CFDictionaryRef list, CFMutableDictionaryRef catalogue,
@@ -275,7 +332,7 @@ bool parseInto(KRTPhoneRef phone, CFDictionaryRef list, CFMutableDictionaryRef c
 bool fixWith(CFMutableDictionaryRef catalogue, CFMutableArrayRef baseNames,
              CFMutableDictionaryRef renames, CFDictionaryRef unchanged) noexcept {
     BaseNames names(baseNames);
-    const bool isFixed = fix({catalogue, names, renames, unchanged});
+    const bool isFixed = fix(catalogue, names, renames, unchanged);
     names.storeInto(baseNames);
     return isFixed;
 }
@@ -298,7 +355,7 @@ public:
     Submission(KRTRingtoneManagerRef manager, const Changes& changes)
         : manager_(*manager), phone_(manager->phone), changes_(changes) {}
 
-    /// Memory that runs out ends the process, here and below.
+    /// Memory that runs out in a submit ends the process.
     bool run() noexcept;
 
 private:
@@ -322,7 +379,7 @@ private:
     const KRTPhoneRef phone_;
     const Changes changes_;
     const Generated generated_;
-    bool postUpdate_ = false;
+    bool olderLayout_ = false;
     NameSet unchangedNames_;
     NameSet kept_; ///< file names that stay in the ringtone folder
     uint32_t uploadsBegun_ = 0;
@@ -333,25 +390,25 @@ private:
 };
 
 bool Submission::run() noexcept {
-    postUpdate_ = KRTPhonePostUpdate(phone_) == 1;
+    olderLayout_ = hasOlderLayout(phone_);
     if (changes_.unchanged == nullptr) {
-        return failed(1);
+        return failed(kListMissing);
     }
     if (changes_.added == nullptr) {
-        return failed(1);
+        return failed(kListMissing);
     }
     if (changes_.removed == nullptr) {
-        return failed(1);
+        return failed(kListMissing);
     }
     unchangedNames_ = NameSet(adopt(CFGetAllKeys(changes_.unchanged)).get());
     if (!generate(phone_, changes_.added, changes_.unchanged, generated_)) {
-        return failed(0);
+        return failed(kNotGenerated);
     }
     if (KRTPhoneOpen(phone_) != 1) {
-        return failed(0);
+        return failed(kPhoneNotOpened);
     }
     if (KRTPhoneStartFileService(phone_) != 1) {
-        return failed(1);
+        return failed(kNoFileService);
     }
     KRTPhoneCreateDirectoryAtPath(phone_, kRingtonesFolder);
 
@@ -425,7 +482,7 @@ bool Submission::uploadFiles() {
             // Contract: companion files are written anew each time, also while the go-on flag is
             // false. [Submit.PlaceholdersAreWrittenAnewEachTime]
             if (!writeFile(fileName, nullptr, 0)) {
-                return failed(2);
+                return failed(kCompanionNotWritten);
             }
         } else if (isOnPhone(entry)) {
             kept_.add(fileName);
@@ -473,12 +530,12 @@ bool Submission::uploadBytes(CFStringRef fileName, CFDictionaryRef entry) {
     }
     return writeFile(fileName, CFDataGetBytePtr(source.bytes.get()),
                      CFDataGetLength(source.bytes.get())) ||
-           failed(5);
+           failed(kUploadNotWritten);
 }
 
 /// Writes a file of the ringtone folder, which is kept then.
 bool Submission::writeFile(CFStringRef fileName, const void* bytes, CFIndex count) {
-    const auto path = utf8(ringtonePath(fileName).get());
+    const auto path = isPlainFileName(fileName) ? utf8(ringtonePath(fileName).get()) : std::nullopt;
     if (!path || KRTPhoneWriteDataToFileAtPath(phone_, path->c_str(), bytes,
                                                static_cast<uintptr_t>(count)) != 1) {
         return false;
@@ -502,7 +559,7 @@ void Submission::removeFiles() const {
 
 void Submission::removeFile(CFDictionaryRef tone) const {
     const auto path = cast<CFStringRef>(CFDictionaryGetValue(tone, KRTRemotePath));
-    if (path == nullptr || CFStringGetLength(path) == 0) {
+    if (path == nullptr || CFStringGetLength(path) == 0 || !isStraightPath(path)) {
         return;
     }
     const FileName file = splitPath(path);
@@ -513,7 +570,7 @@ void Submission::removeFile(CFDictionaryRef tone) const {
     // Contract: whether the companion goes does not depend on whether the ringtone's own file went.
     // [Submit.TheCompanionGoesAlsoWhenTheRingtonesOwnFileIsKept]
     const bool hasCompanion =
-        postUpdate_ && !isM4R(cast<CFStringRef>(CFDictionaryGetValue(tone, kFileTypeKey)));
+        olderLayout_ && !isM4R(cast<CFStringRef>(CFDictionaryGetValue(tone, kFileTypeKey)));
     const auto companion = companionName(file.base.get());
     if (hasCompanion && !kept_.contains(companion.get())) {
         KRTPhoneRemoveObjectAtPath(phone_, orNull(utf8(ringtonePath(companion.get()).get())));
@@ -552,6 +609,10 @@ int KRTRingtoneManagerFixResultDictionary(CFMutableDictionaryRef catalogue,
                                           CFMutableDictionaryRef renames,
                                           CFDictionaryRef unchanged) {
     return fixWith(catalogue, baseNames, renames, unchanged) ? 1 : 0;
+}
+
+CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef catalogue) {
+    return krl::namesInTheWay(catalogue).leak();
 }
 
 int KRTRingtoneManagerSubmitChanges(KRTRingtoneManagerRef manager, CFDictionaryRef added,
