@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iostream>
+#include <random>
 
 namespace {
 
@@ -254,6 +256,199 @@ TEST_F(Fix, MakesExactly10000Attempts) {
     EXPECT_THAT(keysOf(catalogue.get()), ElementsAre(names[0] + ".mp3", names[1] + ".mp3"));
     EXPECT_EQ(random(), nextDraw);
 }
+
+// ---------------------------------------------------------------------------- against plain
+// attempts
+
+/// What a fix works on, as values.
+struct FixState {
+    CFRef<CFMutableDictionaryRef> catalogue = emptyDictionary();
+    std::vector<std::string> baseNames;
+    CFRef<CFMutableDictionaryRef> renames = emptyDictionary();
+    CFRef<CFMutableDictionaryRef> unchanged = emptyDictionary();
+};
+
+std::string joined(const std::string& base, const std::string& extension) {
+    return extension.empty() ? base : base + "." + extension;
+}
+
+/// One move by the rules, without anything that makes it quick.
+void movePlainly(FixState& state, const std::string& fileName) {
+    const auto entry =
+        krl::cf::retain(CFDictionaryGetValue(state.catalogue.get(), string(fileName).get()));
+    if (!entry) {
+        return;
+    }
+    CFDictionaryRemoveValue(state.catalogue.get(), string(fileName).get());
+    const size_t point = fileName.rfind('.');
+    const std::string base = fileName.substr(0, point);
+    const std::string extension = point == std::string::npos ? "" : fileName.substr(point + 1);
+    CFRef<CFTypeRef> companion;
+    if (extension != "m4r") {
+        const auto companionName = string(base + ".m4r");
+        companion =
+            krl::cf::retain(CFDictionaryGetValue(state.catalogue.get(), companionName.get()));
+        CFDictionaryRemoveValue(state.catalogue.get(), companionName.get());
+    }
+    auto& names = state.baseNames;
+    const auto old = std::find(names.begin(), names.end(), base);
+    if (old != names.end()) {
+        names.erase(old);
+    }
+    std::string drawn;
+    do {
+        drawn = textOf(adopt(KRTRingtoneManagerGenerateHash()).get());
+    } while (std::find(names.begin(), names.end(), drawn) != names.end());
+    CFDictionarySetValue(state.catalogue.get(), string(joined(drawn, extension)).get(),
+                         entry.get());
+    names.push_back(drawn);
+    if (companion) {
+        CFDictionarySetValue(state.catalogue.get(), string(drawn + ".m4r").get(), companion.get());
+    }
+    const auto tone = static_cast<CFDictionaryRef>(entry.get());
+    if (CFDictionaryContainsKey(state.unchanged.get(), valueOf(tone, "Name"))) {
+        CFDictionarySetValue(state.renames.get(), valueOf(tone, "GUID"),
+                             Tone().with("new", drawn).with("fileType", extension).get());
+    }
+}
+
+int fixPlainly(FixState& state) {
+    for (int attempt = 0; attempt < 10000; ++attempt) {
+        const auto listed = adopt(KRTRingtoneManagerIsValidFor111(state.catalogue.get()));
+        if (!listed) {
+            return 1;
+        }
+        for (const std::string& fileName : textsOf(listed.get())) {
+            movePlainly(state, fileName);
+        }
+    }
+    return 0;
+}
+
+class RandomFix {
+public:
+    explicit RandomFix(unsigned seed) : random_(seed) {}
+
+    /// A few ringtones of all kinds: with and without companions, with names that are drawn first,
+    /// with base names that two of them share, that are not known to be in use, or that are too long.
+    FixState next(bool canBeMended) {
+        FixState state;
+        for (size_t left = 1 + upTo(9); left > 0; --left) {
+            const std::string name = "tone " + std::to_string(left);
+            const Tone tone = companionOf(name).with("Number", std::to_string(random_()));
+            if (upTo(2) == 0) {
+                CFDictionarySetValue(state.unchanged.get(), string(name).get(), tone.get());
+            }
+            add(state, tone, name, canBeMended);
+        }
+        return state;
+    }
+
+private:
+    std::string base() {
+        switch (upTo(8)) {
+        case 0:
+            return "Long name " + std::to_string(upTo(4));
+        case 1:
+        case 2:
+            return kFirstNames.at(upTo(kFirstNames.size()));
+        case 3:
+            return std::string(1, static_cast<char>('A' + upTo(3)));
+        default:
+            return {letter(), letter(), letter(), letter()};
+        }
+    }
+
+    size_t upTo(size_t limit) { return random_() % limit; }
+
+    char letter() { return static_cast<char>('A' + upTo(18)); }
+
+    void add(FixState& state, const Tone& tone, const std::string& name, bool canBeMended) {
+        static const std::vector<std::string> extensions = {"mp3", "wav", "aif", "m4r", "aiff"};
+        const std::string base = this->base();
+        const std::string extension = extensions[upTo(extensions.size())];
+        std::vector<std::string> fileNames = {joined(base, extension)};
+        if (extension != "m4r" && upTo(4) != 0) {
+            fileNames.push_back(base + ".m4r");
+        }
+        if (!canBeMended && upTo(3) == 0) {
+            fileNames.push_back(this->base() + ".mp3");
+        }
+        std::shuffle(fileNames.begin(), fileNames.end(), random_);
+        for (const std::string& fileName : fileNames) {
+            CFDictionarySetValue(state.catalogue.get(), string(fileName).get(),
+                                 fileName.ends_with(".m4r") ? companionOf(name).get() : tone.get());
+        }
+        for (size_t times = upTo(8); times > 0; times /= 3) {
+            state.baseNames.push_back(base);
+        }
+    }
+
+    std::mt19937 random_;
+};
+
+class PlainFix : public Fix {
+protected:
+    /// Fixes once plainly and once with what is under test. Returns the result of both.
+    int compareWithPlain(FixState plain) {
+        catalogue = adopt(CFDictionaryCreateMutableCopy(nullptr, 0, plain.catalogue.get()));
+        baseNames = arrayOf(plain.baseNames);
+        renames = emptyDictionary();
+        unchanged = plain.unchanged;
+        srandom(0);
+        const int expected = fixPlainly(plain);
+        const long nextDraw = random();
+        srandom(0);
+        EXPECT_EQ(fix(), expected);
+        EXPECT_EQ(random(), nextDraw);
+        EXPECT_EQ(tableOf(catalogue.get()), tableOf(plain.catalogue.get()));
+        EXPECT_EQ(textsOf(baseNames.get()), plain.baseNames);
+        EXPECT_EQ(tableOf(renames.get()), tableOf(plain.renames.get()));
+        return expected;
+    }
+};
+
+TEST_F(PlainFix, GivesTheSameNamesTablesAndDrawsInThousandsOfCatalogues) {
+    const unsigned seed = 4303;
+    std::cout << "seed " << seed << "\n";
+    RandomFix next(seed);
+    int withMoves = 0;
+    for (int i = 0; i < 3000 && !HasFailure(); ++i) {
+        const FixState state = next.next(/*canBeMended=*/true);
+        withMoves += bool(adopt(KRTRingtoneManagerIsValidFor111(state.catalogue.get())));
+        EXPECT_EQ(compareWithPlain(state), 1) << "catalogue " << i;
+    }
+    EXPECT_GT(withMoves, 1000);
+}
+
+TEST_F(PlainFix, LeavesWhat10000AttemptsLeaveWhereNoneHelps) {
+    const unsigned seed = 10000;
+    std::cout << "seed " << seed << "\n";
+    RandomFix next(seed);
+    int hopeless = 0;
+    for (int i = 0; hopeless < 5 && !HasFailure(); ++i) {
+        hopeless += compareWithPlain(next.next(/*canBeMended=*/false)) == 0;
+    }
+}
+
+TEST_F(PlainFix, TheOldNameIsFreeBeforeTheNewOneIsDrawn) {
+    // The name that is drawn first is that of the ringtone which moves.
+    for (char letter = 'A'; letter <= 'R'; ++letter) {
+        const std::string other(4, letter);
+        FixState state;
+        state.catalogue =
+            catalogueOf({{other + ".mp3", companionOf("A")}, {"BQJH.mp3", companionOf("A")}});
+        state.baseNames = {other, "BQJH"};
+        const auto listed = adopt(KRTRingtoneManagerIsValidFor111(state.catalogue.get()));
+        if (textsOf(listed.get()) == std::vector<std::string>{"BQJH.mp3"}) {
+            EXPECT_EQ(compareWithPlain(state), 0);
+            return;
+        }
+    }
+    FAIL() << "BQJH is always met first";
+}
+
+// ---------------------------------------------------------------------------- names listed twice
 
 /// A catalogue of a single mp3 and an mp3 with its companion, all of one GUID, of which the check
 /// lists the second mp3 twice: once for itself and once for its companion.

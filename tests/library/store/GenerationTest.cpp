@@ -171,6 +171,27 @@ TEST_F(Generation, AsksThePhoneOnlyForFilesThatShouldBeThere) {
                             "AFCFileInfoOpen " + kFolder + "/CCCC.m4r"));
 }
 
+TEST_F(Generation, ACatalogueThatCouldNotBeReadBackFailsWithCode2) {
+    const Tone tone = newTone("tone", "m4r");
+    const auto added = emptyDictionary();
+    for (int i = 0; i < 50000; ++i) {
+        CFDictionarySetValue(added.get(), string(std::to_string(i)).get(), tone.get());
+    }
+    CFMutableDictionaryRef catalogue = nullptr;
+    CFMutableDictionaryRef renames = nullptr;
+    ASSERT_EQ(KRTRingtoneManagerGeneratePList(manager, added.get(), nullptr, nullptr, &catalogue,
+                                              &renames),
+              1);
+    EXPECT_EQ(CFDictionaryGetCount(catalogue), 50000);
+    CFRelease(catalogue);
+    CFRelease(renames);
+    CFDictionarySetValue(added.get(), CFSTR("one more"), tone.get());
+    EXPECT_EQ(KRTRingtoneManagerGeneratePList(manager, added.get(), nullptr, nullptr, &catalogue,
+                                              &renames),
+              0);
+    EXPECT_EQ(recordedCode(), 2);
+}
+
 TEST_F(Generation, TheLastComponentOfTheRemotePathIsTheFileName) {
     fake.phone().file("/elsewhere/deep/BBBB.m4r");
     const Tone tone = newTone("A", "m4r").with("RemotePath", "/elsewhere/deep/BBBB.m4r");

@@ -1,6 +1,8 @@
 // Catalogues that no writer of ours has left: nothing crashes, and what is sound stays.
 #include "tests/library/store/StoreTest.h"
 
+#include <algorithm>
+
 namespace {
 
 const std::vector<std::string> kOddFileNames = {
@@ -34,6 +36,13 @@ const std::vector<std::string> kOddFileNames = {
     std::string(3000, 'n') + ".mp3",
 };
 
+std::string replaced(std::string text, std::string_view from, std::string_view to) {
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
 /// An entry for each way to be odd.
 std::vector<Tone> oddEntries() {
     const Tone sound = companionOf("sound").with("LocalPath", "/s");
@@ -62,6 +71,17 @@ std::vector<Tone> oddEntries() {
 class HostileCatalogues : public StoreTest, public ::testing::WithParamInterface<const char*> {
 protected:
     HostileCatalogues() { setFirmware(GetParam()); }
+
+    /// File names may hold an escape character, which our writer never writes.
+    void putOddCatalogue(std::vector<std::pair<std::string, Tone>> entries) {
+        constexpr std::string_view kEscape = "\x1B";
+        constexpr std::string_view kStandIn = "\xEE\x80\x9B";
+        for (auto& [fileName, entry] : entries) {
+            fileName = replaced(fileName, kEscape, kStandIn);
+        }
+        putCatalogue(entries);
+        putCatalogueBytes(replaced(fake.phone().contents(kCatalogue), kStandIn, kEscape));
+    }
 
     /// Loads the phone's list and submits it as it is, with one ringtone more.
     void loadAndSubmit() {
@@ -100,9 +120,27 @@ TEST_P(HostileCatalogues, WithOddFileNames) {
     for (const std::string& fileName : kOddFileNames) {
         SCOPED_TRACE(fileName);
         fake.phone().file(kFolder + "/" + fileName, "music");
-        putCatalogue({{fileName, companionOf("A").with("LocalPath", "/a")}});
+        putOddCatalogue({{fileName, companionOf("A").with("LocalPath", "/a")}});
         loadAndSubmit();
     }
+}
+
+TEST_P(HostileCatalogues, WithControlCharactersInANameAreWrittenBackAsXML) {
+    fake.phone().file(kFolder + "/AAAA.m4r", "music");
+    putCatalogue({{"AAAA.m4r", companionOf("A").with("LocalPath", "/a")}});
+    putCatalogueBytes(replaced(fake.phone().contents(kCatalogue), "<string>A<",
+                               std::string("<string>\x1B&#7;\0<", 15)));
+    const auto list = load();
+    openPhone();
+    ASSERT_EQ(
+        KRTRingtoneManagerSubmitChanges(manager, listOf({}).get(), listOf({}).get(), list.get()),
+        1);
+    const std::string& written = fake.phone().contents(kCatalogue);
+    EXPECT_TRUE(std::all_of(written.begin(), written.end(), [](char character) {
+        return static_cast<unsigned char>(character) >= ' ' || character == '\t' ||
+               character == '\n';
+    }));
+    EXPECT_THAT(keysOf(load().get()), Contains("\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"));
 }
 
 TEST_P(HostileCatalogues, WithAllOddFileNamesAtOnce) {
@@ -111,7 +149,7 @@ TEST_P(HostileCatalogues, WithAllOddFileNamesAtOnce) {
         fake.phone().file(kFolder + "/" + fileName, "music");
         entries.emplace_back(fileName, companionOf("tone of " + fileName).with("LocalPath", "/a"));
     }
-    putCatalogue(entries);
+    putOddCatalogue(entries);
     loadAndSubmit();
 }
 

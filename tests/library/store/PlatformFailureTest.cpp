@@ -36,13 +36,42 @@ TEST_F(PlatformFailure, NoStoreRecordIsMadeWithoutMemory) {
 
 TEST_F(PlatformFailure, ACatalogueThatMemoryCannotHoldFailsTheLoadWithCode2) {
     putCatalogue({});
-    fake.phone().fileInfo(kCatalogue, {{"st_size", "123456789"}});
+    fake.phone().fileInfo(kCatalogue, {{"st_size", "12345678"}});
     openPhone(10);
-    WrappedCalls::failMallocFrom = 123456789;
+    WrappedCalls::failMallocFrom = 12345678;
     EXPECT_FALSE(load());
     expectRecorded(2);
     EXPECT_EQ(fake.countOf("AFCFileRefRead"), 0);
     EXPECT_EQ(counts(), (Counts{9, 1})) << "closed once, after one size query";
+}
+
+TEST_F(PlatformFailure, EntriesThatMemoryCannotHoldFailTheLoadWithCode2) {
+    std::vector<std::pair<std::string, Tone>> entries;
+    for (int i = 0; i < 1000; ++i) {
+        entries.emplace_back(std::to_string(i) + ".m4r", companionOf("tone"));
+    }
+    putCatalogue(entries);
+    openPhone(10);
+    WrappedCalls::failNewFrom = 1000 * sizeof(void*);
+    const auto list = load();
+    WrappedCalls::failNewFrom = 0;
+    EXPECT_FALSE(list);
+    expectRecorded(2);
+    EXPECT_EQ(counts(), (Counts{8, 1})) << "closed once, after a size query and a read";
+}
+
+TEST_F(PlatformFailure, TheBytesOfACatalogueAreHeldOnce) {
+    putCatalogue({{"AAAA.m4r", companionOf("tone")}});
+    EXPECT_TRUE(load());
+    EXPECT_EQ(WrappedCalls::bytesCopied, 0u);
+}
+
+TEST_F(PlatformFailure, AListedNameThatNoFileCanHaveIsLeftAlone) {
+    WrappedCalls::withoutPhone = true;
+    WrappedCalls::listedNames = {"",          ".", "..",       "../../DCIM/IMG_0001.JPG",
+                                 "sub/x.m4r", "/", "stray.m4r"};
+    KRTRingtoneManagerCleanupPhoneDirectories(manager, arrayOf({}).get());
+    EXPECT_THAT(WrappedCalls::removedPaths, ElementsAre(kFolder + "/stray.m4r"));
 }
 
 TEST_F(PlatformFailure, AListThatMemoryCannotHoldFailsTheParseWithCode0) {

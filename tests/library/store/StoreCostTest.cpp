@@ -34,6 +34,18 @@ protected:
         return tones;
     }
 
+    /// On the phone under long names that differ where CFHash does not look.
+    static std::vector<Tone> withOneHash(int count) {
+        std::vector<Tone> tones;
+        for (int i = 0; i < count; ++i) {
+            const std::string name = "tone " + std::to_string(i);
+            const std::string fileName = std::string(40, 'a') + std::to_string(100000 + i) +
+                                         std::string(350, 'b') + (i % 2 == 0 ? ".mp3" : ".m4r");
+            tones.push_back(toneOnPhone(name, fileName).with("LocalPath", "/x"));
+        }
+        return tones;
+    }
+
     uint64_t costOf(const std::function<void()>& work) {
         WrappedCalls::cost = 0;
         work();
@@ -51,6 +63,29 @@ protected:
                                                       renames.receive()),
                       1);
         });
+    }
+
+    /// The generation for one mp3 more on a phone on which as many as that were put at once.
+    uint64_t costOfOneMore(int count) {
+        std::vector<Tone> tones;
+        for (int i = 0; i < count; ++i) {
+            tones.push_back(newTone("tone " + std::to_string(i), "mp3"));
+        }
+        CFRef<CFMutableDictionaryRef> catalogue;
+        CFRef<CFMutableDictionaryRef> renames;
+        EXPECT_EQ(KRTRingtoneManagerGeneratePList(manager, listOf(tones).get(), nullptr, nullptr,
+                                                  catalogue.receive(), renames.receive()),
+                  1);
+        std::vector<Tone> onPhone;
+        for (const auto& [fileName, entry] : pairsIn(catalogue.get())) {
+            if (fileName.ends_with(".mp3")) {
+                const auto name = valueOf(static_cast<CFDictionaryRef>(entry), "Name");
+                onPhone.push_back(toneOnPhone(textOf(name), fileName));
+            }
+        }
+        EXPECT_EQ(onPhone.size(), tones.size());
+        WrappedCalls::withoutPhone = true;
+        return costOfGeneration({newTone("one more", "mp3")}, onPhone);
     }
 
     uint64_t costOfFix(int count) {
@@ -109,6 +144,31 @@ TEST_F(StoreCost, GeneratingTheOlderLayoutGrowsWithTheNumberOfUnchangedRingtones
 
 TEST_F(StoreCost, FixingGrowsWithTheNumberOfEntries) {
     expectAlmostLinear(costOfFix(1000), costOfFix(10000));
+}
+
+TEST_F(StoreCost, OneRingtoneMoreGrowsWithThoseThatAreThere) {
+    // Each of the names that were rejected for those that are there is tried for the new one.
+    expectAlmostLinear(costOfOneMore(500), costOfOneMore(5000));
+}
+
+TEST_F(StoreCost, NamesThatAllHaveOneHashCostNoMoreThanOthers) {
+    WrappedCalls::withoutPhone = true;
+    expectAlmostLinear(costOfGeneration({}, withOneHash(500)),
+                       costOfGeneration({}, withOneHash(5000)));
+}
+
+TEST_F(StoreCost, AnAttemptThatMovesNothingIsNotMadeAgain) {
+    const auto catalogue =
+        catalogueOf({{"AAAA.mp3", companionOf("A")}, {"BBBB.wav", companionOf("A")}});
+    const auto names = arrayOf({});
+    const auto renames = emptyDictionary();
+    const uint64_t cost = costOf([&] {
+        EXPECT_EQ(KRTRingtoneManagerFixResultDictionary(catalogue.get(), names.get(), renames.get(),
+                                                        nullptr),
+                  0);
+    });
+    EXPECT_LT(cost, 100u) << "10,000 attempts cost at least as much as that each";
+    EXPECT_EQ(recordedCode(), 0);
 }
 
 TEST_F(StoreCost, SubmittingGrowsWithTheNumberOfMovesRemovalsAndFiles) {

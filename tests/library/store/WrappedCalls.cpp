@@ -19,6 +19,9 @@ bool WrappedCalls::withoutPhone;
 int WrappedCalls::listingCount;
 uint64_t WrappedCalls::cost;
 int WrappedCalls::tonesSearched;
+uint64_t WrappedCalls::bytesCopied;
+std::vector<std::string> WrappedCalls::listedNames;
+std::vector<std::string> WrappedCalls::removedPaths;
 
 void WrappedCalls::reset() {
     failNthURLStripping = 0;
@@ -34,6 +37,9 @@ void WrappedCalls::reset() {
     listingCount = 0;
     cost = 0;
     tonesSearched = 0;
+    bytesCopied = 0;
+    listedNames.clear();
+    removedPaths.clear();
 }
 
 namespace {
@@ -102,6 +108,13 @@ __wrap_CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                ? nullptr
                : __real_CFDictionaryCreateMutable(allocator, capacity, keyCallBacks,
                                                   valueCallBacks);
+}
+
+CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
+
+CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length) {
+    WrappedCalls::bytesCopied += static_cast<uint64_t>(length);
+    return __real_CFDataCreate(allocator, bytes, length);
 }
 
 CFHashCode __real_CFHash(CFTypeRef object);
@@ -206,7 +219,11 @@ int __wrap_KRTPhoneRenameObjectAtPath(KRTPhoneRef phone, const char* from, const
 int __real_KRTPhoneRemoveObjectAtPath(KRTPhoneRef phone, const char* path);
 
 int __wrap_KRTPhoneRemoveObjectAtPath(KRTPhoneRef phone, const char* path) {
-    return WrappedCalls::withoutPhone ? 1 : __real_KRTPhoneRemoveObjectAtPath(phone, path);
+    if (WrappedCalls::withoutPhone) {
+        WrappedCalls::removedPaths.emplace_back(path != nullptr ? path : "null");
+        return 1;
+    }
+    return __real_KRTPhoneRemoveObjectAtPath(phone, path);
 }
 
 int __real_KRTPhoneCreateDirectoryAtPath(KRTPhoneRef phone, const char* path);
@@ -225,6 +242,12 @@ CFMutableArrayRef __wrap_KRTPhoneListDirectoryAtPath(KRTPhoneRef phone, const ch
     for (int i = 0; i < WrappedCalls::listingCount; ++i) {
         const CFStringRef name =
             CFStringCreateWithFormat(nullptr, nullptr, CFSTR("stray %d.m4r"), i);
+        CFArrayAppendValue(names, name);
+        CFRelease(name);
+    }
+    for (const std::string& text : WrappedCalls::listedNames) {
+        const CFStringRef name =
+            CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8);
         CFArrayAppendValue(names, name);
         CFRelease(name);
     }

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 struct WrappedCalls {
     /// Everything as without the wrapping.
@@ -32,8 +34,11 @@ struct WrappedCalls {
     /// names.
     static bool withoutPhone;
     static int listingCount;
+    static std::vector<std::string> listedNames;  ///< in the listing too
+    static std::vector<std::string> removedPaths; ///< while there is no phone
 
     /// Hashes and comparisons that were asked for, and the lengths of arrays that were searched.
     static uint64_t cost;
-    static int tonesSearched; ///< calls of KRTRingtoneManagerFindToneForGUID
+    static int tonesSearched;    ///< calls of KRTRingtoneManagerFindToneForGUID
+    static uint64_t bytesCopied; ///< by CFDataCreate
 };
