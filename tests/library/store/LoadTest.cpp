@@ -62,7 +62,7 @@ TEST_F(Loading, KeepsTheOrderOfTheCatalogue) {
     putFile("AAAA.m4r");
     putFile("BBBB.m4r");
     putFile("CCCC.m4r");
-    // As another writer may have left it: the keys of a written property list are sorted.
+    // As another writer may have left it.
     putCatalogueBytes("<plist><dict><key>Ringtones</key><dict>"
                       "<key>CCCC.m4r</key><dict><key>Name</key><string>1</string></dict>"
                       "<key>AAAA.m4r</key><dict><key>Name</key><string>2</string></dict>"
@@ -333,6 +333,57 @@ TEST_F(Loading, ASizeBeyondAllReasonIsBelievedAsFarAsBytesCome) {
     putCatalogue({{"AAAA.m4r", entry("A")}});
     fake.phone().fileInfo(kCatalogue, {{"st_size", "2147483647"}});
     EXPECT_THAT(keysOf(load().get()), ElementsAre("A"));
+}
+
+/// A catalogue of one ringtone and of as many bytes as that.
+std::string catalogueOfSize(const std::string& bytes, size_t size) {
+    return bytes + std::string(size - bytes.size(), '\n');
+}
+
+TEST_F(Loading, ACatalogueOf64MiBIsReadAndALargerOneFailsWithCode2) {
+    constexpr size_t kLargest = 64 * 1024 * 1024;
+    putFile("AAAA.m4r");
+    putCatalogue({{"AAAA.m4r", entry("A")}});
+    const std::string bytes = fake.phone().contents(kCatalogue);
+    putCatalogueBytes(catalogueOfSize(bytes, kLargest));
+    EXPECT_THAT(keysOf(load().get()), ElementsAre("A"));
+    putCatalogueBytes(catalogueOfSize(bytes, kLargest + 1));
+    expectFailure(2, "KRTRingtoneManagerInternal");
+    EXPECT_TRUE(fake.phone().hasFile(kFolder + "/AAAA.m4r"));
+}
+
+TEST_F(Loading, ACatalogueOf50000EntriesIsReadAndALongerOneFailsWithCode2) {
+    // Companions, of which the phone is asked nothing.
+    std::vector<std::pair<std::string, Tone>> entries;
+    const Tone companion = companionOf("A");
+    for (int i = 0; i < 50000; ++i) {
+        entries.emplace_back(std::to_string(i) + ".m4r", companion);
+    }
+    putCatalogue(entries);
+    EXPECT_THAT(loaded(), IsEmpty());
+    EXPECT_EQ(recordedCode(), std::nullopt);
+    entries.emplace_back("50000.m4r", companion);
+    putCatalogue(entries);
+    expectFailure(2, "KRTRingtoneManagerInternal");
+}
+
+TEST_F(Loading, NoPathIsMadeOfAFileNameThatIsNoPlainOne) {
+    fake.phone().file("/DCIM/IMG_0001.JPG").file("/iTunes_Control/iTunes/iTunesDB");
+    putFile("AAAA.m4r");
+    putFile("sub/x.m4r");
+    for (const char* name : {"../../DCIM/IMG_0001.JPG", "../iTunes/iTunesDB", "sub/x.m4r", "..",
+                             ".", "", "/", "/AAAA.m4r", "AAAA.m4r/", "./AAAA.m4r"}) {
+        SCOPED_TRACE(name);
+        putCatalogue({{name, entry("damaged")}});
+        fake.clearCalls();
+        EXPECT_THAT(loaded(), IsEmpty());
+        EXPECT_THAT(fake.callsOf("AFCFileInfoOpen"), ElementsAre("AFCFileInfoOpen " + kCatalogue));
+        EXPECT_EQ(recordedCode(), std::nullopt);
+    }
+    putCatalogue({{"...", entry("odd")}, {"..AAAA.m4r", entry("odd too")}});
+    putFile("...");
+    putFile("..AAAA.m4r");
+    EXPECT_THAT(keysOf(load().get()), ElementsAre("odd", "odd too"));
 }
 
 TEST_F(Loading, ReadsTheCatalogueWithOneCallIntoABufferOfItsSize) {

@@ -2,6 +2,7 @@
 #include "tests/library/store/StoreTest.h"
 
 #include <cstdint>
+#include <thread>
 
 namespace {
 
@@ -155,14 +156,14 @@ TEST_F(Submit, TheCatalogueIsADictionaryUnderRingtones) {
               "\t<dict>\n"
               "\t\t<key>BQJH.m4r</key>\n"
               "\t\t<dict>\n"
+              "\t\t\t<key>Name</key>\n"
+              "\t\t\t<string>A &amp; B</string>\n"
               "\t\t\t<key>GUID</key>\n"
               "\t\t\t<string>guid-A &amp; B</string>\n"
               "\t\t\t<key>LocalPath</key>\n"
               "\t\t\t<string>" +
                   escaped +
                   "</string>\n"
-                  "\t\t\t<key>Name</key>\n"
-                  "\t\t\t<string>A &amp; B</string>\n"
                   "\t\t</dict>\n"
                   "\t</dict>\n"
                   "</dict>\n"
@@ -261,7 +262,7 @@ TEST_F(Submit, ALongMP3OnFirmware111IsLostWhenItsCompanionMoves) {
     EXPECT_THAT(filesOnPhone(), ElementsAre("BQJH.m4r"));
     EXPECT_EQ(contentsOnPhone("BQJH.m4r"), "music");
     EXPECT_THAT(writtenCatalogue(),
-                ElementsAre(Pair("BQJH.m4r", testing::_), Pair("Long name.mp3", testing::_)));
+                ElementsAre(Pair("Long name.mp3", testing::_), Pair("BQJH.m4r", testing::_)));
     EXPECT_THAT(loaded(), IsEmpty());
 }
 
@@ -399,6 +400,27 @@ TEST_F(Submit, TheCompanionGoesAlsoWhenTheRingtonesOwnFileIsKept) {
     EXPECT_THAT(fake.callsOf("AFCRemovePath"), ElementsAre(kRemoveM4R));
 }
 
+TEST_F(Submit, TheCompanionOfAKeptFileIsRemovedByTheRemovalsNotOnlyByTheCleanup) {
+    setFirmware("1.1.1");
+    const Tone kept = putTone("kept", "AAAA.mp3").with("FileType", "m4r").with("LocalPath", "/k");
+    // No listing shows the companion.
+    EXPECT_EQ(sync({}, {toneOnPhone("removed", "AAAA.mp3")}, {kept}), 1);
+    EXPECT_THAT(fake.callsOf("AFCRemovePath"), ElementsAre(kRemoveM4R));
+}
+
+TEST_F(Submit, ARingtoneIsOnThePhoneWhenItsNameIsAKeyOfTheUnchangedList) {
+    putTone("A", "AAAA.m4r");
+    const auto unchanged = listOf({});
+    CFDictionarySetValue(unchanged.get(), CFSTR("key"), toneOnPhone("A", "AAAA.m4r").get());
+    const auto added = listOf({toneWithSource("A", "m4r"), toneWithSource("key", "m4r")});
+    openPhone();
+    EXPECT_EQ(
+        KRTRingtoneManagerSubmitChanges(manager, added.get(), listOf({}).get(), unchanged.get()),
+        1);
+    EXPECT_EQ(contentsOnPhone("BQJH.m4r"), "source bytes") << "the name of an entry alone";
+    EXPECT_FALSE(fake.phone().hasFile(kFolder + "/FHKM.m4r")) << "the name that is a key";
+}
+
 TEST_F(Submit, ACompanionThatIsKeptStaysWhenTheRingtoneGoes) {
     setFirmware("1.1.1");
     const Tone removed = putTone("removed", "AAAA.mp3");
@@ -406,6 +428,43 @@ TEST_F(Submit, ACompanionThatIsKeptStaysWhenTheRingtoneGoes) {
     EXPECT_EQ(sync({}, {removed}, {kept}), 1);
     EXPECT_THAT(fake.callsOf("AFCRemovePath"), ElementsAre(kRemoveMP3));
     EXPECT_EQ(contentsOnPhone("AAAA.m4r"), "music");
+}
+
+TEST_F(Submit, ARemovedRingtoneWhosePathLeadsOutOfTheFolderIsPassedOver) {
+    setFirmware("1.1.1");
+    fake.phone().directory(kFolder).file("/DCIM/IMG_0001.JPG", "photo").file("/DCIM/IMG_0001.m4r");
+    for (const char* path : {"/../../DCIM/IMG_0001.JPG", "/..", "/.", "/./../x.mp3"}) {
+        const Tone removed = newTone("A", "mp3").with("RemotePath", kFolder + path);
+        EXPECT_EQ(sync({}, {removed}), 1);
+    }
+    EXPECT_EQ(fake.countOf("AFCRemovePath"), 0);
+    EXPECT_EQ(fake.phone().contents("/DCIM/IMG_0001.JPG"), "photo");
+}
+
+TEST_F(Submit, AnUnchangedRingtoneWhosePathLeadsOutOfTheFolderIsTakenAsGone) {
+    setFirmware("1.1.1");
+    fake.phone().file("/DCIM/Long name.m4r", "photo");
+    const Tone unchanged = newTone("A", "m4r")
+                               .with("RemotePath", kFolder + "/../../DCIM/Long name.m4r")
+                               .with("LocalPath", "/a");
+    EXPECT_EQ(sync({}, {}, {unchanged}), 1);
+    EXPECT_EQ(fake.countOf("AFCRenamePath"), 0);
+    EXPECT_THAT(writtenCatalogue(), IsEmpty());
+    EXPECT_EQ(fake.phone().contents("/DCIM/Long name.m4r"), "photo");
+}
+
+TEST_F(Submit, AFileTypeThatLeadsOutOfTheFolderFailsTheUploadWithCode5) {
+    const Tone added = toneWithSource("A", "m4r").with("FileType", "/../../escaped.m4r");
+    openPhone();
+    Reports reports;
+    reportTo(reports);
+    reports.answer = [](size_t, const std::string&) {
+        KRTErrorClear();
+        return true;
+    };
+    EXPECT_EQ(submit({added}), 0);
+    EXPECT_EQ(recordedCode(), 5);
+    EXPECT_EQ(fake.countOf("AFCFileRefOpen"), 0);
 }
 
 TEST_F(Submit, TheCompanionOfARingtoneElsewhereGoesFromTheRingtoneFolder) {
@@ -437,11 +496,21 @@ struct DataFunctions {
             textOf(adopt(CFURLCopyFileSystemPath(source, kCFURLPOSIXPathStyle)).get()));
         return nullptr;
     }
+
+    /// Nobody registers this one.
+    static CFDataRef stranger(CFURLRef) {
+        ADD_FAILURE() << "a function that was never registered is called";
+        return nullptr;
+    }
 };
 
 class DataFunction : public Submit {
 protected:
-    DataFunction() { DataFunctions::sources.clear(); }
+    DataFunction() {
+        DataFunctions::sources.clear();
+        KRTRingtoneManagerRegisterDataFunction(DataFunctions::give);
+        KRTRingtoneManagerRegisterDataFunction(DataFunctions::giveNone);
+    }
 
     Tone toneWith(CFTypeRef localData) const {
         return newTone("A", "m4r")
@@ -461,6 +530,55 @@ TEST_F(DataFunction, GivesTheBytesInPlaceOfTheFile) {
     // Released by the store; one reference is the test's.
     EXPECT_EQ(CFGetRetainCount(DataFunctions::lastData), 1);
     CFRelease(DataFunctions::lastData);
+}
+
+TEST_F(DataFunction, ItsNumberIsItsAddressHoweverOftenItIsRegistered) {
+    const int64_t address = static_cast<int64_t>(reinterpret_cast<uintptr_t>(&DataFunctions::give));
+    EXPECT_EQ(KRTRingtoneManagerRegisterDataFunction(DataFunctions::give), address);
+    EXPECT_EQ(KRTRingtoneManagerRegisterDataFunction(DataFunctions::give), address);
+}
+
+TEST_F(DataFunction, NullHasNoNumber) {
+    EXPECT_EQ(KRTRingtoneManagerRegisterDataFunction(nullptr), 0);
+}
+
+TEST_F(DataFunction, MayBeRegisteredWhileAnotherThreadSubmits) {
+    std::thread registering([] {
+        for (int i = 0; i < 1000; ++i) {
+            KRTRingtoneManagerRegisterDataFunction(DataFunctions::give);
+        }
+    });
+    EXPECT_EQ(sync({toneWith(addressOf(DataFunctions::give).get())}), 1);
+    registering.join();
+    EXPECT_EQ(contentsOnPhone("BQJH.m4r"), "made up");
+    CFRelease(DataFunctions::lastData);
+}
+
+TEST_F(DataFunction, ANumberThatThePhoneHasChosenIsNeverCalledAndStillTravels) {
+    // Loaded from the phone and handed over as new, as an application may do it.
+    const int64_t address =
+        static_cast<int64_t>(reinterpret_cast<uintptr_t>(&DataFunctions::stranger));
+    putTone("A", "AAAA.m4r");
+    putCatalogue({{"AAAA.m4r", toneWith(number(address).get()).without("FileType")}});
+    const auto list = load();
+    const auto tone = adopt(CFDictionaryCreateMutableCopy(nullptr, 0, dictionaryAt(list, "A")));
+    CFDictionaryRemoveValue(tone.get(), KRTRemotePath);
+    CFDictionarySetValue(list.get(), CFSTR("A"), tone.get());
+    Reports reports;
+    reportTo(reports);
+    // Creating the folder that is there would be the first error.
+    reports.answer = [](size_t, const std::string&) {
+        KRTErrorClear();
+        return true;
+    };
+    openPhone();
+    EXPECT_EQ(
+        KRTRingtoneManagerSubmitChanges(manager, list.get(), listOf({}).get(), listOf({}).get()),
+        1);
+    EXPECT_FALSE(KRTError());
+    const Table written = writtenCatalogue();
+    ASSERT_EQ(written.size(), 1u);
+    EXPECT_EQ(written[0].second.at("LocalData"), std::to_string(address));
 }
 
 TEST_F(DataFunction, IsNotConsultedForARingtoneOnThePhone) {
@@ -517,12 +635,16 @@ CFRef<CFTypeRef> oneHalf() {
 
 INSTANTIATE_TEST_SUITE_P(
     All, NoData,
-    ::testing::Values(NoDataRow{"FunctionGivesNone",
-                                number(static_cast<int64_t>(
-                                    reinterpret_cast<uintptr_t>(&DataFunctions::giveNone)))},
-                      NoDataRow{"NullFunction", number(0)},
-                      NoDataRow{"NoNumber", krl::cf::retain<CFTypeRef>(CFSTR("4096"))},
-                      NoDataRow{"NoWholeNumber", oneHalf()}),
+    ::testing::Values(
+        NoDataRow{
+            "FunctionGivesNone",
+            number(static_cast<int64_t>(reinterpret_cast<uintptr_t>(&DataFunctions::giveNone)))},
+        NoDataRow{"NullFunction", number(0)},
+        NoDataRow{
+            "FunctionThatWasNotRegistered",
+            number(static_cast<int64_t>(reinterpret_cast<uintptr_t>(&DataFunctions::stranger)))},
+        NoDataRow{"NoNumber", krl::cf::retain<CFTypeRef>(CFSTR("4096"))},
+        NoDataRow{"NoWholeNumber", oneHalf()}),
     [](const auto& row) { return row.param.name; });
 
 // ---------------------------------------------------------------------------- results that do not

@@ -1,6 +1,8 @@
 // Whole stories: what is on the phone after one sync and another.
 #include "tests/library/store/StoreTest.h"
 
+#include <random>
+
 namespace {
 
 class Sync : public StoreTest {
@@ -156,5 +158,88 @@ TEST_F(Sync, AListThatDidNotLoadFailsTheSubmitWithTheErrorOfTheLoad) {
               0);
     EXPECT_EQ(recordedCode(), 4);
 }
+
+// ---------------------------------------------------------------------------- the layout
+
+/// Firmware 1.1.1: the order that its check has seen is the order that is written and that the next
+/// load reads, so a catalogue once accepted stays as it is.
+class SyncOn111 : public Sync {
+protected:
+    SyncOn111() { setFirmware("1.1.1"); }
+
+    /// What the check finds in the way in the catalogue on the phone.
+    std::vector<std::string> offending() {
+        std::vector<std::pair<std::string, Tone>> entries;
+        for (const auto& [fileName, entry] : writtenCatalogue()) {
+            entries.emplace_back(fileName, Tone(entry));
+        }
+        return textsOf(adopt(KRTRingtoneManagerIsValidFor111(catalogueOf(entries).get())).get());
+    }
+
+    /// Adds "tone <first>" and so on, each with its name for its sound.
+    void add(size_t first, const std::vector<std::string>& types) {
+        std::vector<Tone> added;
+        for (size_t i = 0; i < types.size(); ++i) {
+            const std::string name = "tone " + std::to_string(first + i);
+            added.push_back(toneWithSource(name, types[i], name));
+        }
+        ASSERT_EQ(syncLoaded(added), 1) << "code " << KRTErrorGetCode();
+    }
+
+    void expectAllAreThere(size_t first, size_t count) {
+        EXPECT_THAT(offending(), IsEmpty());
+        const auto contents = music();
+        EXPECT_EQ(contents.size(), count);
+        for (size_t i = first; i < first + count; ++i) {
+            const std::string name = "tone " + std::to_string(i);
+            EXPECT_THAT(contents, Contains(Pair(name, name)));
+        }
+    }
+
+    void expectNothingMovesInASyncWithoutChanges() {
+        const std::vector<std::string> files = filesOnPhone();
+        ASSERT_EQ(syncLoaded({}), 1) << "code " << KRTErrorGetCode();
+        EXPECT_THAT(fake.callsOf("AFCRenamePath"), IsEmpty());
+        EXPECT_THAT(filesOnPhone(), UnorderedElementsAreArray(files));
+    }
+};
+
+TEST_F(SyncOn111, FourteenMixedTonesStayThroughThreeSyncs) {
+    add(10, {"wav", "m4r", "m4r", "wav", "aif", "mp3", "aif", "m4r", "mp3", "m4r", "mp3", "aif",
+             "aif", "aif"});
+    expectAllAreThere(10, 14);
+    for (int i = 0; i < 2; ++i) {
+        expectNothingMovesInASyncWithoutChanges();
+        expectAllAreThere(10, 14);
+    }
+}
+
+/// So many tones of types drawn at random, in so many batches.
+class MixedTones : public SyncOn111,
+                   public ::testing::WithParamInterface<std::tuple<size_t, size_t>> {};
+
+TEST_P(MixedTones, AreAcceptedAndStay) {
+    const auto [count, batches] = GetParam();
+    const auto seed = static_cast<unsigned>(count * 10 + batches);
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const std::vector<std::string> types = {"m4r", "mp3", "wav", "aif"};
+    size_t done = 0;
+    for (size_t batch = 1; batch <= batches; ++batch) {
+        std::vector<std::string> drawn(count * batch / batches - done);
+        for (std::string& type : drawn) {
+            type = types[random() % types.size()];
+        }
+        add(done, drawn);
+        done += drawn.size();
+        expectAllAreThere(0, done);
+    }
+    expectNothingMovesInASyncWithoutChanges();
+    expectAllAreThere(0, count);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, MixedTones,
+                         ::testing::Combine(::testing::Values(5, 12, 25, 40, 70, 110, 150, 200),
+                                            ::testing::Values(1, 2, 3)));
 
 } // namespace
