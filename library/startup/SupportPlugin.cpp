@@ -1,6 +1,10 @@
 #include "library/startup/SupportPlugin.h"
 
+#include "library/startup/BinaryPropertyList.h"
 #include "library/system/HomeFolder.h"
+
+#include <CoreFoundation/CFText.h>
+#include <CoreFoundation/CFValues.h>
 
 #include <climits>
 
@@ -14,37 +18,51 @@ namespace {
 
 constexpr double kHighestVersionTooOld = 2.01;
 
-CFRef<CFURLRef> fileURL(const std::string& path) {
-    return adopt(CFURLCreateFromFileSystemRepresentation(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
-        static_cast<CFIndex>(path.size()), false));
-}
-
-/// The dictionary in a property-list file; null when there is none.
-CFRef<CFDictionaryRef> dictionaryAt(CFURLRef url) {
+/// The string under a key of the dictionary in a property-list file; null when there is none.
+CFRef<CFStringRef> stringIn(CFURLRef propertyList, CFStringRef key) {
     CFRef<CFDataRef> data;
-    if (url == nullptr ||
-        !CFURLCreateDataAndPropertiesFromResource(kCFAllocatorDefault, url, data.receive(), nullptr,
+    if (propertyList == nullptr ||
+        !CFURLCreateDataAndPropertiesFromResource(nullptr, propertyList, data.receive(), nullptr,
                                                   nullptr, nullptr)) {
         return nullptr;
     }
-    const auto list = adopt(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, data.get(),
-                                                            kCFPropertyListImmutable, nullptr));
-    return cf::retain(cast<CFDictionaryRef>(list.get()));
+    if (isBinaryPropertyList(data.get())) {
+        return stringInBinaryPropertyList(data.get(), key);
+    }
+    const auto list = adopt(
+        CFPropertyListCreateFromXMLData(nullptr, data.get(), kCFPropertyListImmutable, nullptr));
+    const auto dictionary = cast<CFDictionaryRef>(list.get());
+    return cf::retain(
+        dictionary == nullptr ? nullptr : cast<CFStringRef>(CFDictionaryGetValue(dictionary, key)));
+}
+
+int partAt(CFArrayRef parts, CFIndex index) {
+    return CFStringGetIntValue(static_cast<CFStringRef>(CFArrayGetValueAtIndex(parts, index)));
+}
+
+/// Reads "1.2" and "1.2.3"; 0 for what is missing, no number or too much, and for a null string.
+Version versionFrom(CFStringRef text) {
+    if (text == nullptr) {
+        return {};
+    }
+    const auto parts = adopt(CFStringCreateArrayBySeparatingStrings(nullptr, text, CFSTR(".")));
+    const CFIndex count = CFArrayGetCount(parts.get());
+    Version result;
+    result.major = partAt(parts.get(), 0);
+    result.minor = count >= 2 ? partAt(parts.get(), 1) : 0;
+    // Contract: a patch counts only where there are exactly three parts; 1.2.3.4 has patch 0.
+    // [Installation.ComparesVersionsPartByPart]
+    result.patch = count == 3 ? partAt(parts.get(), 2) : 0;
+    return result;
 }
 
 Version versionIn(CFURLRef propertyList, CFStringRef key) {
-    const auto information = dictionaryAt(propertyList);
-    return versionFrom(information ? CFDictionaryGetValue(information.get(), key) : nullptr);
+    return versionFrom(stringIn(propertyList, key).get());
 }
 
 CFRef<CFURLRef> resource(const void* code, CFStringRef name, CFStringRef type) {
     const auto bundle = adopt(CFBundleCreateWithCode(nullptr, code));
     return bundle ? adopt(CFBundleCopyResourceURL(bundle.get(), name, type, nullptr)) : nullptr;
-}
-
-int partAt(CFArrayRef parts, CFIndex index) {
-    return CFStringGetIntValue(static_cast<CFStringRef>(CFArrayGetValueAtIndex(parts, index)));
 }
 
 /// What a value of any kind is as a number; 0 when it is none.
@@ -70,22 +88,6 @@ std::string installedPath() {
     return folders().plugins + "/" + kBundleName;
 }
 
-Version versionFrom(CFTypeRef version) {
-    const auto text = cast<CFStringRef>(version);
-    if (text == nullptr) {
-        return {};
-    }
-    const auto parts =
-        adopt(CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, text, CFSTR(".")));
-    const CFIndex count = CFArrayGetCount(parts.get());
-    Version result;
-    result.major = partAt(parts.get(), 0);
-    result.minor = count >= 2 ? partAt(parts.get(), 1) : 0;
-    // Contract: a patch counts only where there are exactly three parts; 1.2.3.4 has patch 0.
-    result.patch = count == 3 ? partAt(parts.get(), 2) : 0;
-    return result;
-}
-
 bool isCurrent(const Version& installed, const Version& required) {
     // Contract: each part on its own, not in order of significance; an installed 2.0.0 is out of
     // date where 1.2.0 is required. [Installation.ComparesVersionsPartByPart]
@@ -94,7 +96,8 @@ bool isCurrent(const Version& installed, const Version& required) {
 }
 
 Version versionOfPlugin(const std::string& path) {
-    return versionIn(fileURL(path + "/Contents/Info.plist").get(), CFSTR("CFBundleVersion"));
+    const auto propertyList = cf::stringOf(path + "/Contents/Info.plist");
+    return versionIn(cf::fileURL(propertyList.get()).get(), CFSTR("CFBundleVersion"));
 }
 
 Version requiredVersion(const void* code) {

@@ -31,15 +31,11 @@ struct Version {
     int patch = 0;
 };
 
-/// Reads "1.2" and "1.2.3"; 0 for what is missing, no number or too much.
-///
-/// @param version  a string; null and anything else give 0.0.0
-Version versionFrom(CFTypeRef version);
-
 /// Whether no part of the installed version is below the same part of the required one.
 bool isCurrent(const Version& installed, const Version& required);
 
-/// The version of the plug-in at a path, 0.0.0 when it does not say.
+/// The version of the plug-in at a path, 0.0.0 when it does not say. Its information may be an XML
+/// or a binary property list.
 Version versionOfPlugin(const std::string& path);
 
 /// The version that the library of a piece of code needs, from its resources; 0.0.0 when these do
