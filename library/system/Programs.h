@@ -16,8 +16,7 @@ struct Programs {
     /// them.
     ///
     /// @return its exit status; 128 and the signal's number when a signal ended it; -1 when it
-    /// could
-    ///         not be started, or when its status was lost because this process ignores SIGCHLD
+    /// could not be started, or when nobody can tell how it ended
     int (*run)(const std::string& path, const std::vector<std::string>& arguments);
 };
 

@@ -1,6 +1,7 @@
 // The real library in a folder of its own, with the real unpacker and archive, for a user whose
 // home is a temporary folder; each time in a process of its own.
 
+#include "tests/library/startup/BinaryPlist.h"
 #include "tests/support/PrivateBus.h"
 
 #include <gmock/gmock.h>
@@ -101,6 +102,12 @@ TEST_F(Installation, UnpacksAPluginThatIsAbsent) {
     EXPECT_TRUE(isUnpacked());
 }
 
+TEST_F(Installation, UnpacksAlsoInAnApplicationThatIgnoresItsChildren) {
+    EXPECT_EQ(probe({"ignore", "connect", "init", "init"}).out,
+              said("init", 2, 1, kAtFirst) + said("init", 1, 1, kAtFirst));
+    EXPECT_TRUE(isUnpacked());
+}
+
 TEST_F(Installation, LeavesAPluginThatItHasUnpackedBefore) {
     EXPECT_EQ(probe({"connect", "init", "init"}).out,
               said("init", 2, 1, kAtFirst) + said("init", 1, 1, kAtFirst));
@@ -173,6 +180,17 @@ TEST_F(Installation, AnInstalledVersionThatCannotBeReadCountsAsNone) {
     write(bundle() / "Contents/Info.plist", "<plist><array/></plist>");
     EXPECT_EQ(probe({"connect", "init"}).out, said("init", 2, 1, kAtFirst));
     EXPECT_TRUE(isUnpacked());
+}
+
+TEST_F(Installation, AnInstalledVersionMayStandInABinaryPropertyList) {
+    require("2.1");
+    for (const bool isCurrent : {true, false}) {
+        putInstalled("");
+        write(bundle() / "Contents/Info.plist",
+              binaryOf(informationPlist("CFBundleVersion", isCurrent ? "3.1" : "1.9")));
+        EXPECT_EQ(probe({"connect", "init"}).out, said("init", isCurrent ? 1 : 2, 1, kAtFirst));
+        EXPECT_EQ(isUntouched(), isCurrent);
+    }
 }
 
 TEST_F(Installation, AFileInThePluginsPlaceIsReplaced) {

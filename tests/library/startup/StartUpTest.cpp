@@ -12,9 +12,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <pwd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -241,6 +244,35 @@ TEST(Programs, StartWithSignalsAtTheirDefaults) {
     std::signal(SIGTERM, SIG_IGN);
     EXPECT_EQ(krl::system::programs().run("/bin/sh", {"-c", "kill -TERM $$"}), 128 + SIGTERM);
     std::signal(SIGTERM, SIG_DFL);
+}
+
+void reapAll(int /*signal*/) {
+    const int error = errno;
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
+    errno = error;
+}
+
+TEST(Programs, TellTheStatusWhateverThisProcessDoesWithItsChildren) {
+    const auto run = krl::system::programs().run;
+    for (void (*const disposition)(int) : {SIG_IGN, +reapAll}) {
+        std::signal(SIGCHLD, disposition);
+        EXPECT_EQ(run("/bin/sh", {"-c", "exit 0"}), 0);
+        EXPECT_EQ(run("/bin/sh", {"-c", "exit 7"}), 7);
+        EXPECT_EQ(run("/bin/sh", {"-c", "kill -TERM $$"}), 128 + SIGTERM);
+        EXPECT_EQ(run("/nonexistent/program", {}), -1);
+    }
+    std::signal(SIGCHLD, SIG_DFL);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left behind";
+}
+
+TEST(Programs, HaveThisProcessesStandardStreamsAndNothingElseOfIt) {
+    const int file = open("/dev/null", O_RDONLY);
+    ASSERT_GT(file, STDERR_FILENO);
+    EXPECT_EQ(krl::system::programs().run("/bin/sh", {"-c", "[ -e /dev/fd/2 ] && [ ! -e /dev/fd/" +
+                                                                std::to_string(file) + " ]"}),
+              0);
+    close(file);
 }
 
 TEST(FrameworkLoader, FailsWhereThereIsNoFramework) {

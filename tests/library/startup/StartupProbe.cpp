@@ -4,6 +4,7 @@
 #include <KRLVesk/KRLVesk.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -70,6 +71,7 @@ void validate() {
 const std::map<std::string, std::function<void()>> kCalls{
     {"connect", [] { *named<decltype(AMDeviceConnect)>("AMDeviceConnect") = connectNothing; }},
     {"disconnect", [] { *named<decltype(AMDeviceConnect)>("AMDeviceConnect") = nullptr; }},
+    {"ignore", [] { std::signal(SIGCHLD, SIG_IGN); }},
     {"obey", obeyPermissions},
     {"init", [] { say("init", named<int()>("KRTVeskInit")()); }},
     {"light", [] { say("light", named<bool()>("KRTVeskInitLight")()); }},

@@ -54,6 +54,7 @@ const Row kVersions[] = {
     {"2.01", false},
     // The nearest single-precision numbers below and above 2.01: the text counts after rounding.
     {2.0100000001, false},
+    {"2.0100000001", false},
     {2.0101, true},
     {std::nextafter(2.01F, 3.0F), true},
     {2.02, true},
