@@ -1,11 +1,13 @@
 #include "library/errors/ErrorObject.h"
 #include "library/phone/RecordLifetime.h"
 
+#include <CoreFoundation/CFText.h>
 #include <KRLVesk/KRLException.h>
 #include <KRLVesk/KRTPhone.h>
 #include <KRLVesk/KRTRingtoneManager.h>
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 using krl::cf::adopt;
@@ -17,26 +19,12 @@ namespace {
 /// lone surrogate or a zero in it.
 class PathText {
 public:
-    explicit PathText(CFStringRef path) {
-        if (path == nullptr) {
-            return;
-        }
-        const CFIndex length = CFStringGetLength(path);
-        const CFIndex room = CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8);
-        text_.resize(static_cast<size_t>(room));
-        CFIndex used = 0;
-        const CFIndex converted =
-            CFStringGetBytes(path, CFRangeMake(0, length), kCFStringEncodingUTF8, 0, false,
-                             reinterpret_cast<UInt8*>(text_.data()), room, &used);
-        text_.resize(static_cast<size_t>(used));
-        isPath_ = converted == length && text_.find('\0') == std::string::npos;
-    }
+    explicit PathText(CFStringRef path) : text_(krl::cf::utf8(path)) {}
 
-    operator const char*() const { return isPath_ ? text_.c_str() : nullptr; }
+    operator const char*() const { return text_ ? text_->c_str() : nullptr; }
 
 private:
-    std::string text_;
-    bool isPath_ = false;
+    std::optional<std::string> text_;
 };
 
 /// The error object of a function that has returned; null after success.

@@ -32,7 +32,7 @@ bool isM4RFile(CFTypeRef path) {
 
 /// The whole path without its extension.
 CFRef<CFStringRef> withoutExtension(CFStringRef path) {
-    const auto url = fileURL(path);
+    const auto url = krl::cf::fileURL(path);
     if (!url) {
         return retain(path);
     }
@@ -64,8 +64,8 @@ CFComparisonResult compareWithoutCase(const void* name, const void* other, void*
 }
 
 /// An entry of a catalogue as a ringtone of the working list.
-List ringtoneFromEntry(CFDictionaryRef entry, CFStringRef fileName) {
-    auto ringtone = adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, entry));
+CFRef<CFMutableDictionaryRef> ringtoneFromEntry(CFDictionaryRef entry, CFStringRef fileName) {
+    auto ringtone = adopt(CFDictionaryCreateMutableCopy(nullptr, 0, entry));
     if (!CFDictionaryContainsKey(ringtone.get(), KRTRemotePath)) {
         CFDictionarySetValue(ringtone.get(), KRTRemotePath, ringtonePath(fileName).get());
     }
@@ -110,7 +110,7 @@ KRTRingtoneManager::_initWithRingtoneManagerRef(KRTRingtoneManagerRef managerRef
 // dealloc
 KRTRingtoneManager::~KRTRingtoneManager() {
     const KRTPhoneRef phone = _manager->phone;
-    krl::phone::releaseStore(_manager);
+    krl::phone::releaseStore(_manager, KRTRingtoneManagerRelease);
     krl::phone::dropObject(phone);
 }
 
@@ -125,9 +125,9 @@ void KRTRingtoneManager::_loadRingtoneList() {
 void KRTRingtoneManager::rebuildRingtoneListFromOriginal() {
     const bool wasPending = countOf(_addedList) != 0 || countOf(_removedList) != 0;
     _loadRingtoneList();
-    empty(_addedList);
-    empty(_unchangedList);
-    empty(_removedList);
+    removeAllFrom(_addedList);
+    removeAllFrom(_unchangedList);
+    removeAllFrom(_removedList);
     _unchangedList = copyOf(_remotePlist);
 
     bool needsConversion = false;
@@ -168,17 +168,18 @@ void KRTRingtoneManager::updateRingtoneListFromList(CFDictionaryRef catalogue) {
         if (fileName == nullptr || name == nullptr) {
             continue;
         }
-        store(names, name, name);
+        putInto(names, name, name);
         if (has(_removedList, name)) {
             continue;
         }
         if (has(_addedList, name)) {
             // Contract: asked by name and moved by file name. A ringtone that is called like a file
             // is moved, and lost below unless an entry has that name.
-            store(_unchangedList, fileName, recordIn(_addedList, fileName));
+            // [ListModel.MergingAsksByNameAndMovesByFileKeySoThatARingtoneNamedLikeAFileIsLost]
+            putInto(_unchangedList, fileName, recordIn(_addedList, fileName));
             removeFrom(_addedList, fileName);
-        } else if (!has(_unchangedList, name)) {
-            store(_unchangedList, name, ringtoneFromEntry(entry, fileName).get());
+        } else if (!has(_unchangedList, name) && isPlainFileName(fileName)) {
+            putInto(_unchangedList, name, ringtoneFromEntry(entry, fileName).get());
         }
     }
     for (const Pair& pair : pairsOf(_unchangedList.get())) {
@@ -282,7 +283,7 @@ void KRTRingtoneManager::addRingtone(CFMutableDictionaryRef ringtone) {
     if (const Record removed = recordIn(_removedList, name.get())) {
         CFDictionarySetValue(removed, kRemoveWatchKey, kCFBooleanTrue);
     }
-    store(_addedList, name.get(), added.get());
+    putInto(_addedList, name.get(), added.get());
     if (!_collapsingUpdates) {
         setRingtonesUpdated(true);
     }
@@ -305,7 +306,8 @@ void KRTRingtoneManager::removeRingtone(CFMutableDictionaryRef ringtone) {
     if (has(_unchangedList, name.get())) {
         removeFrom(_unchangedList, name.get());
         // Contract: what is kept is what the caller passed, not what the list held.
-        store(_removedList, name.get(), removed.get());
+        // [ListModel.RemovingKeepsTheRecordThatWasPassedIn]
+        putInto(_removedList, name.get(), removed.get());
     }
     if (!_collapsingUpdates) {
         setRingtonesUpdated(countOf(_addedList) != 0 || countOf(_removedList) != 0);
@@ -315,10 +317,10 @@ void KRTRingtoneManager::removeRingtone(CFMutableDictionaryRef ringtone) {
 // removeAllRingtones
 void KRTRingtoneManager::removeAllRingtones() {
     for (const Pair& pair : pairsOf(_unchangedList.get())) {
-        store(_removedList, pair.key, pair.value);
+        putInto(_removedList, pair.key, pair.value);
     }
-    empty(_unchangedList);
-    empty(_addedList);
+    removeAllFrom(_unchangedList);
+    removeAllFrom(_addedList);
     // Contract: true also when there was nothing to remove.
     // [ListModel.RemovingAllSaysTrueEvenWithNothingToRemove]
     setRingtonesUpdated(true);

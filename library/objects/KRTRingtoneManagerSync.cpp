@@ -117,6 +117,7 @@ bool KRTRingtoneManager::asyncMode() const {
 }
 
 // syncCurrentListToPhone:
+// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the binary interface
 void KRTRingtoneManager::syncCurrentListToPhone(Delegate delegate) {
     if (!ringtonesUpdated()) {
         postCompletion(this);
@@ -205,8 +206,8 @@ CFRef<CFErrorRef> KRTRingtoneManager::submitChanges(CFDictionaryRef changes) {
     // what the phone says. [SynchronousSync.CancelledAtTheFirstUploadUploadsNothingAndIsASuccess]
     _loadRingtoneList();
     _unchangedList = copyOf(_remotePlist);
-    empty(_removedList);
-    empty(_addedList);
+    removeAllFrom(_removedList);
+    removeAllFrom(_addedList);
     return nullptr;
 }
 

@@ -26,7 +26,7 @@ Record recordIn(const List& list, CFTypeRef name) {
     return has(list, name) ? recordOf(CFDictionaryGetValue(list.get(), name)) : nullptr;
 }
 
-void store(const List& list, CFTypeRef name, CFTypeRef record) {
+void putInto(const List& list, CFTypeRef name, CFTypeRef record) {
     if (list && name != nullptr && record != nullptr) {
         CFDictionarySetValue(list.get(), name, record);
     }
@@ -38,7 +38,7 @@ void removeFrom(const List& list, CFTypeRef name) {
     }
 }
 
-void empty(const List& list) {
+void removeAllFrom(const List& list) {
     if (list) {
         CFDictionaryRemoveAllValues(list.get());
     }

@@ -17,10 +17,10 @@ CFIndex countOf(const List& list);
 bool has(const List& list, CFTypeRef name);
 /// Null for none.
 Record recordIn(const List& list, CFTypeRef name);
-/// Stores nothing without a name or a record.
-void store(const List& list, CFTypeRef name, CFTypeRef record);
+/// Under its name, in place of what was there; nothing without a name or a record.
+void putInto(const List& list, CFTypeRef name, CFTypeRef record);
 void removeFrom(const List& list, CFTypeRef name);
-void empty(const List& list);
+void removeAllFrom(const List& list);
 
 /// A ringtone out of a list; null when it is something else. Lists hold what they got as mutable.
 Record recordOf(CFTypeRef value);
