@@ -56,18 +56,6 @@ protected:
         KRTErrorClear();
     }
 
-    template <typename Condition>
-    static bool runUntil(Condition condition) {
-        const auto limit = std::chrono::steady_clock::now() + kPatience;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > limit) {
-                return false;
-            }
-            CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
-        }
-        return true;
-    }
-
     std::shared_ptr<KRTRingtoneManager> tones() { return phones->here->ringtoneManager(); }
 
     /// A ringtone of the application with a file of its own.

@@ -573,6 +573,13 @@ TEST_F(ListModel, MergingAddsPathAndTheWholeExtension) {
     EXPECT_EQ(valueOf(kept("Without"), CFSTR("FileType")), "");
 }
 
+TEST_F(ListModel, MergingMakesNoPathOfAFileNameThatIsNoPlainOne) {
+    start({});
+    tones->updateRingtoneListFromList(
+        parsedCatalogue({{"../../DCIM/IMG_0001.JPG", "Damaged"}, {"CCCC.m4r", "Sound"}}).get());
+    EXPECT_THAT(unchanged(), ElementsAre("Sound"));
+}
+
 TEST_F(ListModel, MergingLeavesPathAndTypeThatAreThere) {
     start({});
     const std::vector<Entry> entries = {

@@ -79,7 +79,7 @@ TEST_F(PhoneObject, BeginsAndEndsASyncWithOneAndZero) {
     EXPECT_EQ(KRTErrorGetCode(), 0);
     EXPECT_TRUE(KRTError());
     KRTErrorClear();
-    phone->open();
+    EXPECT_EQ(phone->open(), nullptr);
     EXPECT_EQ(phone->beginSync(), 1);
     EXPECT_NE(record()->notificationProxy, nullptr);
     EXPECT_EQ(phone->endSync(), 1);
@@ -338,7 +338,7 @@ TEST_F(PhoneObject, ARingtoneManagerMayOutliveThePhone) {
 
 TEST_F(PhoneObject, ReleasesTheRecordWhenItGoes) {
     EXPECT_EQ(fake.phone().references(), 1);
-    phone->open();
+    EXPECT_EQ(phone->open(), nullptr);
     fake.clearCalls();
     phone.reset();
     EXPECT_EQ(fake.phone().references(), 0);

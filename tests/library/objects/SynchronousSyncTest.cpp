@@ -367,6 +367,37 @@ TEST_F(SynchronousSync, CancelledAtTheFirstUploadUploadsNothingAndIsASuccess) {
     EXPECT_EQ(completion->count(), 1);
 }
 
+TEST_F(SynchronousSync, CancelledItOpensThePhoneOnceAndClosesItOnce) {
+    start();
+    tones->addRingtone(record({"One", source.path()}).get());
+    // Open often enough that no operation disconnects, so that every open and close shows.
+    constexpr int kOpens = 20;
+    for (int i = 0; i < kOpens; ++i) {
+        ASSERT_EQ(phone->open(), nullptr);
+    }
+    std::vector<std::string> opens;
+    delegate = std::make_shared<RecordingDelegate>([&](const Step& step) {
+        opens.push_back(std::to_string(step.status) + "/" + std::to_string(step.mode) + " " +
+                        std::to_string(phone->_phoneRef()->openCount - kOpens));
+        if (step.mode == 5) {
+            tones->cancelSync();
+        }
+    });
+
+    sync();
+
+    EXPECT_THAT(opens, ElementsAre("1/0 1",  // opened
+                                   "1/1 0",  // the lock taken: its end of the file service closes
+                                   "0/0 0",  // submitting: opened, the folder made, closed
+                                   "0/0 0",  //
+                                   "0/4 0",  //
+                                   "1/5 0",  // cancelled here
+                                   "1/1 -1", // the list read anew: one operation
+                                   "1/0 -2", // the lock given back
+                                   "0/0 -3"  // closed
+                                   ));
+}
+
 TEST_F(SynchronousSync, ACancelLastsUntilContinueSync) {
     start();
     delegate = cancellingAt(1, 5, tones);
