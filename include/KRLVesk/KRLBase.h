@@ -9,8 +9,18 @@
  *  3. Records (KRTPhoneRef and the like) are opaque and have a Release function of their own.
  *  4. Strings are zero-terminated UTF-8; sizes are in bytes.
  *  5. Nothing here is locked: use a phone, the records that hang on it and the phone manager from
- *     one thread at a time. Calls that reach the phone block until it has answered or the deadline
- *     of the device layer is over.
+ *     one thread at a time. Arguments are not NULL unless a function says that they may be, results
+ *     through pointers included.
+ *  6. The first call is KRTVeskInit or KRTVeskInitLight (KRTVesk.h); phones can be reached while
+ *     KRTVeskOpen is 1. Where the device layer is missing, or lacks a function that it must have,
+ *     no phone opens (code 0) and no delegate of phones can be added; nothing else happens.
+ *  7. What blocks: everything that reaches the phone, until it has answered. Each of its answers
+ *     may take as long as the device layer waits for a silent phone (10 seconds unless
+ *     AMDeviceSetCallTimeout says otherwise), and one function asks for several: opening for four
+ *     or five, a file operation for those and a few of its own, a list for an operation a ringtone.
+ *     A phone that is pulled out fails at once. Calls that wait for something else say so.
+ *  8. Where callbacks come: those of the phone manager on the run loop of the thread that
+ *     subscribed, all others on the thread that works, before the call that they report on returns.
  *
  * Conventions of the object interface, C++20 classes below the functions of the same subject:
  *  1. A method is named by the first keyword of its selector, its other parameters by the other

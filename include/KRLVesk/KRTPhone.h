@@ -27,8 +27,8 @@ extern KRL_EXPORT const CFStringRef KRTPhoneNumberKey;
 /** "PhoneSize": never filled. */
 extern KRL_EXPORT const CFStringRef KRTPhoneSizeKey;
 
-/** File extensions that a ringtone may have; NULL until the first ringtone manager object is made.
- */
+/** File extensions that a ringtone may have; NULL until the first ringtone manager object is
+ *  made. */
 extern KRL_EXPORT CFArrayRef KRTPhoneSupportedFormats;
 
 /* ------------------------------------------------------------------ the record */
@@ -95,10 +95,12 @@ KRL_EXPORT int KRTPhoneOpen(KRTPhoneRef phone);
 KRL_EXPORT void KRTPhoneClose(KRTPhoneRef phone);
 
 /**
- * Starts the file service, or counts when it runs.
+ * Starts the file service. Where starts are counted already it only counts, without a look at
+ * whether the phone is open: after a file operation on a phone that was opened once it is not, and
+ * a start is still counted.
  *
- * @return 1; 0 when it failed, and then one open is taken back. Codes: -500 the phone is not open,
- *         -1000 no device, otherwise the device layer's status
+ * @return 1; 0 when it failed, and then one open is taken back. Codes: -500 no start is counted and
+ *         the phone is not open, -1000 no device, otherwise the device layer's status
  */
 KRL_EXPORT int KRTPhoneStartFileService(KRTPhoneRef phone);
 
@@ -109,8 +111,9 @@ KRL_EXPORT void KRTPhoneEndFileService(KRTPhoneRef phone);
 
 /**
  * Takes the phone's sync lock, the one that the desktop media library takes too. The phone is to be
- * open. Waits about 7 seconds at most; a lock that stays held elsewhere is no failure: the sync is
- * then open without it. Unless a sync was open already, success takes one open back.
+ * open. Waits about 7 seconds at most for the lock, a second at a time without the run loop; a lock
+ * that stays held elsewhere is no failure: the sync is then open without it. Unless a sync was open
+ * already, success takes one open back.
  *
  * @return 1 when a sync is open, also when it was before the call; 0 on failure, and then nothing
  *         done before the failing step is undone. Codes: 0 no file service, else the device
@@ -127,9 +130,10 @@ KRL_EXPORT int KRTPhoneEndSync(KRTPhoneRef phone);
 
 /* ------------------------------------------------------------------ files
  *
- * Paths are absolute on the phone's media partition. Each call opens the phone and starts the file
- * service itself. Codes are the file service's statuses, or those of opening the phone. What a
- * failure undoes differs from call to call; a failed call may leave the phone open once more. */
+ * Paths are absolute on the phone's media partition; a NULL path is a failure (code 7 unless a
+ * function says otherwise). Each call opens the phone and starts the file service itself. Codes are
+ * the file service's statuses, or those of opening the phone. What a failure undoes differs from
+ * call to call; a failed call may leave the phone open once more. */
 
 /** Creates a directory. 1 / 0. */
 KRL_EXPORT int KRTPhoneCreateDirectoryAtPath(KRTPhoneRef phone, const char* path);
@@ -160,10 +164,12 @@ KRL_EXPORT int KRTPhoneWriteDataToFileAtPath(KRTPhoneRef phone, const char* path
                                              uintptr_t count);
 
 /**
- * Reads a file into the caller's buffer, once: ask its size before.
+ * Reads a file into the caller's buffer, once: ask its size before. The file is opened for reading
+ * and writing: one that is not there is made, and 0 bytes are read.
  *
- * @param buffer  not NULL
- * @param length  in: size of the buffer; out: bytes read, 0 when the file could not be opened
+ * @param path    NULL is a failure (code 0) before the phone is asked anything; so is a NULL buffer
+ * @param length  in: size of the buffer; out: bytes read, 0 when the file could not be opened. Not
+ *                NULL
  * @return 1 / 0
  */
 KRL_EXPORT int KRTPhoneReadFileAtPath(KRTPhoneRef phone, const char* path, void* buffer,
@@ -172,7 +178,9 @@ KRL_EXPORT int KRTPhoneReadFileAtPath(KRTPhoneRef phone, const char* path, void*
 /**
  * Asks a file's size.
  *
- * @param size  out: bytes; 0 when the phone does not say. Sizes of 2^31 and more do not fit
+ * @param path  NULL is a failure (code 0) before the phone is asked anything
+ * @param size  out: bytes; 0 when the phone does not say, untouched on failure. Not NULL. Sizes of
+ *              2^31 and more do not fit
  * @return 1; 0 on failure, also when there is no such file
  */
 KRL_EXPORT int KRTPhoneSizeOfFileAtPath(KRTPhoneRef phone, const char* path, uint32_t* size);
@@ -251,7 +259,7 @@ public:
     std::shared_ptr<void> delegate() const;
 
     /** KRTPhoneOpen. */
-    krl::cf::CFRef<CFErrorRef> open();
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> open();
 
     /** KRTPhoneClose. */
     void close();
@@ -262,8 +270,8 @@ public:
     /** Does nothing. */
     void _endFileService();
 
-    /** KRTPhoneBeginSync: 1 when a sync is open, 0 on failure with the reason in the error record.
-     */
+    /** KRTPhoneBeginSync: 1 when a sync is open, 0 on failure with the reason in the error
+     *  record. */
     int beginSync();
 
     /** KRTPhoneEndSync: 1, or 0 with the reason in the error record. */
@@ -282,42 +290,45 @@ public:
     int phoneFirmwareVersion() const;
 
     /**
-     * The phone's ringtones, made at the first request, which reads them from the phone; always the
-     * same object afterwards. Whoever keeps it may keep it longer than this object. Null when
-     * memory is exhausted.
+     * The phone's ringtones, made at the first request; always the same object afterwards. The
+     * first request reads the phone's catalogue and asks for the size of every file that it names,
+     * reconnecting each time, so it blocks. Whether there is something to convert is told by the
+     * firmware that updateInformation read. Where the list cannot be read, the object is made all
+     * the same: empty, with the reason in the error record. Whoever keeps it may keep it longer
+     * than this object. Null when memory is exhausted.
      */
     std::shared_ptr<KRTRingtoneManager> ringtoneManager();
 
     /**
      * KRTPhoneSizeOfFileAtPath.
-     * @param size  receives the bytes; untouched on failure. Note that it comes first
+     * @param size  receives the bytes; untouched on failure; not null. Note that it comes first
      */
-    krl::cf::CFRef<CFErrorRef> size(uint32_t* size, CFStringRef ofFileAtPath);
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> size(uint32_t* size, CFStringRef ofFileAtPath);
 
     /**
      * Reads a whole file.
      * @param into  untouched when the size cannot be had. Otherwise it receives a new data object
-     * of the file's size, before the file is read: on failure, and where the phone gave fewer
-     *              bytes, the rest is zeros
+     *              of the file's size, before the file is read: on failure, and where the phone
+     *              gave fewer bytes, the rest is zeros. Not null
      */
-    krl::cf::CFRef<CFErrorRef> readFileAtPath(CFStringRef path,
-                                              krl::cf::CFRef<CFMutableDataRef>* into);
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> readFileAtPath(CFStringRef path,
+                                                            krl::cf::CFRef<CFMutableDataRef>* into);
 
     /** KRTPhoneWriteDataToFileAtPath. Null data writes an empty file. */
-    krl::cf::CFRef<CFErrorRef> writeData(CFDataRef data, CFStringRef toFileAtPath);
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> writeData(CFDataRef data, CFStringRef toFileAtPath);
 
     /** KRTPhoneRenameObjectAtPath. */
-    krl::cf::CFRef<CFErrorRef> renameFileAtPath(CFStringRef path, CFStringRef to);
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> renameFileAtPath(CFStringRef path, CFStringRef to);
 
     /** KRTPhoneRemoveObjectAtPath. */
-    krl::cf::CFRef<CFErrorRef> removeObjectAtPath(CFStringRef path);
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> removeObjectAtPath(CFStringRef path);
 
-    /** KRTPhoneListDirectoryAtPath: the names, or null with the reason in the error record alone.
-     */
+    /** KRTPhoneListDirectoryAtPath: the names, or null with the reason in the error record
+     *  alone. */
     krl::cf::CFRef<CFArrayRef> listDirectoryAtPath(CFStringRef path);
 
     /** KRTPhoneCreateDirectoryAtPath. */
-    krl::cf::CFRef<CFErrorRef> createDirectoryAtPath(CFStringRef path);
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> createDirectoryAtPath(CFStringRef path);
 
 private:
     KRL_PRIVATE explicit KRTPhone(KRTPhoneRef phoneRef);

@@ -11,7 +11,8 @@
 KRL_BEGIN_C
 
 /**
- * Asks the plug-in, and runs this thread's run loop for 6 seconds, always.
+ * Asks the plug-in, and runs this thread's run loop for 6 seconds, always. Whatever else comes on
+ * that run loop is handled within the call, phones and their delegates included.
  *
  * @return whether a plug-in answered with a version above 2.01. Its version is taken as a number of
  *         single precision, so that 2.01 itself is not enough. False too without a session bus.

@@ -120,8 +120,8 @@ KRL_EXPORT void KRTRingtoneManagerSetStatusResponder(KRTRingtoneManagerRef manag
 
 /* ------------------------------------------------------------------ lists and names */
 
-/** The first ringtone of a list with this GUID, in the list's order, lent; NULL when there is none.
- */
+/** The first ringtone of a list with this GUID, in the list's order, lent; NULL when there is
+ *  none. */
 KRL_EXPORT CFDictionaryRef KRTRingtoneManagerFindToneForGUID(CFDictionaryRef list,
                                                              CFStringRef guid);
 
@@ -139,8 +139,15 @@ KRL_EXPORT CFStringRef KRTRingtoneManagerGenerateHash(void);
  * "RemotePath" and "FileSize" are added to each. A phone without a catalogue, or with one that
  * cannot be parsed, has an empty list.
  *
+ * An entry whose file name is no plain one (it is empty, "." or "..", or has a "/") is damage and
+ * left out, as one whose file is gone: no path is ever made of it.
+ *
+ * A catalogue of more than 64 MiB, or of more than 50,000 entries, companions among them, is not
+ * read: a list of a part of it would cost the other files at the next submit.
+ *
  * @return a ringtone list that the caller releases; NULL on failure. Codes: 0 the phone does not
- * open, 2 the catalogue cannot be read, 4 it has no "Ringtones", or the status of the step below
+ *         open, 2 the catalogue cannot be read, is too large, or memory is exhausted, 4 it has no
+ *         "Ringtones", or the status of the step below
  */
 KRL_EXPORT CFMutableDictionaryRef
 KRTRingtoneManagerLoadCurrentRingtoneList(KRTRingtoneManagerRef manager);
@@ -157,9 +164,11 @@ KRTRingtoneManagerLoadCurrentRingtoneList(KRTRingtoneManagerRef manager);
  * @param catalogue  out: file name to entry; the caller releases it
  * @param renames    out: GUID to {"new": base name, "fileType": extension} of the files that must
  *                   move; the caller releases it
+ * A ringtone whose "RemotePath" has a component "." or ".." is left out, as one whose file is gone.
+ *
  * @return 1; 0 on failure, and then the out-parameters are untouched. Codes: -1 "RemotePath" is no
  *         string, -2 to -5 it cannot be split, 0 no memory, or no layout was found that the
- * firmware copes with
+ *         firmware copes with, 2 the catalogue would have more than 50,000 entries
  */
 KRL_EXPORT int KRTRingtoneManagerGeneratePList(KRTRingtoneManagerRef manager, CFDictionaryRef added,
                                                CFDictionaryRef removed, CFDictionaryRef unchanged,
@@ -167,7 +176,7 @@ KRL_EXPORT int KRTRingtoneManagerGeneratePList(KRTRingtoneManagerRef manager, CF
                                                CFMutableDictionaryRef* renames);
 
 /** Adds the entries of one list to a catalogue, and their base names to the end of the names in
- * use. 1 / 0; codes as above. */
+ *  use. 1 / 0; codes as above. */
 KRL_EXPORT int KRTRingtoneManagerGeneratorParseDictionary(KRTRingtoneManagerRef manager,
                                                           CFDictionaryRef list,
                                                           CFMutableDictionaryRef catalogue,
@@ -186,10 +195,12 @@ KRL_EXPORT int KRTRingtoneManagerFixResultDictionary(CFMutableDictionaryRef cata
                                                      CFDictionaryRef unchanged);
 
 /**
- * Whether firmware 1.1.1 copes with a catalogue (file name to entry).
+ * Whether firmware 1.1.1 copes with a catalogue (file name to entry). What the firmware makes of it
+ * depends on the order in which the entries come: it is the dictionary's own, the one in which they
+ * were put in, in which the file is written and the phone reads it.
  *
  * @return NULL when it does; otherwise the file names in the way, perhaps more than once and
- * perhaps names that the catalogue does not have, which the caller releases
+ *         perhaps names that the catalogue does not have, which the caller releases
  */
 KRL_EXPORT CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef catalogue);
 
@@ -197,8 +208,9 @@ KRL_EXPORT CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef cat
 
 /**
  * Carries changes to the phone: renames what must move, uploads, removes, writes the catalogue and
- * deletes every file of the folder that was not accounted for. The caller has opened the phone and
- * holds the sync lock. The catalogue is written last: after a failure the old one stays.
+ * deletes every file of the folder that is none of the new list's, also what others put there (not
+ * after a failure, nor when cancelled). The caller has opened the phone and holds the sync
+ * lock. The catalogue is written last: after a failure the old one stays.
  *
  * Reports, in this order (mode, status, max, value, message):
  *   0, 0, 0, 0            once before the renames and after each catalogue entry
@@ -214,14 +226,20 @@ KRL_EXPORT CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef cat
  * @param added      ringtones to put on the phone; one with "LocalPath" is uploaded
  * @param removed    ringtones to take off it
  * @param unchanged  ringtones that stay, as loaded
+ * Nothing is written outside of the ringtone folder, and a removed ringtone whose "RemotePath" has a
+ * component "." or ".." is passed over.
+ *
  * @return 1, also when cancelled; 0 on failure, and then one open is taken back. Codes: 1 a list is
- *         missing, 2 a placeholder cannot be written, 5 an upload cannot be written, or the first
- *         reason recorded below
+ *         missing, 2 a companion's file cannot be written, 5 an upload cannot be written, or the
+ *         first reason recorded below
  */
 KRL_EXPORT int KRTRingtoneManagerSubmitChanges(KRTRingtoneManagerRef manager, CFDictionaryRef added,
                                                CFDictionaryRef removed, CFDictionaryRef unchanged);
 
-/** Deletes from the phone's ringtone folder every file that the list of names does not hold. */
+/** Deletes from the phone's ringtone folder every file that the list of names does not hold, letter
+ *  for letter, whoever put it there. What cannot be deleted stays, with the reason in the error
+ *  record. What the phone lists under a name that no file can have ("..", one with a "/") is left
+ *  alone. */
 KRL_EXPORT void KRTRingtoneManagerCleanupPhoneDirectories(KRTRingtoneManagerRef manager,
                                                           CFArrayRef keptNames);
 
@@ -256,6 +274,7 @@ class KRL_EXPORT KRTRingtoneManagerDelegate {
 public:
     virtual ~KRTRingtoneManagerDelegate();
 
+    // syncStatus:mode:max:value:message:
     /**
      * One step. Note the order: status before mode, unlike in KRTRingtoneStatusFunction.
      *
@@ -271,6 +290,7 @@ public:
     virtual void syncStatus(int32_t status, int32_t mode, uint32_t max, uint32_t value,
                             CFStringRef message) = 0;
 
+    // reportError:canCancel:
     /**
      * The sync failed. Comes once at most; the completion notification follows.
      * @param error      domain, code and in its user information "file" and "line"; lent
@@ -340,7 +360,8 @@ public:
     /**
      * Merges a catalogue in the phone's own layout into what stays on the phone. Ringtones of the
      * catalogue that are being removed or added are left as they are; others are kept from now on,
-     * and what the catalogue does not name is kept no longer.
+     * and what the catalogue does not name is kept no longer. An entry whose file name is no plain
+     * one brings no ringtone in.
      *
      * @param catalogue  with the key "Ringtones"; a catalogue without is one of no ringtones
      */
@@ -427,10 +448,11 @@ public:
      * Carries the changes to the phone. Without changes only the completion notification is posted.
      * In asynchronous mode it returns at once and the rest runs on a thread of its own, which keeps
      * this object and the delegate until it ends; otherwise it returns when all is done. One sync
-     * at a time. A phone that cannot be opened is told by one reportError with code 328, a thread
-     * that cannot be started by one with the system's code; the changes stay pending then, as after
-     * any failure. After a success, and after a cancelled sync too, the list is read anew from the
-     * phone and no change is pending.
+     * at a time. It takes as long as the files do to travel, and up to 7 seconds for the lock. A
+     * phone that cannot be opened is told by one reportError with code 328, a thread that cannot be
+     * started by one with the system's code; the changes stay pending then, as after any failure.
+     * After a success, and after a cancelled sync too, the list is read anew from the phone and no
+     * change is pending.
      *
      * What reportError tells otherwise is the first failure in the error record. A failure that the
      * store goes on after is often the first, such as that the phone has the ringtone folder
@@ -455,7 +477,7 @@ public:
      * @return null on success, then no change is pending; otherwise the error, in the domain that
      *         KRTErrorDomain says, with the error record cleared and the working list as it was
      */
-    krl::cf::CFRef<CFErrorRef> submitChanges(CFDictionaryRef changes);
+    [[nodiscard]] krl::cf::CFRef<CFErrorRef> submitChanges(CFDictionaryRef changes);
 
     /** Bytes that the changes add to the phone, negative when they free some: "FileSize" of the
      * added ringtones of changes, less that of the removed ones of this object (not of changes).

@@ -21,7 +21,8 @@ extern KRL_EXPORT signed char KRTVeskOpen;
 /**
  * Checks the device layer and installs the plug-in when it is missing or out of date, which takes
  * as long as "/usr/bin/unzip" takes to unpack it. An out-of-date plug-in is removed first, so that
- * none is left when unpacking fails.
+ * none is left when unpacking fails. The program runs as a child of a child of this process, which
+ * may do with SIGCHLD whatever it likes.
  *
  * Versions are compared part by part, each on its own: an installed 2.0.0 is out of date when 1.2.0
  * is needed.
