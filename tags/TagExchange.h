@@ -1,0 +1,34 @@
+// How a program asks vesk-tags for titles: over a socket of packets, one question and one answer at
+// a time. A question is a file's name with an open descriptor of the file, so that vesk-tags opens
+// nothing; an answer is the title.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace krl::tags {
+
+/// Bytes of UTF-8 that a title may have; a longer one is none.
+inline constexpr size_t kLongestTitle = 4096;
+
+/// A question as it arrived. Whoever takes it owns the descriptor.
+struct TitleQuestion {
+    std::string fileName;
+    int file = -1;
+};
+
+/// @return whether it was sent; not when nobody is there to read it
+bool sendQuestion(int socket, const TitleQuestion& question);
+
+/// Waits for a question; none when the asker has gone or what came is not one.
+std::optional<TitleQuestion> receiveQuestion(int socket);
+
+/// @return whether it was sent
+bool sendTitle(int socket, std::string_view title);
+
+/// The answer that has arrived; none when the other side has ended.
+std::optional<std::string> receiveTitle(int socket);
+
+} // namespace krl::tags
