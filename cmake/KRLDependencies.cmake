@@ -10,7 +10,10 @@ if(NOT NSS_FOUND)
     message(WARNING "nss not found: no encrypted sessions, so most phones cannot be reached, and no pairing")
 endif()
 
+# The process that reads tags: what reads them, and what keeps it from everything else.
 pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
+pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
+
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)

@@ -1,5 +1,5 @@
 # What an installation holds: the library with its resources beside it, the provider in the folder
-# below where it is looked for too, the tool, and what applications include.
+# below where it is looked for too, the program that reads tags beside it, the tool, and what applications include.
 
 install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${KRL_RESOURCES}" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -7,6 +7,7 @@ if(TARGET MobileDevice)
     set_target_properties(MobileDevice PROPERTIES INSTALL_RPATH "$ORIGIN/..")
     install(TARGETS MobileDevice LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 endif()
+install(TARGETS vesk-tags RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
                   "${PROJECT_SOURCE_DIR}/corefoundation/include/"
