@@ -2,13 +2,7 @@
 
 #include "engine/values/Text.h"
 
-namespace vesk::cf {
-
-CFRef<CFStringRef> string(std::string_view utf8) {
-    return adopt(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(utf8.data()),
-                                         static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8,
-                                         /*isExternalRepresentation=*/false));
-}
+namespace krl::engine::cf {
 
 std::string text(CFStringRef string) {
     if (string == nullptr) {
@@ -38,11 +32,6 @@ CFRef<CFNumberRef> number(int64_t value) {
     return adopt(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }
 
-CFRef<CFMutableDictionaryRef> dictionary() {
-    return adopt(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                           &kCFTypeDictionaryValueCallBacks));
-}
-
 std::string textAt(CFDictionaryRef dictionary, CFStringRef key) {
     return dictionary == nullptr ? std::string{}
                                  : text(cast<CFStringRef>(CFDictionaryGetValue(dictionary, key)));
@@ -63,20 +52,4 @@ CFDictionaryRef dictionaryAt(CFDictionaryRef dictionary, CFStringRef key) {
                                  : cast<CFDictionaryRef>(CFDictionaryGetValue(dictionary, key));
 }
 
-std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs(CFDictionaryRef dictionary) {
-    const auto count =
-        dictionary == nullptr ? size_t{0} : static_cast<size_t>(CFDictionaryGetCount(dictionary));
-    std::vector<CFTypeRef> keys(count);
-    std::vector<CFTypeRef> values(count);
-    if (count > 0) {
-        CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
-    }
-    std::vector<std::pair<CFTypeRef, CFTypeRef>> result;
-    result.reserve(count);
-    for (size_t i = 0; i < count; ++i) {
-        result.emplace_back(keys[i], values[i]);
-    }
-    return result;
-}
-
-} // namespace vesk::cf
+} // namespace krl::engine::cf

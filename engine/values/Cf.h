@@ -1,16 +1,17 @@
 #pragma once
 
 #include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CFText.h>
+#include <CoreFoundation/CFValues.h>
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-namespace vesk::cf {
+namespace krl::engine::cf {
 
 using krl::cf::adopt;
 using krl::cf::cast;
@@ -18,7 +19,9 @@ using krl::cf::CFRef;
 using krl::cf::retain;
 
 /// A string; null when the bytes are no UTF-8.
-CFRef<CFStringRef> string(std::string_view utf8);
+inline CFRef<CFStringRef> string(std::string_view utf8) {
+    return krl::cf::stringOf(utf8);
+}
 
 /// UTF-8 of a string, with U+FFFD for what is no character; empty for null.
 std::string text(CFStringRef string);
@@ -27,7 +30,9 @@ std::string text(CFStringRef string);
 CFRef<CFNumberRef> number(int64_t value);
 
 /// An empty dictionary that retains its keys and values.
-CFRef<CFMutableDictionaryRef> dictionary();
+inline CFRef<CFMutableDictionaryRef> dictionary() {
+    return krl::cf::makeDictionary();
+}
 
 /// The string under a key; empty when there is none or it is something else.
 std::string textAt(CFDictionaryRef dictionary, CFStringRef key);
@@ -39,6 +44,8 @@ std::optional<int64_t> numberAt(CFDictionaryRef dictionary, CFStringRef key);
 CFDictionaryRef dictionaryAt(CFDictionaryRef dictionary, CFStringRef key);
 
 /// Keys and values in the dictionary's order, lent by it.
-std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs(CFDictionaryRef dictionary);
+inline std::vector<krl::cf::Pair> pairs(CFDictionaryRef dictionary) {
+    return krl::cf::pairsOf(dictionary);
+}
 
-} // namespace vesk::cf
+} // namespace krl::engine::cf

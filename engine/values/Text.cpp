@@ -6,10 +6,11 @@
 #include <array>
 #include <cwchar>
 #include <cwctype>
+#include <iterator>
 #include <locale.h>
 #include <utility>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
@@ -82,30 +83,84 @@ bool between(char32_t character, char32_t first, char32_t last) {
 
 std::string visibleEscape(char32_t character) {
     const auto value = static_cast<uint32_t>(character);
-    return value < 0x80 ? fmt::format("\\x{:02x}", value) : fmt::format("\\u{:04x}", value);
+    return value < 0x80      ? fmt::format("\\x{:02x}", value)
+           : value <= 0xFFFF ? fmt::format("\\u{:04x}", value)
+                             : fmt::format("\\U{:08x}", value);
+}
+
+std::string jsonEscape(char32_t character) {
+    const auto value = static_cast<uint32_t>(character);
+    return value <= 0xFFFF ? fmt::format("\\u{:04x}", value)
+                           : fmt::format("\\u{:04x}\\u{:04x}", 0xD800 + ((value - 0x10000) >> 10U),
+                                         0xDC00 + ((value - 0x10000) & 0x3FFU));
+}
+
+/// Control characters, and what is shown as nothing, as a gap, or in another order. Joiners and
+/// variation selectors are not here, because some stand where they belong.
+constexpr std::array<std::pair<char32_t, char32_t>, 25> kUnsafe{{
+    {0x00, 0x1F},       {0x7F, 0x9F},       {0xAD, 0xAD},       {0x34F, 0x34F},
+    {0x61C, 0x61C},     {0x115F, 0x1160},   {0x17B4, 0x17B5},   {0x180B, 0x180F},
+    {0x200B, 0x200B},   {0x200E, 0x200F},   {0x2028, 0x202E},   {0x2060, 0x206F},
+    {0x2800, 0x2800},   {0x3164, 0x3164},   {0xFDD0, 0xFDEF},   {0xFEFF, 0xFEFF},
+    {0xFFA0, 0xFFA0},   {0xFFF0, 0xFFFB},   {0xFFFE, 0xFFFF},   {0x13430, 0x1343F},
+    {0x1BCA0, 0x1BCA3}, {0x1D159, 0x1D159}, {0x1D173, 0x1D17A}, {0xE0000, 0xE00FF},
+    {0xE01F0, 0xE0FFF},
+}};
+
+bool isJoiner(char32_t character) {
+    return between(character, 0x200C, 0x200D);
+}
+
+bool isVariationSelector(char32_t character) {
+    return between(character, 0xFE00, 0xFE0F) || between(character, 0xE0100, 0xE01EF);
+}
+
+/// Joiners and variation selectors act on the character before them. Where that is none that they
+/// can act on, they only make two texts differ that look alike.
+bool isOutOfPlace(char32_t character, char32_t before) {
+    const bool onKey = between(before, U'0', U'9') || before == U'#' || before == U'*';
+    if (isJoiner(character)) {
+        return before < 0x80 || isJoiner(before);
+    }
+    return isVariationSelector(character) && !(onKey && character == 0xFE0F) &&
+           (before < 0x80 || isJoiner(before) || isVariationSelector(before));
+}
+
+/// Text with its unsafe characters, and bytes that are no UTF-8, as something else.
+template <typename Escape>
+std::string escaped(std::string_view utf8, Escape escape) {
+    std::string result;
+    result.reserve(utf8.size());
+    char32_t before = 0;
+    forEachCharacter(utf8, [&](const Decoded& decoded, std::string_view bytes) {
+        const char32_t character = decoded.character;
+        const bool isHarmful =
+            decoded.length == 0 || isUnsafe(character) || isOutOfPlace(character, before);
+        result += isHarmful ? escape(decoded, bytes) : std::string(bytes);
+        before = isHarmful ? 0 : character;
+    });
+    return result;
 }
 
 /// wcwidth and towlower know characters outside ASCII only in a locale that has them, whatever the
-/// user's own is.
-class Utf8Locale {
+/// user's own is. Loaded once; it never goes.
+locale_t utf8Locale() {
+    static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    return locale;
+}
+
+/// This thread in that locale, for a scope.
+class Utf8Scope {
 public:
-    Utf8Locale() : locale_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {
-        previous_ = locale_ != nullptr ? uselocale(locale_) : nullptr;
-    }
+    Utf8Scope() : previous_(uselocale(utf8Locale())) {}
 
-    ~Utf8Locale() {
-        if (locale_ != nullptr) {
-            uselocale(previous_);
-            freelocale(locale_);
-        }
-    }
+    ~Utf8Scope() { uselocale(previous_); }
 
-    Utf8Locale(const Utf8Locale&) = delete;
-    Utf8Locale& operator=(const Utf8Locale&) = delete;
+    Utf8Scope(const Utf8Scope&) = delete;
+    Utf8Scope& operator=(const Utf8Scope&) = delete;
 
 private:
-    locale_t locale_;
-    locale_t previous_ = nullptr;
+    locale_t previous_;
 };
 
 size_t columnsOf(char32_t character) {
@@ -117,7 +172,7 @@ size_t columnsOf(char32_t character) {
 }
 
 std::u32string lowered(std::string_view text) {
-    const Utf8Locale locale;
+    const Utf8Scope scope;
     std::u32string result = codePoints(text);
     for (char32_t& character : result) {
         character = static_cast<char32_t>(std::towlower(static_cast<wint_t>(character)));
@@ -170,45 +225,29 @@ bool isUtf8(std::string_view bytes) {
 }
 
 bool isUnsafe(char32_t character) {
-    return character < 0x20 || between(character, 0x7F, 0x9F) || character == 0xAD ||
-           character == 0x61C || character == 0x180E || character == 0x200B ||
-           between(character, 0x200E, 0x200F) || between(character, 0x2028, 0x202E) ||
-           between(character, 0x2060, 0x206F) || character == 0xFEFF ||
-           between(character, 0xFFF9, 0xFFFB) || character == 0xE0001;
+    const auto range = std::upper_bound(
+        kUnsafe.begin(), kUnsafe.end(), character,
+        [](char32_t wanted, const auto& candidate) { return wanted < candidate.first; });
+    return range != kUnsafe.begin() && character <= std::prev(range)->second;
 }
 
 std::string forTerminal(std::string_view utf8) {
-    std::string result;
-    forEachCharacter(utf8, [&](const Decoded& decoded, std::string_view bytes) {
-        if (decoded.length == 0) {
-            result += fmt::format("\\x{:02x}", static_cast<unsigned char>(bytes[0]));
-        } else if (isUnsafe(decoded.character)) {
-            result += visibleEscape(decoded.character);
-        } else {
-            result += bytes;
-        }
+    return escaped(utf8, [](const Decoded& decoded, std::string_view bytes) {
+        return decoded.length == 0 ? fmt::format("\\x{:02x}", static_cast<unsigned char>(bytes[0]))
+                                   : visibleEscape(decoded.character);
     });
-    return result;
 }
 
 std::string jsonForTerminal(std::string_view json) {
-    std::string result;
-    forEachCharacter(json, [&](const Decoded& decoded, std::string_view bytes) {
-        const auto value = static_cast<uint32_t>(decoded.character);
-        if (value < 0x7F || !isUnsafe(decoded.character)) {
-            result += bytes; // line ends between the values stay
-        } else if (value > 0xFFFF) {
-            result += fmt::format("\\u{:04x}\\u{:04x}", 0xD800 + ((value - 0x10000) >> 10U),
-                                  0xDC00 + ((value - 0x10000) & 0x3FFU));
-        } else {
-            result += fmt::format("\\u{:04x}", value);
-        }
+    return escaped(json, [](const Decoded& decoded, std::string_view bytes) {
+        // Line ends between the values stay; a document has no bytes that are no UTF-8.
+        return decoded.length == 0 || decoded.character < 0x7F ? std::string(bytes)
+                                                               : jsonEscape(decoded.character);
     });
-    return result;
 }
 
 size_t displayWidth(std::string_view utf8) {
-    const Utf8Locale locale;
+    const Utf8Scope scope;
     size_t columns = 0;
     forEachCharacter(utf8, [&](const Decoded& decoded, std::string_view) {
         columns += columnsOf(decoded.character);
@@ -223,7 +262,7 @@ std::string fitted(std::string_view utf8, size_t columns) {
     if (columns == 0) {
         return {};
     }
-    const Utf8Locale locale;
+    const Utf8Scope scope;
     std::string result;
     size_t used = 0;
     bool full = false;
@@ -314,4 +353,4 @@ std::vector<std::string> closeNames(std::string_view wanted,
     return result;
 }
 
-} // namespace vesk
+} // namespace krl::engine

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vesk {
+namespace krl::engine {
 
 /// Text as code points; bytes that are no UTF-8 become U+FFFD, one each.
 std::u32string codePoints(std::string_view utf8);
@@ -17,15 +17,16 @@ std::string utf8(std::u32string_view text);
 /// Whether the bytes are well-formed UTF-8.
 bool isUtf8(std::string_view bytes);
 
-/// Whether a terminal might act on a character, or show text in another order because of it:
-/// control characters, bidirectional controls, line separators, invisible marks. Joiners, which
-/// emoji and scripts need, are not among them.
+/// Whether a terminal might act on a character, or show text in another order because of it, or
+/// shows nothing for it: control characters, bidirectional controls, line separators, tags, fillers
+/// and other invisible marks. Joiners, which emoji and scripts need, are not among them.
 bool isUnsafe(char32_t character);
 
-/// Text for a terminal: unsafe characters as \x1b or \u202e, all else as it is.
+/// Text for a terminal: unsafe characters, and joiners and variation selectors that have nothing to
+/// act on, as \x1b, \u202e or \U000e0041, all else as it is.
 std::string forTerminal(std::string_view utf8);
 
-/// A JSON text with its unsafe characters as JSON escapes.
+/// A JSON text with the same characters as JSON escapes.
 std::string jsonForTerminal(std::string_view json);
 
 /// Columns that text takes on a terminal.
@@ -53,4 +54,4 @@ std::string quotedList(const std::vector<std::string>& names, size_t limit = 8);
 std::vector<std::string> closeNames(std::string_view wanted,
                                     const std::vector<std::string>& candidates);
 
-} // namespace vesk
+} // namespace krl::engine

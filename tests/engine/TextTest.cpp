@@ -1,5 +1,4 @@
 #include "engine/values/Text.h"
-#include "vesk/terminal/Output.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +7,7 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using namespace vesk;
+using namespace krl::engine;
 
 namespace {
 
@@ -32,30 +31,47 @@ TEST_P(ForTerminal, ShowsUnsafeCharactersAsEscapes) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ForTerminal,
-    testing::Values(EscapeCase{"plain text stays", "Marimba 1", "Marimba 1"},
-                    EscapeCase{"umlauts stay", "Glöckchen", "Glöckchen"},
-                    EscapeCase{"emoji with joiners stay", "👩‍🎤 🇩🇪",
-                               "👩‍🎤 🇩🇪"},
-                    EscapeCase{"combining accents stay", "e\u0301", "e\u0301"},
-                    EscapeCase{"escape sequence", "\x1b[2Jx", "\\x1b[2Jx"},
-                    EscapeCase{"bell, newline and tab", "a\a\n\tb", "a\\x07\\x0a\\x09b"},
-                    EscapeCase{"zero byte", std::string("a\0b", 3), "a\\x00b"},
-                    EscapeCase{"delete", "\x7f", "\\x7f"},
-                    EscapeCase{"C1 control sequence introducer", "\u009b2J", "\\u009b2J"},
-                    EscapeCase{"right-to-left override", "gp3\u202e4m", "gp3\\u202e4m"},
-                    EscapeCase{"isolates", "\u2066x\u2069", "\\u2066x\\u2069"},
-                    EscapeCase{"line separator", "a\u2028b", "a\\u2028b"},
-                    EscapeCase{"byte order mark", "\ufeffa", "\\ufeffa"},
-                    EscapeCase{"a byte that is no UTF-8", "a\xff", "a\\xff"},
-                    EscapeCase{"an overlong form", "\xc0\xaf", "\\xc0\\xaf"},
-                    EscapeCase{"a surrogate in UTF-8", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
-                    EscapeCase{"a character cut short", "\xf0\x9f\x8e", "\\xf0\\x9f\\x8e"}));
+    testing::Values(
+        EscapeCase{"plain text stays", "Marimba 1", "Marimba 1"},
+        EscapeCase{"umlauts stay", "Glöckchen", "Glöckchen"},
+        EscapeCase{"emoji with joiners stay", "👩‍🎤 🇩🇪", "👩‍🎤 🇩🇪"},
+        EscapeCase{"combining accents stay", "e\u0301", "e\u0301"},
+        EscapeCase{"escape sequence", "\x1b[2Jx", "\\x1b[2Jx"},
+        EscapeCase{"bell, newline and tab", "a\a\n\tb", "a\\x07\\x0a\\x09b"},
+        EscapeCase{"zero byte", std::string("a\0b", 3), "a\\x00b"},
+        EscapeCase{"delete", "\x7f", "\\x7f"},
+        EscapeCase{"C1 control sequence introducer", "\u009b2J", "\\u009b2J"},
+        EscapeCase{"right-to-left override", "gp3\u202e4m", "gp3\\u202e4m"},
+        EscapeCase{"isolates", "\u2066x\u2069", "\\u2066x\\u2069"},
+        EscapeCase{"line separator", "a\u2028b", "a\\u2028b"},
+        EscapeCase{"byte order mark", "\ufeffa", "\\ufeffa"},
+        EscapeCase{"tags", "a\U000e0041\U000e007f", "a\\U000e0041\\U000e007f"},
+        EscapeCase{"fillers", "\u115f\u1160\u3164\uffa0", "\\u115f\\u1160\\u3164\\uffa0"},
+        EscapeCase{"a blank pattern of dots", "\u2800", "\\u2800"},
+        EscapeCase{"zero-width space and word joiner", "a\u200b\u2060b", "a\\u200b\\u2060b"},
+        EscapeCase{"an invisible note head", "\U0001d159", "\\U0001d159"},
+        EscapeCase{"characters that are none", "\uffff\ufdd0", "\\uffff\\ufdd0"},
+        EscapeCase{"a joiner that joins nothing", "\u200da\u200d", "\\u200da\\u200d"},
+        EscapeCase{"a joiner behind what is escaped itself", "\u2800\u200d", "\\u2800\\u200d"},
+        EscapeCase{"joiners one after another", "ك\u200c\u200cم", "ك\u200c\\u200cم"},
+        EscapeCase{"a joiner between letters that it holds apart stays", "می\u200cم", "می\u200cم"},
+        EscapeCase{"a variation selector behind a letter", "a\ufe0f", "a\\ufe0f"},
+        EscapeCase{"variation selectors one after another", "❤\ufe0f\ufe0f", "❤\ufe0f\\ufe0f"},
+        EscapeCase{"a heart in flames stays", "❤\ufe0f\u200d🔥", "❤\ufe0f\u200d🔥"},
+        EscapeCase{"key caps stay", "1\ufe0f\u20e3#\ufe0f\u20e3", "1\ufe0f\u20e3#\ufe0f\u20e3"},
+        EscapeCase{"a chosen form of an ideograph stays", "葛\U000e0100", "葛\U000e0100"},
+        EscapeCase{"a byte that is no UTF-8", "a\xff", "a\\xff"},
+        EscapeCase{"an overlong form", "\xc0\xaf", "\\xc0\\xaf"},
+        EscapeCase{"a surrogate in UTF-8", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
+        EscapeCase{"a character cut short", "\xf0\x9f\x8e", "\\xf0\\x9f\\x8e"}));
 
 TEST(JsonForTerminal, EscapesSoThatTheValueStaysTheSame) {
-    const std::string name = "a\u202eb\u009bc\U000e0001d 🎵 ü";
+    const std::string name = "a\u202eb\u009bc\U000e0001d\u200d\u3164 🎵 ü";
     const std::string shown = jsonForTerminal(nlohmann::json{{"name", name}}.dump(2));
     EXPECT_EQ(shown.find("\u202e"), std::string::npos);
     EXPECT_EQ(shown.find("\u009b"), std::string::npos);
+    EXPECT_EQ(shown.find("\u200d"), std::string::npos);
+    EXPECT_EQ(shown.find("\u3164"), std::string::npos);
     EXPECT_NE(shown.find("🎵 ü"), std::string::npos);
     EXPECT_EQ(nlohmann::json::parse(shown).at("name"), name);
 }
@@ -114,26 +130,4 @@ TEST(CloseNames, FindsWhatAPersonMayHaveMeant) {
     EXPECT_THAT(closeNames("Phone", names), ElementsAre("Old Phone"));
     EXPECT_THAT(closeNames("old", names), ElementsAre("Old Phone", "Old Car Horn"));
     EXPECT_THAT(closeNames("Xylophone Solo", names), IsEmpty());
-}
-
-TEST(TableText, AlignsColumnsByDisplayWidthAndLeavesNoSpacesAtLineEnds) {
-    Table table({{"NAME"}, {"SIZE", Table::Align::Right}, {"NOTE"}});
-    table.add({"着信音", "5", ""});
-    table.add({"ab", "1000", "x"});
-    EXPECT_EQ(table.text(), "NAME    SIZE  NOTE\n"
-                            "着信音     5\n"
-                            "ab      1000  x\n");
-}
-
-TEST(TableText, EscapesBeforeItMeasures) {
-    Table table({{"A"}, {"B"}});
-    table.add({"\x1b", "1"});
-    table.add({"abcd", "2"});
-    EXPECT_EQ(table.text(), "A     B\n\\x1b  1\nabcd  2\n");
-}
-
-TEST(TableText, HasNoLineOfTitlesWithoutTitles) {
-    Table table({{""}, {""}});
-    table.add({"Name", "My Phone"});
-    EXPECT_EQ(table.text(), "Name  My Phone\n");
 }
