@@ -10,7 +10,7 @@
 #include <array>
 #include <string_view>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 struct Meaning {
@@ -18,26 +18,20 @@ struct Meaning {
     const char* text;
 };
 
-constexpr std::array kLockdown{
-    Meaning{-11, "MissingKey"},
-    Meaning{-12, "MissingValue"},
-    Meaning{-13, "GetProhibited"},
-    Meaning{-14, "SetProhibited"},
-    Meaning{-17, "PasswordProtected: unlock the phone with its code first"},
-    Meaning{-18, "UserDeniedPairing: somebody refused this computer on the phone"},
-    Meaning{-19, "PairingDialogResponsePending: answer the question on the phone"},
-    Meaning{-20, "MissingHostID"},
-    Meaning{-21, "InvalidHostID: the phone does not know this computer any more; pair it again"},
-    Meaning{-22, "SessionActive"},
-    Meaning{-23, "SessionInactive"},
-    Meaning{-24, "MissingSessionID"},
-    Meaning{-25, "InvalidSessionID"},
-    Meaning{-26, "MissingService"},
-    Meaning{-27, "InvalidService: this firmware does not have the service"},
-    Meaning{-28, "ServiceLimit: too many connections to the phone"},
-    Meaning{-29, "MissingPairRecord: pair the phone again"},
-    Meaning{-31, "InvalidPairRecord: pair the phone again"},
-    Meaning{-34, "ServiceProhibited"},
+#define VESK_LOCKDOWN_MEANING(name, status) Meaning{status, #name},
+constexpr std::array kLockdown{MOBILEDEVICE_LOCKDOWN_ERRORS(VESK_LOCKDOWN_MEANING)};
+#undef VESK_LOCKDOWN_MEANING
+
+// What else is to be said about some of them.
+constexpr std::array kLockdownAdvice{
+    Meaning{kAMDPasswordProtected, "unlock the phone with its code first"},
+    Meaning{kAMDUserDeniedPairing, "somebody refused this computer on the phone"},
+    Meaning{kAMDPairingDialogResponsePending, "answer the question on the phone"},
+    Meaning{kAMDInvalidHostID, "the phone does not know this computer any more; pair it again"},
+    Meaning{kAMDInvalidService, "this firmware does not have the service"},
+    Meaning{kAMDServiceLimit, "too many connections to the phone"},
+    Meaning{kAMDMissingPairRecord, "pair the phone again"},
+    Meaning{kAMDInvalidPairRecord, "pair the phone again"},
 };
 
 constexpr std::array kProvider{
@@ -61,6 +55,9 @@ constexpr std::array kProvider{
     Meaning{kAMDCertificateRefused, "the phone refuses this computer's certificate; pair it anew"},
     Meaning{kAMDNoSsl3, "the phone asks for SSL 3.0, which this computer's NSS does not speak"},
     Meaning{kAMDPairRecordNotKept, "the usbmuxd daemon does not save or delete the pair record"},
+    Meaning{kAMDNoMuxDaemon, "no usbmuxd daemon can be reached"},
+    Meaning{kAMDCancelled, "cancelled"},
+    Meaning{kAMDWrongDevice, "the phone says that it is another one than was plugged in"},
 };
 
 constexpr std::array kFile{
@@ -110,7 +107,9 @@ std::string textOf(int32_t code, std::string_view module) {
 
 std::string statusText(int32_t status) {
     if (const char* text = find(kLockdown, status)) {
-        return fmt::format("{} (lockdown status {})", text, status);
+        const char* advice = find(kLockdownAdvice, status);
+        return fmt::format("{}{}{} (lockdown status {})", text, advice == nullptr ? "" : ": ",
+                           advice == nullptr ? "" : advice, status);
     }
     if (const char* text = find(kFile, status)) {
         return fmt::format("{} (file service status {})", text, status);
@@ -134,4 +133,4 @@ std::string failureText(CFErrorRef error) {
                   cf::textAt(information.get(), CFSTR("file")));
 }
 
-} // namespace vesk
+} // namespace krl::engine

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace vesk {
+namespace krl::engine {
 
 /// A status of the device layer in words: of the phone's gate keeper (pairing, sessions, services),
 /// of its file service, or of the provider itself.
@@ -17,4 +17,4 @@ std::string lastFailureText();
 /// The same from an error object of the library.
 std::string failureText(CFErrorRef error);
 
-} // namespace vesk
+} // namespace krl::engine
