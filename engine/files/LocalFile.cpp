@@ -1,44 +1,21 @@
 #include "engine/files/LocalFile.h"
 
-#include "engine/files/Tags.h"
+#include "engine/files/RegularFile.h"
 #include "engine/values/Text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <limits>
 #include <map>
-#include <sys/stat.h>
-#include <unistd.h>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 namespace fs = std::filesystem;
 
-Failure unreadable(const fs::path& file, const std::string& why) {
-    return {ExitCode::UnreadableFile, fmt::format("\"{}\" cannot be read: {}", file.string(), why),
-            "Check the path and its permissions. Nothing was changed on the phone."};
-}
-
-struct stat statusOf(const fs::path& file) {
-    struct stat status = {};
-    if (::stat(file.c_str(), &status) != 0) {
-        throw unreadable(file, std::strerror(errno));
-    }
-    return status;
-}
-
-void requireOpens(const fs::path& file) {
-    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
-        throw unreadable(file, std::strerror(errno));
-    }
-    ::close(descriptor);
-}
+constexpr char kCheckPath[] =
+    "Check the path and its permissions. Nothing was changed on the phone.";
 
 /// Characters that an XML document cannot hold, or that no name has use for. The catalogue on the
 /// phone is XML and holds names and paths: one such character would make all of it unreadable.
@@ -70,14 +47,9 @@ std::string tidied(const std::string& title) {
     return utf8(result);
 }
 
-std::string nameFor(const fs::path& file) {
-    const std::string title = tidied(titleInTags(file.string()));
-    return title.empty() ? file.stem().string() : title;
-}
-
 void requireUsablePath(const std::string& path) {
     if (!fitsCatalogue(path)) {
-        throw Failure(ExitCode::BadName,
+        throw Failure(FailureKind::BadName,
                       fmt::format("\"{}\" has control characters or bytes that are no UTF-8 in its "
                                   "path, which the phone's catalogue cannot hold",
                                   path),
@@ -109,61 +81,56 @@ bool isSupportedType(const std::string& type) {
 
 void requireUsableName(const std::string& name) {
     if (name.empty() || !fitsCatalogue(name)) {
-        throw Failure(ExitCode::BadName, fmt::format("\"{}\" cannot be a ringtone's name", name),
+        throw Failure(FailureKind::BadName, fmt::format("\"{}\" cannot be a ringtone's name", name),
                       "Give a name that is not empty and has no control characters. Nothing was "
                       "changed on the phone.");
     }
 }
 
-LocalRingtone localRingtone(const fs::path& file, const std::optional<std::string>& name) {
+LocalRingtone LocalFiles::ringtone(const fs::path& path, const std::optional<std::string>& name) {
     constexpr auto kLargest = static_cast<uint64_t>(std::numeric_limits<int32_t>::max());
-    const struct stat status = statusOf(file);
-    if (S_ISDIR(status.st_mode)) {
-        throw unreadable(file, "it is a folder (vesk sync takes folders)");
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored)) {
+        throw unreadable(path, "it is a folder (vesk sync takes folders)", kCheckPath);
     }
-    if (!S_ISREG(status.st_mode)) {
-        throw unreadable(file, "it is not a regular file");
-    }
-    const std::string type = typeOf(file);
+    const RegularFile file(path, kCheckPath);
+    const std::string type = typeOf(path);
     if (!isSupportedType(type)) {
-        throw Failure(ExitCode::UnsupportedType,
+        throw Failure(FailureKind::UnsupportedType,
                       fmt::format("\"{}\" is not of a file type that phones play as a ringtone",
-                                  file.string()),
+                                  path.string()),
                       fmt::format("Supported are {}. Nothing was changed on the phone.",
                                   fmt::join(supportedTypes(), ", ")));
     }
-    requireOpens(file);
-    const auto size = static_cast<uint64_t>(status.st_size);
-    if (size == 0) {
-        throw Failure(ExitCode::EmptyFile, fmt::format("\"{}\" is empty", file.string()),
+    if (file.size() == 0) {
+        throw Failure(FailureKind::EmptyFile, fmt::format("\"{}\" is empty", path.string()),
                       "Make the file anew. Nothing was changed on the phone.");
     }
-    if (size > kLargest) {
-        throw Failure(
-            ExitCode::FileTooLarge,
-            fmt::format("\"{}\" is too large for a phone: {}", file.string(), formatBytes(size)),
-            "A ringtone must be smaller than 2 GiB. Nothing was changed on the phone.");
+    if (file.size() > kLargest) {
+        throw Failure(FailureKind::FileTooLarge,
+                      fmt::format("\"{}\" is too large for a phone: {}", path.string(),
+                                  formatBytes(file.size())),
+                      "A ringtone must be smaller than 2 GiB. Nothing was changed on the phone.");
     }
-    const std::string path = fs::absolute(file).lexically_normal().string();
-    requireUsablePath(path);
-    LocalRingtone ringtone{name ? *name : nameFor(file), path, type, size};
+    const std::string absolute = fs::absolute(path).lexically_normal().string();
+    requireUsablePath(absolute);
+    LocalRingtone ringtone{name ? *name : nameFor(path, file), absolute, type, file.size()};
     requireUsableName(ringtone.name);
     return ringtone;
 }
 
-LocalFolder localFolder(const fs::path& folder) {
-    const struct stat status = statusOf(folder);
-    if (!S_ISDIR(status.st_mode)) {
-        throw unreadable(folder, "it is not a folder (vesk add takes files)");
-    }
+LocalFolder LocalFiles::folder(const fs::path& path) {
     std::error_code error;
+    if (fs::exists(path, error) && !fs::is_directory(path, error)) {
+        throw unreadable(path, "it is not a folder (vesk add takes files)", kCheckPath);
+    }
     std::vector<fs::path> files;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+    for (fs::directory_iterator entry(path, error), end; !error && entry != end;
          entry.increment(error)) {
         files.push_back(entry->path());
     }
     if (error) {
-        throw unreadable(folder, error.message());
+        throw unreadable(path, error.message(), kCheckPath);
     }
     std::sort(files.begin(), files.end());
     LocalFolder result;
@@ -174,24 +141,43 @@ LocalFolder localFolder(const fs::path& folder) {
             fs::is_directory(file, ignored)) {
             result.skipped.push_back(name);
         } else {
-            result.ringtones.push_back(localRingtone(file));
+            result.ringtones.push_back(ringtone(file));
         }
     }
     return result;
 }
 
-void requireDistinctNames(const std::vector<LocalRingtone>& ringtones) {
-    std::map<std::string, std::string> pathOf;
-    for (const LocalRingtone& ringtone : ringtones) {
-        const auto [first, isNew] = pathOf.emplace(ringtone.name, ringtone.path);
-        if (!isNew) {
-            throw Failure(ExitCode::SameNameTwice,
-                          fmt::format("two files are named \"{}\"", ringtone.name),
-                          "Change the title in one file's tags, or leave one out. Nothing was "
-                          "changed on the phone.",
-                          {first->second, ringtone.path});
-        }
+std::string LocalFiles::nameFor(const fs::path& path, const RegularFile& file) {
+    const auto title = tags_.titleOf(path, file.descriptor());
+    if (!title) {
+        unreadableTags_.push_back(path.string());
     }
+    const std::string name = tidied(title.value_or(""));
+    return name.empty() ? path.stem().string() : name;
 }
 
-} // namespace vesk
+void requireDistinctNames(const std::vector<LocalRingtone>& ringtones) {
+    std::map<std::string, std::vector<std::string>> pathsOf;
+    for (const LocalRingtone& ringtone : ringtones) {
+        pathsOf[ringtone.name].push_back(ringtone.path);
+    }
+    std::erase_if(pathsOf, [](const auto& entry) { return entry.second.size() == 1; });
+    if (pathsOf.empty()) {
+        return;
+    }
+    std::vector<std::string> names;
+    std::vector<std::string> details;
+    for (const auto& [name, paths] : pathsOf) {
+        names.push_back(name);
+        for (const std::string& path : paths) {
+            details.push_back(fmt::format("\"{}\": {}", name, path));
+        }
+    }
+    throw Failure(FailureKind::SameNameTwice,
+                  fmt::format("several files are named {}", quotedList(names)),
+                  "Change titles in the files' tags until each name is there once, or leave files "
+                  "out. Nothing was changed on the phone.",
+                  details);
+}
+
+} // namespace krl::engine

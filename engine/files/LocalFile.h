@@ -1,14 +1,16 @@
 #pragma once
 
 #include "engine/errors/Failure.h"
+#include "engine/files/TagReader.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
-namespace vesk {
+namespace krl::engine {
 
 /// A ringtone file on this computer, ready to be put on a phone.
 struct LocalRingtone {
@@ -26,26 +28,44 @@ std::string typeOf(const std::filesystem::path& file);
 
 bool isSupportedType(const std::string& type);
 
-/// Looks at a file. Its name is the given one, or else the title in its tags, or else its file
-/// name.
-/// @throw Failure when it cannot be a ringtone
-LocalRingtone localRingtone(const std::filesystem::path& file,
-                            const std::optional<std::string>& name = std::nullopt);
-
 /// What a folder holds.
 struct LocalFolder {
     std::vector<LocalRingtone> ringtones; ///< in the order of their file names
     std::vector<std::string> skipped;     ///< names of what is hidden, a folder, or of another type
 };
 
-/// Looks at a folder, not at folders inside it.
-/// @throw Failure when it or a ringtone in it cannot be used
-LocalFolder localFolder(const std::filesystem::path& folder);
+class RegularFile;
 
-/// @throw Failure when two of them have the same name
+/// Looks at files of this computer, all with one reader of tags.
+class LocalFiles {
+public:
+    explicit LocalFiles(std::filesystem::path tagProgram = engine::tagProgram())
+        : tags_(std::move(tagProgram)) {}
+
+    /// Looks at a file. Its name is the given one, or else the title in its tags, or else its file
+    /// name.
+    /// @throw Failure when it cannot be a ringtone
+    LocalRingtone ringtone(const std::filesystem::path& path,
+                           const std::optional<std::string>& name = std::nullopt);
+
+    /// Looks at a folder, not at folders inside it.
+    /// @throw Failure when it or a ringtone in it cannot be used
+    LocalFolder folder(const std::filesystem::path& path);
+
+    /// The files so far whose tags could not be read, so that they have their file names.
+    const std::vector<std::string>& unreadableTags() const { return unreadableTags_; }
+
+private:
+    std::string nameFor(const std::filesystem::path& path, const RegularFile& file);
+
+    TagReader tags_;
+    std::vector<std::string> unreadableTags_;
+};
+
+/// @throw Failure when some of them have the same name; it tells of all that do
 void requireDistinctNames(const std::vector<LocalRingtone>& ringtones);
 
 /// @throw Failure when the text cannot be a ringtone's name
 void requireUsableName(const std::string& name);
 
-} // namespace vesk
+} // namespace krl::engine
