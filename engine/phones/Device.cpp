@@ -6,7 +6,7 @@
 
 #include <strings.h>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 std::string valueOf(const Device& device, CFStringRef key) {
@@ -23,6 +23,13 @@ std::string DeviceDescription::label() const {
     return udid.empty() ? fmt::format("\"{}\"", name) : fmt::format("\"{}\" ({})", name, udid);
 }
 
+bool isKnownFirmware(const std::string& firmware) {
+    const auto isOf = [&](const std::string& line) {
+        return firmware == line || firmware.starts_with(line + ".");
+    };
+    return isOf("1.0") || isOf("1.1");
+}
+
 bool sameUdid(const std::string& left, const std::string& right) {
     return ::strcasecmp(left.c_str(), right.c_str()) == 0;
 }
@@ -34,10 +41,13 @@ DeviceDescription describe(const Device& device) {
         return result;
     }
     result.udid = valueOf(device, CFSTR("UniqueDeviceID"));
-    result.reachable = !result.udid.empty();
+    if (!result.udid.empty()) {
+        result.deviceClass = valueOf(device, CFSTR("DeviceClass"));
+    }
+    // One that does not get to say what it is has fallen silent; it is no other kind of device.
+    result.reachable = !result.deviceClass.empty();
     if (result.reachable) {
         result.name = valueOf(device, CFSTR("DeviceName"));
-        result.deviceClass = valueOf(device, CFSTR("DeviceClass"));
         result.firmware = valueOf(device, CFSTR("ProductVersion"));
         result.paired = AMDeviceIsPaired(device.get()) != 0;
     }
@@ -45,4 +55,4 @@ DeviceDescription describe(const Device& device) {
     return result;
 }
 
-} // namespace vesk
+} // namespace krl::engine

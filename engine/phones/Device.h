@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-namespace vesk {
+namespace krl::engine {
 
 /// One reference on a device.
 class Device {
@@ -35,7 +35,7 @@ private:
 
 /// What a device says of itself without a session, paired or not.
 struct DeviceDescription {
-    bool reachable = false; ///< it answers; otherwise nothing below is known
+    bool reachable = false; ///< it says what it is; otherwise at most its UDID is known
     int32_t connectStatus = 0;
     bool paired = false;
     std::string udid;
@@ -71,10 +71,13 @@ private:
     int32_t status_;
 };
 
+/// Whether custom ringtones are known to work on a firmware: 1.0.x and 1.1.x.
+bool isKnownFirmware(const std::string& firmware);
+
 /// UDIDs are hexadecimal digits of either case.
 bool sameUdid(const std::string& left, const std::string& right);
 
 /// Connects, asks, disconnects. A device that is silent takes one deadline, not one a value.
 DeviceDescription describe(const Device& device);
 
-} // namespace vesk
+} // namespace krl::engine

@@ -1,13 +1,14 @@
 #include "engine/phones/Discovery.h"
 
 #include "engine/errors/Failure.h"
+#include "engine/layer/DeviceLayer.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 
-namespace vesk {
+namespace krl::engine {
 
 using std::chrono::milliseconds;
 
@@ -15,16 +16,17 @@ Discovery* Discovery::current_ = nullptr;
 
 Discovery::Discovery() {
     if (AMDeviceNotificationSubscribe == nullptr) {
-        throw Failure(ExitCode::NoDeviceLayer,
+        throw Failure(FailureKind::NoDeviceLayer,
                       "the device layer (MobileDevice.so) is missing or cannot be loaded",
-                      "Install libusbmuxd, libplist and libnss3, and keep MobileDevice.so beside "
+                      "Install libplist and libnss3, and keep MobileDevice.so beside "
                       "libKRLVesk.so.");
     }
+    layer::lay();
     current_ = this;
     const int32_t status = AMDeviceNotificationSubscribe(callback, 0, 0, nullptr, &subscription_);
     if (status != 0) {
         current_ = nullptr;
-        throw Failure(ExitCode::NoDeviceLayer,
+        throw Failure(FailureKind::NoDeviceLayer,
                       fmt::format("attached devices cannot be watched (status {})", status),
                       "Check that the usbmuxd daemon runs: systemctl status usbmuxd");
     }
@@ -55,7 +57,10 @@ std::optional<Discovery::Event> Discovery::next(milliseconds wait) {
     const Clock::time_point end = Clock::now() + wait;
     do {
         const std::chrono::duration<double> left = std::max(end - Clock::now(), Clock::duration{});
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, left.count(), /*returnAfterSourceHandled=*/true);
+        if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, left.count(),
+                               /*returnAfterSourceHandled=*/true) == kCFRunLoopRunStopped) {
+            break;
+        }
     } while (events_.empty() && Clock::now() < end);
     if (events_.empty()) {
         return std::nullopt;
@@ -68,9 +73,19 @@ std::optional<Discovery::Event> Discovery::next(milliseconds wait) {
 std::vector<AttachedDevice> Discovery::attached(milliseconds first) {
     constexpr milliseconds kMoment{100};
     std::vector<AttachedDevice> result;
-    for (auto event = next(first); event; event = next(kMoment)) {
-        if (event->arrived) {
-            result.push_back({event->device, describe(event->device)});
+    const auto take = [&](const Event& event) {
+        if (event.arrived) {
+            result.push_back({event.device, describe(event.device)});
+        }
+    };
+    if (waitForList(first) == 0) {
+        while (const auto event = next(milliseconds{0})) {
+            take(*event);
+        }
+    }
+    if (result.empty()) {
+        for (auto event = next(first); event; event = next(kMoment)) {
+            take(*event);
         }
     }
     result.erase(
@@ -80,8 +95,24 @@ std::vector<AttachedDevice> Discovery::attached(milliseconds first) {
     return result;
 }
 
+// The mux reports attached devices in one go; without its list nothing says which is the last.
+int32_t Discovery::waitForList(milliseconds longest) const {
+    const auto timeoutMs = static_cast<uint32_t>(std::max(longest, milliseconds{1}).count());
+    return AMDeviceWaitForAttached == nullptr ? kAMDTimedOut
+                                              : AMDeviceWaitForAttached(subscription_, timeoutMs);
+}
+
+void Discovery::requireMuxDaemon() const {
+    constexpr milliseconds kMoment{100};
+    if (waitForList(kMoment) == kAMDNoMuxDaemon) {
+        throw Failure(FailureKind::NoDeviceLayer, "no usbmux daemon (usbmuxd) can be reached",
+                      "On Debian the daemon starts with a phone: plug one in. Is the package "
+                      "usbmuxd installed? vesk doctor looks further.");
+    }
+}
+
 bool Discovery::isAttached(const Device& device) const {
     return std::find(devices_.begin(), devices_.end(), device) != devices_.end();
 }
 
-} // namespace vesk
+} // namespace krl::engine

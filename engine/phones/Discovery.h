@@ -3,11 +3,12 @@
 #include "engine/phones/Device.h"
 
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <optional>
 #include <vector>
 
-namespace vesk {
+namespace krl::engine {
 
 /// A device and what it said.
 struct AttachedDevice {
@@ -25,20 +26,23 @@ public:
     };
 
     /// Subscribes.
-    /// @throw Failure when there is no device layer or no mux daemon
+    /// @throw Failure when there is no device layer
     Discovery();
     ~Discovery();
     Discovery(const Discovery&) = delete;
     Discovery& operator=(const Discovery&) = delete;
 
-    /// The next arrival or removal; none when nothing happens for so long.
+    /// The next arrival or removal; none when nothing happens for so long, or when the thread's run
+    /// loop is stopped.
     std::optional<Event> next(std::chrono::milliseconds wait);
 
-    /// Waits for a first device for as long as `first`, then until nothing has arrived for a
-    /// moment, and returns what is attached. The mux reports attached devices in one go, before it
-    /// answers anything else, but nothing says which is the last: asking each one as it comes gives
-    /// the others time to get here.
+    /// What is attached. If nothing is, waits for a first device for as long as `first`, then until
+    /// nothing has arrived for a moment. That is also how long is waited for the daemon's list.
     std::vector<AttachedDevice> attached(std::chrono::milliseconds first);
+
+    /// For when nothing has come: a daemon that starts with its first phone may be missing before.
+    /// @throw Failure when no mux daemon can be asked what is attached
+    void requireMuxDaemon() const;
 
 private:
     static void callback(am_device_notification_info* info);
@@ -46,6 +50,7 @@ private:
     // The callback is given no context.
     static Discovery* current_;
 
+    int32_t waitForList(std::chrono::milliseconds longest) const;
     bool isAttached(const Device& device) const;
 
     am_device_notification* subscription_ = nullptr;
@@ -53,4 +58,4 @@ private:
     std::vector<Device> devices_;
 };
 
-} // namespace vesk
+} // namespace krl::engine
