@@ -1,8 +1,8 @@
 #include "engine/phones/PhoneWatch.h"
 
-#include "vesk/terminal/Terminal.h"
+#include "engine/phones/MutedStandardError.h"
 
-namespace vesk {
+namespace krl::engine {
 class PhoneWatch::Delegate : public KRTPhoneManagerDelegate {
 public:
     explicit Delegate(am_device* device) : device_(device) {}
@@ -36,12 +36,17 @@ const std::shared_ptr<KRTPhone>& PhoneWatch::phone() const {
     return delegate_->phone;
 }
 
-void PhoneWatch::wait(std::chrono::milliseconds longest) {
+void PhoneWatch::lookAnew() {
+    KRTPhoneManager::sharedManager()->shutdown();
+    KRTPhoneManager::sharedManager()->addDelegate(delegate_);
+}
+
+bool PhoneWatch::wait(std::chrono::milliseconds longest) {
     // The manager opens all that is attached, and has a line to say on each device that does not
     // open or is no iPhone.
     const MutedStandardError muted;
-    CFRunLoopRunInMode(kCFRunLoopDefaultMode, std::chrono::duration<double>(longest).count(),
-                       /*returnAfterSourceHandled=*/true);
+    return CFRunLoopRunInMode(kCFRunLoopDefaultMode, std::chrono::duration<double>(longest).count(),
+                              /*returnAfterSourceHandled=*/true) == kCFRunLoopRunHandledSource;
 }
 
 bool PhoneWatch::isGone() {
@@ -53,4 +58,4 @@ bool PhoneWatch::isGone() {
     return delegate_->isGone;
 }
 
-} // namespace vesk
+} // namespace krl::engine

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <memory>
 
-namespace vesk {
+namespace krl::engine {
 
 /// Finds one phone through the library's phone manager and notices when it is pulled out. One at a
 /// time, on one thread.
@@ -23,8 +23,11 @@ public:
     /// The phone once it was announced, also when it is gone by now; null before.
     const std::shared_ptr<KRTPhone>& phone() const;
 
-    /// Waits for news of phones, no longer than this.
-    void wait(std::chrono::milliseconds longest);
+    /// Looks anew at all that is attached: the manager forgets a device that it could not open.
+    void lookAnew();
+
+    /// Waits for news of phones, no longer than this; whether there were some.
+    bool wait(std::chrono::milliseconds longest);
 
     /// Whether the phone was pulled out. News of it may lag behind its failing calls.
     bool isGone();
@@ -35,4 +38,4 @@ private:
     std::shared_ptr<Delegate> delegate_;
 };
 
-} // namespace vesk
+} // namespace krl::engine
