@@ -1,0 +1,95 @@
+#include "engine/phones/PhoneThread.h"
+
+#include "engine/errors/Failure.h"
+
+#include "tests/support/VirtualPhoneFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <poll.h>
+
+using testing::IsEmpty;
+
+namespace krl::engine {
+namespace {
+
+bool isReadable(int descriptor, std::chrono::milliseconds wait) {
+    pollfd readable{descriptor, POLLIN, 0};
+    return poll(&readable, 1, static_cast<int>(wait.count())) == 1;
+}
+
+class PhoneThreads : public virtualphone::testing::VirtualPhoneTest {
+protected:
+    /// The next news, of which there is one.
+    static DeviceNews::Item next(PhoneThread& thread) {
+        if (!isReadable(thread.descriptor(), std::chrono::minutes{1})) {
+            throw std::runtime_error("no news");
+        }
+        const auto news = thread.take();
+        EXPECT_EQ(news.size(), 1U);
+        return news.at(0);
+    }
+
+    bool aDeviceIsBeingAsked() {
+        return log()
+            .waitFor([](const auto& entry) { return entry.service == "lockdown"; })
+            .has_value();
+    }
+};
+
+} // namespace
+
+TEST_F(PhoneThreads, HandOverWhatComesAndGoes) {
+    PhoneThread thread;
+    const DeviceNews::Item here = next(thread);
+    EXPECT_TRUE(here.arrived);
+    EXPECT_EQ(here.device.description.name, "Virtual Phone");
+    EXPECT_THAT(thread.take(), IsEmpty());
+    EXPECT_FALSE(isReadable(thread.descriptor(), {}));
+    bus().unplug(id());
+    const DeviceNews::Item gone = next(thread);
+    EXPECT_FALSE(gone.arrived);
+    EXPECT_EQ(gone.device.device, here.device.device);
+    EXPECT_EQ(gone.device.description.name, "Virtual Phone");
+}
+
+TEST_F(PhoneThreads, LetTheCallerGoOnWhileADeviceIsSilent) {
+    phone().faults().goSilent();
+    PhoneThread thread;
+    ASSERT_TRUE(aDeviceIsBeingAsked());
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_FALSE(isReadable(thread.descriptor(), {}));
+        ASSERT_THAT(thread.take(), IsEmpty());
+    }
+    // Had one of these waited for the device, its call would be over.
+    phone().faults().endSilence();
+    EXPECT_TRUE(next(thread).device.description.reachable);
+}
+
+TEST_F(PhoneThreads, EndWithoutWaitingForSilentDevices) {
+    AMDeviceSetCallTimeout(3'600'000); // waited for, they would outlast the test
+    phone().faults().goSilent();
+    const auto other = makePhone("Another");
+    other->faults().goSilent();
+    bus().plug(other);
+    {
+        PhoneThread thread;
+        ASSERT_TRUE(aDeviceIsBeingAsked());
+    }
+    AMDeviceSetCallTimeout(10'000);
+}
+
+TEST_F(PhoneThreads, BeginAnewAfterOneHasEnded) {
+    for (int i = 0; i < 3; ++i) {
+        PhoneThread thread;
+        EXPECT_TRUE(next(thread).arrived);
+    }
+}
+
+TEST_F(PhoneThreads, SayWhenThereIsNoDeviceLayer) {
+    const auto subscribe = std::exchange(AMDeviceNotificationSubscribe, nullptr);
+    EXPECT_THROW(PhoneThread(), Failure);
+    AMDeviceNotificationSubscribe = subscribe;
+}
+
+} // namespace krl::engine
