@@ -2,11 +2,25 @@
 
 #include <KRLVesk/KRTRingtoneManager.h>
 
-namespace vesk {
+namespace krl::engine {
 
 bool CatalogueEntry::isPlaceholder() const {
     constexpr size_t kOnlyNameAndGuid = 2;
     return keyCount == kOnlyNameAndGuid && file.ends_with("m4r");
+}
+
+bool CatalogueEntry::hasPlainFile() const {
+    return !file.empty() && file != "." && file != ".." && file.find('/') == std::string::npos;
+}
+
+std::vector<std::string> strangeKeys(const Catalogue& catalogue) {
+    std::vector<std::string> keys;
+    for (const CatalogueEntry& entry : catalogue.entries) {
+        if (!entry.hasPlainFile()) {
+            keys.push_back(entry.file);
+        }
+    }
+    return keys;
 }
 
 std::vector<CatalogueEntry> catalogueEntries(CFDictionaryRef ringtones) {
@@ -47,15 +61,4 @@ Catalogue readCatalogue(const std::string& bytes) {
     return catalogue;
 }
 
-std::string catalogueBytes(CFDictionaryRef ringtones) {
-    const auto root = cf::dictionary();
-    CFDictionarySetValue(root.get(), KRTRingtoneKeyName, ringtones);
-    const auto data = cf::adopt(CFPropertyListCreateXMLData(nullptr, root.get()));
-    if (!data) {
-        return {};
-    }
-    return {reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
-            static_cast<size_t>(CFDataGetLength(data.get()))};
-}
-
-} // namespace vesk
+} // namespace krl::engine

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace vesk {
+namespace krl::engine {
 
 /// One line of a ringtone catalogue.
 struct CatalogueEntry {
@@ -19,6 +19,10 @@ struct CatalogueEntry {
 
     /// Whether the library takes it for the placeholder of another ringtone rather than a ringtone.
     bool isPlaceholder() const;
+
+    /// Whether it is about a file in the ringtone folder. Any other key is damage, and may point
+    /// anywhere on the phone.
+    bool hasPlainFile() const;
 };
 
 /// A ringtone catalogue as it was read. Not usable when it is no XML property list with a
@@ -32,10 +36,10 @@ struct Catalogue {
 /// Reads a catalogue's bytes.
 Catalogue readCatalogue(const std::string& bytes);
 
+/// The keys of a catalogue that are not the name of one file.
+std::vector<std::string> strangeKeys(const Catalogue& catalogue);
+
 /// The entries of a dictionary from file name to entry, in its order.
 std::vector<CatalogueEntry> catalogueEntries(CFDictionaryRef ringtones);
 
-/// The bytes that a catalogue of these entries has on the phone; empty when it cannot be written.
-std::string catalogueBytes(CFDictionaryRef ringtones);
-
-} // namespace vesk
+} // namespace krl::engine

@@ -2,12 +2,13 @@
 
 #include "engine/errors/Failure.h"
 #include "engine/errors/Status.h"
+#include "engine/state/SyncLock.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 std::string lastComponent(const std::string& path) {
@@ -43,9 +44,7 @@ std::string PhoneFacts::label() const {
     return fmt::format("\"{}\" (firmware {})", name, firmware.empty() ? "unknown" : firmware);
 }
 
-std::optional<std::vector<PhoneRingtone>> ringtonesIn(CFDictionaryRef changeLists,
-                                                      CFStringRef key) {
-    const CFDictionaryRef list = cf::dictionaryAt(changeLists, key);
+std::optional<std::vector<PhoneRingtone>> ringtonesOf(CFDictionaryRef list) {
     if (list == nullptr) {
         return std::nullopt;
     }
@@ -56,57 +55,36 @@ std::optional<std::vector<PhoneRingtone>> ringtonesIn(CFDictionaryRef changeList
     return result;
 }
 
-const PhoneRingtone* findRingtone(const std::vector<PhoneRingtone>& ringtones,
-                                  const std::string& name) {
-    const auto found = std::find_if(ringtones.begin(), ringtones.end(),
-                                    [&](const PhoneRingtone& one) { return one.name == name; });
-    return found == ringtones.end() ? nullptr : &*found;
-}
+OpenPhone::OpenPhone(const PhoneRequest& request) : OpenPhone(Discovery(), request) {}
 
-Session::Session(const Options& options) : Session(Discovery(), options) {}
+OpenPhone::OpenPhone(Discovery&& discovery, const PhoneRequest& request)
+    : chosen_(choosePhone(discovery, request)), watch_(chosen_.device.get()), open_(findPhone()) {}
 
-Session::Session(Discovery&& discovery, const Options& options)
-    : chosen_(choosePhone(discovery, options)), watch_(chosen_.device.get()) {
-    findPhone();
-}
-
-Session::~Session() {
-    disconnect();
-}
-
-void Session::expectOperations(size_t count) {
-    // One more than there are keeps the phone connected after the last. What stands in the way of
-    // opening is the operations' to say.
-    const size_t wanted = opens_ + count + (opens_ == 0 ? 1 : 0);
-    while (opens_ < wanted && !phone().open()) {
-        ++opens_;
-    }
-}
-
-void Session::disconnect() {
-    // Closing a closed phone does nothing.
-    for (; opens_ > 0; --opens_) {
-        phone().close();
-    }
-}
-
-void Session::findPhone() {
+KRTPhone& OpenPhone::findPhone() {
     constexpr std::chrono::seconds kLongest{10};
     const auto end = std::chrono::steady_clock::now() + kLongest;
     KRTErrorClear();
     while (!watch_.phone() && std::chrono::steady_clock::now() < end) {
         watch_.wait(std::chrono::milliseconds{100});
-        // The manager does not tell of a phone that does not open. Something did not: this one?
+        // The manager does not tell of a phone that does not open. Something did not: this one? If
+        // it opens now, that was a hiccup.
         if (!watch_.phone() && KRTError()) {
-            requireThatItOpens();
+            while (!watch_.phone() && watch_.wait(std::chrono::milliseconds{0})) {
+                // What else has arrived meanwhile.
+            }
+            if (!watch_.phone()) {
+                requireThatItOpens();
+                watch_.lookAnew();
+            }
         }
     }
     if (!watch_.phone()) {
         throw readFailure("the phone is not found any more");
     }
+    return phone();
 }
 
-void Session::requireThatItOpens() {
+void OpenPhone::requireThatItOpens() {
     KRTErrorClear();
     const auto phone = KRTPhone::_phoneWithPhoneRef(KRTPhoneWithDevice(chosen_.device.get()));
     if (!phone || phone->open()) {
@@ -115,18 +93,18 @@ void Session::requireThatItOpens() {
     phone->close();
 }
 
-Failure Session::readFailure(const std::string& what) {
+Failure OpenPhone::readFailure(const std::string& what) {
     const std::string reason = lastFailureText();
     if (isGone()) {
-        return {ExitCode::PhoneGone, fmt::format("{} was pulled out: {}", label(), what),
+        return {FailureKind::PhoneGone, fmt::format("{} was pulled out: {}", label(), what),
                 "Nothing was changed on the phone. Plug it in and run the same command again."};
     }
-    return {ExitCode::CannotOpen, fmt::format("{} on {}: {}", what, label(), reason),
+    return {FailureKind::CannotOpen, fmt::format("{} on {}: {}", what, label(), reason),
             "Nothing was changed on the phone. Unlock it, plug it in again, or pair it anew "
             "(vesk pair), and try once more. \"vesk doctor\" looks for the reason."};
 }
 
-PhoneFacts Session::facts() {
+PhoneFacts OpenPhone::facts() {
     const auto information = phone().phoneInformation();
     const auto values = cf::dictionaryAt(information.get(), CFSTR("PhoneVersions"));
     PhoneFacts facts;
@@ -147,21 +125,21 @@ PhoneFacts Session::facts() {
     return facts;
 }
 
-KRTRingtoneManager& Session::tones() {
+KRTRingtoneManager& OpenPhone::tones() {
     if (!tones_) {
         tones_ = phone().ringtoneManager();
     }
     return *tones_;
 }
 
-std::vector<PhoneRingtone> Session::ringtones(size_t catalogueEntries) {
-    constexpr size_t kCatalogueOperations = 2;
-    expectOperations(catalogueEntries + kCatalogueOperations);
+std::vector<PhoneRingtone> OpenPhone::ringtones() {
+    keepOpen();
     KRTErrorClear();
     if (tones_) {
         tones_->rebuildRingtoneListFromOriginal();
     }
-    const auto read = ringtonesIn(tones().generateChangeLists().get(), kUnchangedList);
+    const auto read =
+        ringtonesOf(cf::dictionaryAt(tones().generateChangeLists().get(), kUnchangedList));
     if (!read) {
         throw readFailure("the ringtones cannot be read");
     }
@@ -169,8 +147,8 @@ std::vector<PhoneRingtone> Session::ringtones(size_t catalogueEntries) {
     return *read;
 }
 
-std::optional<uint32_t> Session::sizeAt(const std::string& path) {
-    expectOperations(1);
+std::optional<uint32_t> OpenPhone::sizeAt(const std::string& path) {
+    keepOpen();
     KRTErrorClear();
     uint32_t size = 0;
     const auto error = phone().size(&size, cf::string(path).get());
@@ -183,20 +161,30 @@ std::optional<uint32_t> Session::sizeAt(const std::string& path) {
     return std::nullopt;
 }
 
-void Session::requireConnection() {
+void OpenPhone::requireConnection() {
     sizeAt(kCataloguePath);
 }
 
-std::optional<uint64_t> Session::sizeOf(const std::string& file) {
+bool OpenPhone::isBeingSynced() {
+    keepOpen();
+    afc_connection* const files = layer::connectionOf(phone()._rawDevice());
+    return files != nullptr && trySyncLock(files) == kAFCWouldBlock;
+}
+
+std::optional<uint64_t> OpenPhone::sizeOf(const std::string& file) {
     return sizeAt(fmt::format("{}/{}", kRingtonesFolder, file));
 }
 
-std::optional<std::string> Session::catalogueFile() {
+bool OpenPhone::hasFolder(const std::string& path) {
+    return sizeAt(path).has_value();
+}
+
+std::optional<std::string> OpenPhone::catalogueFile() {
     const auto size = sizeAt(kCataloguePath);
     if (!size) {
         return std::nullopt;
     }
-    expectOperations(1);
+    keepOpen();
     KRTErrorClear();
     uint32_t length = std::min(*size, kMostCatalogueBytes);
     std::string bytes(length, '\0');
@@ -208,8 +196,8 @@ std::optional<std::string> Session::catalogueFile() {
     return bytes;
 }
 
-std::optional<std::vector<std::string>> Session::folderNames() {
-    expectOperations(1);
+std::optional<std::vector<std::string>> OpenPhone::folderNames() {
+    keepOpen();
     KRTErrorClear();
     const auto names = phone().listDirectoryAtPath(cf::string(kRingtonesFolder).get());
     if (!names) {
@@ -225,4 +213,4 @@ std::optional<std::vector<std::string>> Session::folderNames() {
     return result;
 }
 
-} // namespace vesk
+} // namespace krl::engine

@@ -3,8 +3,9 @@
 #include "engine/errors/Failure.h"
 #include "engine/phones/PhoneChoice.h"
 #include "engine/phones/PhoneWatch.h"
-#include "engine/plan/Plan.h"
 #include "engine/state/Catalogue.h"
+#include "engine/state/KeptOpen.h"
+#include "engine/state/PhoneRingtone.h"
 
 #include <KRLVesk/KRLVesk.h>
 
@@ -14,9 +15,11 @@
 #include <string>
 #include <vector>
 
-namespace vesk {
+namespace krl::engine {
 
+inline constexpr char kControlFolder[] = "/iTunes_Control";
 inline constexpr char kRingtonesFolder[] = "/iTunes_Control/Ringtones";
+inline constexpr char kCatalogueFolder[] = "/iTunes_Control/iTunes";
 inline constexpr char kCataloguePath[] = "/iTunes_Control/iTunes/Ringtones.plist";
 
 /// More than this of a catalogue is not read, whatever size the phone says it has: one of ten
@@ -39,34 +42,33 @@ struct PhoneFacts {
 
 /// Work on one phone through the library. Each function clears the library's error record first and
 /// throws a Failure with its reason.
-class Session {
+class OpenPhone {
 public:
-    /// With the phone that the options choose.
-    explicit Session(const Options& options);
-    ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    /// With the phone that is meant.
+    explicit OpenPhone(const PhoneRequest& request);
+    OpenPhone(const OpenPhone&) = delete;
+    OpenPhone& operator=(const OpenPhone&) = delete;
 
-    /// Keeps the phone connected for so many file operations more than were said before. Each of
-    /// them takes one open back, so that without this the phone reconnects for each, and gives up
-    /// the sync lock.
-    void expectOperations(size_t count);
+    /// Keeps the phone connected from now on, whatever is done with it.
+    void keepOpen() { open_.open(); }
 
     /// Makes sure that the connection still stands. The library takes a file that it cannot ask for
     /// for one that is not there: over a lost connection, ringtones seem to be gone.
     /// @throw Failure when it does not
     void requireConnection();
 
+    /// Whether somebody else holds the phone's sync lock.
+    bool isBeingSynced();
+
     /// Disconnects: the next call connects anew.
-    void disconnect();
+    void disconnect() { open_.close(); }
 
     /// The phone's facts as they were when it was found.
     PhoneFacts facts();
 
     /// Reads the phone's ringtones anew: the ones that the library sees. Pending edits of the
     /// working list are dropped.
-    /// @param catalogueEntries  how many there are about
-    std::vector<PhoneRingtone> ringtones(size_t catalogueEntries);
+    std::vector<PhoneRingtone> ringtones();
 
     /// The catalogue's bytes, not more than kMostCatalogueBytes; none when the phone has no
     /// catalogue.
@@ -74,6 +76,8 @@ public:
 
     /// Names in the ringtone folder; none when there is no folder.
     std::optional<std::vector<std::string>> folderNames();
+
+    bool hasFolder(const std::string& path);
 
     /// Size of a file in the ringtone folder; none when it is not there.
     std::optional<uint64_t> sizeOf(const std::string& file);
@@ -93,16 +97,16 @@ public:
 
 private:
     /// The manager takes over what is attached from the discovery, which is to last until then.
-    Session(Discovery&& discovery, const Options& options);
+    OpenPhone(Discovery&& discovery, const PhoneRequest& request);
 
-    void findPhone();
+    KRTPhone& findPhone();
     void requireThatItOpens();
     std::optional<uint32_t> sizeAt(const std::string& path);
 
     AttachedDevice chosen_;
     PhoneWatch watch_;
+    KeptOpen open_;
     std::shared_ptr<KRTRingtoneManager> tones_;
-    size_t opens_ = 0;
 };
 
 // The keys of the change lists that a working list generates.
@@ -110,11 +114,8 @@ const CFStringRef kAddedList = CFSTR("added");
 const CFStringRef kRemovedList = CFSTR("removed");
 const CFStringRef kUnchangedList = CFSTR("unchanged");
 
-/// A list of the working list: none when it is not there, because the phone's could not be read.
-std::optional<std::vector<PhoneRingtone>> ringtonesIn(CFDictionaryRef changeLists, CFStringRef key);
+/// The ringtones of a list of the library; none when it is null, because the phone's could not be
+/// read.
+std::optional<std::vector<PhoneRingtone>> ringtonesOf(CFDictionaryRef list);
 
-/// The ringtone of this name, or null.
-const PhoneRingtone* findRingtone(const std::vector<PhoneRingtone>& ringtones,
-                                  const std::string& name);
-
-} // namespace vesk
+} // namespace krl::engine

@@ -4,31 +4,28 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
-Failure catalogueUnreadable(const PhoneFacts& facts) {
-    return {ExitCode::CatalogueUnreadable,
-            fmt::format("the ringtone catalogue of {} ({}) cannot be read as a property list with "
-                        "\"Ringtones\"",
-                        facts.label(), kCataloguePath),
-            "Writing now would delete every ringtone file on the phone. Save that file and the "
-            "folder \"/iTunes_Control/Ringtones\" first; then repeat add, remove or sync with "
-            "--force. Nothing was changed on the phone."};
+std::vector<std::string> sorted(std::vector<std::string> names) {
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
-void readFolder(Session& session, PhoneState& state) {
-    const auto names = session.folderNames();
+void readFolder(OpenPhone& phone, PhoneState& state) {
+    const auto names = phone.folderNames();
     state.folderExists = names.has_value();
     std::map<std::string, uint64_t> sizes;
     for (const PhoneRingtone& ringtone : state.ringtones) {
         sizes[ringtone.file] = ringtone.size;
     }
-    for (const std::string& file : names.value_or(std::vector<std::string>{})) {
+    state.names = names.value_or(std::vector<std::string>{});
+    for (const std::string& file : state.names) {
         const auto known = sizes.find(file);
-        const auto size = known != sizes.end() ? known->second : session.sizeOf(file);
+        const auto size = known != sizes.end() ? known->second : phone.sizeOf(file);
         if (size) {
             state.folder.push_back({file, *size});
         }
@@ -37,25 +34,47 @@ void readFolder(Session& session, PhoneState& state) {
 
 } // namespace
 
-PhoneState readRingtones(Session& session, bool tolerateUnreadable) {
+PhoneState readRingtones(OpenPhone& phone) {
     PhoneState state;
-    state.facts = session.facts();
-    state.catalogueFile = session.catalogueFile();
+    state.facts = phone.facts();
+    state.catalogueFile = phone.catalogueFile();
     if (state.catalogueFile) {
         state.catalogue = readCatalogue(*state.catalogueFile);
     }
     if (!state.catalogueIsUnreadable()) {
-        state.ringtones = session.ringtones(state.catalogue.entries.size());
-    } else if (!tolerateUnreadable) {
-        throw catalogueUnreadable(state.facts);
+        state.ringtones = phone.ringtones();
     }
     return state;
 }
 
-PhoneState readEverything(Session& session, bool tolerateUnreadable) {
-    PhoneState state = readRingtones(session, tolerateUnreadable);
-    readFolder(session, state);
+PhoneState readEverything(OpenPhone& phone) {
+    PhoneState state = readRingtones(phone);
+    if (!state.catalogueFile) {
+        for (const char* folder : {kControlFolder, kCatalogueFolder}) {
+            if (!phone.hasFolder(folder)) {
+                state.missingFolders.emplace_back(folder);
+            }
+        }
+    }
+    readFolder(phone, state);
     return state;
 }
 
-} // namespace vesk
+void requireReadableCatalogue(const PhoneState& state) {
+    if (state.catalogueIsUnreadable()) {
+        throw Failure(FailureKind::CatalogueUnreadable,
+                      fmt::format("the ringtone catalogue of {} ({}) cannot be read as a property "
+                                  "list with \"Ringtones\"",
+                                  state.facts.label(), kCataloguePath),
+                      "Writing now would delete every ringtone file on the phone. Save that file "
+                      "and the folder \"/iTunes_Control/Ringtones\" first; then repeat add, remove "
+                      "or sync with --force. Nothing was changed on the phone.");
+    }
+}
+
+bool isAsRead(OpenPhone& phone, const PhoneState& state) {
+    return phone.catalogueFile() == state.catalogueFile &&
+           sorted(phone.folderNames().value_or(std::vector<std::string>{})) == sorted(state.names);
+}
+
+} // namespace krl::engine

@@ -6,15 +6,17 @@
 #include <string>
 #include <vector>
 
-namespace vesk {
+namespace krl::engine {
 
 /// All of a phone that a sync depends on, read before anything is changed.
 struct PhoneState {
     PhoneFacts facts;
     std::optional<std::string> catalogueFile; ///< its bytes; none when there is no catalogue
     Catalogue catalogue;
-    std::vector<PhoneRingtone> ringtones; ///< that the library sees
+    std::vector<PhoneRingtone> ringtones;    ///< that the library sees
+    std::vector<std::string> missingFolders; ///< that the catalogue needs, outermost first
     bool folderExists = false;
+    std::vector<std::string> names; ///< all that the ringtone folder lists
     std::vector<FolderFile> folder; ///< the ringtone folder, in the order in which it is listed
 
     /// Whether there is a catalogue that nobody can read. The library takes such a phone for one
@@ -22,12 +24,17 @@ struct PhoneState {
     bool catalogueIsUnreadable() const { return catalogueFile.has_value() && !catalogue.usable; }
 };
 
-/// Reads the facts, the catalogue and the ringtones: enough to show them.
-/// @param tolerateUnreadable  take an unreadable catalogue for an empty one
-/// @throw Failure also when the catalogue is unreadable and that is not tolerated
-PhoneState readRingtones(Session& session, bool tolerateUnreadable);
+/// Reads the facts, the catalogue and the ringtones: enough to show them. An unreadable catalogue
+/// has none.
+PhoneState readRingtones(OpenPhone& phone);
 
 /// Reads the folder too: enough to plan a sync.
-PhoneState readEverything(Session& session, bool tolerateUnreadable);
+PhoneState readEverything(OpenPhone& phone);
 
-} // namespace vesk
+/// @throw Failure when there is a catalogue that nobody can read
+void requireReadableCatalogue(const PhoneState& state);
+
+/// Whether catalogue and folder are still those of the state.
+bool isAsRead(OpenPhone& phone, const PhoneState& state);
+
+} // namespace krl::engine
