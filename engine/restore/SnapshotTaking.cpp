@@ -1,0 +1,96 @@
+#include "engine/restore/SnapshotTaking.h"
+
+#include "engine/state/OpenPhone.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace krl::engine {
+namespace {
+
+class Taking {
+public:
+    Taking(PhoneFiles& files, PhoneSafe& safe, const Index& index, const ByteProgress& progress)
+        : files_(files), safe_(safe), index_(index), progress_(progress) {}
+
+    Snapshot run() {
+        now_.catalogue = take(kCataloguePath);
+        const auto names = files_.list(kRingtonesFolder);
+        now_.hasFolder = names.has_value();
+        for (const std::string& name : names.value_or(std::vector<std::string>{})) {
+            if (isPlainName(name)) {
+                look(name);
+            }
+        }
+        for (const auto& [name, modified] : unknown_) {
+            // One that has gone since it was listed is no part of it.
+            if (const auto content = take(pathOf(name))) {
+                now_.files.insert_or_assign(name, Snapshot::File{*content, modified});
+            }
+        }
+        safe_.contents().settle();
+        return std::move(now_);
+    }
+
+private:
+    static std::string pathOf(const std::string& name) {
+        return fmt::format("{}/{}", kRingtonesFolder, name);
+    }
+
+    void look(const std::string& name) {
+        const auto information = files_.information(pathOf(name));
+        if (!information || !information->isRegular) {
+            return;
+        }
+        if (information->size == 0) {
+            now_.files.insert_or_assign(
+                name, Snapshot::File{safe_.contents().put({}), information->modified});
+        } else if (isKnown(name, *information)) {
+            now_.files.insert_or_assign(name, index_.files.at(name));
+        } else {
+            unknown_.emplace_back(name, information->modified);
+            total_ += information->size;
+        }
+    }
+
+    bool isKnown(const std::string& name, const PhoneFiles::Information& information) const {
+        const auto known = index_.files.find(name);
+        return known != index_.files.end() && known->second.content.size == information.size &&
+               known->second.modified == information.modified &&
+               (!information.modified.empty() || index_.catalogues.contains(now_.catalogue)) &&
+               safe_.contents().has(known->second.content);
+    }
+
+    std::optional<Content> take(const std::string& path) {
+        ContentStore::Incoming incoming(safe_.contents());
+        const bool isThere = files_.read(path, [&](std::string_view piece) {
+            incoming.add(piece);
+            done_ += piece.size();
+            if (total_ > 0) {
+                progress_(std::min(done_, total_), total_);
+            }
+        });
+        return isThere ? std::optional(incoming.keep()) : std::nullopt;
+    }
+
+    PhoneFiles& files_;
+    PhoneSafe& safe_;
+    const Index& index_;
+    const ByteProgress& progress_;
+    Snapshot now_;
+    std::vector<std::pair<std::string, std::string>> unknown_; ///< names and times of change
+    uint64_t done_ = 0;
+    uint64_t total_ = 0;
+};
+
+} // namespace
+
+Snapshot takeSnapshot(PhoneFiles& files, PhoneSafe& safe, const Index& index,
+                      const ByteProgress& progress) {
+    return Taking(files, safe, index, progress).run();
+}
+
+} // namespace krl::engine
