@@ -1,281 +1,189 @@
 #include "engine/plan/Plan.h"
 
+#include "engine/plan/Rehearsal.h"
+
 #include <algorithm>
+#include <memory>
 #include <set>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 using Kind = Operation::Kind;
+using Ringtones = std::vector<PhoneRingtone>;
 
-/// What a file on the phone holds: the origin is enough to tell whether it is the right ringtone.
-struct Content {
-    std::string origin;
-    uint64_t size = 0;
+struct ReleaseStore {
+    void operator()(KRTRingtoneManagerRef store) const { KRTRingtoneManagerRelease(store); }
 };
 
-std::string onPhone(const std::string& file) {
-    return "phone:" + file;
+using Store = std::unique_ptr<__KRTRingtoneManager, ReleaseStore>;
+
+/// The report before an upload names its ringtone.
+bool reported(int32_t mode, int32_t status, uint32_t /*max*/, uint32_t /*value*/,
+              const char* message, void* rehearsal) {
+    constexpr int32_t kUploading = 5;
+    constexpr int32_t kBegins = 1;
+    if (mode == kUploading && status == kBegins) {
+        static_cast<Rehearsal*>(rehearsal)->uploadBegins(message == nullptr ? "" : message);
+    }
+    return true;
 }
 
-std::string onComputer(const std::string& path) {
-    return "computer:" + path;
-}
+/// Makes a plan of what a rehearsal noted.
+class Findings {
+    using Names = std::map<std::string, std::string>;
 
-/// Goes through a submit step by step, as the library does it, over a picture of the phone's
-/// folder.
-class Walk {
 public:
-    explicit Walk(const PlanInput& input)
-        : input_(input), catalogueBytes_(input.oldCatalogueBytes) {
-        for (const FolderFile& file : input.folder) {
-            folder_[file.name] = {onPhone(file.name), file.size};
+    Findings(const PhoneState& before, const ChangeLists& lists, const Rehearsal& rehearsal)
+        : before_(before), rehearsal_(rehearsal),
+          unchanged_(ringtonesOf(lists.unchanged).value_or(Ringtones{})),
+          removed_(ringtonesOf(lists.removed).value_or(Ringtones{})),
+          nameOfUnchanged_(namesByFile(unchanged_)), nameOfRemoved_(namesByFile(removed_)) {
+        for (const auto& [key, entry] : cf::pairs(lists.added)) {
+            const auto ringtone = cf::cast<CFDictionaryRef>(entry);
+            sources_[cf::textAt(ringtone, KRTRingtoneName)] = cf::textAt(ringtone, KRTLocalPath);
         }
-        for (const PhoneRingtone& ringtone : input.unchanged) {
-            unchangedNames_.insert(ringtone.name);
+        plan_.catalogue = rehearsal.picture().catalogue().value_or("");
+        plan_.spaceNeeded = rehearsal.picture().mostSpace();
+        for (const CatalogueEntry& entry : readCatalogue(plan_.catalogue).entries) {
+            newNameOf_[entry.file] = entry.name;
+        }
+        for (const FolderFile& file : before.folder) {
+            (file.size > 0 ? filesWithSound_ : emptyFiles_).insert(file.name);
+        }
+        for (const CatalogueEntry& entry : before.catalogue.entries) {
+            oldNameOf_.emplace(entry.file, entry.name);
         }
     }
 
-    Plan run() {
-        removeCatalogue();
-        createFolder();
-        renamePass();
-        uploadPass();
-        removalPass();
-        writeCatalogue();
-        cleanup();
-        findLost();
+    Plan plan(const Ringtones& loaded) {
+        for (Operation operation : rehearsal_.notes()) {
+            complete(operation);
+            plan_.changesAnything = plan_.changesAnything || !repeats(operation);
+            plan_.operations.push_back(std::move(operation));
+        }
+        for (const PhoneRingtone& ringtone : loaded) {
+            plan_.afterwards[ringtone.name] = ringtone.size;
+        }
+        findLost(loaded);
         findHidden();
         return std::move(plan_);
     }
 
 private:
-    /// @param repeats  the operation makes what the phone has in that very form already
-    void add(Operation operation, bool repeats = false) {
-        plan_.changesAnything = plan_.changesAnything || !repeats;
-        plan_.operations.push_back(std::move(operation));
-    }
-
-    void keep(const std::string& file) { kept_.insert(file); }
-
-    void put(const std::string& file, Content content) {
-        const auto old = folder_.find(file);
-        if (old != folder_.end()) {
-            used_ -= static_cast<int64_t>(old->second.size);
-        }
-        used_ += static_cast<int64_t>(content.size);
-        notePeak();
-        folder_[file] = std::move(content);
-    }
-
-    void erase(const std::string& file) {
-        used_ -= static_cast<int64_t>(folder_.at(file).size);
-        folder_.erase(file);
-    }
-
-    void notePeak() {
-        plan_.spaceNeeded =
-            std::max(plan_.spaceNeeded, static_cast<uint64_t>(std::max<int64_t>(used_, 0)));
-    }
-
-    void removeCatalogue() {
-        if (input_.dropsCatalogue) {
-            used_ -= static_cast<int64_t>(catalogueBytes_);
-            add({.kind = Kind::RemoveCatalogue, .bytes = catalogueBytes_});
-            catalogueBytes_ = 0;
-        }
-    }
-
-    void createFolder() {
-        if (!input_.folderExists) {
-            add({.kind = Kind::CreateFolder});
-        }
-    }
-
-    void renamePass() {
-        for (const CatalogueEntry& entry : input_.newCatalogue) {
-            const auto move = input_.moves.find(entry.guid);
-            if (move == input_.moves.end()) {
-                continue;
+    /// Adds the ringtone that an operation is about, and counts.
+    void complete(Operation& operation) {
+        switch (operation.kind) {
+        case Kind::Rename:
+            operation.name = nameIn(nameOfUnchanged_, operation.file);
+            plan_.moved += operation.file == operation.newFile ? 0U : 1U;
+            break;
+        case Kind::Upload:
+            operation.source = sources_[operation.name];
+            plan_.uploadBytes += operation.bytes;
+            break;
+        case Kind::Placeholder:
+            operation.name = newNameOf_[operation.file];
+            break;
+        case Kind::Remove:
+            operation.name = nameIn(nameOfRemoved_, operation.file);
+            break;
+        case Kind::DeleteStray:
+            if (const auto listed = oldNameOf_.find(operation.file); listed != oldNameOf_.end()) {
+                operation.name = listed->second;
+            } else {
+                plan_.strays.push_back(operation.file);
             }
-            const auto ringtone =
-                std::find_if(input_.unchanged.begin(), input_.unchanged.end(),
-                             [&](const PhoneRingtone& one) { return one.guid == entry.guid; });
-            // A placeholder has the GUID of its ringtone, whose file is gone by then, as a rule.
-            if (ringtone != input_.unchanged.end() && folder_.contains(ringtone->file)) {
-                rename(*ringtone, move->second);
-            }
-            keep(move->second);
+            break;
+        case Kind::RemoveCatalogue:
+        case Kind::CreateFolder:
+        case Kind::WriteCatalogue:
+            break;
         }
     }
 
-    void rename(const PhoneRingtone& ringtone, const std::string& newFile) {
-        const Content content = folder_.at(ringtone.file);
-        erase(ringtone.file);
-        put(newFile, content);
-        // The name that was given up may be drawn again; the phone is asked all the same.
-        const bool stays = ringtone.file == newFile;
-        plan_.moved += stays ? 0U : 1U;
-        add({.kind = Kind::Rename,
-             .file = ringtone.file,
-             .newFile = newFile,
-             .name = ringtone.name,
-             .bytes = content.size},
-            /*repeats=*/stays);
+    /// By a ringtone's file or its placeholder.
+    static Names namesByFile(const Ringtones& ringtones) {
+        Names names;
+        for (const PhoneRingtone& ringtone : ringtones) {
+            names.emplace(ringtone.file, ringtone.name);
+            names.emplace(ringtone.companion, ringtone.name);
+        }
+        return names;
     }
 
-    void uploadPass() {
-        for (const CatalogueEntry& entry : input_.newCatalogue) {
-            if (kept_.contains(entry.file)) {
-                continue;
-            }
-            if (entry.isPlaceholder()) {
-                writePlaceholder(entry);
-            } else if (entry.hasLocalPath && !unchangedNames_.contains(entry.name)) {
-                upload(entry);
-            }
-            keep(entry.file);
+    static std::string nameIn(const Names& names, const std::string& file) {
+        const auto found = names.find(file);
+        return found == names.end() ? "" : found->second;
+    }
+
+    /// Whether it makes what the phone has in that very form already.
+    bool repeats(const Operation& operation) const {
+        switch (operation.kind) {
+        case Kind::Rename:
+            // The name that was given up may be drawn again; the phone is asked all the same.
+            return operation.file == operation.newFile;
+        case Kind::Placeholder:
+            return emptyFiles_.contains(operation.file);
+        case Kind::WriteCatalogue:
+            return before_.catalogueFile ? *before_.catalogueFile == plan_.catalogue
+                                         : newNameOf_.empty();
+        default:
+            return false;
         }
     }
 
-    void writePlaceholder(const CatalogueEntry& entry) {
-        const auto there = folder_.find(entry.file);
-        const bool repeats = there != folder_.end() && there->second.size == 0;
-        put(entry.file, {"placeholder", 0});
-        add({.kind = Kind::Placeholder, .file = entry.file, .name = entry.name}, repeats);
-    }
-
-    void upload(const CatalogueEntry& entry) {
-        const auto source =
-            std::find_if(input_.added.begin(), input_.added.end(),
-                         [&](const NewRingtone& one) { return one.name == entry.name; });
-        if (source == input_.added.end()) {
-            return;
+    void findLost(const Ringtones& loaded) {
+        std::map<std::string, std::string> originOf;
+        for (const PhoneRingtone& ringtone : loaded) {
+            const auto* const file = rehearsal_.picture().find(ringtone.file);
+            originOf[ringtone.name] = file == nullptr ? "" : file->origin;
         }
-        put(entry.file, {onComputer(source->path), source->size});
-        plan_.uploadBytes += source->size;
-        add({.kind = Kind::Upload,
-             .file = entry.file,
-             .name = entry.name,
-             .source = source->path,
-             .bytes = source->size});
-    }
-
-    void removalPass() {
-        for (const PhoneRingtone& ringtone : input_.removed) {
-            remove(ringtone.file, ringtone.name);
-            if (ringtone.type != "m4r" && input_.olderLayout) {
-                remove(ringtone.companion, ringtone.name);
-            }
-        }
-    }
-
-    void remove(const std::string& file, const std::string& name) {
-        if (kept_.contains(file) || !folder_.contains(file)) {
-            return;
-        }
-        add({.kind = Kind::Remove, .file = file, .name = name, .bytes = folder_.at(file).size});
-        erase(file);
-    }
-
-    void writeCatalogue() {
-        used_ +=
-            static_cast<int64_t>(input_.newCatalogueBytes) - static_cast<int64_t>(catalogueBytes_);
-        notePeak();
-        add({.kind = Kind::WriteCatalogue, .bytes = input_.newCatalogueBytes},
-            /*repeats=*/input_.sameCatalogue);
-    }
-
-    void cleanup() {
-        // Whatever came since the folder was listed is kept.
-        for (const FolderFile& file : input_.folder) {
-            if (folder_.contains(file.name) && !kept_.contains(file.name)) {
-                deleteStray(file.name);
-            }
-        }
-    }
-
-    void deleteStray(const std::string& file) {
-        const auto listed =
-            std::find_if(input_.oldCatalogue.begin(), input_.oldCatalogue.end(),
-                         [&](const CatalogueEntry& one) { return one.file == file; });
-        const bool isListed = listed != input_.oldCatalogue.end();
-        if (!isListed) {
-            plan_.strays.push_back(file);
-        }
-        add({.kind = Kind::DeleteStray,
-             .file = file,
-             .name = isListed ? listed->name : "",
-             .bytes = folder_.at(file).size});
-        erase(file);
-    }
-
-    /// The ringtones that the library will find: the catalogue sorted, as it is written, with the
-    /// entries whose files are there.
-    std::map<std::string, std::string> originsAfterwards() const {
-        std::map<std::string, std::string> result;
-        std::map<std::string, const CatalogueEntry*> sorted;
-        for (const CatalogueEntry& entry : input_.newCatalogue) {
-            sorted[entry.file] = &entry;
-        }
-        for (const auto& [file, entry] : sorted) {
-            const auto found = folder_.find(file);
-            if (!entry->isPlaceholder() && found != folder_.end()) {
-                result[entry->name] = found->second.origin;
-            }
-        }
-        return result;
-    }
-
-    void findLost() {
-        const auto origins = originsAfterwards();
         const auto check = [&](const std::string& name, const std::string& origin) {
-            const auto found = origins.find(name);
-            if (found == origins.end() || found->second != origin) {
+            const auto found = originOf.find(name);
+            if (found == originOf.end() || found->second != origin) {
                 plan_.lost.push_back(name);
             }
         };
-        for (const PhoneRingtone& ringtone : input_.unchanged) {
-            check(ringtone.name, onPhone(ringtone.file));
+        for (const PhoneRingtone& ringtone : unchanged_) {
+            check(ringtone.name, PhonePicture::onPhone(ringtone.file));
         }
-        for (const NewRingtone& ringtone : input_.added) {
-            check(ringtone.name, onComputer(ringtone.path));
+        for (const auto& [name, source] : sources_) {
+            check(name, Rehearsal::fromComputer(name));
         }
     }
 
     void findHidden() {
         std::set<std::string> seen;
-        for (const auto* list : {&input_.unchanged, &input_.removed}) {
+        for (const auto* list : {&unchanged_, &removed_}) {
             for (const PhoneRingtone& ringtone : *list) {
                 seen.insert(ringtone.file);
             }
         }
-        std::set<std::string> withSound;
-        for (const FolderFile& file : input_.folder) {
-            if (file.size > 0) {
-                withSound.insert(file.name);
-            }
+        std::set<std::string> surviving;
+        for (const std::string& name : rehearsal_.picture().names()) {
+            surviving.insert(rehearsal_.picture().find(name)->origin);
         }
-        for (const CatalogueEntry& entry : input_.oldCatalogue) {
-            if (withSound.contains(entry.file) && !seen.contains(entry.file) &&
-                !survives(entry.file)) {
+        for (const CatalogueEntry& entry : before_.catalogue.entries) {
+            if (filesWithSound_.contains(entry.file) && !seen.contains(entry.file) &&
+                !surviving.contains(PhonePicture::onPhone(entry.file))) {
                 plan_.hidden.push_back({entry.name, entry.file});
             }
         }
     }
 
-    bool survives(const std::string& file) const {
-        return std::any_of(folder_.begin(), folder_.end(),
-                           [&](const auto& there) { return there.second.origin == onPhone(file); });
-    }
-
-    const PlanInput& input_;
+    const PhoneState& before_;
+    const Rehearsal& rehearsal_;
+    const Ringtones unchanged_;
+    const Ringtones removed_;
+    const Names nameOfUnchanged_;
+    const Names nameOfRemoved_;
+    std::set<std::string> emptyFiles_; ///< that the phone had
+    std::set<std::string> filesWithSound_;
+    Names sources_; ///< of new ringtones, by name
+    Names newNameOf_;
+    Names oldNameOf_;
     Plan plan_;
-    uint64_t catalogueBytes_; ///< what the phone's catalogue takes
-    std::map<std::string, Content> folder_;
-    std::set<std::string> unchangedNames_;
-    std::set<std::string> kept_;
-    int64_t used_ = 0; ///< space taken so far beyond the start
 };
 
 } // namespace
@@ -308,8 +216,40 @@ size_t Plan::count(Kind kind) const {
                       [&](const Operation& operation) { return operation.kind == kind; }));
 }
 
-Plan makePlan(const PlanInput& input) {
-    return Walk(input).run();
+cf::CFRef<CFErrorRef> makeReady(OpenPhone& phone, const PhoneState& before, bool dropsCatalogue) {
+    cf::CFRef<CFErrorRef> error;
+    for (const std::string& folder : before.missingFolders) {
+        if (!error) {
+            error = phone.phone().createDirectoryAtPath(cf::string(folder).get());
+        }
+    }
+    if (!error && dropsCatalogue) {
+        error = phone.phone().removeObjectAtPath(cf::string(kCataloguePath).get());
+    }
+    return error;
 }
 
-} // namespace vesk
+Plan rehearse(OpenPhone& phone, const PhoneState& before, const ChangeLists& lists) {
+    phone.keepOpen();
+    const bool dropsCatalogue = lists.unchanged == nullptr;
+    const auto none = cf::dictionary();
+    Rehearsal rehearsal(before);
+    const layer::Redirection redirection(phone.phone()._rawDevice(), rehearsal);
+    KRTErrorClear();
+    const auto notReady = makeReady(phone, before, dropsCatalogue);
+    // A record of its own: the working list keeps its edits for the deed.
+    const Store store(KRTRingtoneManagerForPhone(phone.phone()._phoneRef()));
+    if (notReady || !store) {
+        throw phone.readFailure("the sync cannot be worked out");
+    }
+    KRTRingtoneManagerSetStatusResponder(store.get(), reported, &rehearsal);
+    if (KRTRingtoneManagerSubmitChanges(store.get(), lists.added,
+                                        dropsCatalogue ? none.get() : lists.removed,
+                                        dropsCatalogue ? none.get() : lists.unchanged) != 1) {
+        throw phone.readFailure("the sync cannot be worked out");
+    }
+    const auto loaded = cf::adopt(KRTRingtoneManagerLoadCurrentRingtoneList(store.get()));
+    return Findings(before, lists, rehearsal).plan(ringtonesOf(loaded.get()).value_or(Ringtones{}));
+}
+
+} // namespace krl::engine

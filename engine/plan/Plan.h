@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/state/Catalogue.h"
+#include "engine/state/PhoneState.h"
 
 #include <cstdint>
 #include <map>
@@ -8,34 +8,17 @@
 #include <string>
 #include <vector>
 
-namespace vesk {
-
-/// A ringtone that is on the phone.
-struct PhoneRingtone {
-    std::string name;
-    std::string guid;
-    std::string type;      ///< as the library says it: the last three characters of the file name
-    std::string file;      ///< in the ringtone folder
-    std::string companion; ///< the name that its placeholder has or would have
-    uint64_t size = 0;
-};
-
-/// A ringtone that is to go there.
-struct NewRingtone {
-    std::string name;
-    std::string path; ///< on this computer
-    uint64_t size = 0;
-};
+namespace krl::engine {
 
 /// One change on the phone.
 struct Operation {
     enum class Kind {
         RemoveCatalogue, ///< the old one cannot be loaded
-        CreateFolder,
-        Rename,      ///< file becomes newFile
-        Upload,      ///< source goes to file
-        Placeholder, ///< an empty file for a ringtone of another type
-        Remove,      ///< the file of a removed ringtone, or its placeholder
+        CreateFolder,    ///< file, a whole path
+        Rename,          ///< file becomes newFile
+        Upload,          ///< source goes to file
+        Placeholder,     ///< an empty file for a ringtone of another type
+        Remove,          ///< the file of a removed ringtone, or its placeholder
         WriteCatalogue,
         DeleteStray ///< a file that the new catalogue does not account for
     };
@@ -52,31 +35,6 @@ struct Operation {
 /// "rename", "upload" and so on.
 const char* operationName(Operation::Kind kind);
 
-/// A file in the phone's ringtone folder.
-struct FolderFile {
-    std::string name;
-    uint64_t size = 0;
-};
-
-/// What a sync starts from and what the library would make of it.
-struct PlanInput {
-    std::vector<NewRingtone> added;
-    std::vector<PhoneRingtone> removed;
-    std::vector<PhoneRingtone> unchanged;
-
-    std::vector<CatalogueEntry> oldCatalogue; ///< as it is on the phone
-    std::vector<CatalogueEntry> newCatalogue; ///< as the library generates it
-    std::map<std::string, std::string> moves; ///< GUID to the new file name, likewise
-
-    bool dropsCatalogue = false; ///< the old one cannot be loaded and goes before all else
-    bool folderExists = true;
-    std::vector<FolderFile> folder; ///< in the order in which the phone lists it
-    bool olderLayout = false;       ///< the firmware wants placeholders
-    uint64_t oldCatalogueBytes = 0;
-    uint64_t newCatalogueBytes = 0;
-    bool sameCatalogue = false; ///< old and new are equal byte for byte
-};
-
 /// A ringtone that the phone has, but that the library does not see.
 struct HiddenRingtone {
     std::string name;
@@ -85,7 +43,7 @@ struct HiddenRingtone {
     friend bool operator==(const HiddenRingtone&, const HiddenRingtone&) = default;
 };
 
-/// What a sync does, found out by going through it without a phone.
+/// What a sync does, found out by letting the library do it without the phone.
 struct Plan {
     std::vector<Operation> operations; ///< in the order in which they happen
     size_t moved = 0;                  ///< ringtones that get another file name
@@ -96,10 +54,29 @@ struct Plan {
     std::vector<std::string> lost;      ///< names that should stay or come, but would not be there
     std::vector<HiddenRingtone> hidden; ///< deleted or emptied although nobody asked for it
 
-    size_t count(Operation::Kind kind) const;
+    std::map<std::string, uint64_t> afterwards; ///< names on the phone and their sizes
+    std::string catalogue;                      ///< the new catalogue's bytes
     bool changesAnything = false;
+
+    size_t count(Operation::Kind kind) const;
 };
 
-Plan makePlan(const PlanInput& input);
+/// The lists of the working list that a sync is made from.
+struct ChangeLists {
+    CFDictionaryRef added = nullptr;
+    CFDictionaryRef removed = nullptr;
+    CFDictionaryRef unchanged = nullptr; ///< null: the phone's list cannot be loaded
+};
 
-} // namespace vesk
+/// Lets the library carry the lists out over a picture of the phone, and notes what it does.
+/// Nothing is written on the phone, and nothing read from it that `before` has.
+/// @throw Failure when the library gives up
+Plan rehearse(OpenPhone& phone, const PhoneState& before, const ChangeLists& lists);
+
+/// What is done before the library's part, under its lock: the catalogue's folder is made where it
+/// is missing, and a catalogue that cannot be loaded is removed, as there is no sync with it.
+/// @return why it failed, after which the rest is not to be done
+krl::cf::CFRef<CFErrorRef> makeReady(OpenPhone& phone, const PhoneState& before,
+                                     bool dropsCatalogue);
+
+} // namespace krl::engine
