@@ -3,12 +3,13 @@
 #include "engine/errors/Status.h"
 #include "engine/values/Cf.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <utility>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 /// Takes the sync's messages on its thread and hands them over to this one.
@@ -41,9 +42,14 @@ public:
     }
 
     /// The next step; none when the sync is over.
-    std::optional<SyncStep> next() {
+    std::optional<SyncStep> next(const std::function<void()>& passes) {
+        constexpr std::chrono::milliseconds kMoment{50};
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return isOver_ || !steps_.empty(); });
+        while (!changed_.wait_for(lock, kMoment, [this] { return isOver_ || !steps_.empty(); })) {
+            lock.unlock();
+            passes();
+            lock.lock();
+        }
         if (steps_.empty()) {
             return std::nullopt;
         }
@@ -96,7 +102,8 @@ private:
 // The run loop stands still meanwhile: a phone that comes or goes would be dealt with here, with
 // the error record that the sync uses.
 std::optional<std::string> runSync(const std::shared_ptr<KRTRingtoneManager>& tones,
-                                   const std::function<bool(const SyncStep&)>& goOn) {
+                                   const std::function<bool(const SyncStep&)>& goOn,
+                                   const std::function<void()>& passes) {
     const auto messages = std::make_shared<Messages>();
     const Completion completion(*tones, *messages);
     tones->setAsyncMode(true);
@@ -104,7 +111,7 @@ std::optional<std::string> runSync(const std::shared_ptr<KRTRingtoneManager>& to
     tones->setRingtonesUpdated(true);
     KRTErrorClear();
     tones->syncCurrentListToPhone(messages);
-    while (const auto step = messages->next()) {
+    while (const auto step = messages->next(passes)) {
         if (goOn(*step)) {
             tones->continueSync();
         } else {
@@ -114,4 +121,4 @@ std::optional<std::string> runSync(const std::shared_ptr<KRTRingtoneManager>& to
     return messages->failure();
 }
 
-} // namespace vesk
+} // namespace krl::engine

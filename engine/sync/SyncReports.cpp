@@ -1,0 +1,104 @@
+#include "engine/sync/SyncReports.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace krl::engine {
+namespace {
+
+/// The store's modes of a status report.
+enum Mode : int32_t { kPreparing = 0, kRemoving = 3, kBeforeUploads = 4, kUploading = 5 };
+
+} // namespace
+
+SyncReports::SyncReports(const Plan& plan, SyncListener& listener) : listener_(listener) {
+    std::copy_if(plan.operations.begin(), plan.operations.end(), std::back_inserter(uploads_),
+                 [](const Operation& one) { return one.kind == Operation::Kind::Upload; });
+    progress_.filesTotal = uploads_.size();
+    progress_.bytesTotal = plan.uploadBytes;
+}
+
+std::set<std::string> SyncReports::filesBegun() const {
+    std::set<std::string> files;
+    for (size_t i = 0; i < uploadsBegun_; ++i) {
+        files.insert(uploads_[i].file);
+    }
+    return files;
+}
+
+bool SyncReports::answer(const SyncStep& step, bool isStopped) noexcept {
+    answeredCancel_ = answeredCancel_ || isStopped || listener_.cancels();
+    try {
+        take(step);
+    } catch (...) {
+        // Progress that cannot be shown is no reason to stop a sync half-way.
+    }
+    return !answeredCancel_;
+}
+
+bool SyncReports::pass(uint64_t bytes) noexcept {
+    if (!isUploading_ || answeredCancel_) {
+        return false;
+    }
+    try {
+        move(bytes);
+    } catch (...) {
+        // As above.
+    }
+    answeredCancel_ = listener_.cancels();
+    return answeredCancel_;
+}
+
+void SyncReports::move(uint64_t bytes) {
+    const uint64_t all = uploads_.at(progress_.filesDone).bytes;
+    const uint64_t moved = bytes == bytesOfLastFile_ ? 0 : std::min(bytes, all);
+    if (moved > 0) {
+        Progress progress = progress_;
+        progress.bytesDone += moved;
+        progress.elapsedSeconds = elapsed();
+        listener_.fileMoves(progress);
+    }
+}
+
+double SyncReports::elapsed() const {
+    return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+void SyncReports::take(const SyncStep& step) {
+    switch (step.mode) {
+    case kPreparing:
+        ++preparingReports_;
+        listener_.stage(SyncStage::Preparing);
+        break;
+    case kBeforeUploads:
+        start_ = Clock::now();
+        break;
+    case kUploading:
+        takeUpload(step.status == 1, step.name);
+        break;
+    case kRemoving:
+        reachedRemovals_ = true;
+        listener_.stage(SyncStage::Removing);
+        break;
+    default:
+        break;
+    }
+}
+
+void SyncReports::takeUpload(bool begins, const std::string& name) {
+    progress_.elapsedSeconds = elapsed();
+    isUploading_ = begins;
+    if (begins) {
+        // One that is answered with a cancel is not begun.
+        uploadsBegun_ += answeredCancel_ ? 0U : 1U;
+        progress_.current = name;
+        listener_.fileBegins(progress_);
+    } else {
+        bytesOfLastFile_ = uploads_.at(progress_.filesDone).bytes;
+        progress_.bytesDone += bytesOfLastFile_;
+        ++progress_.filesDone;
+        listener_.fileEnds(progress_);
+    }
+}
+
+} // namespace krl::engine
