@@ -1,0 +1,282 @@
+#include "engine/sync/Submission.h"
+
+#include "engine/errors/Status.h"
+#include "engine/sync/Aftermath.h"
+#include "engine/sync/Guard.h"
+#include "engine/sync/SyncReports.h"
+#include "engine/sync/SyncRun.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+namespace krl::engine {
+namespace {
+
+std::map<std::string, uint64_t> namesAndSizes(const std::vector<PhoneRingtone>& ringtones) {
+    std::map<std::string, uint64_t> result;
+    for (const PhoneRingtone& ringtone : ringtones) {
+        result[ringtone.name] = ringtone.size;
+    }
+    return result;
+}
+
+/// What a plan does in the ringtone folder.
+Intention intentionOf(const Plan& plan) {
+    Intention intention{{}, plan.catalogue};
+    for (const Operation& operation : plan.operations) {
+        switch (operation.kind) {
+        case Operation::Kind::Rename:
+            intention.changes.push_back({.kind = IntendedChange::Kind::Move,
+                                         .file = operation.file,
+                                         .newFile = operation.newFile});
+            break;
+        case Operation::Kind::Upload:
+        case Operation::Kind::Placeholder:
+            intention.changes.push_back({.kind = IntendedChange::Kind::Write,
+                                         .file = operation.file,
+                                         .source = operation.source});
+            break;
+        case Operation::Kind::Remove:
+        case Operation::Kind::DeleteStray:
+            intention.changes.push_back(
+                {.kind = IntendedChange::Kind::Remove, .file = operation.file});
+            break;
+        case Operation::Kind::RemoveCatalogue:
+        case Operation::Kind::CreateFolder:
+        case Operation::Kind::WriteCatalogue:
+            break;
+        }
+    }
+    return intention;
+}
+
+class Submission {
+public:
+    Submission(OpenPhone& phone, const PhoneState& before, const PreparedChange& change,
+               SyncListener& listener, SafeKeeping* keeping)
+        : phone_(phone), before_(before), change_(change), listener_(listener), keeping_(keeping),
+          reports_(change.plan, listener), aftermath_(phone, before, change, reports_) {}
+
+    void run() {
+        const auto failure = carryOutOrTakeBack();
+        phone_.disconnect();
+        listener_.ended();
+        const bool isCancelled = reports_.answeredCancel() && !reports_.reachedRemovals();
+        const bool isDone = !guard_.isStopped() && !isCancelled && !failure;
+        const auto ending = settle(isDone ? Wish::Finish : Wish::TakeBack);
+        if (guard_.isStopped()) {
+            throw aftermath_.stopped(guard_.reason(), guard_.hasChanged());
+        }
+        if (isCancelled) {
+            throw aftermath_.cancelled();
+        }
+        if (failure) {
+            throw aftermath_.failed(*failure);
+        }
+        if (ending == Ending::TakenBack) {
+            throw takenBack();
+        }
+        verify();
+        tellOfRest(ending);
+    }
+
+private:
+    std::optional<std::string> carryOutOrTakeBack() {
+        try {
+            return carryOut();
+        } catch (const Failure&) {
+            settle(Wish::TakeBack);
+            throw;
+        }
+    }
+
+    /// Has the safe put right what went wrong. Where it cannot, the phone is looked at all the same,
+    /// and the next command tries again.
+    std::optional<Ending> settle(Wish wish) {
+        try {
+            return keeping_ == nullptr ? std::nullopt : keeping_->finish(wish);
+        } catch (const Failure&) {
+            return std::nullopt;
+        }
+    }
+
+    void tellOfRest(std::optional<Ending> ending) {
+        const size_t left = ending ? keeping_->leftBehind() : guard_.leftBehind();
+        if (left > 0) {
+            listener_.leavesBehind(left);
+        } else if (ending == Ending::Finished) {
+            listener_.wasPutRight();
+        }
+    }
+
+    Failure takenBack() const {
+        return {FailureKind::SyncFailed,
+                fmt::format("the sync of {} could not be finished, because the phone did not take "
+                            "its new catalogue; it has been put back as it was before",
+                            before_.facts.label()),
+                "\"vesk info\" shows the free space. Run the same command again once there is "
+                "enough."};
+    }
+
+    /// @return why it failed
+    std::optional<std::string> carryOut() {
+        // A phone closes a connection on which nothing was asked for a while, but for files.
+        phone_.disconnect();
+        phone_.keepOpen();
+        am_device* const device = phone_.phone()._rawDevice();
+        {
+            const layer::Redirection redirection(device, guard_);
+            begin();
+        }
+        keep();
+        const layer::Redirection redirection(device, guard_);
+        guard_.begin();
+        makeReadyForSync();
+        return runSync(
+            tones_,
+            [this](const SyncStep& step) noexcept {
+                return reports_.answer(step, guard_.isStopped());
+            },
+            [this]() noexcept { pass(); });
+    }
+
+    /// Shows how far a file is, and breaks it off. Not every provider can.
+    void pass() noexcept {
+        am_device* const device = phone_.phone()._rawDevice();
+        const uint64_t bytes =
+            AMDeviceGetTransferredBytes == nullptr ? 0 : AMDeviceGetTransferredBytes(device);
+        if (reports_.pass(bytes) && AMDeviceCancelCalls != nullptr) {
+            AMDeviceCancelCalls(device);
+        }
+    }
+
+    /// Takes the sync lock before the sync does: that one goes on without it when it cannot be had.
+    void begin() {
+        listener_.stage(SyncStage::WaitingForLock);
+        KRTErrorClear();
+        if (phone_.phone().open()) {
+            listener_.ended();
+            throw phone_.readFailure("the phone cannot be opened");
+        }
+        if (phone_.phone().beginSync() != 1) {
+            throw notBegun(lastFailureText());
+        }
+        if (listener_.cancels()) {
+            end();
+            throw Failure(FailureKind::Cancelled, "cancelled; nothing was changed on the phone");
+        }
+        if (!guard_.hasLock()) {
+            listener_.goesOnWithoutLock();
+        }
+        requireAsPlanned();
+    }
+
+    /// Over a connection of its own, beside the guard: it has names of any bytes.
+    void keep() {
+        if (keeping_ == nullptr) {
+            return;
+        }
+        try {
+            keeping_->begin(intentionOf(change_.plan));
+        } catch (const PhoneFileFailure& failure) {
+            throw notBegun(failure.what());
+        } catch (const Failure&) {
+            end();
+            throw;
+        }
+    }
+
+    /// Another program may have written since the plan was made, and have held the lock for that.
+    void requireAsPlanned() {
+        bool isAsPlanned = false;
+        try {
+            isAsPlanned = isAsRead(phone_, before_);
+        } catch (const Failure& failure) {
+            end();
+            throw;
+        }
+        if (!isAsPlanned) {
+            end();
+            throw ChangedMeanwhile(before_.facts.label());
+        }
+    }
+
+    void makeReadyForSync() {
+        const bool dropsCatalogue = change_.plan.count(Operation::Kind::RemoveCatalogue) > 0;
+        // There is no sync of a list that cannot be loaded.
+        const auto lists = tones_->generateChangeLists();
+        const auto added =
+            cf::adopt(CFDictionaryCreateCopy(nullptr, cf::dictionaryAt(lists.get(), kAddedList)));
+        KRTErrorClear();
+        if (makeReady(phone_, before_, dropsCatalogue)) {
+            throw notBegun(lastFailureText());
+        }
+        if (dropsCatalogue) {
+            listener_.stage(SyncStage::CatalogueDropped);
+            tones_->rebuildRingtoneListFromOriginal();
+            for (const auto& [name, ringtone] : cf::pairs(added.get())) {
+                tones_->addRingtone(
+                    static_cast<CFMutableDictionaryRef>(const_cast<void*>(ringtone)));
+            }
+        }
+    }
+
+    Failure notBegun(const std::string& reason) {
+        end();
+        const bool gone = phone_.isGone();
+        return {
+            gone ? FailureKind::PhoneGone : FailureKind::CannotBegin,
+            fmt::format("the sync on {} could not begin: {}", before_.facts.label(),
+                        gone ? "the phone was pulled out" : reason),
+            "Another program may be syncing the phone, or it is going away. Nothing was changed "
+            "on it. Close the other program, plug the phone in and try again."};
+    }
+
+    /// Gives the sync lock back without a sync.
+    void end() {
+        phone_.phone().endSync();
+        phone_.phone().close();
+        listener_.ended();
+    }
+
+    /// Over a new connection: what the sync itself reads at its end, when the phone has gone, is an
+    /// empty list.
+    void verify() {
+        std::map<std::string, uint64_t> now;
+        bool catalogueIsUnreadable = false;
+        try {
+            now = namesAndSizes(phone_.ringtones());
+            if (now != change_.plan.afterwards) {
+                catalogueIsUnreadable = readRingtones(phone_).catalogueIsUnreadable();
+            }
+        } catch (const Failure& failure) {
+            throw failure.kind() == FailureKind::PhoneGone ? aftermath_.pulledOut()
+                                                           : aftermath_.unverified(failure);
+        }
+        if (now != change_.plan.afterwards) {
+            throw aftermath_.notAsWanted(now, catalogueIsUnreadable);
+        }
+    }
+
+    OpenPhone& phone_;
+    const std::shared_ptr<KRTRingtoneManager> tones_ = phone_.tones().shared_from_this();
+    const PhoneState& before_;
+    const PreparedChange& change_;
+    SyncListener& listener_;
+    SafeKeeping* keeping_;
+    Guard guard_{before_, change_.plan};
+    SyncReports reports_;
+    Aftermath aftermath_;
+};
+
+} // namespace
+
+void submit(OpenPhone& phone, const PhoneState& before, const PreparedChange& change,
+            SyncListener& listener, SafeKeeping* keeping) {
+    Submission(phone, before, change, listener, keeping).run();
+}
+
+} // namespace krl::engine
