@@ -1,9 +1,11 @@
 #include "engine/diagnosis/Diagnosis.h"
 
 #include "engine/diagnosis/MuxSocket.h"
+#include "engine/diagnosis/OtherPrograms.h"
 #include "engine/errors/Status.h"
 #include "engine/state/Catalogue.h"
 #include "engine/state/OpenPhone.h"
+#include "engine/state/SyncLock.h"
 #include "engine/values/Cf.h"
 #include "engine/values/Text.h"
 
@@ -15,11 +17,10 @@
 #include <optional>
 #include <utility>
 
-namespace vesk {
+namespace krl::engine {
 namespace {
 
 constexpr const char* kFileService = "com.apple.afc";
-constexpr const char* kSyncLock = "/com.apple.itunes.lock_sync";
 constexpr uint64_t kLeastFreeBytes = 1024 * 1024; // about one ringtone
 
 Finding good(const char* check, std::string text) {
@@ -52,6 +53,9 @@ Finding muxFinding() {
         return problem(
             kCheck, fmt::format("nobody listens on {}: the usbmux daemon has ended", mux.address),
             "Start it anew: sudo systemctl restart usbmuxd");
+    case MuxSocket::State::Silent:
+        return problem(kCheck, fmt::format("the usbmux daemon on {} does not answer", mux.address),
+                       "Start it anew: sudo systemctl restart usbmuxd");
     case MuxSocket::State::Forbidden:
         return problem("mux-permission",
                        fmt::format("you may not connect to {}: {}", mux.address, mux.reason),
@@ -68,10 +72,9 @@ Finding muxFinding() {
 Finding deviceLayerFinding() {
     constexpr const char* kCheck = "device-layer";
     if (AMDeviceNotificationSubscribe == nullptr) {
-        return problem(
-            kCheck, "the device layer (MobileDevice.so) is missing or cannot be loaded",
-            "Install libusbmuxd6, libplist3 and libnss3, and keep MobileDevice.so beside "
-            "libKRLVesk.so.");
+        return problem(kCheck, "the device layer (MobileDevice.so) is missing or cannot be loaded",
+                       "Install libplist3 and libnss3, and keep MobileDevice.so beside "
+                       "libKRLVesk.so.");
     }
     return good(kCheck, "the device layer is loaded");
 }
@@ -96,6 +99,18 @@ Finding encryptionFinding() {
     }
 }
 
+Finding unpairingFinding(const RunningProgram& program) {
+    return problem(
+        "other-programs",
+        fmt::format("{} runs (process {}): opened in a file manager, a phone with "
+                    "firmware 1.x loses its pairing, because gvfs does not speak SSL 3.0 "
+                    "and takes that for a stale pairing",
+                    program.name, program.process),
+        "Keep phones out of file managers, for this person and all phones alike (it "
+        "knows no exceptions): systemctl --user mask --now "
+        "gvfs-afc-volume-monitor.service");
+}
+
 // ---------------------------------------------------------------- a phone
 
 std::string sessionAdvice(const DeviceDescription& about, int32_t status) {
@@ -117,11 +132,10 @@ std::string sessionAdvice(const DeviceDescription& about, int32_t status) {
 
 Finding pairingFinding(const DeviceDescription& about, int32_t status) {
     constexpr const char* kCheck = "pairing";
-    constexpr int32_t kInvalidHost = -21;
     if (status == 0) {
         return good(kCheck, "the phone knows this computer");
     }
-    if (status == kInvalidHost) {
+    if (status == kAMDInvalidHostID) {
         return problem(kCheck,
                        "the pair record is stale: the phone does not know this computer any more",
                        pairAdvice(about));
@@ -191,22 +205,9 @@ Finding spaceFinding(afc_connection* files) {
 
 Finding lockFinding(afc_connection* files) {
     constexpr const char* kCheck = "sync-lock";
-    const Finding isFree = good(kCheck, "nobody holds the sync lock");
-    afc_file_ref file = 0;
-    // For reading: that makes no file where there is none.
-    int32_t status = AFCFileRefOpen(files, kSyncLock, kAFCOpenRead, &file);
-    if (status == kAFCObjectNotFound) {
-        return isFree;
-    }
+    const int32_t status = trySyncLock(files);
     if (status == 0) {
-        status = AFCFileRefLock(files, file);
-        if (status == 0) {
-            AFCFileRefUnlock(files, file);
-        }
-        AFCFileRefClose(files, file);
-    }
-    if (status == 0) {
-        return isFree;
+        return good(kCheck, "nobody holds the sync lock");
     }
     if (status == kAFCWouldBlock) {
         return problem(kCheck, "another program holds the sync lock: a sync is going on",
@@ -257,16 +258,24 @@ Finding catalogueFinding(afc_connection* files) {
             "remove and sync write a new one with --force, and delete the ringtones that "
             "are there.");
     }
+    if (const auto keys = strangeKeys(catalogue); !keys.empty()) {
+        return problem(kCheck,
+                       fmt::format("the ringtone catalogue has {} whose key is not the name of one "
+                                   "file: {}",
+                                   counted(keys.size(), "entry", "entries"), quotedList(keys)),
+                       "Nothing is done with those files; the next add, remove or sync drops the "
+                       "entries.");
+    }
+    const auto ringtones = std::count_if(
+        catalogue.entries.begin(), catalogue.entries.end(),
+        [](const CatalogueEntry& entry) { return !entry.malformed && !entry.isPlaceholder(); });
     return good(kCheck, fmt::format("the ringtone catalogue has {}",
-                                    counted(catalogue.entries.size(), "entry", "entries")));
+                                    counted(static_cast<size_t>(ringtones), "ringtone")));
 }
 
 Finding firmwareFinding(const DeviceDescription& about) {
     constexpr const char* kCheck = "firmware";
-    const auto isOf = [&](const std::string& line) {
-        return about.firmware == line || about.firmware.starts_with(line + ".");
-    };
-    if (isOf("1.0") || isOf("1.1")) {
+    if (isKnownFirmware(about.firmware)) {
         return good(kCheck, fmt::format("firmware {}", about.firmware));
     }
     return problem(kCheck,
@@ -325,7 +334,11 @@ bool allGood(const Findings& findings) {
 }
 
 Findings examineComputer() {
-    return {muxFinding(), deviceLayerFinding(), encryptionFinding()};
+    Findings findings = {muxFinding(), deviceLayerFinding(), encryptionFinding()};
+    for (const RunningProgram& program : programsThatUnpair()) {
+        findings.push_back(unpairingFinding(program));
+    }
+    return findings;
 }
 
 Findings examinePhone(const AttachedDevice& phone) {
@@ -361,4 +374,4 @@ Findings examinePhone(const AttachedDevice& phone) {
     return findings;
 }
 
-} // namespace vesk
+} // namespace krl::engine

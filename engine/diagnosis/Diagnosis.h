@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace vesk {
+namespace krl::engine {
 
 /// What one look at something came to.
 struct Finding {
@@ -28,4 +28,4 @@ Findings examineComputer();
 /// out by taking it and giving it back at once.
 Findings examinePhone(const AttachedDevice& phone);
 
-} // namespace vesk
+} // namespace krl::engine

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace vesk {
+namespace krl::engine {
 
 /// The socket of the usbmux daemon as the device layer will look for it, tried out.
 struct MuxSocket {
@@ -10,6 +10,7 @@ struct MuxSocket {
         Answers,
         Absent,    ///< no such socket
         Deserted,  ///< the socket is there, nobody listens
+        Silent,    ///< it takes no connection, or does not answer
         Forbidden, ///< this user may not connect
         Broken,    ///< anything else; `reason` says what
         NotTried   ///< an address on the network
@@ -20,7 +21,7 @@ struct MuxSocket {
     std::string reason;
 };
 
-/// Connects to the socket and says nothing to it.
+/// Connects to the socket and asks what is attached; takes a few seconds at most.
 MuxSocket tryMuxSocket();
 
-} // namespace vesk
+} // namespace krl::engine
