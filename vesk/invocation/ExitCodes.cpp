@@ -1,102 +1,96 @@
 #include "vesk/invocation/ExitCodes.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+
 namespace vesk {
 
-const char* exitCodeName(ExitCode code) {
-    switch (code) {
-    case ExitCode::Success:
-        return "success";
-    case ExitCode::Unexpected:
-        return "unexpected";
-    case ExitCode::Usage:
-        return "usage";
-    case ExitCode::NoPhone:
-        return "no-phone";
-    case ExitCode::SeveralPhones:
-        return "several-phones";
-    case ExitCode::NotPaired:
-        return "not-paired";
-    case ExitCode::CannotOpen:
-        return "cannot-open";
-    case ExitCode::NotAnIphone:
-        return "not-an-iphone";
-    case ExitCode::NoDeviceLayer:
-        return "no-device-layer";
-    case ExitCode::PairingFailed:
-        return "pairing-failed";
-    case ExitCode::UnsupportedType:
-        return "unsupported-type";
-    case ExitCode::UnreadableFile:
-        return "unreadable-file";
-    case ExitCode::EmptyFile:
-        return "empty-file";
-    case ExitCode::FileTooLarge:
-        return "file-too-large";
-    case ExitCode::BadName:
-        return "bad-name";
-    case ExitCode::NameTaken:
-        return "name-taken";
-    case ExitCode::SameNameTwice:
-        return "same-name-twice";
-    case ExitCode::NameNotFound:
-        return "name-not-found";
-    case ExitCode::NeedsYes:
-        return "needs-yes";
-    case ExitCode::NoSpace:
-        return "no-space";
-    case ExitCode::CatalogueUnreadable:
-        return "catalogue-unreadable";
-    case ExitCode::WouldLoseRingtones:
-        return "would-lose-ringtones";
-    case ExitCode::SyncFailed:
-        return "sync-failed";
-    case ExitCode::PhoneGone:
-        return "phone-gone";
-    case ExitCode::NotAsWanted:
-        return "not-as-wanted";
-    case ExitCode::CannotBegin:
-        return "cannot-begin";
-    case ExitCode::NotAccepted:
-        return "not-accepted";
-    case ExitCode::NotACatalogue:
-        return "not-a-catalogue";
-    case ExitCode::PluginNotCurrent:
-        return "plugin-not-current";
-    case ExitCode::PluginNotInstalled:
-        return "plugin-not-installed";
-    case ExitCode::PluginSilent:
-        return "plugin-silent";
-    case ExitCode::ProblemsFound:
-        return "problems-found";
-    case ExitCode::Cancelled:
-        return "cancelled";
-    }
-    return "unexpected";
+const std::vector<ExitCodeRow>& exitCodes() {
+    using Kind = FailureKind;
+    constexpr auto kOfCommandsOnly = std::nullopt;
+    static const std::vector<ExitCodeRow> rows{
+        {ExitCode::Success, "success", kOfCommandsOnly, "done"},
+        {ExitCode::Unexpected, "unexpected", Kind::Unexpected,
+         "unexpected failure (the output cannot be written, memory is exhausted, ...)"},
+        {ExitCode::Usage, "usage", kOfCommandsOnly,
+         "the command line is wrong; nothing was touched"},
+        {ExitCode::NoPhone, "no-phone", Kind::NoPhone, "no phone is attached"},
+        {ExitCode::SeveralPhones, "several-phones", Kind::SeveralPhones,
+         "several phones: say --udid"},
+        {ExitCode::NotPaired, "not-paired", Kind::NotPaired, "the phone is not paired"},
+        {ExitCode::CannotOpen, "cannot-open", Kind::CannotOpen,
+         "the phone cannot be opened or read"},
+        {ExitCode::NotAnIphone, "not-an-iphone", Kind::NotAnIphone, "the device is not an iPhone"},
+        {ExitCode::NoDeviceLayer, "no-device-layer", Kind::NoDeviceLayer,
+         "the device layer or its daemon is missing"},
+        {ExitCode::PairingFailed, "pairing-failed", Kind::PairingFailed,
+         "pairing or unpairing did not succeed"},
+        {ExitCode::UnsupportedType, "unsupported-type", Kind::UnsupportedType,
+         "file type not supported"},
+        {ExitCode::UnreadableFile, "unreadable-file", Kind::UnreadableFile,
+         "file or folder not readable"},
+        {ExitCode::EmptyFile, "empty-file", Kind::EmptyFile, "the file is empty"},
+        {ExitCode::FileTooLarge, "file-too-large", Kind::FileTooLarge, "the file is too large"},
+        {ExitCode::BadName, "bad-name", Kind::BadName, "the name cannot be used"},
+        {ExitCode::NameTaken, "name-taken", Kind::NameTaken, "the name is on the phone already"},
+        {ExitCode::SameNameTwice, "same-name-twice", Kind::SameNameTwice,
+         "files have the same name"},
+        {ExitCode::NameNotFound, "name-not-found", Kind::NameNotFound, "no ringtone of that name"},
+        {ExitCode::NeedsYes, "needs-yes", Kind::NeedsYes, "would remove everything: say --yes"},
+        {ExitCode::NoSpace, "no-space", Kind::NoSpace, "too little space on the phone"},
+        {ExitCode::CatalogueUnreadable, "catalogue-unreadable", Kind::CatalogueUnreadable,
+         "the phone's catalogue cannot be read (--force)"},
+        {ExitCode::WouldLoseRingtones, "would-lose-ringtones", Kind::WouldLoseRingtones,
+         "a sync would lose ringtones (--force)"},
+        {ExitCode::UnknownFirmware, "unknown-firmware", Kind::UnknownFirmware,
+         "the firmware is neither 1.0.x nor 1.1.x (--force)"},
+        {ExitCode::CannotKeep, "cannot-keep", Kind::CannotKeep,
+         "no room here to keep what the phone holds"},
+        {ExitCode::NothingKept, "nothing-kept", Kind::NothingKept,
+         "nothing is kept that could be put back, or it is damaged"},
+        {ExitCode::ChangedByOthers, "changed-by-others", Kind::ChangedByOthers,
+         "others have changed the phone since (--force)"},
+        {ExitCode::SyncFailed, "sync-failed", Kind::SyncFailed, "the sync failed half-way"},
+        {ExitCode::PhoneGone, "phone-gone", Kind::PhoneGone, "the phone was pulled out"},
+        {ExitCode::NotAsWanted, "not-as-wanted", Kind::NotAsWanted,
+         "the phone does not hold what it should"},
+        {ExitCode::CannotBegin, "cannot-begin", Kind::CannotBegin, "the sync could not begin"},
+        {ExitCode::NotAccepted, "not-accepted", kOfCommandsOnly, "check: not accepted"},
+        {ExitCode::NotACatalogue, "not-a-catalogue", Kind::NotACatalogue,
+         "check: not a ringtone catalogue"},
+        {ExitCode::PluginNotCurrent, "plugin-not-current", kOfCommandsOnly,
+         "plugin: missing or out of date"},
+        {ExitCode::PluginNotInstalled, "plugin-not-installed", kOfCommandsOnly,
+         "plugin: could not be installed"},
+        {ExitCode::PluginSilent, "plugin-silent", kOfCommandsOnly, "plugin: no recent one answers"},
+        {ExitCode::ProblemsFound, "problems-found", kOfCommandsOnly,
+         "doctor: something stands in the way"},
+        {ExitCode::Cancelled, "cancelled", Kind::Cancelled, "cancelled"},
+    };
+    return rows;
 }
 
-const char* exitCodeHelp() {
-    return R"(Exit codes:
-   0  done
-   1  unexpected failure (the output cannot be written, memory is exhausted, ...)
-   2  the command line is wrong; nothing was touched
-  10  no phone is attached            14  the device is not an iPhone
-  11  several phones: say --udid      15  the device layer or its daemon is missing
-  12  the phone is not paired         16  pairing or unpairing did not succeed
-  13  the phone cannot be opened or read
-  20  file type not supported         25  the name is on the phone already
-  21  file or folder not readable     26  two files have the same name
-  22  the file is empty               27  no ringtone of that name
-  23  the file is too large           28  would remove everything: say --yes
-  24  the name cannot be used
-  30  too little space on the phone   32  a sync would lose ringtones (--force)
-  31  the phone's catalogue cannot be read (--force)
-  40  the sync failed half-way        42  the phone does not hold what it should
-  41  the phone was pulled out        43  the sync could not begin
-  50  check: not accepted             51  check: not a ringtone catalogue
-  60  plugin: missing or out of date  62  plugin: no recent one answers
-  61  plugin: could not be installed
-  70  doctor: something stands in the way
- 130  cancelled)";
+const char* exitCodeName(ExitCode code) {
+    const auto& rows = exitCodes();
+    const auto row = std::find_if(rows.begin(), rows.end(),
+                                  [&](const ExitCodeRow& one) { return one.code == code; });
+    return row == rows.end() ? exitCodeName(ExitCode::Unexpected) : row->name;
+}
+
+ExitCode exitCodeOf(FailureKind kind) {
+    const auto& rows = exitCodes();
+    const auto row = std::find_if(rows.begin(), rows.end(),
+                                  [&](const ExitCodeRow& one) { return one.kind == kind; });
+    return row == rows.end() ? ExitCode::Unexpected : row->code;
+}
+
+std::string exitCodeHelp() {
+    std::string help = "Exit codes:";
+    for (const ExitCodeRow& row : exitCodes()) {
+        help += fmt::format("\n {:3}  {}", static_cast<int>(row.code), row.meaning);
+    }
+    return help;
 }
 
 } // namespace vesk

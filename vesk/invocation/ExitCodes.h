@@ -1,5 +1,13 @@
 #pragma once
 
+#include "engine/errors/Failure.h"
+#include "vesk/invocation/Engine.h"
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace vesk {
 
 /// What the process exits with. The numbers are part of the interface (docs/vesk.md, vesk --help):
@@ -33,6 +41,10 @@ enum class ExitCode : int {
     NoSpace = 30,
     CatalogueUnreadable = 31,
     WouldLoseRingtones = 32,
+    UnknownFirmware = 33,
+    CannotKeep = 34,
+    NothingKept = 35,
+    ChangedByOthers = 36,
 
     // How a sync went
     SyncFailed = 40,
@@ -55,10 +67,36 @@ enum class ExitCode : int {
     Cancelled = 130,
 };
 
+/// All that is said of an exit code, once.
+struct ExitCodeRow {
+    ExitCode code;
+    const char* name;                ///< in JSON
+    std::optional<FailureKind> kind; ///< the failure that ends with it; none of the engine's
+    const char* meaning;             ///< in the help text
+};
+
+/// In the order of the numbers.
+const std::vector<ExitCodeRow>& exitCodes();
+
 /// The code's name in JSON, "no-phone" and the like.
 const char* exitCodeName(ExitCode code);
 
+/// What a failure of the engine ends with.
+ExitCode exitCodeOf(FailureKind kind);
+
 /// The table of all codes, for the help text.
-const char* exitCodeHelp();
+std::string exitCodeHelp();
+
+/// A failure that only a command line has, and what it ends with.
+class CommandFailure : public Failure {
+public:
+    CommandFailure(ExitCode code, const std::string& sentence, std::string advice = {})
+        : Failure(FailureKind::Unexpected, sentence, std::move(advice)), code_(code) {}
+
+    ExitCode code() const { return code_; }
+
+private:
+    ExitCode code_;
+};
 
 } // namespace vesk

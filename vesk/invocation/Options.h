@@ -1,5 +1,8 @@
 #pragma once
 
+#include "engine/phones/PhoneChoice.h"
+#include "vesk/invocation/Engine.h"
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -7,37 +10,21 @@
 
 namespace vesk {
 
-enum class Command {
-    Devices,
-    Info,
-    List,
-    Add,
-    Remove,
-    Sync,
-    Check,
-    Watch,
-    Pair,
-    Unpair,
-    Doctor,
-    PluginStatus,
-    PluginInstall,
-    PluginValidate,
-    PluginRun
-};
+struct CommandRow;
 
 /// A command line that was understood.
 struct Options {
-    Command command = Command::Devices;
+    const CommandRow* command = nullptr;
 
     bool json = false;
     bool quiet = false;
     bool dryRun = false;
-    bool force = false; ///< write although ringtones on the phone would be lost
-    bool yes = false;   ///< remove everything without being asked
+    bool force = false;    ///< write although ringtones on the phone would be lost
+    bool noBackup = false; ///< keep nothing of what the phone holds
+    bool yes = false;      ///< remove everything without being asked
 
-    std::string udid; ///< empty: the only phone
+    PhoneRequest phone;
     std::optional<std::chrono::milliseconds> timeout;
-    std::chrono::milliseconds wait{2000}; ///< for a phone to appear
 
     std::vector<std::string> arguments; ///< files, names, a folder or a catalogue
     std::optional<std::string> name;    ///< of the one file to add
