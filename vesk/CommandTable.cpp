@@ -1,0 +1,140 @@
+#include "vesk/CommandTable.h"
+
+#include "vesk/commands/Commands.h"
+
+namespace vesk {
+
+const std::vector<CommandRow>& commandTable() {
+    static const std::vector<CommandRow> rows{
+        {.name = "devices",
+         .run = runDevices,
+         .summary = "Show what is attached, also phones that are not paired and devices that are "
+                    "no iPhones",
+         .promise = "Changes nothing. Does not promise that a phone shown as usable can be opened: "
+                    "that is found\nout by opening it (vesk info)."},
+        {.name = "info",
+         .run = runInfo,
+         .summary = "Show a phone's name, firmware, free space and ringtones",
+         .promise = "Changes nothing. The free space is what the phone says at that moment."},
+        {.name = "watch",
+         .run = runWatch,
+         .summary = "Show phones as they come and go, until Ctrl-C",
+         .promise = "Changes nothing. What is attached already comes first. Ctrl-C ends with exit "
+                    "code 0."},
+        {.name = "pair",
+         .run = runPair,
+         .summary = "Pair a phone with this computer",
+         .promise = "Makes keys and certificates, has the phone take them and the usbmuxd daemon "
+                    "keep them. Does\nnothing when the phone knows this computer already. Does not "
+                    "change the phone's contents."},
+        {.name = "unpair",
+         .run = runUnpair,
+         .summary = "End a phone's pairing with this computer",
+         .promise = "The phone forgets this computer, and the usbmuxd daemon the keys. Does not "
+                    "change the phone's\ncontents, nor its pairing with other computers."},
+        {.name = "doctor",
+         .run = runDoctor,
+         .summary = "Look for what stands between you and a phone, and say what to do",
+         .promise = "Changes nothing. Looks at the usbmuxd daemon, encryption, pairing, the "
+                    "session, the file service,\nthe sync lock (taken and given back at once), "
+                    "free space, the catalogue and the firmware of every\nphone that is attached. "
+                    "Exit code 70: something stands in the way."},
+        {.name = "list",
+         .run = runList,
+         .summary = "Show the ringtones on a phone",
+         .promise = "Changes nothing. Shows what the phone's catalogue lists and whose file is "
+                    "there; ringtones that\ncame with the phone are not among them."},
+        {.name = "add",
+         .run = runAdd,
+         .summary = "Put ringtone files on a phone",
+         .promise = "Ringtones already there stay. A ringtone's name is the title in the file's "
+                    "tags, or else the file\nname. Does not convert files, does not check that the "
+                    "phone can play them, and deletes files in\nthe phone's ringtone folder that "
+                    "no catalogue entry lists, as every sync does.",
+         .arguments = {"FILE", "m4r, m4a, m4p, mp3, wav, aif or aiff"},
+         .writes = true,
+         .syncs = true,
+         .takesName = true},
+        {.name = "remove",
+         .run = runRemove,
+         .summary = "Take ringtones off a phone",
+         .promise = "Names are compared exactly, as vesk list --json shows them. Does not"
+                    "\nchange contacts that use the ringtone.",
+         .arguments = {"NAME", "Names of ringtones"},
+         .writes = true,
+         .syncs = true},
+        {.name = "sync",
+         .run = runSync,
+         .summary = "Make a phone hold exactly the ringtones of a folder",
+         .promise = "Adds what is missing, replaces what has another size, removes everything "
+                    "else. Looks at the files\nof the folder itself, not at folders in it, hidden "
+                    "files or other types. Does not notice a change\nthat leaves a file's size as "
+                    "it was. Does not bring a lock that another program holds to an end:\nafter "
+                    "about 7 seconds it goes on without.",
+         .arguments = {"DIR", "Folder of ringtone files", /*onlyOne=*/true},
+         .writes = true,
+         .syncs = true,
+         .takesYes = true},
+        {.name = "undo",
+         .run = runUndo,
+         .summary = "Put a phone's ringtones back as they were before the last job",
+         .promise = "Byte for byte, also onto a phone that was wiped since; once more: before the "
+                    "job before that. Five\njobs are kept (vesk history). Puts nothing over what "
+                    "other programs have changed since, unless\n--force is given.",
+         .writes = true},
+        {.name = "history",
+         .run = runHistory,
+         .summary = "Show the last five jobs on a phone and what each changed",
+         .promise = "Changes nothing. With --udid the phone need not be attached. Knows what was "
+                    "done on this computer\nonly."},
+        {.name = "backup",
+         .run = runBackup,
+         .summary = "Copy a phone's ringtones into a folder",
+         .promise = "Changes nothing on the phone. Files get their ringtones' names; "
+                    "krlvesk-backup.json has the rest,\nwhich vesk restore needs. The folder is "
+                    "made; one that is there must be empty.",
+         .arguments = {"DIR", "Folder to make", /*onlyOne=*/true}},
+        {.name = "restore",
+         .run = runRestore,
+         .summary = "Put the ringtones of a backup onto a phone, in place of its own",
+         .promise = "The phone then has the backup's catalogue and files, byte for byte. Puts "
+                    "nothing over ringtones that\nwere not put there by vesk, unless --force is "
+                    "given; what was there is kept (vesk undo).",
+         .arguments = {"DIR", "Folder that vesk backup has made", /*onlyOne=*/true},
+         .writes = true},
+        {.name = "check",
+         .run = runCheck,
+         .summary = "Check a catalogue file on this computer for firmware 1.1.1",
+         .promise = "Shows the entries in the order in which firmware 1.1.1 walks them, with their "
+                    "slots, and the file\nnames in the way. Needs no phone. Does not look at "
+                    "ringtone files. Exit code 0: accepted, 50: not\naccepted, 51: not a "
+                    "catalogue.",
+         .arguments = {"CATALOGUE", "A file such as Ringtones.plist", /*onlyOne=*/true}},
+        {.family = "plugin",
+         .name = "status",
+         .run = runPluginStatus,
+         .summary = "Show which version is installed where, and which one is needed",
+         .promise = "Changes nothing. Does not ask whether the plug-in is running (vesk plugin "
+                    "validate). Exit code 0:\ncurrent, 60: missing or out of date."},
+        {.family = "plugin",
+         .name = "install",
+         .run = runPluginInstall,
+         .summary = "Install the plug-in, unless the installed one is current",
+         .promise = "Replaces one that is out of date; does not keep it when unpacking fails. "
+                    "Needs the device layer,\nas every start-up does, but no phone."},
+        {.family = "plugin",
+         .name = "validate",
+         .run = runPluginValidate,
+         .summary = "Ask whether a recent plug-in is running",
+         .promise = "Changes nothing. Always takes 6 seconds. Does not tell an old plug-in from "
+                    "none. Exit code 0: one\nanswered, 62: none did."},
+        {.family = "plugin",
+         .name = "run",
+         .run = runPluginRun,
+         .summary = "Run the installed plug-in's program here, until Ctrl-C",
+         .promise = "Answers on the session bus. Does not install the plug-in first."},
+    };
+    return rows;
+}
+
+} // namespace vesk

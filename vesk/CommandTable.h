@@ -1,0 +1,34 @@
+#pragma once
+
+#include "vesk/invocation/Options.h"
+#include "vesk/terminal/Output.h"
+
+#include <vector>
+
+namespace vesk {
+
+/// What stands on a command line behind the command.
+struct CommandArguments {
+    const char* label = nullptr; ///< null: nothing
+    const char* meaning = nullptr;
+    bool onlyOne = false;
+};
+
+/// All that is said of a command, once: the parser, the help texts and the tests go by it.
+struct CommandRow {
+    const char* family = nullptr; ///< "plugin", whose command it is; null for the others
+    const char* name;
+    ExitCode (*run)(const Options& options, Output& output);
+    const char* summary;
+    const char* promise; ///< what it does not promise, above all
+    CommandArguments arguments = {};
+    bool writes = false;    ///< takes --dry-run and --force
+    bool syncs = false;     ///< takes --no-backup
+    bool takesName = false; ///< takes --name
+    bool takesYes = false;  ///< takes --yes
+};
+
+/// In the order in which the help shows them.
+const std::vector<CommandRow>& commandTable();
+
+} // namespace vesk
