@@ -5,7 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
+#include <regex>
+#include <set>
 
 using testing::AllOf;
 using testing::Contains;
@@ -63,6 +66,21 @@ TEST_F(Terminal, ASyncShowsABarAndTakesItAway) {
     EXPECT_THAT(lines, Contains(HasSubstr("6 added")));
 }
 
+TEST_F(Terminal, TheBarMovesWithinAFile) {
+    const std::string one = local("one.m4r", std::string(150'000, 'x'));
+    const VeskResult result = onTerminal({"add", one});
+    EXPECT_THAT(result, ExitsWith(ExitCode::Success));
+    std::set<int> percents;
+    for (const std::string& drawing : drawings(result.out)) {
+        std::smatch found;
+        if (std::regex_search(drawing, found, std::regex("^0/1 .* ([0-9]+)%"))) {
+            percents.insert(std::stoi(found[1]));
+        }
+    }
+    EXPECT_TRUE(std::any_of(percents.begin(), percents.end(),
+                            [](int percent) { return percent > 0 && percent < 100; }));
+}
+
 TEST_F(Terminal, NoDrawingIsAsWideAsTheTerminal) {
     for (const unsigned short columns : std::array<unsigned short, 3>{20, 40, 100}) {
         const VeskResult result = onTerminal({"sync", localFolder(), "--quiet"}, columns);
@@ -103,6 +121,18 @@ TEST_F(Terminal, CtrlCOnTheKeyboardCancels) {
     const VeskResult result = sync.wait();
     EXPECT_THAT(result, ExitsWith(ExitCode::Cancelled));
     EXPECT_THAT(screenLines(result.out), Contains(HasSubstr("was cancelled")));
+}
+
+TEST_F(Terminal, CtrlCEndsWatchingAndLeavesALineOfItsOwnToWhatFollows) {
+    VeskProcess::Options terminal;
+    terminal.terminal = true;
+    VeskProcess watch({"watch"}, terminal);
+    watch.waitForText("attached");
+    watch.type("\x03");
+    const VeskResult result = watch.wait();
+    EXPECT_THAT(result, ExitsWith(ExitCode::Success));
+    EXPECT_THAT(result.out, HasSubstr("^C"));
+    EXPECT_THAT(screenLines(result.out), Not(Contains(HasSubstr("^C"))));
 }
 
 TEST_F(Terminal, JsonOnATerminalIsStillOneDocumentWithoutControlCharacters) {

@@ -56,6 +56,14 @@ void handle(int /*signal*/) {
         }
         say("vesk: cancelling after this step; press Ctrl-C again to leave at once\n");
         break;
+    case OnInterrupt::FinishForcedStep:
+        if (noticed.exchange(true)) {
+            leave(
+                "vesk: left at once, in the middle of a sync. The phone's unreadable catalogue is "
+                "gone, and there is no new one yet: run the same command again.\n");
+        }
+        say("vesk: cancelling after this step; press Ctrl-C again to leave at once\n");
+        break;
     case OnInterrupt::FinishSync:
         if (noticed.exchange(true)) {
             leave("vesk: left at once, when the removals had begun. The phone's catalogue may be "
@@ -65,8 +73,8 @@ void handle(int /*signal*/) {
             "at once, perhaps without a catalogue\n");
         break;
     case OnInterrupt::EndWatching:
-        noticed = true;
-        break;
+        say("");
+        _exit(static_cast<int>(ExitCode::Success));
     }
     errno = before;
 }

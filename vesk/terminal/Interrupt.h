@@ -4,10 +4,11 @@ namespace vesk {
 
 /// What Ctrl-C (SIGINT, and likewise SIGTERM and SIGHUP) does.
 enum class OnInterrupt {
-    LeaveAtOnce, ///< nothing is being written: say so and leave
-    FinishStep,  ///< cancel at the next step of a sync; a second one leaves at once
-    FinishSync,  ///< too late to cancel: complete the sync; a second one leaves at once
-    EndWatching, ///< end without a word
+    LeaveAtOnce,      ///< nothing is being written: say so and leave
+    FinishStep,       ///< cancel at the next step of a sync; a second one leaves at once
+    FinishForcedStep, ///< the same, when an unreadable catalogue has been removed
+    FinishSync,       ///< too late to cancel: complete the sync; a second one leaves at once
+    EndWatching,      ///< leave at once without a word, since that is how watching ends
 };
 
 /// Takes the signals over for the rest of the process and ignores SIGPIPE: a reader that goes away
@@ -17,7 +18,7 @@ void installInterruptHandlers();
 /// Sets what the signals do from now on. A signal that was noticed before stays so.
 void setOnInterrupt(OnInterrupt reaction);
 
-/// Whether a signal came under another reaction than LeaveAtOnce.
+/// Whether a signal came under a reaction that goes on.
 bool interrupted();
 
 /// Sets a reaction for a scope and LeaveAtOnce after it.

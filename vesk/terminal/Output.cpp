@@ -36,6 +36,17 @@ std::string row(const std::vector<std::string>& cells, const std::vector<size_t>
     return line + "\n";
 }
 
+/// A list on the side, which must not push what matters off the screen.
+void writeDetails(const std::vector<std::string>& details) {
+    constexpr size_t kMost = 20;
+    for (size_t i = 0; i < std::min(kMost, details.size()); ++i) {
+        writeText(stderr, fmt::format("  {}\n", forTerminal(details[i])));
+    }
+    if (details.size() > kMost) {
+        writeText(stderr, fmt::format("  and {} more\n", details.size() - kMost));
+    }
+}
+
 } // namespace
 
 std::string Table::text() const {
@@ -69,13 +80,13 @@ Output::Output(Options options)
 
 void Output::line(std::string_view text) {
     if (!options_.json) {
-        writeText(stdout, forTerminal(text) + "\n");
+        answer(forTerminal(text) + "\n");
     }
 }
 
 void Output::table(const Table& table) {
     if (!options_.json) {
-        writeText(stdout, table.text());
+        answer(table.text());
     }
 }
 
@@ -86,7 +97,7 @@ void Output::summary(std::string_view text) {
 }
 
 void Output::sideLine(const char* colour, std::string_view label, std::string_view text) {
-    std::fflush(stdout); // so that both streams stand in order where they meet
+    flush(); // so that both streams stand in order where they meet
     std::string head = label.empty() ? "" : fmt::format("{}:", label);
     if (colour_ && colour != nullptr) {
         head = colour + head + kPlain;
@@ -103,49 +114,62 @@ void Output::note(std::string_view text) {
 
 void Output::warning(std::string_view text, const std::vector<std::string>& details) {
     sideLine(kYellow, "warning", text);
-    for (const std::string& detail : details) {
-        writeText(stderr, fmt::format("  {}\n", forTerminal(detail)));
-    }
+    writeDetails(details);
 }
 
 void Output::document(const Json& document) {
     if (options_.json) {
-        writeText(stdout, dumped(document, 2) + "\n");
+        answer(dumped(document, 2) + "\n");
     }
 }
 
 void Output::objectLine(const Json& object) {
-    writeText(stdout, dumped(object, -1) + "\n");
+    answer(dumped(object, -1) + "\n");
     flush();
 }
 
-void Output::failure(const Failure& failure) {
+void Output::failure(const Failure& failure, ExitCode code) {
     sideLine(kRed, "error", failure.what());
-    for (const std::string& detail : failure.details()) {
-        writeText(stderr, fmt::format("  {}\n", forTerminal(detail)));
-    }
-    if (!failure.hint().empty()) {
-        writeText(stderr, fmt::format("  {}\n", forTerminal(failure.hint())));
+    writeDetails(failure.details());
+    if (!failure.advice().empty()) {
+        writeText(stderr, fmt::format("  {}\n", forTerminal(failure.advice())));
     }
     document({{"error",
-               {{"code", static_cast<int>(failure.code())},
-                {"name", exitCodeName(failure.code())},
+               {{"code", static_cast<int>(code)},
+                {"name", exitCodeName(code)},
                 {"message", failure.what()},
-                {"hint", failure.hint()},
+                {"hint", failure.advice()},
                 {"details", failure.details()}}}});
 }
 
+void Output::answer(std::string_view text) {
+    errno = 0;
+    writeText(stdout, text);
+    noteWriteError();
+}
+
 void Output::flush() {
+    errno = 0;
     std::fflush(stdout);
+    noteWriteError();
+}
+
+void Output::noteWriteError() {
+    if (!isWanted() && writeError_ == 0) {
+        writeError_ = errno;
+    }
+}
+
+bool Output::isWanted() const {
+    return std::ferror(stdout) == 0;
 }
 
 void Output::finish() {
-    errno = 0;
-    const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    flush();
     // A reader that has seen enough (a pager, head) is no failure.
-    if (!written && errno != EPIPE) {
-        throw Failure(ExitCode::Unexpected,
-                      fmt::format("the output could not be written: {}", std::strerror(errno)));
+    if (!isWanted() && writeError_ != EPIPE) {
+        throw Failure(FailureKind::Unexpected, fmt::format("the output could not be written: {}",
+                                                           std::strerror(writeError_)));
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/errors/Failure.h"
+#include "vesk/invocation/ExitCodes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -62,7 +62,8 @@ public:
     /// A line on the side, to standard error. Not with --quiet.
     void note(std::string_view text);
 
-    /// Something to know, to standard error, always.
+    /// Something to know, to standard error, always. Of the details 20 are shown, and how many
+    /// more there are.
     void warning(std::string_view text, const std::vector<std::string>& details = {});
 
     /// The one document of --json; nothing without it.
@@ -71,21 +72,31 @@ public:
     /// One object of --json on a line of its own, written out at once.
     void objectLine(const Json& object);
 
-    /// Why the command stops: to standard error, and with --json as the document too.
-    void failure(const Failure& failure);
+    /// Why the command stops, and with which code: to standard error, details as of a warning; with
+    /// --json as the document too, with all of them.
+    void failure(const Failure& failure, ExitCode code);
 
     /// Writes out what is pending, so that a reader at the other end of a pipe sees it now.
     void flush();
 
-    /// The same at the end.
+    /// Whether standard output has taken all so far. A reader that has seen enough closes it.
+    bool isWanted() const;
+
+    /// Writes out what is pending at the end.
     /// @throw Failure when standard output does not take it
     void finish();
 
 private:
+    /// To standard output.
+    void answer(std::string_view text);
+
+    void noteWriteError();
+
     void sideLine(const char* colour, std::string_view label, std::string_view text);
 
     Options options_;
     bool colour_;
+    int writeError_ = 0; ///< the first one of standard output
 };
 
 } // namespace vesk

@@ -1,7 +1,6 @@
 #include "vesk/terminal/Terminal.h"
 
 #include <cstdlib>
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -22,21 +21,6 @@ size_t terminalColumns(std::FILE* stream) {
     winsize size{};
     const bool known = ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return known ? size.ws_col : kUsual;
-}
-
-MutedStandardError::MutedStandardError() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
-    const int nowhere = saved_ < 0 ? -1 : open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere >= 0) {
-        dup2(nowhere, STDERR_FILENO);
-        close(nowhere);
-    }
-}
-
-MutedStandardError::~MutedStandardError() {
-    if (saved_ >= 0) {
-        dup2(saved_, STDERR_FILENO);
-        close(saved_);
-    }
 }
 
 void writeText(std::FILE* stream, std::string_view text) {

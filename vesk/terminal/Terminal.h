@@ -15,18 +15,6 @@ bool coloursWanted();
 /// The terminal's columns as they are now; 80 when it does not say.
 size_t terminalColumns(std::FILE* stream);
 
-/// For as long as it lives, what this process writes to standard error goes nowhere.
-class MutedStandardError {
-public:
-    MutedStandardError();
-    ~MutedStandardError();
-    MutedStandardError(const MutedStandardError&) = delete;
-    MutedStandardError& operator=(const MutedStandardError&) = delete;
-
-private:
-    int saved_; ///< negative: standard error is closed anyway
-};
-
 /// Writes text and does not look at whether it arrived; errors stay noted on the stream.
 void writeText(std::FILE* stream, std::string_view text);
 
