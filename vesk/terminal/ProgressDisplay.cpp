@@ -58,31 +58,6 @@ std::string withName(const std::string& line, const std::string& name, size_t co
 
 } // namespace
 
-double Progress::fraction() const {
-    // A file that grew while it was sent must not take the bar beyond its end.
-    if (bytesTotal > 0) {
-        return std::min(1.0, static_cast<double>(bytesDone) / static_cast<double>(bytesTotal));
-    }
-    return filesTotal > 0
-               ? std::min(1.0, static_cast<double>(filesDone) / static_cast<double>(filesTotal))
-               : 1.0;
-}
-
-std::optional<double> Progress::bytesPerSecond() const {
-    if (bytesDone == 0 || elapsedSeconds <= 0) {
-        return std::nullopt;
-    }
-    return static_cast<double>(bytesDone) / elapsedSeconds;
-}
-
-std::optional<double> Progress::secondsLeft() const {
-    const auto rate = bytesPerSecond();
-    if (!rate || bytesDone > bytesTotal) {
-        return std::nullopt;
-    }
-    return static_cast<double>(bytesTotal - bytesDone) / *rate;
-}
-
 std::string progressLine(const Progress& progress, size_t columns) {
     constexpr size_t kAroundBar = 2 * 2 + 2; // gaps and brackets
     const std::string counts = fmt::format("{}/{}", progress.filesDone, progress.filesTotal);

@@ -1,33 +1,14 @@
 #pragma once
 
+#include "engine/sync/Progress.h"
 #include "vesk/terminal/Output.h"
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 
 namespace vesk {
-
-/// How far a transfer is: a value apart from the transfer itself.
-struct Progress {
-    size_t filesTotal = 0;
-    size_t filesDone = 0;
-    uint64_t bytesTotal = 0;
-    uint64_t bytesDone = 0;
-    double elapsedSeconds = 0;
-    std::string current; ///< name of the file under way
-
-    /// Part done, 0 to 1; by files where there are no bytes to send.
-    double fraction() const;
-
-    /// Bytes a second so far; none before the first file has arrived.
-    std::optional<double> bytesPerSecond() const;
-
-    /// Seconds that the rest takes at that rate.
-    std::optional<double> secondsLeft() const;
-};
 
 /// The progress as one line that is no wider than so many columns. What there is no room for is
 /// left out, the least important first: name, rate, bytes, time left, the bar.
@@ -46,6 +27,9 @@ public:
     void stage(const std::string& text);
 
     void fileBegins(const Progress& progress);
+
+    void fileMoves(const Progress& progress) { drawIfDue(progress); }
+
     void fileEnds(const Progress& progress);
 
     /// Takes the bar off the terminal.
