@@ -1,9 +1,14 @@
 // devices, info and watch.
 #include "tests/vesk/VeskTest.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string_view>
+#include <thread>
 
 using testing::AllOf;
 using testing::HasSubstr;
@@ -20,6 +25,34 @@ class Devices : public VeskTest {};
 class Info : public VeskTest {};
 
 class Watch : public VeskTest {};
+
+/// How often the threads of a process have waited and gone on since it began.
+size_t wakeUps(pid_t process) {
+    constexpr std::string_view kField = "voluntary_ctxt_switches:";
+    size_t count = 0;
+    for (const auto& thread :
+         std::filesystem::directory_iterator(fmt::format("/proc/{}/task", process))) {
+        std::ifstream status(thread.path() / "status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with(kField)) {
+                count += std::stoul(line.substr(kField.size()));
+            }
+        }
+    }
+    return count;
+}
+
+/// Whether a second passes in which a process does not wake up, within a minute.
+bool comesToRest(pid_t process) {
+    for (int seconds = 0; seconds < 60; ++seconds) {
+        const size_t before = wakeUps(process);
+        std::this_thread::sleep_for(std::chrono::seconds{1});
+        if (wakeUps(process) == before) {
+            return before > 0;
+        }
+    }
+    return false;
+}
 
 } // namespace
 
@@ -78,6 +111,13 @@ TEST_F(Devices, ADeviceThatRefusesConnectionsIsShownWithTheReason) {
     EXPECT_THAT(result.out, HasSubstr("does not answer"));
 }
 
+TEST_F(Info, AHiccupWhileThePhoneIsAnnouncedIsNoFailure) {
+    plugIn();
+    putRingtones({{"KDAQ.m4r", "Marimba", "1"}});
+    phone().faults().add(virtualphone::parseFault("lockdown/ValidatePair=drop"));
+    EXPECT_EQ(listedNames(), std::set<std::string>{"Marimba"});
+}
+
 TEST_F(Info, ShowsThePhoneAndItsRingtones) {
     options.name = "My Phone";
     options.freeBytes = 5 * 1024 * 1024;
@@ -121,6 +161,41 @@ TEST_F(Watch, ShowsArrivalsAndRemovalsUntilCtrlC) {
     EXPECT_THAT(result.out, HasSubstr("attached " + phone().udid() + "  My Phone"));
     EXPECT_THAT(result.out, HasSubstr("(not an iPhone)"));
     EXPECT_THAT(result.out, HasSubstr("removed  " + pod->udid() + "  My iPod"));
+}
+
+TEST_F(Watch, SleepsWhileNothingHappens) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the sanitizer has a thread of its own that wakes up";
+#endif
+    plugIn();
+    VeskProcess watch({"watch"});
+    watch.waitForText("attached");
+    EXPECT_TRUE(comesToRest(watch.process()));
+    bus().unplug(id());
+    watch.waitForText("removed");
+    watch.signal(SIGINT);
+    EXPECT_THAT(watch.wait(), ExitsWith(ExitCode::Success));
+}
+
+TEST_F(Watch, EndsAtOnceAlsoWhileADeviceIsSilent) {
+    plugIn();
+    phone().faults().goSilent();
+    // Waited for, a call would end in an hour, and the test in a minute.
+    VeskProcess watch({"watch", "--timeout", "3600"});
+    ASSERT_TRUE(log().waitFor([](const auto& entry) { return entry.service == "lockdown"; }));
+    watch.signal(SIGINT);
+    EXPECT_THAT(watch.wait(), ExitsWith(ExitCode::Success));
+}
+
+TEST_F(Watch, EndsWithTheNextEventWhenItsReaderHasGone) {
+    plugIn();
+    const std::string command = std::string(KRL_VESK) + " --json watch | head -n 1";
+    VeskProcess shell({"-c", command}, {.environment = {}, .program = "/bin/sh"});
+    shell.waitForText("attached");
+    bus().unplug(id());
+    const VeskResult result = shell.wait();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.err, Not(HasSubstr("error")));
 }
 
 TEST_F(Watch, GivesOneJsonObjectALine) {

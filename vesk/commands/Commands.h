@@ -20,6 +20,11 @@ ExitCode runAdd(const Options& options, Output& output);
 ExitCode runRemove(const Options& options, Output& output);
 ExitCode runSync(const Options& options, Output& output);
 
+ExitCode runUndo(const Options& options, Output& output);
+ExitCode runHistory(const Options& options, Output& output);
+ExitCode runBackup(const Options& options, Output& output);
+ExitCode runRestore(const Options& options, Output& output);
+
 ExitCode runCheck(const Options& options, Output& output);
 
 ExitCode runPluginStatus(const Options& options, Output& output);

@@ -1,6 +1,7 @@
 #include "vesk/commands/Commands.h"
 
 #include "engine/errors/Status.h"
+#include "engine/phones/DeviceNews.h"
 #include "engine/phones/Discovery.h"
 #include "engine/state/PhoneState.h"
 #include "engine/values/Text.h"
@@ -54,7 +55,22 @@ std::string orUnknown(const std::string& text) {
 }
 
 bool isWanted(const Options& options, const DeviceDescription& about) {
-    return options.udid.empty() || sameUdid(options.udid, about.udid);
+    return options.phone.udid.empty() || sameUdid(options.phone.udid, about.udid);
+}
+
+void showEvent(bool arrived, const DeviceDescription& about, Output& output) {
+    if (output.json()) {
+        Json object{{"event", arrived ? "attached" : "removed"}};
+        object.update(deviceJson(about));
+        output.objectLine(object);
+        return;
+    }
+    const std::string problem = arrived ? problemOf(about) : "";
+    output.line(fmt::format("{} {}  {}  {}  {}{}", arrived ? "attached" : "removed ",
+                            orUnknown(about.udid), orUnknown(about.name),
+                            orUnknown(about.deviceClass), orUnknown(about.firmware),
+                            problem.empty() ? "" : "  (" + problem + ")"));
+    output.flush();
 }
 
 } // namespace
@@ -63,7 +79,7 @@ ExitCode runDevices(const Options& options, Output& output) {
     Discovery discovery;
     Table table({{"UDID"}, {"NAME"}, {"CLASS"}, {"FIRMWARE"}, {"PAIRED"}, {"PROBLEM"}});
     Json devices = Json::array();
-    for (const auto& [device, about] : discovery.attached(options.wait)) {
+    for (const auto& [device, about] : discovery.attached(options.phone.wait)) {
         if (isWanted(options, about)) {
             devices.push_back(deviceJson(about));
             table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
@@ -72,8 +88,9 @@ ExitCode runDevices(const Options& options, Output& output) {
         }
     }
     if (devices.empty()) {
-        throw Failure(ExitCode::NoPhone, "no device is attached",
-                      "Plug the phone in and wake it. Is the usbmuxd daemon running?");
+        discovery.requireMuxDaemon();
+        throw Failure(FailureKind::NoPhone, "no device is attached",
+                      "Plug the phone in and wake it; --wait waits longer.");
     }
     output.table(table);
     output.document({{"devices", devices}});
@@ -81,8 +98,8 @@ ExitCode runDevices(const Options& options, Output& output) {
 }
 
 ExitCode runInfo(const Options& options, Output& output) {
-    Session session(options);
-    const PhoneState state = readRingtones(session, /*tolerateUnreadable=*/true);
+    OpenPhone phone(options.phone);
+    const PhoneState state = readRingtones(phone);
     const PhoneFacts& facts = state.facts;
     uint64_t ringtoneBytes = 0;
     for (const PhoneRingtone& ringtone : state.ringtones) {
@@ -117,42 +134,12 @@ ExitCode runInfo(const Options& options, Output& output) {
 
 ExitCode runWatch(const Options& options, Output& output) {
     const InterruptScope scope(OnInterrupt::EndWatching);
-    Discovery discovery;
+    DeviceNews news;
     output.note("watching for phones; Ctrl-C ends");
-    // A device that is gone cannot be asked any more.
-    std::vector<AttachedDevice> known;
-    while (!interrupted()) {
-        const auto event = discovery.next(std::chrono::milliseconds{100});
-        if (!event) {
-            continue;
-        }
-        DeviceDescription about;
-        if (event->arrived) {
-            about = describe(event->device);
-            known.push_back({event->device, about});
-        } else {
-            const auto found = std::find_if(known.begin(), known.end(), [&](const auto& one) {
-                return one.device == event->device;
-            });
-            if (found != known.end()) {
-                about = found->description;
-                known.erase(found);
-            }
-        }
-        if (!isWanted(options, about)) {
-            continue;
-        }
-        if (output.json()) {
-            Json object{{"event", event->arrived ? "attached" : "removed"}};
-            object.update(deviceJson(about));
-            output.objectLine(object);
-        } else {
-            const std::string problem = event->arrived ? problemOf(about) : "";
-            output.line(fmt::format("{} {}  {}  {}  {}{}", event->arrived ? "attached" : "removed ",
-                                    orUnknown(about.udid), orUnknown(about.name),
-                                    orUnknown(about.deviceClass), orUnknown(about.firmware),
-                                    problem.empty() ? "" : "  (" + problem + ")"));
-            output.flush();
+    while (output.isWanted()) {
+        const DeviceNews::Item item = news.wait();
+        if (isWanted(options, item.device.description)) {
+            showEvent(item.arrived, item.device.description, output);
         }
     }
     return ExitCode::Success;
