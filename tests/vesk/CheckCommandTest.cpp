@@ -1,7 +1,10 @@
 // vesk check: no phone, only a file.
 #include "tests/vesk/VeskTest.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
+
+#include <sys/stat.h>
 
 using testing::AllOf;
 using testing::ElementsAre;
@@ -49,6 +52,17 @@ TEST_F(Check, NamesLongM4rNames) {
     EXPECT_THAT(json.json().at("offending"), ElementsAre("Longtone1.m4r"));
 }
 
+TEST_F(Check, OfManyNamesInTheWayTwentyAreSaidAndJsonHasAll) {
+    std::vector<Listed> entries;
+    for (int i = 100; i < 130; ++i) {
+        entries.push_back(
+            {fmt::format("Longtone{}.m4r", i), fmt::format("Long {}", i), std::to_string(i)});
+    }
+    const std::string file = catalogue(entries);
+    EXPECT_THAT(vesk({"check", file}).out, HasSubstr(" and 11 more\n"));
+    EXPECT_EQ(vesk({"check", file, "--json"}).json().at("offending").size(), 30U);
+}
+
 TEST_F(Check, JudgesAFileAndItsPlaceholderByTheSlotThatComesFirst) {
     // Whichever comes first in slot order decides; the command must show that very order.
     for (const std::string base : {"ABCD", "BQJH", "FHKM", "PBON", "OHFE", "GAQK", "RIPP"}) {
@@ -84,6 +98,23 @@ TEST_F(Check, WhatIsNoCatalogueHasItsOwnCode) {
 TEST_F(Check, AFileThatCannotBeReadHasItsOwnCode) {
     EXPECT_THAT(vesk({"check", "/nowhere/Ringtones.plist"}), ExitsWith(ExitCode::UnreadableFile));
     EXPECT_THAT(vesk({"check", temporaryFolder().string()}), ExitsWith(ExitCode::UnreadableFile));
+}
+
+TEST_F(Check, OnlyRegularFilesOfUpTo64MiBAreRead) {
+    const std::filesystem::path pipe = temporaryFolder() / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const char* path : {pipe.c_str(), "/dev/zero"}) {
+        const VeskResult result = vesk({"check", path});
+        EXPECT_THAT(result, ExitsWith(ExitCode::UnreadableFile));
+        EXPECT_THAT(result.err, HasSubstr("not a regular file"));
+    }
+    const std::string large = local("large.plist", "<plist>");
+    std::filesystem::resize_file(large, uintmax_t{64} << 20U);
+    EXPECT_THAT(vesk({"check", large}), ExitsWith(ExitCode::NotACatalogue));
+    std::filesystem::resize_file(large, (uintmax_t{64} << 20U) + 1);
+    const VeskResult result = vesk({"check", large});
+    EXPECT_THAT(result, ExitsWith(ExitCode::UnreadableFile));
+    EXPECT_THAT(result.err, HasSubstr("larger than 64.0 MiB"));
 }
 
 TEST_F(Check, EntriesWithoutNameOrGuidAreShown) {

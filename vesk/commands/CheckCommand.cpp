@@ -1,16 +1,14 @@
 #include "vesk/commands/Commands.h"
 
+#include "engine/files/RegularFile.h"
 #include "engine/state/Catalogue.h"
 #include "engine/values/Text.h"
+#include "vesk/commands/StrangeKeys.h"
 
 #include <KRLVesk/KRLVesk.h>
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -30,28 +28,15 @@ struct Layout {
     std::vector<std::string> offending;
 };
 
-std::string readFile(const std::string& path) {
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rbe"),
-                                                                  std::fclose);
-    std::string bytes;
-    std::array<char, 65536> buffer{};
-    while (file && std::feof(file.get()) == 0 && std::ferror(file.get()) == 0) {
-        bytes.append(buffer.data(), std::fread(buffer.data(), 1, buffer.size(), file.get()));
-    }
-    if (!file || std::ferror(file.get()) != 0) {
-        throw Failure(ExitCode::UnreadableFile,
-                      fmt::format("\"{}\" cannot be read: {}", path, std::strerror(errno)),
-                      "Give the path of a catalogue file, \"Ringtones.plist\".");
-    }
-    return bytes;
-}
-
 Catalogue readChecked(const std::string& path) {
-    Catalogue catalogue = readCatalogue(readFile(path));
+    // As much as is read of one on a phone.
+    constexpr size_t kLargest = 64U << 20U;
+    const RegularFile file(path, "Give the path of a catalogue file, \"Ringtones.plist\".");
+    Catalogue catalogue = readCatalogue(file.bytes(kLargest));
     const bool damaged = std::any_of(catalogue.entries.begin(), catalogue.entries.end(),
                                      [](const CatalogueEntry& entry) { return entry.malformed; });
     if (!catalogue.usable || damaged) {
-        throw Failure(ExitCode::NotACatalogue,
+        throw Failure(FailureKind::NotACatalogue,
                       fmt::format("\"{}\" is not a ringtone catalogue", path),
                       "A catalogue is an XML property list with a dictionary \"Ringtones\" from "
                       "file names to dictionaries.");
@@ -100,6 +85,7 @@ std::vector<std::string> offendingNames(const Catalogue& catalogue) {
 ExitCode runCheck(const Options& options, Output& output) {
     const std::string& path = options.arguments.front();
     const Catalogue catalogue = readChecked(path);
+    warnOfStrangeKeys("the catalogue", catalogue, output);
     const Layout layout = layoutOf(catalogue);
     const std::vector<std::string> offending = offendingNames(catalogue);
     const std::set<std::string> isOffending(offending.begin(), offending.end());
@@ -130,7 +116,7 @@ ExitCode runCheck(const Options& options, Output& output) {
         return ExitCode::Success;
     }
     output.summary(fmt::format("Not accepted by firmware 1.1.1. Names in the way: {}",
-                               quotedList(offending, offending.size())));
+                               quotedList(offending, 20)));
     return ExitCode::NotAccepted;
 }
 
