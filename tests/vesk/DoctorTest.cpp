@@ -3,10 +3,13 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <functional>
 #include <ostream>
+#include <vector>
 
 using testing::AllOf;
 using testing::HasSubstr;
@@ -268,12 +271,51 @@ TEST_F(Doctor, FindsThatThereIsNoDaemon) {
                 AllOf(HasSubstr(missing), HasSubstr("is missing"), HasSubstr("apt install")));
 }
 
+TEST_F(Doctor, LooksForTheDaemonWhereTheDeviceLayerLooks) {
+    // What is no address at all means the usual one.
+    for (const char* setting : {"", "UNIX:", "nonsense", "host:", ":27015"}) {
+        const VeskResult result = doctor({{"USBMUXD_SOCKET_ADDRESS", setting}}, {"--json"});
+        EXPECT_THAT(result.out, HasSubstr("/var/run/usbmuxd")) << setting;
+    }
+    const VeskResult result = doctor({{"USBMUXD_SOCKET_ADDRESS", "127.0.0.1:1"}}, {"--json"});
+    EXPECT_THAT(result.out, HasSubstr("is looked for at 127.0.0.1:1"));
+}
+
 TEST_F(Doctor, FindsThatTheDaemonHasEnded) {
     const std::string left = (temporaryFolder() / "left").string();
     std::ofstream(left) << ""; // refuses connections, as a socket does that nobody listens on
     const VeskResult result = doctor({{"USBMUXD_SOCKET_ADDRESS", "UNIX:" + left}}, {"--json"});
     EXPECT_THAT(problems(result.json()).at("mux-daemon"),
                 AllOf(HasSubstr("nobody listens"), HasSubstr("restart")));
+}
+
+TEST_F(Doctor, FindsThatTheDaemonDoesNotAnswer) {
+    plugIn();
+    bus().faults().add(parseFault("usbmux#1+=silent"));
+    const VeskResult result = doctor({}, {"--json"});
+    EXPECT_THAT(result, ExitsWith(ExitCode::ProblemsFound));
+    EXPECT_THAT(problems(result.json()).at("mux-daemon"),
+                AllOf(HasSubstr("does not answer"), HasSubstr("restart")));
+}
+
+// It listens and never accepts anybody, and others wait already.
+TEST_F(Doctor, FindsThatTheDaemonTakesNoConnection) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = (temporaryFolder() / "deaf").string();
+    path.copy(address.sun_path, path.size());
+    const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+    std::vector<int> descriptors{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    ASSERT_EQ(::bind(descriptors.front(), generic, sizeof address), 0);
+    ASSERT_EQ(::listen(descriptors.front(), 0), 0);
+    do {
+        descriptors.push_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    } while (::connect(descriptors.back(), generic, sizeof address) == 0);
+    const VeskResult result = doctor({{"USBMUXD_SOCKET_ADDRESS", "UNIX:" + path}}, {"--json"});
+    EXPECT_THAT(problems(result.json()).at("mux-daemon"), HasSubstr("does not answer"));
+    for (const int descriptor : descriptors) {
+        ::close(descriptor);
+    }
 }
 
 TEST_F(Doctor, FindsThatTheSocketMayNotBeUsed) {
