@@ -2,6 +2,7 @@
 
 #include "engine/errors/Status.h"
 #include "engine/phones/Discovery.h"
+#include "engine/phones/PairedPhones.h"
 #include "engine/phones/PhoneChoice.h"
 
 #include <fmt/format.h>
@@ -11,14 +12,14 @@ namespace {
 
 void requirePairing(const void* function) {
     if (function == nullptr) {
-        throw Failure(ExitCode::NoDeviceLayer, "this device layer cannot pair phones",
+        throw Failure(FailureKind::NoDeviceLayer, "this device layer cannot pair phones",
                       "Pair with the tools that belong to it.");
     }
 }
 
 void requireConnection(const Connection& connection, const DeviceDescription& about) {
     if (connection.status() != 0) {
-        throw Failure(ExitCode::CannotOpen,
+        throw Failure(FailureKind::CannotOpen,
                       fmt::format("{} cannot be connected to: {}", about.label(),
                                   statusText(connection.status())),
                       "Unplug it, plug it in again and try once more.");
@@ -64,7 +65,7 @@ bool isPairedOnBothSides(const AttachedDevice& phone) {
 
 ExitCode runPair(const Options& options, Output& output) {
     Discovery discovery;
-    const AttachedDevice phone = chooseDevice(discovery, options);
+    const AttachedDevice phone = chooseDevice(discovery, options.phone);
     const DeviceDescription& about = phone.description;
     requirePairing(reinterpret_cast<const void*>(AMDevicePair));
     if (isPairedOnBothSides(phone)) {
@@ -75,7 +76,7 @@ ExitCode runPair(const Options& options, Output& output) {
     const Connection connection(phone.device);
     requireConnection(connection, about);
     if (const int32_t status = AMDevicePair(phone.device.get())) {
-        throw Failure(ExitCode::PairingFailed,
+        throw Failure(FailureKind::PairingFailed,
                       fmt::format("{} was not paired: {}", about.label(), statusText(status)),
                       "Unlock the phone, keep it awake and try again. This computer kept "
                       "nothing.");
@@ -85,6 +86,7 @@ ExitCode runPair(const Options& options, Output& output) {
                                    statusText(status)),
                        {"\"vesk doctor\" looks for the reason."});
     }
+    rememberPaired(about.udid);
     output.summary(fmt::format("{} is paired with this computer now.", about.label()));
     output.document(resultJson(about, "paired"));
     return ExitCode::Success;
@@ -92,9 +94,10 @@ ExitCode runPair(const Options& options, Output& output) {
 
 ExitCode runUnpair(const Options& options, Output& output) {
     Discovery discovery;
-    const AttachedDevice phone = chooseDevice(discovery, options);
+    const AttachedDevice phone = chooseDevice(discovery, options.phone);
     const DeviceDescription& about = phone.description;
     requirePairing(reinterpret_cast<const void*>(AMDeviceUnpair));
+    forgetPaired(about.udid);
     if (!about.paired) {
         output.summary(fmt::format("{} is not paired with this computer.", about.label()));
         output.document(resultJson(about, "nothing-to-do"));
@@ -103,7 +106,7 @@ ExitCode runUnpair(const Options& options, Output& output) {
     const Connection connection(phone.device);
     requireConnection(connection, about);
     if (const int32_t status = AMDeviceUnpair(phone.device.get())) {
-        throw Failure(ExitCode::PairingFailed,
+        throw Failure(FailureKind::PairingFailed,
                       fmt::format("{} was not unpaired: {}", about.label(), statusText(status)),
                       "Unlock the phone, keep it awake and try again.");
     }
