@@ -2,9 +2,8 @@
 // item.
 #include "tests/vesk/VeskTest.h"
 
-#include "engine/errors/Failure.h"
+#include "engine/phones/MutedStandardError.h"
 #include "vesk/commands/Commands.h"
-#include "vesk/terminal/Terminal.h"
 
 #include <gmock/gmock.h>
 
@@ -73,7 +72,7 @@ std::string forXml(const std::string& text) {
 
 /// A command line, less its options.
 struct CommandLine {
-    Command command = Command::Sync;
+    decltype(&runSync) run = runSync;
     std::vector<std::string> arguments;
     std::optional<std::string> name;
 };
@@ -184,15 +183,14 @@ protected:
             for (size_t names = 1 + dice.below(3); names > 0; --names) {
                 removed.insert(names_[dice.below(names_.size())]);
             }
-            return {Command::Remove, {removed.begin(), removed.end()}, {}};
+            return {runRemove, {removed.begin(), removed.end()}, {}};
         }
         const auto files = makeFiles(dice, folder, kind == 1 ? 3 : 8);
         if (kind == 1 && !files.empty()) {
             const bool named = files.size() == 1 && dice.percent(50);
-            return {Command::Add, files,
-                    named ? std::optional(std::string("Neu 🎵")) : std::nullopt};
+            return {runAdd, files, named ? std::optional(std::string("Neu 🎵")) : std::nullopt};
         }
-        return {Command::Sync, {folder}, {}};
+        return {runSync, {folder}, {}};
     }
 
     Outcome run(const CommandLine& line, bool dryRun, bool force) {
@@ -202,8 +200,8 @@ protected:
         asked.dryRun = dryRun;
         asked.force = force;
         asked.yes = true;
-        asked.udid = virtualPhone_->udid();
-        asked.command = line.command;
+        asked.noBackup = !isKept_;
+        asked.phone.udid = virtualPhone_->udid();
         asked.arguments = line.arguments;
         asked.name = line.name;
         Outcome outcome;
@@ -211,12 +209,9 @@ protected:
         ::testing::internal::CaptureStdout();
         Output output({.json = true, .quiet = true});
         try {
-            outcome.code = line.command == Command::Add      ? runAdd(asked, output)
-                           : line.command == Command::Remove ? runRemove(asked, output)
-                           : line.command == Command::List   ? runList(asked, output)
-                                                             : runSync(asked, output);
+            outcome.code = line.run(asked, output);
         } catch (const Failure& failure) {
-            outcome.code = failure.code();
+            outcome.code = exitCodeOf(failure.kind());
             message_ = failure.what();
         }
         output.flush();
@@ -267,8 +262,7 @@ protected:
         std::vector<std::string> changes;
         const Outcome done = runWatched(line, force, changes);
         EXPECT_FALSE(isRefusal(done.code)) << message_;
-        // What was forced to go is missed afterwards.
-        EXPECT_TRUE(done.code == ExitCode::Success || force) << message_;
+        EXPECT_EQ(done.code, ExitCode::Success) << message_;
         EXPECT_EQ(changes, changesIn(planned.operations())) << planned.document.dump(1);
         if (done.code == ExitCode::Success) {
             ++carriedOut_;
@@ -282,7 +276,7 @@ protected:
 
     /// As vesk list shows them.
     nlohmann::json namesOnPhone() {
-        const Outcome list = run({Command::List, {}, {}}, /*dryRun=*/false, /*force=*/false);
+        const Outcome list = run({runList, {}, {}}, /*dryRun=*/false, /*force=*/false);
         nlohmann::json names = nlohmann::json::array();
         for (const auto& ringtone : list.document.at("ringtones")) {
             names.push_back(ringtone.at("name"));
@@ -291,29 +285,14 @@ protected:
     }
 
     void expectNothingLeftToDo(const CommandLine& line) {
-        if (line.command != Command::Sync) {
+        if (line.run != runSync) {
             return;
         }
         std::vector<std::string> changes;
         const Outcome again = runWatched(line, /*force=*/false, changes);
-        // On the older layout what is right depends on the catalogue's order, which is another one
-        // once it was written and read; so there may be more to move, even crosswise.
-        const bool mayMove = options.firmware == "1.0.2" || options.firmware == "1.1.1";
-        if (mayMove && again.code == ExitCode::WouldLoseRingtones) {
-            EXPECT_THAT(changes, IsEmpty());
-            return;
-        }
         EXPECT_EQ(again.code, ExitCode::Success) << message_;
-        EXPECT_EQ(changes, changesIn(again.operations()));
-        size_t renames = 0;
-        for (const auto& operation : again.operations()) {
-            EXPECT_NE(operation.at("operation"), "upload");
-            renames += operation.at("operation") == "rename" ? 1U : 0U;
-        }
-        if (renames == 0 || !mayMove) {
-            EXPECT_EQ(again.document.value("result", ""), "nothing-to-do")
-                << again.document.dump(1);
-        }
+        EXPECT_THAT(changes, IsEmpty());
+        EXPECT_EQ(again.document.value("result", ""), "nothing-to-do") << again.document.dump(1);
     }
 
     void removePhone() {
@@ -326,6 +305,7 @@ protected:
     uint32_t virtualPhoneId_ = 0;
     std::vector<std::string> names_; ///< that the catalogue has
     std::string message_;            ///< of the last failure
+    bool isKept_ = false;            ///< the safe is at work, which takes its time
     unsigned carriedOut_ = 0;
 };
 
@@ -337,6 +317,7 @@ TEST_P(PlanIsDeed, InRandomScenarios) {
         const unsigned seed = GetParam() * kEach + i;
         SCOPED_TRACE("seed " + std::to_string(seed));
         Dice dice(seed);
+        isKept_ = seed % 10 == 0;
         makePhone(dice, seed);
         const std::string folder = (temporaryFolder() / ("music" + std::to_string(seed))).string();
         expectPlanIsDeed(dice, makeCommand(dice, folder));

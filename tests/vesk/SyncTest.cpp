@@ -122,7 +122,9 @@ TEST_F(Sync, ARefusedBeginWritesNothing) {
 
 TEST_F(Sync, ALockHeldElsewhereIsWaitedForAndIsNoFailure) {
     ASSERT_TRUE(phone().holdSyncLock());
-    EXPECT_THAT(vesk({"add", local("a.m4r")}), ExitsWith(ExitCode::Success));
+    const VeskResult result = vesk({"add", local("a.m4r")});
+    EXPECT_THAT(result, ExitsWith(ExitCode::Success));
+    EXPECT_THAT(result.err, HasSubstr("another program holds the phone's sync lock"));
     const auto attempts =
         log().entries([](const auto& entry) { return entry.request == "Lock" && entry.mode == 6; });
     EXPECT_EQ(attempts.size(), 7U);
@@ -132,10 +134,36 @@ TEST_F(Sync, ACatalogueThatCouldNotBeWrittenIsNoticed) {
     local("a.m4r", "the sound");
     // The first write is the file, the second the catalogue.
     fault("afc/Write#2=status:18");
-    const VeskResult result = vesk({"add", localFolder() + "/a.m4r"});
+    const VeskResult result = vesk({"add", localFolder() + "/a.m4r", "--no-backup"});
     EXPECT_THAT(result, ExitsWith(ExitCode::NotAsWanted));
     EXPECT_THAT(result.err,
                 AllOf(HasSubstr("does not hold what it should"), HasSubstr("missing: \"a\"")));
+}
+
+TEST_F(Sync, WhatIsAdvisedForAHalfWrittenCatalogueIsNotRefusedThen) {
+    const std::string file = local("a.m4r", "the sound");
+    fault("afc/Write#2=status:18");
+    const VeskResult result = vesk({"add", file, "--no-backup"});
+    ASSERT_THAT(result, ExitsWith(ExitCode::NotAsWanted));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("\"vesk info\""), Not(HasSubstr("\"vesk list\"")),
+                                  HasSubstr("\"vesk sync FOLDER --force\"")));
+    ASSERT_THAT(vesk({"add", file}), ExitsWith(ExitCode::CatalogueUnreadable));
+    EXPECT_THAT(vesk({"info"}), ExitsWith(ExitCode::Success));
+    EXPECT_THAT(vesk({"sync", localFolder(), "--force"}), ExitsWith(ExitCode::Success));
+    EXPECT_EQ(listedNames(), std::set<std::string>{"a"});
+}
+
+TEST_F(Sync, WhatIsAdvisedForTheOldCatalogueIsNotRefusedThen) {
+    const std::string file = local("a.m4r", "the sound");
+    // Two openings read the catalogue, then the lock file, the catalogue once more under the lock, the
+    // ringtone, the catalogue to write.
+    phone().faults().failAfc("Open", 10, /*nth=*/6);
+    const VeskResult result = vesk({"add", file, "--no-backup"});
+    ASSERT_THAT(result, ExitsWith(ExitCode::NotAsWanted));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("missing: \"a\""), HasSubstr("\"vesk list\""),
+                                  HasSubstr("add what is missing")));
+    EXPECT_EQ(listedNames(), std::set<std::string>{"Marimba"});
+    EXPECT_THAT(vesk({"add", file}), ExitsWith(ExitCode::Success));
 }
 
 TEST_F(Sync, ASourceFileThatVanishesIsNamed) {

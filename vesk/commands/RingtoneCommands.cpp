@@ -1,21 +1,23 @@
 #include "vesk/commands/Commands.h"
 
 #include "engine/plan/Change.h"
+#include "engine/restore/HeldSyncLock.h"
 #include "engine/state/PhoneState.h"
-#include "engine/sync/Submit.h"
+#include "engine/sync/Attempts.h"
+#include "engine/sync/Submission.h"
 #include "engine/values/Text.h"
+#include "vesk/commands/PhoneJson.h"
+#include "vesk/commands/StrangeKeys.h"
+#include "vesk/terminal/SyncDisplay.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 
 namespace vesk {
 namespace {
-
-Json phoneJson(const PhoneFacts& facts) {
-    return {{"udid", facts.udid}, {"name", facts.name}, {"firmware", facts.firmware}};
-}
 
 Json operationJson(const Operation& operation) {
     Json json{{"operation", operationName(operation.kind)}};
@@ -43,7 +45,6 @@ Table operationTable(const Plan& plan) {
         table.add({operationName(operation.kind),
                    moves       ? operation.file + " -> " + operation.newFile
                    : catalogue ? kCataloguePath
-                   : folder    ? kRingtonesFolder
                                : operation.file,
                    folder ? "" : std::to_string(operation.bytes), operation.name});
     }
@@ -63,7 +64,7 @@ void requireNothingLost(const PhoneFacts& facts, const Plan& plan, bool force) {
     }
     if (!details.empty() && !force) {
         throw Failure(
-            ExitCode::WouldLoseRingtones,
+            FailureKind::WouldLoseRingtones,
             fmt::format("this would lose {} that should stay on {}",
                         counted(details.size(), "ringtone"), facts.label()),
             "Copy their files off the phone first, or repeat with --force to let them go. "
@@ -72,9 +73,20 @@ void requireNothingLost(const PhoneFacts& facts, const Plan& plan, bool force) {
     }
 }
 
+void requireKnownFirmware(const PhoneFacts& facts, bool force) {
+    if (!isKnownFirmware(facts.firmware) && !force) {
+        throw Failure(FailureKind::UnknownFirmware,
+                      fmt::format("{} is not of a firmware that this is made for: custom ringtones "
+                                  "are for 1.0.x and 1.1.x",
+                                  facts.label()),
+                      "The phone may not read what would be written. Repeat with --force to write "
+                      "all the same. Nothing was changed on the phone.");
+    }
+}
+
 void requireSpace(const PhoneFacts& facts, const Plan& plan) {
     if (facts.freeBytes && plan.spaceNeeded > *facts.freeBytes) {
-        throw Failure(ExitCode::NoSpace,
+        throw Failure(FailureKind::NoSpace,
                       fmt::format("{} has too little space: {} are free, {} are needed",
                                   facts.label(), formatBytes(*facts.freeBytes),
                                   formatBytes(plan.spaceNeeded)),
@@ -113,17 +125,77 @@ std::string describeChange(const PreparedChange& change) {
 /// Shows or carries out a change and says what came of it.
 class ChangeCommand {
 public:
-    ChangeCommand(const Options& options, Output& output)
-        : options_(options), output_(output), session_(options),
-          state_(readEverything(session_, options.force)) {}
+    ChangeCommand(const Options& options, Output& output, std::string what)
+        : options_(options), output_(output), what_(std::move(what)), phone_(options.phone) {}
 
-    Session& session() { return session_; }
+    OpenPhone& phone() { return phone_; }
 
     const PhoneState& state() const { return state_; }
 
-    /// After the working list was edited.
-    ExitCode run() {
-        const PreparedChange prepared = prepare(session_, state_);
+    /// Reads the phone, edits the working list and does what comes of it.
+    ExitCode run(const std::function<void()>& edit) {
+        if (!options_.dryRun && !options_.noBackup) {
+            keep();
+        }
+        attempt(
+            phone_, state_, [&] { attemptOnce(edit); },
+            [this](const std::string& reason) { output_.note(reason + "; looking again"); });
+        return ExitCode::Success;
+    }
+
+private:
+    /// Takes the phone's safe, and ends a job that was broken off earlier.
+    void keep() {
+        keeping_.emplace(phone_.phone()._rawDevice(), phone_.facts().udid, what_, watch());
+        if (!keeping_->hasBrokenJob()) {
+            return;
+        }
+        SyncDisplay display(output_);
+        const Shown shown(display_, display);
+        std::optional<SafeKeeping::Recovered> recovered;
+        {
+            const HeldSyncLock lock(phone_);
+            recovered = keeping_->recover();
+        }
+        display.ended();
+        output_.warning(endingText(recovered->ending, recovered->job));
+    }
+
+    /// Where the safe's progress goes for as long as one lives.
+    class Shown {
+    public:
+        Shown(SyncDisplay*& place, SyncDisplay& display) : place_(place) { place_ = &display; }
+
+        ~Shown() { place_ = nullptr; }
+
+        Shown(const Shown&) = delete;
+        Shown& operator=(const Shown&) = delete;
+
+    private:
+        SyncDisplay*& place_;
+    };
+
+    RestoreWatch watch() {
+        const auto moves = [this](const char* what) {
+            return [this, what](uint64_t done, uint64_t total) {
+                if (display_ != nullptr) {
+                    display_->moves(what, done, total);
+                }
+            };
+        };
+        return {.reading = moves("Reading what the phone holds"),
+                .writing = moves("Putting right"),
+                .cancels = [] { return false; }};
+    }
+
+    void attemptOnce(const std::function<void()>& edit) {
+        if (!options_.force) {
+            requireReadableCatalogue(state_);
+        }
+        requireKnownFirmware(state_.facts, options_.force);
+        warnOfStrangeKeys("the catalogue of " + state_.facts.label(), state_.catalogue, output_);
+        edit();
+        const PreparedChange prepared = prepare(phone_, state_);
         requireNothingLost(state_.facts, prepared.plan, options_.force);
         requireSpace(state_.facts, prepared.plan);
         const bool nothing = !prepared.plan.changesAnything;
@@ -133,13 +205,20 @@ public:
         if (options_.dryRun) {
             showPlan(prepared.plan);
         } else if (!nothing) {
-            submit(session_, state_, prepared, output_);
+            carryOut(prepared);
         }
         report(prepared);
-        return ExitCode::Success;
     }
 
-private:
+    void carryOut(const PreparedChange& prepared) {
+        SyncDisplay display(output_);
+        const Shown shown(display_, display);
+        submit(phone_, state_, prepared, display, keeping_ ? &*keeping_ : nullptr);
+        if (interrupted()) {
+            output_.note("it was too late to cancel: the sync is complete");
+        }
+    }
+
     void showPlan(const Plan& plan) {
         if (plan.changesAnything) {
             output_.table(operationTable(plan));
@@ -156,7 +235,7 @@ private:
             operations.push_back(operationJson(operation));
         }
         Json names = Json::array();
-        for (const auto& [name, size] : prepared.wanted) {
+        for (const auto& [name, size] : prepared.plan.afterwards) {
             names.push_back(name);
         }
         output_.document(
@@ -178,7 +257,7 @@ private:
 
     std::string summary(const PreparedChange& prepared) const {
         const std::string& label = state_.facts.label();
-        const std::string holds = counted(prepared.wanted.size(), "ringtone");
+        const std::string holds = counted(prepared.plan.afterwards.size(), "ringtone");
         if (!prepared.plan.changesAnything) {
             return fmt::format("{}: nothing to do, it has {}.", label, holds);
         }
@@ -195,39 +274,37 @@ private:
 
     const Options& options_;
     Output& output_;
-    Session session_;
+    const std::string what_;
+    OpenPhone phone_;
     PhoneState state_;
+    std::optional<SafeKeeping> keeping_;
+    SyncDisplay* display_ = nullptr; ///< while there is one
 };
 
 void requireNamesFree(const PhoneState& state, const std::vector<LocalRingtone>& ringtones) {
+    const std::set<std::string> there = namesOf(state.ringtones);
     std::vector<std::string> taken;
     for (const LocalRingtone& ringtone : ringtones) {
-        if (findRingtone(state.ringtones, ringtone.name) != nullptr) {
+        if (there.contains(ringtone.name)) {
             taken.push_back(ringtone.name);
         }
     }
     if (!taken.empty()) {
-        throw Failure(ExitCode::NameTaken,
+        throw Failure(FailureKind::NameTaken,
                       fmt::format("{} already has {}", state.facts.label(), quotedList(taken)),
                       "Add it under another name (--name), or remove the old one first (vesk "
                       "remove). Nothing was changed on the phone.");
     }
 }
 
-std::vector<std::string> namesOf(const std::vector<PhoneRingtone>& ringtones) {
-    std::vector<std::string> names;
-    std::transform(ringtones.begin(), ringtones.end(), std::back_inserter(names),
-                   [](const PhoneRingtone& one) { return one.name; });
-    return names;
-}
-
 void requireNamesFound(const PhoneState& state, const std::vector<std::string>& names) {
+    const std::set<std::string> there = namesOf(state.ringtones);
     std::vector<std::string> missing;
     std::vector<std::string> details;
     for (const std::string& name : names) {
-        if (findRingtone(state.ringtones, name) == nullptr) {
+        if (!there.contains(name)) {
             missing.push_back(name);
-            const auto close = closeNames(name, namesOf(state.ringtones));
+            const auto close = closeNames(name, {there.begin(), there.end()});
             if (!close.empty()) {
                 details.push_back(
                     fmt::format("instead of \"{}\", did you mean {}?", name, quotedList(close)));
@@ -235,16 +312,27 @@ void requireNamesFound(const PhoneState& state, const std::vector<std::string>& 
         }
     }
     if (!missing.empty()) {
-        throw Failure(ExitCode::NameNotFound,
+        throw Failure(FailureKind::NameNotFound,
                       fmt::format("{} {} not on {}", quotedList(missing),
                                   missing.size() == 1 ? "is" : "are", state.facts.label()),
                       "\"vesk list\" shows the names. Nothing was changed on the phone.", details);
     }
 }
 
+void warnOfUnreadableTags(const LocalFiles& files, Output& output) {
+    const std::vector<std::string>& unreadable = files.unreadableTags();
+    if (!unreadable.empty()) {
+        output.warning(fmt::format("{} no readable tags; the file name is taken:",
+                                   unreadable.size() == 1
+                                       ? "a file has"
+                                       : fmt::format("{} files have", unreadable.size())),
+                       unreadable);
+    }
+}
+
 void requireYes(const Options& options, const PhoneState& state) {
     if (!options.yes && !options.dryRun && !state.ringtones.empty()) {
-        throw Failure(ExitCode::NeedsYes,
+        throw Failure(FailureKind::NeedsYes,
                       fmt::format("\"{}\" has no ringtones: a sync would remove all {} from {}",
                                   options.arguments.front(),
                                   counted(state.ringtones.size(), "ringtone"), state.facts.label()),
@@ -256,8 +344,10 @@ void requireYes(const Options& options, const PhoneState& state) {
 } // namespace
 
 ExitCode runList(const Options& options, Output& output) {
-    Session session(options);
-    PhoneState state = readRingtones(session, /*tolerateUnreadable=*/false);
+    OpenPhone phone(options.phone);
+    PhoneState state = readRingtones(phone);
+    requireReadableCatalogue(state);
+    warnOfStrangeKeys("the catalogue of " + state.facts.label(), state.catalogue, output);
     std::sort(state.ringtones.begin(), state.ringtones.end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });
     Table table({{"NAME"}, {"FILE"}, {"SIZE", Table::Align::Right}});
@@ -279,36 +369,43 @@ ExitCode runList(const Options& options, Output& output) {
 }
 
 ExitCode runAdd(const Options& options, Output& output) {
+    LocalFiles files;
     std::vector<LocalRingtone> added;
     for (const std::string& file : options.arguments) {
-        added.push_back(localRingtone(file, options.name));
+        added.push_back(files.ringtone(file, options.name));
     }
+    warnOfUnreadableTags(files, output);
     requireDistinctNames(added);
-    ChangeCommand command(options, output);
-    requireNamesFree(command.state(), added);
-    addRingtones(command.session().tones(), added);
-    return command.run();
+    ChangeCommand command(options, output, "add");
+    return command.run([&] {
+        requireNamesFree(command.state(), added);
+        addRingtones(command.phone().tones(), added);
+    });
 }
 
 ExitCode runRemove(const Options& options, Output& output) {
-    ChangeCommand command(options, output);
-    requireNamesFound(command.state(), options.arguments);
-    removeRingtones(command.session().tones(), options.arguments);
-    return command.run();
+    ChangeCommand command(options, output, "remove");
+    return command.run([&] {
+        requireNamesFound(command.state(), options.arguments);
+        removeRingtones(command.phone().tones(), options.arguments);
+    });
 }
 
 ExitCode runSync(const Options& options, Output& output) {
-    const LocalFolder folder = localFolder(options.arguments.front());
+    LocalFiles files;
+    const LocalFolder folder = files.folder(options.arguments.front());
+    warnOfUnreadableTags(files, output);
     requireDistinctNames(folder.ringtones);
     if (!folder.skipped.empty()) {
         output.note(fmt::format("skipped, not ringtones: {}", quotedList(folder.skipped)));
     }
-    ChangeCommand command(options, output);
-    if (folder.ringtones.empty()) {
-        requireYes(options, command.state());
-    }
-    makeHold(command.session(), command.state(), folder.ringtones);
-    return command.run();
+    ChangeCommand command(options, output, "sync");
+    return command.run([&] {
+        if (folder.ringtones.empty()) {
+            requireYes(options, command.state());
+        }
+        makeHold(command.phone(), command.state(), folder.ringtones);
+    });
 }
 
 } // namespace vesk
