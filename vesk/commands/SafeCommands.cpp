@@ -1,0 +1,310 @@
+#include "vesk/commands/Commands.h"
+
+#include "engine/restore/Backup.h"
+#include "engine/restore/HeldSyncLock.h"
+#include "engine/restore/Restoration.h"
+#include "engine/restore/RingtoneChanges.h"
+#include "engine/values/Text.h"
+#include "vesk/commands/PhoneJson.h"
+#include "vesk/terminal/Interrupt.h"
+#include "vesk/terminal/ProgressDisplay.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <ctime>
+#include <type_traits>
+
+namespace vesk {
+namespace {
+
+std::string timeText(uint64_t seconds) {
+    return fmt::format("{:%Y-%m-%d %H:%M}", fmt::localtime(static_cast<std::time_t>(seconds)));
+}
+
+Json changesJson(const RingtoneChanges& changes) {
+    Json renamed = Json::array();
+    for (const auto& [from, to] : changes.renamed) {
+        renamed.push_back({{"from", from}, {"to", to}});
+    }
+    return {{"added", changes.added},
+            {"removed", changes.removed},
+            {"replaced", changes.replaced},
+            {"renamed", renamed}};
+}
+
+std::string moved(const char* what, uint64_t done, uint64_t total) {
+    return fmt::format("{}: {} of {} ...", what, formatBytes(done), formatBytes(total));
+}
+
+Json stepJson(const RestoreStep& step) {
+    Json json{{"operation", stepName(step.kind)}};
+    if (!step.file.empty()) {
+        json["file"] = utf8(codePoints(step.file));
+    }
+    if (!step.newFile.empty()) {
+        json["newFile"] = utf8(codePoints(step.newFile));
+    }
+    json["bytes"] = step.content ? step.content->size : 0;
+    return json;
+}
+
+/// A phone, its safe, and what moves between the two.
+class SafePhone {
+public:
+    SafePhone(const Options& options, Output& output)
+        : options_(options), output_(output), phone_(options.phone), facts_(phone_.facts()),
+          safe_(facts_.udid), display_(output) {}
+
+    const PhoneFacts& facts() const { return facts_; }
+
+    PhoneSafe& safe() { return safe_; }
+
+    /// The phone as it is now, in the safe. Changes nothing on the phone.
+    Snapshot look() {
+        return guarded([this] {
+            PhoneFiles files(phone_.phone()._rawDevice());
+            const Snapshot now = Restorer(files, safe_, watch()).look();
+            safe_.writeIndex(indexOf(now));
+            return now;
+        });
+    }
+
+    /// Ends a job that was broken off earlier.
+    /// @return it, when there was one
+    std::optional<Journal> endBrokenJob() {
+        const auto journal = safe_.journal();
+        if (!journal) {
+            return std::nullopt;
+        }
+        if (options_.dryRun) {
+            output_.note("the last job on this phone was broken off; it would be put right first");
+            return std::nullopt;
+        }
+        const Ending ending = change([&](Restorer& restorer) {
+            return endJob(safe_, restorer, *journal, Wish::Either, JobTime::Earlier);
+        });
+        output_.warning(endingText(ending, journal->job));
+        return ending == Ending::ChangedByOthers ? std::nullopt : journal;
+    }
+
+    struct Restored {
+        RestorePlan plan;
+        RingtoneChanges changes;
+    };
+
+    /// Carries a restoration out; with --dry-run only works it out.
+    Restored restore(const RestorationRequest& request) {
+        const auto restored = [&](const Restoration& restoration) {
+            return Restored{restoration.plan(),
+                            ringtoneChanges(safe_, restoration.now(), request.target)};
+        };
+        if (options_.dryRun) {
+            return guarded([&] {
+                PhoneFiles files(phone_.phone()._rawDevice());
+                Restorer restorer(files, safe_, watch());
+                return restored(Restoration(safe_, restorer, request));
+            });
+        }
+        return change([&](Restorer& restorer) {
+            Restoration restoration(safe_, restorer, request);
+            restoration.carryOut();
+            return restored(restoration);
+        });
+    }
+
+private:
+    /// Under the sync lock. Ctrl-C ends it between two requests.
+    template <typename Action>
+    std::invoke_result_t<Action, Restorer&> change(Action action) {
+        return guarded([&] {
+            const InterruptScope scope(OnInterrupt::FinishStep);
+            display_.stage("Waiting for the phone's sync lock ...");
+            const HeldSyncLock lock(phone_);
+            PhoneFiles files(phone_.phone()._rawDevice());
+            Restorer restorer(files, safe_, watch());
+            return action(restorer);
+        });
+    }
+
+    /// A phone that was pulled out is said to be.
+    template <typename Action>
+    std::invoke_result_t<Action> guarded(Action action) {
+        try {
+            auto result = action();
+            display_.clear();
+            return result;
+        } catch (const PhoneFileFailure& failure) {
+            display_.clear();
+            if (!phone_.isGone()) {
+                throw;
+            }
+            throw Failure(FailureKind::PhoneGone,
+                          fmt::format("{} was pulled out: {}", facts_.label(), failure.what()),
+                          "Plug it in again and run the same command again: what was broken off is "
+                          "put right first.");
+        }
+    }
+
+    RestoreWatch watch() {
+        return {.reading =
+                    [this](uint64_t done, uint64_t total) {
+                        display_.stage(moved("Reading what the phone holds", done, total));
+                    },
+                .writing =
+                    [this](uint64_t done, uint64_t total) {
+                        display_.stage(moved("Putting back", done, total));
+                    },
+                .cancels = interrupted};
+    }
+
+    const Options& options_;
+    Output& output_;
+    OpenPhone phone_;
+    const PhoneFacts facts_;
+    PhoneSafe safe_;
+    ProgressDisplay display_;
+};
+
+Table stepTable(const RestorePlan& plan) {
+    Table table({{"OPERATION"}, {"FILE ON THE PHONE"}, {"BYTES", Table::Align::Right}});
+    for (const RestoreStep& step : plan.steps) {
+        table.add({stepName(step.kind),
+                   step.newFile.empty() ? step.file : step.file + " -> " + step.newFile,
+                   step.content ? std::to_string(step.content->size) : ""});
+    }
+    return table;
+}
+
+/// Says what came of a restoration, or would.
+void report(const Options& options, Output& output, const PhoneFacts& facts,
+            const SafePhone::Restored& restored, const std::string& what) {
+    const RestorePlan& plan = restored.plan;
+    const bool nothing = plan.steps.empty();
+    if (options.dryRun && !nothing) {
+        output.table(stepTable(plan));
+    }
+    if (options.dryRun && plan.isBlocked()) {
+        output.warning("others have changed the phone's ringtones since: without --force nothing "
+                       "would be put over them");
+    }
+    Json steps = Json::array();
+    for (const RestoreStep& step : plan.steps) {
+        steps.push_back(stepJson(step));
+    }
+    const char* result = nothing ? "nothing-to-do" : options.dryRun ? "dry-run" : "done";
+    output.document({{"phone", phoneJson(facts)},
+                     {"result", result},
+                     {"operations", steps},
+                     {"uploadBytes", plan.uploadBytes},
+                     {"changes", changesJson(restored.changes)}});
+    if (nothing) {
+        output.summary(fmt::format("{}: nothing to do, it is as it was {}.", facts.label(), what));
+    } else {
+        output.summary(fmt::format(
+            "{}: {} {}: {}.{}", facts.label(),
+            options.dryRun ? "would be put back as it was" : "put back as it was", what,
+            describe(restored.changes), options.dryRun ? " Dry run: nothing was changed." : ""));
+    }
+}
+
+Failure nothingToUndo(const PhoneFacts& facts) {
+    return {FailureKind::NothingKept, fmt::format("there is nothing to undo on {}", facts.label()),
+            "Five jobs are kept for each phone (vesk history). Nothing was changed on the phone."};
+}
+
+std::string jobText(const Job& job) {
+    return fmt::format("before \"vesk {}\" of {}", job.what, timeText(job.time));
+}
+
+} // namespace
+
+ExitCode runUndo(const Options& options, Output& output) {
+    SafePhone phone(options, output);
+    const auto broken = phone.endBrokenJob();
+    if (broken && broken->undoes) {
+        // What was broken off is what is asked for again.
+        output.summary(
+            fmt::format("{}: the undo that was broken off is complete.", phone.facts().label()));
+        output.document({{"phone", phoneJson(phone.facts())}, {"result", "done"}});
+        return ExitCode::Success;
+    }
+    History history = phone.safe().history();
+    const Job* const last = history.last();
+    if (last == nullptr) {
+        throw nothingToUndo(phone.facts());
+    }
+    RestorationRequest request{.what = "undo",
+                               .target = phone.safe().snapshot(last->before),
+                               .own = {},
+                               .undoes = true,
+                               .isForced = options.force};
+    request.own.add(phone.safe().snapshot(last->after));
+    report(options, output, phone.facts(), phone.restore(request), jobText(*last));
+    return ExitCode::Success;
+}
+
+ExitCode runRestore(const Options& options, Output& output) {
+    SafePhone phone(options, output);
+    const Backup backup = readBackup(phone.safe(), options.arguments.front());
+    phone.endBrokenJob();
+    if (!sameUdid(backup.udid, phone.facts().udid)) {
+        output.note(fmt::format("the backup is of another phone, \"{}\"", backup.phoneName));
+    }
+    RestorationRequest request{
+        .what = "restore", .target = backup.snapshot, .own = {}, .isForced = options.force};
+    const History history = phone.safe().history();
+    if (history.left) {
+        request.own.add(phone.safe().snapshot(*history.left));
+    }
+    report(options, output, phone.facts(), phone.restore(request),
+           fmt::format("in the backup of {}", timeText(backup.time)));
+    return ExitCode::Success;
+}
+
+ExitCode runBackup(const Options& options, Output& output) {
+    SafePhone phone(options, output);
+    const std::string& folder = options.arguments.front();
+    const Backup backup{phone.look(), secondsNow(), phone.facts().udid, phone.facts().name};
+    writeBackup(phone.safe(), backup, folder);
+    uint64_t bytes = 0;
+    for (const auto& [name, file] : backup.snapshot.files) {
+        bytes += file.content.size;
+    }
+    const size_t files = backup.snapshot.files.size();
+    output.summary(fmt::format("{}: {} ({}) in \"{}\".", phone.facts().label(),
+                               counted(files, "file"), formatBytes(bytes), folder));
+    output.document({{"phone", phoneJson(phone.facts())},
+                     {"folder", folder},
+                     {"files", files},
+                     {"bytes", bytes}});
+    return ExitCode::Success;
+}
+
+ExitCode runHistory(const Options& options, Output& output) {
+    const std::string udid =
+        options.phone.udid.empty() ? OpenPhone(options.phone).facts().udid : options.phone.udid;
+    PhoneSafe safe(udid);
+    const History history = safe.history();
+    Table table({{"TIME"}, {"COMMAND"}, {"RINGTONES"}, {""}});
+    Json jobs = Json::array();
+    for (auto job = history.jobs.rbegin(); job != history.jobs.rend(); ++job) {
+        const RingtoneChanges changes =
+            ringtoneChanges(safe, safe.snapshot(job->before), safe.snapshot(job->after));
+        table.add(
+            {timeText(job->time), job->what, describe(changes), job->isUndone ? "undone" : ""});
+        jobs.push_back({{"time", job->time},
+                        {"command", job->what},
+                        {"undone", job->isUndone},
+                        {"changes", changesJson(changes)}});
+    }
+    if (history.jobs.empty()) {
+        output.summary("No jobs on this phone are known.");
+    } else {
+        output.table(table);
+    }
+    output.document({{"udid", udid}, {"jobs", jobs}});
+    return ExitCode::Success;
+}
+
+} // namespace vesk
