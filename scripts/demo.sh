@@ -13,6 +13,7 @@ work=$(mktemp -d)
 phone=$work/phone
 music=$work/music
 export USBMUXD_SOCKET_ADDRESS=UNIX:$work/usbmux
+export XDG_STATE_HOME=$work/state
 
 phone_process=
 finish() {

@@ -1,5 +1,7 @@
 #include "tests/support/VeskProcess.h"
 
+#include "tests/support/TemporaryFolder.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -15,6 +17,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <ostream>
 #include <stdexcept>
 #include <system_error>
@@ -44,7 +47,16 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
     return result;
 }
 
-std::vector<std::string> environmentWith(const std::map<std::string, std::string>& added) {
+/// Where programs keep what they know of phones: with the test, not with the person who runs it.
+const std::filesystem::path& stateHome() {
+    static const virtualphone::testing::TemporaryFolder folder;
+    return folder.path();
+}
+
+std::vector<std::string> environmentWith(std::map<std::string, std::string> added) {
+    if (std::getenv("XDG_STATE_HOME") == nullptr) {
+        added.emplace("XDG_STATE_HOME", stateHome().string());
+    }
     std::vector<std::string> result;
     for (char** variable = environ; *variable != nullptr; ++variable) {
         const std::string text = *variable;

@@ -39,6 +39,8 @@ public:
     VeskProcess(const VeskProcess&) = delete;
     VeskProcess& operator=(const VeskProcess&) = delete;
 
+    pid_t process() const { return pid_; }
+
     void signal(int number) const;
 
     /// Types on the terminal; "\x03" is Ctrl-C.

@@ -44,15 +44,14 @@ Json textOrNull(bool has, const std::string& text) {
 }
 
 Failure missingDeviceLayer() {
-    return {
-        ExitCode::NoDeviceLayer,
-        "the device layer cannot be loaded, so the plug-in was left as it is",
-        "MobileDevice.so has to stand beside libKRLVesk.so, and libusbmuxd (libusbmuxd6) has to "
-        "be installed."};
+    return {FailureKind::NoDeviceLayer,
+            "the device layer cannot be loaded, so the plug-in was left as it is",
+            "MobileDevice.so has to stand beside libKRLVesk.so, and libplist (libplist3) has to be "
+            "installed."};
 }
 
 /// What became of an installation, by the domain that the library left.
-Failure failedInstallation(const State& state) {
+CommandFailure failedInstallation(const State& state) {
     struct Reason {
         std::string message;
         std::string hint;
@@ -115,7 +114,10 @@ ExitCode runPluginInstall(const Options& /*options*/, Output& output) {
     const int result = KRTVeskInit();
     const State state;
     if (result == 0) {
-        throw KRTVeskIsValid() != 0 ? failedInstallation(state) : missingDeviceLayer();
+        if (KRTVeskIsValid() == 0) {
+            throw missingDeviceLayer();
+        }
+        throw failedInstallation(state);
     }
     const bool wasCurrent = result == 1;
     output.document({{"result", wasCurrent ? "already-current" : "installed"},
@@ -131,7 +133,7 @@ ExitCode runPluginValidate(const Options& /*options*/, Output& output) {
     output.note("asking the plug-in; this takes 6 seconds");
     const bool isRunning = KRTValidatePlugin();
     if (!isRunning) {
-        throw Failure(
+        throw CommandFailure(
             ExitCode::PluginSilent, "no plug-in of a version above 2.01 answered",
             "The media library has to be running with the plug-in, in the same session; or "
             "else: vesk plugin run");
@@ -150,11 +152,11 @@ ExitCode runPluginRun(const Options& /*options*/, Output& output) {
     execv(program.c_str(), arguments);
     const std::string reason = std::strerror(errno);
     if (!state.exists) {
-        throw Failure(ExitCode::PluginNotCurrent,
-                      fmt::format("the plug-in is not installed in \"{}\"", state.path),
-                      "Install it: vesk plugin install");
+        throw CommandFailure(ExitCode::PluginNotCurrent,
+                             fmt::format("the plug-in is not installed in \"{}\"", state.path),
+                             "Install it: vesk plugin install");
     }
-    throw Failure(
+    throw CommandFailure(
         ExitCode::PluginNotCurrent,
         fmt::format("the plug-in's program \"{}\" cannot be started: {}", program, reason),
         "vesk plugin status shows what is installed.");
