@@ -136,6 +136,30 @@ TEST_P(EachFirmware, AnEmptyFolderRemovesEverythingOnlyWithYes) {
     EXPECT_THAT(ringtoneFolder(), IsEmpty());
 }
 
+TEST_F(VeskTest, MixedRingtonesOn111AreAcceptedByTheCheckAfterEachSync) {
+    options.firmware = "1.1.1";
+    plugIn();
+    const auto isAccepted = [this] {
+        return vesk({"check", onDisk(kCatalogue), "--json"}).json().at("accepted").get<bool>();
+    };
+    std::vector<std::string> arguments = {"add"};
+    std::set<std::string> names;
+    int number = 10;
+    for (const char* type : {"wav", "m4r", "m4r", "wav", "aif", "mp3", "aif", "m4r", "mp3", "m4r",
+                             "mp3", "aif", "aif", "aif"}) {
+        const std::string name = "tone " + std::to_string(number++);
+        arguments.push_back(local(name + "." + type, name));
+        names.insert(name);
+    }
+    ASSERT_THAT(vesk(arguments), ExitsWith(ExitCode::Success));
+    EXPECT_TRUE(isAccepted());
+    ASSERT_THAT(vesk({"add", local("one more.mp3")}), ExitsWith(ExitCode::Success));
+    EXPECT_TRUE(isAccepted());
+    ASSERT_THAT(vesk({"remove", "one more"}), ExitsWith(ExitCode::Success));
+    EXPECT_TRUE(isAccepted());
+    EXPECT_EQ(listedNames(), names);
+}
+
 INSTANTIATE_TEST_SUITE_P(Table, EachFirmware,
                          ::testing::Values(Firmware{"1.0.0", false}, Firmware{"1.0.2", true},
                                            Firmware{"1.1.1", true}, Firmware{"1.1.2", false},

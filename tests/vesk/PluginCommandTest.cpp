@@ -164,7 +164,8 @@ TEST_F(PluginCommand, TheProgramStopsOnTermAndWhenTheBusGoes) {
     EXPECT_THAT(end.err, HasSubstr("went away"));
 }
 
-// What was built, installed to a folder with spaces: the library finds its resources there too.
+// What was built, installed to a folder with spaces: the library finds its resources there too, and
+// vesk the program that reads tags.
 TEST_F(PluginCommand, WorksFromAnInstallation) {
     const fs::path prefix = home() / "in stalled";
     const VeskResult install =
@@ -183,6 +184,13 @@ TEST_F(PluginCommand, WorksFromAnInstallation) {
             .wait();
     EXPECT_THAT(status.json().at("archive").get<std::string>(),
                 AllOf(::testing::StartsWith(prefix.string()), HasSubstr("KRLVesk.resources")));
+    fs::copy(KRL_SAMPLES "/bells.mp3", home() / "other.mp3");
+    const VeskResult add =
+        VeskProcess({"add", KRL_SAMPLES "/bells.mp3", home() / "other.mp3"},
+                    {.environment = {}, .program = (prefix / "bin/vesk").string()})
+            .wait();
+    EXPECT_THAT(add, ExitsWith(ExitCode::SameNameTwice));
+    EXPECT_THAT(add.err, HasSubstr("Glöckchen"));
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;
@@ -77,6 +79,40 @@ TEST_F(Refusal, AMistypedCommandGetsASuggestion) {
     EXPECT_THAT(refused({}, ExitCode::Usage), HasSubstr("no command was given"));
 }
 
+TEST_F(Refusal, WrongCommandLinesAreToldInWordsOfOurOwnWithTheCommandsHelp) {
+    struct Case {
+        std::vector<std::string> line;
+        std::string message;
+        std::string help;
+    };
+
+    const std::vector<Case> cases{
+        {{"unknown"}, "there is no command \"unknown\"", "vesk"},
+        {{"add"}, "\"add\" is given nothing to work on", "vesk add"},
+        {{"list", "--unknown"}, "\"list\" does not take \"--unknown\"", "vesk list"},
+        {{"sync", "a", "b"}, "\"sync\" takes exactly one DIR", "vesk sync"},
+        {{"list", "--udid"}, "--udid takes exactly one value", "vesk list"},
+        {{"list", "--udid", "a", "--udid", "b"}, "--udid takes exactly one value", "vesk list"},
+        {{"list", "--timeout", "soon"},
+         "--timeout: \"soon\" is no number of seconds from 0.001 to 86400",
+         "vesk list"},
+        {{"list", "--json=perhaps"}, "an option that takes no value was given one", "vesk list"},
+        {{"list", "--dry-run"},
+         "--dry-run is for add, remove, sync, undo and restore",
+         "vesk list"},
+        {{"plugin"}, "\"vesk plugin\" needs a command", "vesk plugin"},
+        {{"plugin", "instal"},
+         "there is no command \"instal\"; did you mean \"install\"?",
+         "vesk plugin"},
+    };
+    for (const Case& one : cases) {
+        const VeskResult result = vesk(one.line);
+        EXPECT_THAT(result, ExitsWith(ExitCode::Usage));
+        EXPECT_EQ(result.err, "vesk: error: " + one.message + "\n  " + one.help +
+                                  " --help shows what there is.\n");
+    }
+}
+
 TEST_F(Refusal, ANameMayBeThatOfACommandOrOption) {
     putRingtones({{"KDAQ.m4r", "list", "1"}, {"QJHE.m4r", "--json", "2"}});
     EXPECT_THAT(vesk({"remove", "list"}), ExitsWith(ExitCode::Success));
@@ -116,7 +152,7 @@ TEST_F(Refusal, EmptyFiles) {
 
 TEST_F(Refusal, FilesTooLargeForAPhone) {
     const std::string huge = local("huge.wav");
-    std::filesystem::resize_file(huge, std::uintmax_t{1} << 31U);
+    std::filesystem::resize_file(huge, uintmax_t{1} << 31U);
     EXPECT_THAT(refused({"add", huge}, ExitCode::FileTooLarge), HasSubstr("2.0 GiB"));
 }
 
@@ -144,6 +180,18 @@ TEST_F(Refusal, ANameThatIsNotThereWithCloseOnes) {
                 AllOf(HasSubstr("Xylophone"), Not(HasSubstr("did you mean"))));
 }
 
+TEST_F(Refusal, OfManyDetailsTwentyAreShownAndJsonHasAll) {
+    std::vector<std::string> names{"remove"};
+    for (int i = 10; i < 35; ++i) {
+        names.push_back("Marimba" + std::to_string(i));
+    }
+    const std::string shown = refused(names, ExitCode::NameNotFound);
+    EXPECT_THAT(shown, AllOf(HasSubstr("\"Marimba29\", did you mean"), HasSubstr("and 5 more"),
+                             Not(HasSubstr("\"Marimba30\", did you mean"))));
+    names.insert(names.begin(), "--json");
+    EXPECT_EQ(vesk(names).json().at("error").at("details").size(), 25U);
+}
+
 TEST_F(Refusal, NoPhone) {
     bus().unplug(id());
     for (const auto& line : std::vector<std::vector<std::string>>{{"info"},
@@ -162,11 +210,14 @@ TEST_F(Refusal, NoMuxDaemon) {
     VeskProcess::Options elsewhere;
     elsewhere.environment["USBMUXD_SOCKET_ADDRESS"] =
         "UNIX:" + (temporaryFolder() / "nobody").string();
-    const VeskResult result = VeskProcess({"list", "--wait", "0.1"}, elsewhere).wait();
-    EXPECT_TRUE(result.exitCode == static_cast<int>(ExitCode::NoPhone) ||
-                result.exitCode == static_cast<int>(ExitCode::NoDeviceLayer))
-        << ::testing::PrintToString(result);
-    EXPECT_THAT(result.err, HasSubstr("usbmux"));
+    for (const auto& line :
+         std::vector<std::vector<std::string>>{{"list"}, {"list", "--udid", "x"}, {"devices"}}) {
+        std::vector<std::string> arguments = line;
+        arguments.insert(arguments.end(), {"--wait", "0.1"});
+        const VeskResult result = VeskProcess(arguments, elsewhere).wait();
+        EXPECT_THAT(result, ExitsWith(ExitCode::NoDeviceLayer));
+        EXPECT_THAT(result.err, AllOf(HasSubstr("usbmux"), HasSubstr("plug one in")));
+    }
 }
 
 TEST_F(Refusal, SeveralPhonesUntilOneIsNamed) {
@@ -210,7 +261,12 @@ TEST_F(Refusal, AnUnpairedPhone) {
                 AllOf(HasSubstr("My Phone"), HasSubstr("vesk pair --udid " + phone().udid())));
 }
 
-TEST_F(Refusal, APhoneThatForgotThisComputer) {
+class LockedRefusal : public Refusal {
+protected:
+    LockedRefusal() { options.passwordProtected = true; }
+};
+
+TEST_F(LockedRefusal, APhoneThatForgotThisComputerAndDoesNotPairUnasked) {
     phone().forgetHosts();
     EXPECT_THAT(refused({"list"}, ExitCode::CannotOpen),
                 AllOf(HasSubstr("My Phone"), HasSubstr("lockdown"), HasSubstr("pair")));
@@ -225,6 +281,22 @@ TEST_F(Refusal, APhoneThatIsSilentTakesTheGivenTimeOnly) {
     phone().faults().goSilent();
     EXPECT_THAT(refused({"list", "--timeout", "0.2"}, ExitCode::CannotOpen),
                 HasSubstr("does not answer"));
+}
+
+TEST_F(Refusal, APhoneThatFallsSilentBeforeItSaysWhatItIsIsNoOtherDevice) {
+    ASSERT_THAT(vesk({"devices"}), ExitsWith(ExitCode::Success));
+    // Which request asks for the class.
+    const auto values =
+        log().entries([](const auto& entry) { return entry.request == "GetValue"; });
+    const auto asked = std::find_if(values.begin(), values.end(),
+                                    [](const auto& entry) { return entry.name == "DeviceClass"; });
+    ASSERT_NE(asked, values.end());
+    const std::string request =
+        "lockdown/GetValue#" + std::to_string(asked - values.begin() + 1) + "=drop";
+    phone().faults().add(virtualphone::parseFault(request));
+    const VeskResult result = vesk({"list"});
+    EXPECT_THAT(result, ExitsWith(ExitCode::CannotOpen));
+    EXPECT_THAT(result.err, AllOf(HasSubstr(phone().udid()), HasSubstr("does not answer")));
 }
 
 TEST_F(Refusal, TooLittleSpace) {
@@ -271,6 +343,27 @@ TEST_F(Refusal, AnUnreadableCatalogueBecauseASyncWouldDeleteEveryFile) {
     EXPECT_THAT(vesk({"add", local("a.m4r"), "--force"}), ExitsWith(ExitCode::Success));
     EXPECT_THAT(listedNames(), ::testing::ElementsAre("a"));
 }
+
+class OtherFirmware : public VeskTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(OtherFirmware, IsWrittenToOnlyByForce) {
+    options.firmware = GetParam();
+    plugIn();
+    const std::string file = local("a.m4r");
+    const auto before = everything();
+    for (const auto& line : std::vector<std::vector<std::string>>{
+             {"add", file}, {"add", file, "--dry-run"}, {"sync", localFolder()}}) {
+        const VeskResult refused = vesk(line);
+        EXPECT_THAT(refused, ExitsWith(ExitCode::UnknownFirmware));
+        EXPECT_THAT(refused.err, AllOf(HasSubstr(GetParam()), HasSubstr("--force"),
+                                       HasSubstr("Nothing was changed")));
+        EXPECT_EQ(everything(), before);
+    }
+    EXPECT_THAT(vesk({"add", file, "--force"}), ExitsWith(ExitCode::Success));
+    EXPECT_THAT(listedNames(), ::testing::ElementsAre("a"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, OtherFirmware, ::testing::Values("1.2", "2.0", "3.1.3", "10.1"));
 
 TEST_F(Refusal, ALongNameWhosePlaceholderWouldMoveAlone) {
     putRingtones({{"Long name.mp3", "Long", "1"}, {"KDAQ.m4r", "Marimba", "2"}});

@@ -113,7 +113,10 @@ std::vector<std::string> VeskTest::changesInLog() {
     }
     std::vector<std::string> texts;
     for (const Change& change : changes) {
-        texts.push_back(change.text + (change.bytes ? " " + std::to_string(*change.bytes) : ""));
+        texts.push_back(change.text);
+        if (change.bytes) {
+            texts.back().append(" ").append(std::to_string(*change.bytes));
+        }
     }
     return texts;
 }
@@ -125,7 +128,7 @@ std::vector<std::string> VeskTest::changesIn(const nlohmann::json& operations) {
         const auto file = operation.value("file", std::string{});
         const auto bytes = std::to_string(operation.value("bytes", 0));
         if (kind == "create-folder") {
-            changes.push_back(std::string("folder ") + kFolder);
+            changes.push_back("folder " + file);
         } else if (kind == "remove-catalogue") {
             changes.emplace_back("remove Ringtones.plist");
         } else if (kind == "rename") {

@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <map>
 #include <set>
 #include <string>
@@ -29,6 +30,11 @@ std::string catalogueText(const std::vector<Listed>& entries);
 
 class VeskTest : public virtualphone::testing::VirtualPhoneTest {
 protected:
+    /// What vesk keeps from one run to the next is kept for one test.
+    VeskTest() { setenv("XDG_STATE_HOME", (temporaryFolder() / "state").c_str(), 1); }
+
+    ~VeskTest() override { unsetenv("XDG_STATE_HOME"); }
+
     /// No phone yet: set options, then plug it in.
     void SetUp() override {}
 
