@@ -56,6 +56,19 @@ inline Catalogue readCatalogue(const std::string& xml) {
     return catalogue;
 }
 
+/// Lets phones come and go until something holds; false when it takes far too long.
+template <typename Condition>
+bool runUntil(Condition condition) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
+    }
+    return true;
+}
+
 class SyncTest : public virtualphone::testing::VirtualPhoneTest {
 protected:
     static constexpr const char* kFolder = "/iTunes_Control/Ringtones";
@@ -75,18 +88,6 @@ protected:
         KRTPhoneManagerShutdown();
         AMDeviceSetCallTimeout(0);
         KRTErrorClear();
-    }
-
-    template <typename Condition>
-    static bool runUntil(Condition condition) {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > limit) {
-                return false;
-            }
-            CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
-        }
-        return true;
     }
 
     KRTPhoneRef krtPhone() { return krtPhone_; }

@@ -130,6 +130,47 @@ TEST_P(SyncOnFirmware, ASecondSyncUploadsNothingAndKeepsEveryFile) {
     EXPECT_EQ(writes.size(), 1U) << "the catalogue, and no ringtone";
 }
 
+class SyncOn111 : public SyncTest {
+protected:
+    SyncOn111() { options.firmware = "1.1.1"; }
+
+    std::vector<std::string> renames() {
+        std::vector<std::string> names;
+        for (const auto& entry : log().entries()) {
+            if (entry.request == "RenamePath") {
+                names.push_back(entry.name);
+            }
+        }
+        return names;
+    }
+};
+
+TEST_F(SyncOn111, FourteenMixedTonesStayThroughThreeSyncs) {
+    const List added = emptyList();
+    std::set<std::string> names;
+    const char* types[] = {"wav", "m4r", "m4r", "wav", "aif", "mp3", "aif",
+                           "m4r", "mp3", "m4r", "mp3", "aif", "aif", "aif"};
+    for (size_t i = 0; i < std::size(types); ++i) {
+        const std::string name = "tone " + std::to_string(10 + i);
+        addNew(added, name, sourceFile(name + "." + types[i], name));
+        names.insert(name);
+    }
+    ASSERT_EQ(syncAdding(added), 1) << KRTErrorGetFile() << ": " << KRTErrorGetCode();
+    const auto files = filesOnPhone();
+
+    for (int i = 0; i < 2; ++i) {
+        log().clear();
+        ASSERT_EQ(sync(emptyList(), emptyList(), load()), 1) << KRTErrorGetCode();
+        EXPECT_THAT(renames(), IsEmpty());
+        EXPECT_EQ(filesOnPhone(), files);
+        EXPECT_EQ(loadedNames(), names);
+    }
+    for (const auto& [fileName, entry] : catalogueOnPhone()) {
+        EXPECT_EQ(contents(std::string(kFolder) + "/" + fileName),
+                  entry.size() == 2 ? "" : entry.at("Name"));
+    }
+}
+
 std::string caseName(const ::testing::TestParamInfo<SyncOnFirmware::ParamType>& parameter) {
     std::string name = std::get<FirmwareCase>(parameter.param).version;
     std::replace(name.begin(), name.end(), '.', '_');
@@ -261,8 +302,9 @@ TEST_F(OrderOnTheWire, OfASubmit) {
 }
 
 TEST_F(OrderOnTheWire, AnOperationOnAPhoneOpenedOnceReconnectsWithTheseStepsAndNoOther) {
-    log().clear();
     uint32_t size = 0;
+    KRTPhoneSizeOfFileAtPath(krtPhone(), kCatalogue, &size); // the first asks for the firmware
+    log().clear();
     KRTPhoneSizeOfFileAtPath(krtPhone(), kCatalogue, &size);
 
     std::vector<std::string> steps;
