@@ -5,18 +5,12 @@
  *
  * Waits for the first phone for half a minute.
  */
+#include "text.h"
+
 #include <KRLVesk/KRLVesk.h>
 
 #include <stdio.h>
 #include <string.h>
-
-static const char* utf8(CFTypeRef object, char* buffer, CFIndex size) {
-    if (object == NULL || CFGetTypeID(object) != CFStringGetTypeID() ||
-        !CFStringGetCString((CFStringRef)object, buffer, size, kCFStringEncodingUTF8)) {
-        snprintf(buffer, (size_t)size, "?");
-    }
-    return buffer;
-}
 
 static CFStringRef createString(const char* text) {
     return CFStringCreateWithCString(NULL, text, kCFStringEncodingUTF8);
@@ -48,8 +42,9 @@ static void printRingtone(const void* name, const void* ringtone, void* unused) 
     char nameText[256];
     char path[1024];
     (void)unused;
-    printf("%s (%s)\n", utf8(name, nameText, sizeof nameText),
-           utf8(CFDictionaryGetValue((CFDictionaryRef)ringtone, KRTRemotePath), path, sizeof path));
+    printf(
+        "%s (%s)\n", shown(name, nameText, sizeof nameText),
+        shown(CFDictionaryGetValue((CFDictionaryRef)ringtone, KRTRemotePath), path, sizeof path));
 }
 
 static int listRingtones(KRTPhoneRef phone) {
@@ -90,7 +85,9 @@ static bool printProgress(int32_t mode, int32_t status, uint32_t max, uint32_t v
                           const char* message, void* context) {
     (void)context;
     if (mode == 5 && status == 1) {
-        printf("uploading %u of %u: %s\n", value + 1, max, message != NULL ? message : "?");
+        char name[256];
+        snprintf(name, sizeof name, "%s", message != NULL ? message : "?");
+        printf("uploading %u of %u: %s\n", value + 1, max, harmless(name));
     }
     return true; /* false would cancel */
 }

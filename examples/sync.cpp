@@ -4,6 +4,8 @@
 //     sync FILE...
 //
 // Waits for the first phone for half a minute.
+#include "text.h"
+
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRLVesk.h>
 
@@ -23,12 +25,9 @@ CFRef<CFStringRef> string(const std::string& utf8) {
     return adopt(CFStringCreateWithCString(nullptr, utf8.c_str(), kCFStringEncodingUTF8));
 }
 
-std::string utf8(CFStringRef string) {
-    char text[1024] = "?";
-    if (string != nullptr) {
-        CFStringGetCString(string, text, sizeof text, kCFStringEncodingUTF8);
-    }
-    return text;
+std::string text(CFStringRef string) {
+    char buffer[1024];
+    return shown(string, buffer, sizeof buffer);
 }
 
 /// A ringtone named after its file; the name is its key.
@@ -71,7 +70,7 @@ public:
     void syncStatus(int32_t status, int32_t mode, uint32_t max, uint32_t value,
                     CFStringRef message) override {
         if (mode == 5 && status == 1) {
-            std::cout << "uploading " << value + 1 << " of " << max << ": " << utf8(message)
+            std::cout << "uploading " << value + 1 << " of " << max << ": " << text(message)
                       << std::endl;
         }
         if (isInterrupted) {
@@ -149,7 +148,7 @@ int main(int argc, char** argv) {
         isDone = syncList(tones, wanted.get());
         const auto names = tones->currentRingtonesManagedByNameOnly();
         for (CFIndex i = 0; i < CFArrayGetCount(names.get()); ++i) {
-            std::cout << utf8(static_cast<CFStringRef>(CFArrayGetValueAtIndex(names.get(), i)))
+            std::cout << text(static_cast<CFStringRef>(CFArrayGetValueAtIndex(names.get(), i)))
                       << std::endl;
         }
     }
