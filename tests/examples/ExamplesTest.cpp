@@ -69,6 +69,10 @@ public:
 
     void signal(int number) const { kill(pid_, number); }
 
+    void say(const std::string& text) const {
+        ASSERT_EQ(write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+
     void endInput() {
         if (input_ >= 0) {
             close(std::exchange(input_, -1));
@@ -96,6 +100,13 @@ public:
             all.push_back(next);
         }
         return all;
+    }
+
+    /// Whether the program closes its output in time, without having said anything.
+    bool endsWithin(std::chrono::milliseconds time) const {
+        pollfd descriptor{output_, POLLIN, 0};
+        return poll(&descriptor, 1, static_cast<int>(time.count())) == 1 &&
+               (descriptor.revents & POLLIN) == 0;
     }
 
     /// Waits for the end of the program; its exit code, or minus the signal that ended it.
@@ -239,6 +250,38 @@ TEST_P(ForeignMainLoop, HearsOfPhonesAsTheyComeAndGo) {
     program.endInput();
     EXPECT_THAT(program.lines(), IsEmpty());
     EXPECT_EQ(program.wait(), 0);
+}
+
+TEST_P(ForeignMainLoop, GoesRoundWhileAPhoneIsSilent) {
+    phone().faults().goSilent();
+    Program program(GetParam(), {});
+    ASSERT_TRUE(log().waitFor([](const auto& entry) { return entry.service == "lockdown"; }));
+    for (int i = 0; i < 100; ++i) {
+        program.say("anybody?\n");
+        ASSERT_EQ(program.line(), "still here");
+    }
+    // Had the loop stood still for the phone, its call would be over by now, and the phone lost.
+    phone().faults().endSilence();
+    EXPECT_EQ(program.line(), "connected Virtual Phone");
+    program.endInput();
+    EXPECT_EQ(program.wait(), 0);
+}
+
+TEST_P(ForeignMainLoop, LeavesWhileAPhoneIsSilent) {
+    phone().faults().goSilent();
+    Program program(GetParam(), {});
+    ASSERT_TRUE(log().waitFor([](const auto& entry) { return entry.service == "lockdown"; }));
+    program.endInput();
+    // The call that is under way would be over after ten seconds.
+    EXPECT_TRUE(program.endsWithin(std::chrono::seconds{5}));
+    EXPECT_EQ(program.wait(), 0);
+}
+
+TEST_P(ForeignMainLoop, ShowsNoControlCharactersOfAPhone) {
+    Program program(GetParam(), {});
+    EXPECT_EQ(program.line(), "connected Virtual Phone");
+    bus().plug(makePhone("a\x1b[2Jb\u009bc\u202ed\ne"));
+    EXPECT_EQ(program.line(), "connected a?[2Jb?c?d?e");
 }
 
 INSTANTIATE_TEST_SUITE_P(Loops, ForeignMainLoop, testing::Values(EXAMPLE_POLL, EXAMPLE_GLIB),
