@@ -2,13 +2,14 @@
 
 // A virtual phone in this process and the provider's functions, for benchmarks over the wire.
 
+#include "tests/support/TemporaryFolder.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 #include <MobileDevice/Provider.h>
 #include <virtualphone/VirtualPhone.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -21,30 +22,19 @@ inline const MobileDeviceTable& provider() {
 }
 
 /// Phones on a bus that both sides find, in the order in which they are plugged in.
-enum PhoneIndex { kClear, kModern, kSsl3, kPhoneCount };
+enum PhoneIndex { kClear, kModern, kSsl3, kLongWire, kPhoneCount };
 
 class World {
 public:
     World() {
-        std::string name = (std::filesystem::temp_directory_path() / "krl-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no temporary folder");
-        }
-        root_ = name;
         setenv("USBMUXD_SOCKET_ADDRESS", bus_.environmentValue().c_str(), 1);
         bus_.log().keepAtMost(100);
         using virtualphone::SessionKind;
         for (const SessionKind kind :
              {SessionKind::Clear, SessionKind::Modern, SessionKind::Ssl3}) {
-            phones_.push_back(std::make_shared<virtualphone::Phone>(virtualphone::PhoneOptions{
-                .root = root_ / std::to_string(phones_.size()), .session = kind}));
-            bus_.plug(phones_.back());
+            plug({.session = kind});
         }
-    }
-
-    ~World() {
-        std::error_code ignored;
-        std::filesystem::remove_all(root_, ignored);
+        plug({.wireDelay = std::chrono::milliseconds(1)});
     }
 
     World(const World&) = delete;
@@ -52,10 +42,16 @@ public:
 
     const std::string& udid(PhoneIndex phone = kClear) const { return phones_[phone]->udid(); }
 
-    const std::filesystem::path& root() const { return root_; }
+    const std::filesystem::path& root() const { return root_.path(); }
 
 private:
-    std::filesystem::path root_;
+    void plug(virtualphone::PhoneOptions options) {
+        options.root = root() / std::to_string(phones_.size());
+        phones_.push_back(std::make_shared<virtualphone::Phone>(options));
+        bus_.plug(phones_.back());
+    }
+
+    virtualphone::testing::TemporaryFolder root_;
     virtualphone::Bus bus_;
     std::vector<std::shared_ptr<virtualphone::Phone>> phones_;
 };

@@ -21,6 +21,7 @@ namespace bench {
 namespace {
 
 constexpr size_t kPieceBytes = 4 * 1024 * 1024;
+constexpr size_t kEarlyPieceBytes = 64 * 1024;
 constexpr char kRemotePath[] = "/tone.m4r";
 
 // ---------------------------------------------------------------------- ours
@@ -115,13 +116,14 @@ bool reconnectPeer(PeerConnection& peer, const std::string& udid) {
     return isOpen;
 }
 
-bool uploadPeer(afc_client_t files, const std::vector<char>& bytes) {
+/// One request for each piece, one after the other.
+bool uploadPeer(afc_client_t files, const std::vector<char>& bytes, size_t pieceBytes) {
     uint64_t file = 0;
     if (afc_file_open(files, kRemotePath, AFC_FOPEN_WRONLY, &file) != AFC_E_SUCCESS) {
         return false;
     }
-    for (size_t at = 0; at < bytes.size(); at += kPieceBytes) {
-        const auto count = static_cast<uint32_t>(std::min(kPieceBytes, bytes.size() - at));
+    for (size_t at = 0; at < bytes.size(); at += pieceBytes) {
+        const auto count = static_cast<uint32_t>(std::min(pieceBytes, bytes.size() - at));
         uint32_t written = 0;
         errno = 0;
         if (afc_file_write(files, file, bytes.data() + at, count, &written) != AFC_E_SUCCESS) {
@@ -133,14 +135,22 @@ bool uploadPeer(afc_client_t files, const std::vector<char>& bytes) {
 
 // ---------------------------------------------------------------------- comparisons
 
-void compareUploads(const std::shared_ptr<World>& world, size_t sizeBytes,
-                    const std::string& label) {
-    const auto bytes = std::make_shared<std::vector<char>>(sizeBytes, 'x');
-    compare({.title = "upload, " + label,
+struct Uploads {
+    size_t bytes;
+    const char* title;
+    PhoneIndex phone = kClear;
+    size_t peerPieceBytes = kPieceBytes; ///< ours sends what early firmware bears, always
+    const char* does;
+};
+
+void compareUploads(const std::shared_ptr<World>& world, const Uploads& uploads) {
+    const auto bytes = std::make_shared<std::vector<char>>(uploads.bytes, 'x');
+    compare({.title = uploads.title,
              .ours =
-                 [world, bytes](benchmark::State& state) {
+                 [world, bytes, uploads](benchmark::State& state) {
                      const Subscription subscription;
-                     afc_connection* connection = reconnect(subscription.device());
+                     am_device* device = subscription.device(uploads.phone);
+                     afc_connection* connection = reconnect(device);
                      for (auto _ : state) {
                          if (!uploadOurs(connection, *bytes)) {
                              state.SkipWithError("an upload failed");
@@ -148,23 +158,23 @@ void compareUploads(const std::shared_ptr<World>& world, size_t sizeBytes,
                          }
                      }
                      provider().AFCConnectionClose(connection);
-                     provider().AMDeviceDisconnect(subscription.device());
+                     provider().AMDeviceDisconnect(device);
                  },
              .peer =
-                 [world, bytes](benchmark::State& state) {
+                 [world, bytes, uploads](benchmark::State& state) {
                      PeerConnection peer;
-                     if (!reconnectPeer(peer, world->udid())) {
+                     if (!reconnectPeer(peer, world->udid(uploads.phone))) {
                          state.SkipWithError("the peer did not connect");
                          return;
                      }
                      for (auto _ : state) {
-                         if (!uploadPeer(peer.files, *bytes)) {
+                         if (!uploadPeer(peer.files, *bytes, uploads.peerPieceBytes)) {
                              state.SkipWithError("an upload failed");
                              break;
                          }
                      }
                  }},
-            "4 MiB pieces; peer a bare libimobiledevice loop");
+            uploads.does);
 }
 
 Body reconnections(const std::shared_ptr<World>& world, PhoneIndex phone) {
@@ -213,9 +223,40 @@ void compareReconnections(const std::shared_ptr<World>& world) {
 } // namespace
 
 void registerTransfers(const std::shared_ptr<World>& world) {
-    compareUploads(world, 300 * 1024, "300 KiB");
-    compareUploads(world, 4 * 1024 * 1024, "4 MiB");
-    compareUploads(world, 32 * 1024 * 1024, "32 MiB");
+    constexpr size_t kKiB = 1024;
+    constexpr size_t kMiB = 1024 * kKiB;
+    const char* const whole = "peer a bare libimobiledevice loop, 4 MiB a request";
+    const char* const early = "the peer too sends the 64 KiB a request that early firmware bears";
+    const char* const far = "the same, with 1 ms of wire each way";
+    for (const Uploads& uploads : {
+             Uploads{.bytes = 300 * kKiB, .title = "upload, 300 KiB", .does = whole},
+             Uploads{.bytes = 4 * kMiB, .title = "upload, 4 MiB", .does = whole},
+             Uploads{.bytes = 32 * kMiB, .title = "upload, 32 MiB", .does = whole},
+             Uploads{.bytes = 300 * kKiB,
+             .title = "upload in pieces, 300 KiB",
+             .peerPieceBytes = kEarlyPieceBytes,
+             .does = early},
+             Uploads{.bytes = 4 * kMiB,
+             .title = "upload in pieces, 4 MiB",
+             .peerPieceBytes = kEarlyPieceBytes,
+             .does = early},
+             Uploads{.bytes = 32 * kMiB,
+             .title = "upload in pieces, 32 MiB",
+             .peerPieceBytes = kEarlyPieceBytes,
+             .does = early},
+             Uploads{.bytes = 300 * kKiB,
+             .title = "upload, long wire, 300 KiB",
+             .phone = kLongWire,
+             .peerPieceBytes = kEarlyPieceBytes,
+             .does = far},
+             Uploads{.bytes = 4 * kMiB,
+             .title = "upload, long wire, 4 MiB",
+             .phone = kLongWire,
+             .peerPieceBytes = kEarlyPieceBytes,
+             .does = far},
+         }) {
+        compareUploads(world, uploads);
+    }
     compareReconnections(world);
 }
 
