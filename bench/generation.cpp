@@ -20,9 +20,10 @@ CFRef<CFMutableDictionaryRef> emptyDictionary() {
                                            &kCFTypeDictionaryValueCallBacks));
 }
 
-CFRef<CFMutableDictionaryRef> newRingtones(int count) {
+/// @param first  number of the first of them; the even ones are mp3s
+CFRef<CFMutableDictionaryRef> newRingtones(int count, int first = 0) {
     auto list = emptyDictionary();
-    for (int i = 0; i < count; ++i) {
+    for (int i = first; i < first + count; ++i) {
         auto entry = emptyDictionary();
         const auto name =
             adopt(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("Ringtone %d"), i));
@@ -50,17 +51,16 @@ public:
     Phone(const Phone&) = delete;
     Phone& operator=(const Phone&) = delete;
 
-    bool generates(CFDictionaryRef added) {
-        CFMutableDictionaryRef catalogue = nullptr;
-        CFMutableDictionaryRef renames = nullptr;
+    KRTRingtoneManagerRef store() { return KRTPhoneGetRingtoneManager(phone_); }
+
+    /// The catalogue of a phone that gets these ringtones; null when there is none.
+    CFRef<CFMutableDictionaryRef> generate(CFDictionaryRef added) {
+        CFRef<CFMutableDictionaryRef> catalogue;
+        CFRef<CFMutableDictionaryRef> renames;
         const auto none = emptyDictionary();
-        if (KRTRingtoneManagerGeneratePList(KRTPhoneGetRingtoneManager(phone_), added, none.get(),
-                                            none.get(), &catalogue, &renames) != 1) {
-            return false;
-        }
-        CFRelease(catalogue);
-        CFRelease(renames);
-        return true;
+        KRTRingtoneManagerGeneratePList(store(), added, none.get(), none.get(), catalogue.receive(),
+                                        renames.receive());
+        return catalogue;
     }
 
 private:
@@ -73,7 +73,7 @@ Body generating(int count) {
     return [list](benchmark::State& state) {
         Phone phone;
         for (auto _ : state) {
-            if (!phone.generates(list->get())) {
+            if (!phone.generate(list->get())) {
                 state.SkipWithError("no catalogue was generated");
                 return;
             }
@@ -81,10 +81,54 @@ Body generating(int count) {
     };
 }
 
-void compareGrowth(int from, int to) {
-    compare({.title = "generate " + std::to_string(from) + " to " + std::to_string(to),
-             .ours = generating(to),
-             .peer = generating(from),
+/// The base names of a catalogue's files.
+CFRef<CFMutableArrayRef> baseNamesOf(CFDictionaryRef catalogue) {
+    auto names = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+    const auto keys = adopt(CFGetAllKeys(catalogue));
+    for (CFIndex i = 0; i < CFArrayGetCount(keys.get()); ++i) {
+        const auto key = static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys.get(), i));
+        const auto base = adopt(CFStringCreateWithSubstring(nullptr, key, CFRangeMake(0, 4)));
+        // A companion follows the ringtone that it has the base name of.
+        const CFIndex count = CFArrayGetCount(names.get());
+        if (count == 0 || !CFEqual(CFArrayGetValueAtIndex(names.get(), count - 1), base.get())) {
+            CFArrayAppendValue(names.get(), base.get());
+        }
+    }
+    return names;
+}
+
+/// One mp3 more in the catalogue of as many ringtones. The phone is not asked for their files, so
+/// that it is not measured.
+Body generatingOneMore(int count) {
+    auto list = std::make_shared<CFRef<CFMutableDictionaryRef>>(newRingtones(count));
+    return [list, count](benchmark::State& state) {
+        Phone phone;
+        const auto full = phone.generate(list->get());
+        const auto usedNames = baseNamesOf(full.get());
+        const auto oneMore = newRingtones(1, count);
+        const auto none = emptyDictionary();
+        for (auto _ : state) {
+            srandom(0);
+            const auto catalogue = adopt(CFDictionaryCreateMutableCopy(nullptr, 0, full.get()));
+            const auto names = adopt(CFArrayCreateMutableCopy(nullptr, 0, usedNames.get()));
+            const auto renames = emptyDictionary();
+            if (KRTRingtoneManagerGeneratorParseDictionary(phone.store(), oneMore.get(),
+                                                           catalogue.get(), names.get()) != 1 ||
+                KRTRingtoneManagerFixResultDictionary(catalogue.get(), names.get(), renames.get(),
+                                                      none.get()) != 1) {
+                state.SkipWithError("no catalogue was generated");
+                return;
+            }
+        }
+    };
+}
+
+using Generating = Body (*)(int count);
+
+void compareGrowth(const std::string& what, Generating generatingSome, int from, int to) {
+    compare({.title = what + " " + std::to_string(from) + " to " + std::to_string(to),
+             .ours = generatingSome(to),
+             .peer = generatingSome(from),
              .peerScale = static_cast<double>(to) / from},
             "growth per ringtone, older layout, half mp3; 1 is linear");
 }
@@ -92,9 +136,11 @@ void compareGrowth(int from, int to) {
 } // namespace
 
 void registerGeneration() {
-    compareGrowth(1000, 2000);
-    compareGrowth(1000, 5000);
-    compareGrowth(1000, 10000);
+    compareGrowth("generate", generating, 1000, 2000);
+    compareGrowth("generate", generating, 1000, 5000);
+    compareGrowth("generate", generating, 1000, 10000);
+    compareGrowth("one more on", generatingOneMore, 1000, 10000);
+    compareGrowth("one more on", generatingOneMore, 1000, 20000);
 }
 
 } // namespace bench
