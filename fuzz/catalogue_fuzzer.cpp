@@ -8,12 +8,13 @@
 #include <CoreFoundation/CFRef.h>
 #include <KRLVesk/KRTError.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -32,12 +33,16 @@ CFRef<CFMutableDictionaryRef> dictionary() {
                                            &kCFTypeDictionaryValueCallBacks));
 }
 
-/// A file on this computer for as long as the process lives.
+/// A file on this computer for as long as the process lives. It is in memory and has no name that
+/// another process could meet.
 CFStringRef sourceFile() {
     static const CFRef<CFStringRef> path = [] {
-        const auto file = std::filesystem::temp_directory_path() / "krl-fuzz-source.mp3";
-        std::ofstream(file) << "sound";
-        return adopt(CFStringCreateWithCString(nullptr, file.c_str(), kCFStringEncodingUTF8));
+        const int file = memfd_create("source", MFD_CLOEXEC);
+        if (write(file, "sound", 5) != 5) {
+            std::abort();
+        }
+        const std::string name = "/proc/self/fd/" + std::to_string(file);
+        return adopt(CFStringCreateWithCString(nullptr, name.c_str(), kCFStringEncodingUTF8));
     }();
     return path.get();
 }

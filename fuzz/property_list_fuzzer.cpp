@@ -26,6 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     if (!written) {
         std::abort(); // whatever could be read can be written
     }
-    parse(written.get());
+    if (!parse(written.get())) {
+        std::abort(); // and what was written can be read
+    }
     return 0;
 }

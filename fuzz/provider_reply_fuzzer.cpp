@@ -76,7 +76,7 @@ void askValues(const ChannelRef& channel) {
 void startServices(const ChannelRef& channel) {
     LockdownClient client = lockdownOn(channel);
     client.validatePair(pairRecord());
-    client.startSession(pairRecord(), std::nullopt);
+    client.startSession(pairRecord(), std::nullopt, Protocol::Tls);
     ServiceAddress service{};
     client.startService("com.apple.afc", service);
     client.stopSession();

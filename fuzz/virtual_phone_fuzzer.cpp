@@ -1,5 +1,6 @@
 // Any bytes as what a client sends to the virtual phone's services. The first byte says which one.
 
+#include "tests/support/TemporaryFolder.h"
 #include "virtualphone/VirtualPhone.h"
 #include "virtualphone/services/AfcServer.h"
 #include "virtualphone/services/LockdownServer.h"
@@ -13,8 +14,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -32,11 +31,6 @@ public:
         bus_.plug(phone_);
     }
 
-    ~World() {
-        std::error_code ignored;
-        std::filesystem::remove_all(root_, ignored);
-    }
-
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
@@ -49,18 +43,10 @@ public:
     const std::filesystem::path& socketPath() const { return bus_.socketPath(); }
 
 private:
-    static std::filesystem::path makeRoot() {
-        std::string name = (std::filesystem::temp_directory_path() / "krl-fuzz-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no temporary folder");
-        }
-        return name;
-    }
-
-    std::filesystem::path root_ = makeRoot();
+    virtualphone::testing::TemporaryFolder root_;
     RequestLog log_;
     Bus bus_;
-    std::shared_ptr<Phone> phone_ = std::make_shared<Phone>(PhoneOptions{.root = root_});
+    std::shared_ptr<Phone> phone_ = std::make_shared<Phone>(PhoneOptions{.root = root_.path()});
 };
 
 World& world() {
