@@ -16,11 +16,19 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# All binaries of a build tree stand side by side, as they do once installed: the library finds the
-# provider in its own folder, and a test finds the programs.
+# All binaries of a build tree stand side by side: the library finds the provider in its own folder,
+# and a test finds the programs.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
-set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+# Where a program looks for our libraries: where they lie once installed, and nowhere else. The build
+# tree has the same path by a link, so that both run the same binary: CMake pads a path of its own
+# that is replaced at installation, and the padding reads as the working directory.
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+cmake_path(GET CMAKE_INSTALL_LIBDIR PARENT_PATH libdir_parent)
+file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/bin" "${CMAKE_BINARY_DIR}/${libdir_parent}")
+file(CREATE_LINK "${CMAKE_BINARY_DIR}/bin" "${CMAKE_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}" SYMBOLIC)
 
 add_library(krl_options INTERFACE)
 add_library(krl::options ALIAS krl_options)
@@ -34,6 +42,23 @@ target_compile_options(krl_options INTERFACE
     # GCC 12 takes optimised std::string additions for overlapping copies.
     $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>
     $<$<BOOL:${KRL_WARNINGS_AS_ERRORS}>:-Werror>)
+
+include(CheckPIESupported)
+check_pie_supported()
+if(NOT KRL_SANITIZE)
+    # What a phone or a file says must not become code: guards on the stack and around calls of the C
+    # library, and no table of addresses that can be written to.
+    add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+    add_compile_options($<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE>
+                        $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2>)
+    add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+        # The start files of the C library have no landing pads, so a binary can be marked for the
+        # shadow stack only.
+        add_compile_options(-fcf-protection=full)
+        add_link_options(-Wl,-z,shstk)
+    endif()
+endif()
 
 if(KRL_SANITIZE)
     # For the whole tree, libraries of ours included, so that none runs unwatched.
