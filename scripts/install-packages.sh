@@ -1,14 +1,38 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building, testing and the demo need. Quick when all are there.
+# install-packages.sh [WHAT...]: installs the Debian packages that something needs; quick when all are
+# there. WHAT is any of: build (programs and library), demo (the same), tests, bench, checks, fuzz,
+# valgrind. Without one: everything.
 set -euo pipefail
 
-packages=(
-    g++ cmake ninja-build pkg-config make git
-    unzip libsystemd-dev dbus-daemon
-    libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libcli11-dev libfmt-dev nlohmann-json3-dev
-    libgtest-dev libgmock-dev libbenchmark-dev libimobiledevice-dev libimobiledevice-utils ifuse
-    libglib2.0-dev clang-format-14 binutils
+build=(
+    g++ cmake ninja-build pkg-config make unzip
+    libsystemd-dev libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libseccomp-dev libcli11-dev libfmt-dev
+    nlohmann-json3-dev
 )
+tests=(
+    libgtest-dev libgmock-dev libimobiledevice-dev libimobiledevice-utils ifuse libglib2.0-dev
+    dbus-daemon binutils python3 procps openssl openjdk-17-jdk-headless
+)
+bench=(libbenchmark-dev libimobiledevice-dev)
+checks=(clang-14 clang-format-14 clang-tidy-14 python3 git)
+fuzz=(clang-14 libclang-rt-14-dev)
+
+[ $# -gt 0 ] || set -- build tests bench checks fuzz valgrind
+packages=()
+for what in "$@"; do
+    case $what in
+    build | demo) packages+=("${build[@]}") ;;
+    tests) packages+=("${build[@]}" "${tests[@]}") ;;
+    bench) packages+=("${build[@]}" "${tests[@]}" "${bench[@]}") ;;
+    valgrind) packages+=(valgrind python3) ;;
+    checks) packages+=("${checks[@]}") ;;
+    fuzz) packages+=("${build[@]}" "${fuzz[@]}") ;;
+    *)
+        echo "unknown: $what" >&2
+        exit 2
+        ;;
+    esac
+done
 
 missing=()
 for package in "${packages[@]}"; do
