@@ -37,8 +37,12 @@ function(krl_add_test name)
     if(ARG_LABELS MATCHES "fast|threads")
         add_dependencies(quick_tests ${name})
     endif()
+    set(limit 120)
+    if(KRL_SANITIZE)
+        set(limit 300)
+    endif()
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
         WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}"
-        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120)
+        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${limit})
 endfunction()
