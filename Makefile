@@ -1,44 +1,90 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
-.PHONY: demo test bench format install-packages asan tsan quick-asan quick-tsan fuzz
+.PHONY: demo test torture bench check tidy clang hardening format asan tsan quick-asan quick-tsan valgrind fuzz
 
 build := build
+install := @scripts/install-packages.sh
 
-demo: install-packages
-	@cmake --preset debug >/dev/null
+# A tree that has been configured for tests stays so; a fresh one is spared what only tests need.
+demo:
+	$(install) demo
+	@cmake --preset debug $(if $(wildcard $(build)/debug/CMakeCache.txt),,-DBUILD_TESTING=OFF) >/dev/null
 	@cmake --build --preset debug --target vesk virtualphone KRLVesk
 	@scripts/demo.sh $(build)/debug
 
-test: install-packages
-	cmake --preset debug
+test:
+	$(install) tests
+	cmake --preset debug -DBUILD_TESTING=ON
 	cmake --build --preset debug
 	ctest --preset debug -j2
 
 # The whole suite under a sanitizer.
-asan tsan: install-packages
+asan tsan:
+	$(install) tests
 	cmake --preset $@
 	cmake --build --preset $@
 	ctest --preset $@ -j2
 
-bench: install-packages
-	@cmake --preset release >/dev/null
-	@cmake --build --preset release --target benchmarks
-	@scripts/bench.sh $(build)/release
-
 # Its fast tests, and those about threads, under a sanitizer.
-quick-asan quick-tsan: install-packages
+quick-asan quick-tsan:
+	$(install) tests
 	cmake --preset $(@:quick-%=%)
 	cmake --build --preset $(@:quick-%=%) --target quick_tests
 	ctest --preset $(@:quick-%=%) -j2 -L 'fast|threads'
 
-# Short runs of the fuzz targets; needs Clang.
-fuzz: install-packages
+# Its fast tests under valgrind's memcheck: some twenty minutes.
+valgrind:
+	$(install) tests valgrind
+	cmake --preset debug -DBUILD_TESTING=ON
+	cmake --build --preset debug --target quick_tests
+	scripts/valgrind.sh $(build)/debug
+
+# Every writing job, each of its requests met by each fault: some hours. A sample: make torture SECONDS=120
+torture:
+	$(install) tests
+	@cmake --preset debug -DBUILD_TESTING=ON >/dev/null
+	@cmake --build --preset debug --target torture
+	$(build)/debug/torture/torture --workers 2 $(if $(SECONDS),--seconds $(SECONDS))
+
+bench:
+	$(install) bench
+	@cmake --preset release -DKRL_BENCH=ON >/dev/null
+	@cmake --build --preset release --target benchmarks
+	@scripts/bench.sh $(build)/release
+
+# What a machine can check without running anything: rooms, rules and their tests, format.
+check:
+	$(install) checks
+	scripts/check_rooms.py
+	scripts/check_contracts.py
+	scripts/format.sh --check
+
+# clang-tidy over the library.
+tidy:
+	$(install) tests checks
+	@cmake --preset clang >/dev/null
+	scripts/tidy.sh $(build)/clang
+
+# Everything, built by Clang.
+clang:
+	$(install) tests checks
+	cmake --preset clang
+	cmake --build --preset clang
+
+# What is released, built as it is released: its ELF headers.
+hardening:
+	$(install) tests
+	cmake --preset release -DKRL_BENCH=OFF
+	cmake --build --preset release --target released
+	ctest --preset release -R '^abi[.]hardening_of_'
+
+# Short runs of the fuzz targets.
+fuzz:
+	$(install) fuzz
 	cmake --preset fuzz
 	cmake --build --preset fuzz --target fuzzers
 	scripts/fuzz.sh $(build)/fuzz
 
-format: install-packages
+format:
+	$(install) checks
 	@scripts/format.sh
-
-install-packages:
-	@scripts/install-packages.sh
