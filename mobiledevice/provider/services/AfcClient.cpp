@@ -185,6 +185,10 @@ int32_t AfcClient::writePieces(uint64_t file, std::span<const std::byte> bytes) 
             while (unanswered < nextNumber_ && channel_->heldBytes() >= kStatusReplyBytes) {
                 takeAnswer();
             }
+            // Held answers to what was not sent yet would be heard at once, again and again.
+            if (!hasGone && unanswered == nextNumber_ && channel_->heldBytes() > 0) {
+                return badReply();
+            }
         }
     } while (failure == 0 && !bytes.empty());
     // After a failure too, so that the next request does not meet them.

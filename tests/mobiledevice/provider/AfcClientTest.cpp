@@ -695,6 +695,17 @@ TEST(AfcWrite, APhoneThatTakesAllButAnswersNotAllFailsTheWrite) {
     phone.join();
 }
 
+TEST(AfcWrite, APhoneThatAnswersAllInAdvanceAndTakesNothingFailsTheWrite) {
+    const std::string contents = someBytes(64 * 65536);
+    SocketPair pair;
+    AfcClient client(pair.channel());
+    for (uint64_t number = 1; number <= 200; ++number) {
+        pair.say(afcStatus(number, 0).bytes());
+    }
+    EXPECT_EQ(client.writeFile(7, readable(contents)), kAFCBadReply);
+    EXPECT_EQ(client.closeFile(7), kAFCNotConnected);
+}
+
 TEST(AfcNumbers, CountUpFromOneOnEachConnection) {
     SocketPair pair;
     AfcClient client(pair.channel());
