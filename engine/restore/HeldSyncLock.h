@@ -4,17 +4,19 @@
 
 namespace krl::engine {
 
-/// The phone's sync lock for a scope, as the library takes it for a sync: one that another program
-/// does not give up within 7 seconds is gone on without.
+/// The phone's sync lock for a scope, taken as the library takes it for a sync, within 7 seconds.
+/// The library goes on where it cannot be had. This does so only on a phone that knows no locks.
 class HeldSyncLock {
 public:
-    /// @throw Failure when the phone does not let a sync begin
+    /// @throw Failure when another program holds it, or the phone does not let a sync begin
     explicit HeldSyncLock(OpenPhone& phone);
     ~HeldSyncLock();
     HeldSyncLock(const HeldSyncLock&) = delete;
     HeldSyncLock& operator=(const HeldSyncLock&) = delete;
 
 private:
+    void giveBack();
+
     OpenPhone& phone_;
 };
 

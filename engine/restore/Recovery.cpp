@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace krl::engine {
 namespace {
@@ -15,27 +16,44 @@ public:
           before_(safe.snapshot(journal.job.before)), after_(safe.snapshot(journal.job.after)),
           now_(restorer.look()) {}
 
-    Ending run(Wish wish) {
-        if (sameContents(now_, after_)) {
-            close(Ending::WasDone);
-            return Ending::WasDone;
-        }
+    Ending run(Wish wish, const TakeLock& takeLock) {
         const bool mustFinish = wish == Wish::Finish || journal_.mustFinish;
-        if (!mustFinish && sameContents(now_, before_)) {
-            close(Ending::NothingHappened);
-            return Ending::NothingHappened;
+        auto ending = endedAlready(mustFinish);
+        const auto lock = ending || !takeLock ? nullptr : takeLock();
+        if (lock) {
+            lookAgain();
+            ending = endedAlready(mustFinish);
         }
-        own_.add(before_);
-        own_.add(after_);
-        const bool finishes = mustFinish || (wish == Wish::Either && haveAllCome());
-        const Ending ending = !isExplained() ? Ending::ChangedByOthers
-                              : finishes     ? finish()
-                                             : takeBack();
-        close(ending);
-        return ending;
+        if (!ending) {
+            ending = end(mustFinish || (wish == Wish::Either && haveAllCome()));
+        }
+        close(*ending);
+        return *ending;
     }
 
 private:
+    std::optional<Ending> endedAlready(bool mustFinish) const {
+        if (sameContents(now_, after_)) {
+            return Ending::WasDone;
+        }
+        return !mustFinish && sameContents(now_, before_) ? std::optional(Ending::NothingHappened)
+                                                          : std::nullopt;
+    }
+
+    /// The job's own lock may have been given back before this one was taken.
+    void lookAgain() {
+        const Snapshot earlier = std::exchange(now_, restorer_.look());
+        if (!sameContents(now_, earlier)) {
+            time_ = JobTime::Earlier;
+        }
+    }
+
+    Ending end(bool finishes) {
+        own_.add(before_);
+        own_.add(after_);
+        return !isExplained() ? Ending::ChangedByOthers : finishes ? finish() : takeBack();
+    }
+
     /// Whether what the phone holds can come from the state before by this job alone.
     bool isExplained() {
         return isCatalogueExplained() && isRestUntouched() &&
@@ -150,18 +168,18 @@ private:
     PhoneSafe& safe_;
     Restorer& restorer_;
     const Journal& journal_;
-    const JobTime time_;
+    JobTime time_;
     const Snapshot before_;
     const Snapshot after_;
-    const Snapshot now_;
+    Snapshot now_;
     OwnContents own_;
 };
 
 } // namespace
 
-Ending endJob(PhoneSafe& safe, Restorer& restorer, const Journal& journal, Wish wish,
-              JobTime time) {
-    return JobEnd(safe, restorer, journal, time).run(wish);
+Ending endJob(PhoneSafe& safe, Restorer& restorer, const Journal& journal, Wish wish, JobTime time,
+              const TakeLock& takeLock) {
+    return JobEnd(safe, restorer, journal, time).run(wish, takeLock);
 }
 
 std::string endingText(Ending ending, const Job& job) {

@@ -2,6 +2,8 @@
 
 #include "engine/restore/Restorer.h"
 
+#include <functional>
+#include <memory>
 #include <string>
 
 namespace krl::engine {
@@ -28,10 +30,16 @@ enum class JobTime {
     Earlier ///< others may have changed the phone since
 };
 
+/// Takes a phone's sync lock, which is held as long as what this returns lives.
+/// @throw Failure when it cannot be had
+using TakeLock = std::function<std::shared_ptr<void>()>;
+
 /// Ends the job of a journal: looks at what the phone holds, finishes it or takes it back, moved
 /// files included, takes it into the history and the journal away.
+/// @param takeLock  called before anything is written; null when the lock is held already
 /// @throw Failure when it could not be ended; the journal stays then
-Ending endJob(PhoneSafe& safe, Restorer& restorer, const Journal& journal, Wish wish, JobTime time);
+Ending endJob(PhoneSafe& safe, Restorer& restorer, const Journal& journal, Wish wish, JobTime time,
+              const TakeLock& takeLock = nullptr);
 
 /// What has become of a job that was broken off, in words.
 std::string endingText(Ending ending, const Job& job);

@@ -67,13 +67,13 @@ Snapshot SafeKeeping::afterwards(const Intention& intention, std::set<std::strin
     return after;
 }
 
-std::optional<Ending> SafeKeeping::finish(Wish wish) {
+std::optional<Ending> SafeKeeping::finish(Wish wish, const TakeLock& takeLock) {
     if (!journal_) {
         return std::nullopt;
     }
     PhoneFiles files(device_);
     Restorer restorer(files, safe_, watch_);
-    const Ending ending = endJob(safe_, restorer, *journal_, wish, JobTime::Now);
+    const Ending ending = endJob(safe_, restorer, *journal_, wish, JobTime::Now, takeLock);
     journal_.reset();
     leftBehind_ = restorer.leftBehind().size();
     return ending;

@@ -55,8 +55,10 @@ public:
     void begin(const Intention& intention);
 
     /// After the last write, also when the job has failed. Without a begin there is nothing to do.
+    /// @param takeLock  called before anything is put right; null when the lock is held already
     /// @return how it ended; none without a begin
-    std::optional<Ending> finish(Wish wish);
+    /// @throw Failure when it could not be ended; the next job does it
+    std::optional<Ending> finish(Wish wish, const TakeLock& takeLock = nullptr);
 
     /// How many files the phone did not remove, after a finish.
     size_t leftBehind() const { return leftBehind_; }

@@ -33,6 +33,48 @@ std::string Aftermath::stateText() const {
                                                   : "; the phone's catalogue is the old one");
 }
 
+void Aftermath::leaveToSafe(std::optional<Ending> ending) {
+    isLeftToSafe_ = true;
+    ending_ = ending;
+}
+
+/// What the safe has made of it.
+std::optional<std::string> Aftermath::safeText() const {
+    if (!isLeftToSafe_) {
+        return std::nullopt;
+    }
+    if (!ending_) {
+        return "it could not be put in order yet; what it held is kept on this computer";
+    }
+    switch (*ending_) {
+    case Ending::NothingHappened:
+    case Ending::TakenBack:
+        return "it holds what it held before";
+    case Ending::WasDone:
+    case Ending::Finished:
+        return "it holds what was wanted";
+    case Ending::ChangedByOthers:
+        return "another program has changed it meanwhile, and it stays as it is; what it held is "
+               "kept on this computer";
+    }
+    return std::nullopt;
+}
+
+std::string Aftermath::advice() const {
+    if (!isLeftToSafe_) {
+        return "Run the same command again: files that no catalogue lists are deleted or replaced "
+               "then.";
+    }
+    if (!ending_) {
+        return "Close other programs that use it, plug it in again and run the same command again: "
+               "what was broken off is put in order first.";
+    }
+    return *ending_ == Ending::ChangedByOthers
+               ? "\"vesk list\" shows what it holds; \"vesk undo --force\" puts back what it held "
+                 "before."
+               : "Run the same command again.";
+}
+
 Failure Aftermath::failed(const std::string& reason) {
     if (phone_.isGone()) {
         return pulledOut();
@@ -78,16 +120,18 @@ Failure Aftermath::stopped(const std::string& reason, bool hasChanged) {
 /// Adds what the phone holds now.
 Failure Aftermath::withState(FailureKind kind, const std::string& sentence) {
     std::vector<std::string> details{stateText()};
+    if (const auto text = safeText()) {
+        details.push_back(*text);
+    }
     try {
-        undoRenames();
+        if (!isLeftToSafe_) {
+            undoRenames();
+        }
         describeOldRingtones(details);
     } catch (const Failure& failure) {
         details.push_back(fmt::format("the phone could not be looked at: {}", failure.what()));
     }
-    return {kind, sentence,
-            "Run the same command again: files that no catalogue lists are deleted or "
-            "replaced then.",
-            details};
+    return {kind, sentence, advice(), details};
 }
 
 void Aftermath::describeOldRingtones(std::vector<std::string>& details) {
@@ -136,11 +180,16 @@ Failure Aftermath::pulledOut() const {
                              "not known");
     } else {
         details.push_back(stateText());
-        describeMoved(details);
+        if (!isLeftToSafe_) {
+            describeMoved(details);
+        }
     }
     return {FailureKind::PhoneGone,
             fmt::format("{} was pulled out during the sync", before_.facts.label()),
-            "Plug it in again and run the same command again.", details};
+            isLeftToSafe_ ? "Plug it in again and run the same command again: what was broken off "
+                            "is put in order first."
+                          : "Plug it in again and run the same command again.",
+            details};
 }
 
 void Aftermath::describeMoved(std::vector<std::string>& details) const {
@@ -185,7 +234,10 @@ Failure Aftermath::notAsWanted(const std::map<std::string, uint64_t>& now,
             fmt::format("the sync of {} ended, but the phone does not hold what it should; "
                         "perhaps its catalogue could not be written",
                         before_.facts.label()),
-            catalogueIsUnreadable
+            isLeftToSafe_
+                ? "Run the same command again: what is not as it should be is put in order first. "
+                  "\"vesk undo\" puts back what it held before."
+            : catalogueIsUnreadable
                 ? "Its catalogue cannot be read now, so that most commands are refused. \"vesk "
                   "info\" shows the free space; \"vesk sync FOLDER --force\" puts a folder's "
                   "ringtones onto it and deletes all others."

@@ -2,6 +2,7 @@
 
 #include "engine/errors/Failure.h"
 #include "engine/plan/Change.h"
+#include "engine/restore/Recovery.h"
 #include "engine/sync/SyncReports.h"
 
 #include <map>
@@ -20,6 +21,10 @@ public:
               const SyncReports& reports)
         : phone_(phone), before_(before), change_(change), reports_(reports) {}
 
+    /// The safe has put the phone in order, or the next job will: nothing is moved back here then.
+    /// @param ending  how; none when it could not be done yet
+    void leaveToSafe(std::optional<Ending> ending);
+
     Failure failed(const std::string& reason);
     Failure cancelled();
 
@@ -37,6 +42,8 @@ public:
 
 private:
     std::string stateText() const;
+    std::optional<std::string> safeText() const;
+    std::string advice() const;
     std::optional<std::string> unreadableSource() const;
     Failure withState(FailureKind kind, const std::string& sentence);
     void describeOldRingtones(std::vector<std::string>& details);
@@ -47,6 +54,8 @@ private:
     const PhoneState& before_;
     const PreparedChange& change_;
     const SyncReports& reports_;
+    bool isLeftToSafe_ = false;
+    std::optional<Ending> ending_;
 };
 
 } // namespace krl::engine

@@ -1,6 +1,7 @@
 #include "engine/sync/Submission.h"
 
 #include "engine/errors/Status.h"
+#include "engine/restore/HeldSyncLock.h"
 #include "engine/sync/Aftermath.h"
 #include "engine/sync/Guard.h"
 #include "engine/sync/SyncReports.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <utility>
 
 namespace krl::engine {
@@ -96,11 +98,18 @@ private:
     /// Has the safe put right what went wrong. Where it cannot, the phone is looked at all the same,
     /// and the next command tries again.
     std::optional<Ending> settle(Wish wish) {
-        try {
-            return keeping_ == nullptr ? std::nullopt : keeping_->finish(wish);
-        } catch (const Failure&) {
+        if (keeping_ == nullptr) {
             return std::nullopt;
         }
+        std::optional<Ending> ending;
+        try {
+            ending =
+                keeping_->finish(wish, [this] { return std::make_shared<HeldSyncLock>(phone_); });
+        } catch (const Failure&) {
+            // What remains is told below.
+        }
+        aftermath_.leaveToSafe(ending);
+        return ending;
     }
 
     void tellOfRest(std::optional<Ending> ending) {

@@ -176,7 +176,7 @@ TEST_F(Keeping, AJobThatWentWellIsInTheHistory) {
         for (const auto& request : requests()) {
             request();
         }
-        EXPECT_EQ(keeping.finish(Wish::Finish), Ending::WasDone);
+        EXPECT_EQ(keeping.finish(Wish::Finish, nullptr), Ending::WasDone);
     }
     EXPECT_EQ(side(), kAfter);
     ASSERT_THAT(history().jobs, SizeIs(1));
@@ -190,7 +190,7 @@ TEST_F(Keeping, ACatalogueThatWasNotWrittenIsWrittenThen) {
         request();
     }
     fake().phone().file(kCataloguePath, "");
-    EXPECT_EQ(keeping.finish(Wish::Finish), Ending::Finished);
+    EXPECT_EQ(keeping.finish(Wish::Finish, nullptr), Ending::Finished);
     EXPECT_EQ(side(), kAfter);
 }
 
@@ -203,7 +203,7 @@ TEST_F(Keeping, ACatalogueThatCannotBeWrittenGivesWayToTheOldOne) {
     fake().phone().file(kCataloguePath, "the old catalogue");
     // The first rename is that of the new catalogue.
     fake().failNth("AFCRenamePath", 1, kAFCNoSpaceLeft);
-    EXPECT_EQ(keeping.finish(Wish::Finish), Ending::TakenBack);
+    EXPECT_EQ(keeping.finish(Wish::Finish, nullptr), Ending::TakenBack);
     EXPECT_EQ(side(), kBefore);
 }
 
@@ -215,7 +215,7 @@ TEST_F(Keeping, WhatArrivedWrongIsReadBackAndPutRight) {
     }
     fake().phone().file(ringtonePath("G.m4r"), kOtherSound.substr(0, 50));
     fake().phone().file(ringtonePath("D.m4r"), std::string(kNewSound.size(), 'x'));
-    EXPECT_EQ(keeping.finish(Wish::Finish), Ending::Finished);
+    EXPECT_EQ(keeping.finish(Wish::Finish, nullptr), Ending::Finished);
     EXPECT_EQ(side(), kAfter);
 }
 
@@ -225,7 +225,7 @@ TEST_F(Keeping, ACancelledJobIsTakenBackEvenWhenAllFilesHaveCome) {
         keeping.begin(intention());
         const auto all = requests();
         std::for_each(all.begin(), all.end() - 4, [](const auto& request) { request(); });
-        EXPECT_EQ(keeping.finish(Wish::TakeBack), Ending::TakenBack);
+        EXPECT_EQ(keeping.finish(Wish::TakeBack, nullptr), Ending::TakenBack);
     }
     EXPECT_EQ(side(), kBefore);
     EXPECT_THAT(history().jobs, IsEmpty());
@@ -309,7 +309,7 @@ TEST_F(Keeping, ASecondJobReadsOnlyWhatTheFirstHasWritten) {
         for (const auto& request : requests()) {
             request();
         }
-        keeping.finish(Wish::Finish);
+        keeping.finish(Wish::Finish, nullptr);
     }
     SafeKeeping keeping = this->keeping();
     fake().clearCalls();
@@ -317,7 +317,7 @@ TEST_F(Keeping, ASecondJobReadsOnlyWhatTheFirstHasWritten) {
     EXPECT_THAT(fake().callsOf("AFCFileRefOpen"), SizeIs(1)) << "the catalogue";
     fake().phone().remove(ringtonePath("A.m4r")).file(kCataloguePath, "third");
     fake().clearCalls();
-    keeping.finish(Wish::Finish);
+    keeping.finish(Wish::Finish, nullptr);
     EXPECT_THAT(fake().callsOf("AFCFileRefOpen"), SizeIs(1)) << "the catalogue";
 }
 

@@ -139,6 +139,57 @@ TEST_F(Undo, ACatalogueThatCouldNotBeWrittenIsWrittenAgain) {
     EXPECT_EQ(listedNames(), (std::set<std::string>{"A", "Harp", "Marimba"}));
 }
 
+TEST_F(Undo, WhatIsPutRightIsWrittenUnderTheSyncLock) {
+    phone().faults().add(virtualphone::parseFault("afc/Write#2=status:18"));
+    log().clear();
+    ASSERT_THAT(vesk({"add", other("A.m4r", "sound a")}), ExitsWith(ExitCode::Success));
+    bool isLocked = false;
+    size_t locks = 0;
+    for (const auto& entry : log().entries()) {
+        constexpr uint64_t kExclusive = 6;
+        if (entry.request == "Lock") {
+            isLocked = entry.mode == kExclusive;
+            locks += isLocked ? 1 : 0;
+        } else if (entry.request == "Write" || entry.request == "Rename") {
+            EXPECT_TRUE(isLocked) << entry.toJson();
+        }
+    }
+    EXPECT_EQ(locks, 2U) << "the sync's and that of putting right";
+}
+
+TEST_F(Undo, WhatAnotherProgramHasLockedIsPutRightByTheNextJob) {
+    const auto before = everything();
+    phone().faults().add(virtualphone::parseFault("afc/Write#1=status:18"));
+    phone().faults().add(virtualphone::parseFault("afc/Lock#3+=status:19"));
+    const VeskResult result = vesk({"add", other("A.m4r", "sound a")});
+    EXPECT_THAT(result, ExitsWith(ExitCode::SyncFailed));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("could not be put in order yet"),
+                                  HasSubstr("is put in order first")));
+    ASSERT_NE(everything(), before) << "the empty file";
+    phone().faults().clear();
+    EXPECT_THAT(vesk({"undo"}), ExitsWith(ExitCode::NothingKept));
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(Undo, AFailedJobSaysThatThePhoneHoldsWhatItHeldBefore) {
+    const auto before = everything();
+    phone().faults().add(virtualphone::parseFault("afc/Write#1=status:18"));
+    const VeskResult result = vesk({"add", other("A.m4r", "sound a")});
+    EXPECT_THAT(result, ExitsWith(ExitCode::SyncFailed));
+    EXPECT_THAT(result.err,
+                AllOf(HasSubstr("it holds what it held before"), Not(HasSubstr("deleted"))));
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(Undo, APulledOutPhoneIsNotAdvisedToBeCopiedByHand) {
+    // The mp3 takes a placeholder: on this firmware something moves when it is removed.
+    phone().faults().add(virtualphone::parseFault("afc/Write#1=unplug"));
+    const VeskResult result = vesk({"add", other("A.m4r", "sound a")});
+    EXPECT_THAT(result, ExitsWith(ExitCode::PhoneGone));
+    EXPECT_THAT(result.err,
+                AllOf(HasSubstr("is put in order first"), Not(HasSubstr("keep a copy"))));
+}
+
 TEST_F(Undo, APhonePulledOutInTheMiddleIsPutRightByTheNextJob) {
     const auto before = everything();
     phone().faults().add(virtualphone::parseFault("afc/Write#1=unplug"));
