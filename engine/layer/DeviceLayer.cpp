@@ -150,7 +150,9 @@ constexpr size_t kOneOrTwo = 2;
 
 int32_t startService(am_device* device, CFStringRef name, am_service** service, uint32_t* unused) {
     const int32_t status = provider.startService(device, name, service, unused);
-    if (status == 0 && service != nullptr) {
+    // Others are opened by other calls, which would not take their handles back off.
+    const bool isFileService = CFEqual(name, CFSTR("com.apple.afc"));
+    if (status == 0 && service != nullptr && isFileService) {
         registry().serviceStarted(*service, device);
     }
     return status;

@@ -4,6 +4,7 @@
 #include "engine/phones/Device.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -55,6 +56,15 @@ void writeUdids(const Udids& udids) {
     fs::remove(written, failure);
 }
 
+/// Whether it is one that a line can hold: a device may say anything.
+bool isUdid(const std::string& udid) {
+    constexpr size_t kLongest = 64;
+    return !udid.empty() && udid.size() <= kLongest &&
+           std::ranges::all_of(udid, [](unsigned char character) {
+               return character == '-' || (character < 0x80 && std::isalnum(character) != 0);
+           });
+}
+
 Udids::iterator find(Udids& udids, const std::string& udid) {
     return std::ranges::find_if(udids,
                                 [&](const std::string& known) { return sameUdid(known, udid); });
@@ -69,7 +79,7 @@ bool wasPaired(const std::string& udid) {
 
 void rememberPaired(const std::string& udid) {
     Udids udids = readUdids();
-    if (!udid.empty() && find(udids, udid) == udids.end()) {
+    if (isUdid(udid) && find(udids, udid) == udids.end()) {
         udids.push_back(udid);
         writeUdids(udids);
     }

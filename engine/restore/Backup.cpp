@@ -141,7 +141,7 @@ void writeBackup(PhoneSafe& safe, const Backup& backup, const fs::path& folder) 
 Backup readBackup(PhoneSafe& safe, const fs::path& folder) {
     Backup backup;
     const bool isThere = readDocument(folder / kDocument, [&](const Json& document) {
-        backup.time = numberAt(document, "time");
+        backup.time = timeAt(document, "time");
         backup.udid = bytesAt(document, "udid");
         backup.phoneName = bytesAt(document, "phone");
         backup.snapshot.hasFolder = boolAt(document, "folder");

@@ -22,6 +22,7 @@ Restoration::Restoration(PhoneSafe& safe, Restorer& restorer, RestorationRequest
 
 void Restoration::carryOut() {
     requireFree();
+    requireRoom();
     std::set<std::string> touched;
     for (const RestoreStep& step : plan_.steps) {
         touched.insert({step.file, step.newFile});
@@ -58,6 +59,16 @@ void Restoration::requireFree() const {
         "kept, and \"vesk undo --force\" brings it back. Nothing was changed on the "
         "phone.",
         details);
+}
+
+/// Before anything is written down: there is no way back from what has begun.
+void Restoration::requireRoom() const {
+    if (!plan_.hasRoom()) {
+        throw Failure(FailureKind::NoSpace,
+                      fmt::format("the phone has too little space: {} are free, {} are needed",
+                                  formatBytes(*plan_.freeBytes), formatBytes(plan_.spaceNeeded)),
+                      "Make room on it and try again. Nothing was changed on the phone.");
+    }
 }
 
 /// Files of others stay beside it.

@@ -31,6 +31,7 @@ public:
 
 private:
     void requireFree() const;
+    void requireRoom() const;
     Snapshot afterwards() const;
 
     PhoneSafe& safe_;

@@ -120,7 +120,22 @@ private:
     void moveFile(const std::string& from, const std::string& to) {
         add({.kind = Kind::Move, .file = from, .newFile = to});
         auto file = there_.extract(from);
+        forget(to);
         there_.insert_or_assign(to, file.mapped());
+    }
+
+    void forget(const std::string& name) {
+        const auto file = there_.extract(name);
+        grow(file.empty() ? 0 : -asSigned(file.mapped().size));
+    }
+
+    static int64_t asSigned(uint64_t bytes) { return static_cast<int64_t>(bytes); }
+
+    /// So many bytes more are taken up on the phone, or less.
+    void grow(int64_t bytes) {
+        grown_ += bytes;
+        plan_.spaceNeeded =
+            std::max(plan_.spaceNeeded, static_cast<uint64_t>(std::max<int64_t>(grown_, 0)));
     }
 
     void upload() {
@@ -140,26 +155,31 @@ private:
         add({.kind = Kind::Upload, .file = name, .content = content});
         there_.emplace(name, content);
         plan_.uploadBytes += content.size;
+        grow(asSigned(content.size));
     }
 
     void placeCatalogue() {
         if (now_.catalogue == target_.catalogue) {
             return;
         }
+        const int64_t oldBytes = now_.catalogue ? asSigned(now_.catalogue->size) : 0;
         if (!target_.catalogue) {
             add({.kind = Kind::RemoveCatalogue});
+            grow(-oldBytes);
             return;
         }
         const std::string first = freeName();
         uploadTo(first, *target_.catalogue);
         add({.kind = Kind::PlaceCatalogue, .file = first});
         there_.erase(first);
+        grow(-oldBytes);
     }
 
     void removeReplaced() {
         for (const std::string& name : uploads_) {
-            if (there_.erase(name) > 0) {
+            if (there_.contains(name)) {
                 add({.kind = Kind::Remove, .file = name});
+                forget(name);
             }
         }
     }
@@ -174,7 +194,7 @@ private:
         }
         for (const std::string& name : rest) {
             add({.kind = Kind::Remove, .file = name});
-            there_.erase(name);
+            forget(name);
         }
     }
 
@@ -196,6 +216,7 @@ private:
     std::map<std::string, std::string> moves_; ///< from, to
     std::vector<std::string> uploads_;
     size_t number_ = 0;
+    int64_t grown_ = 0;
     RestorePlan plan_;
 };
 

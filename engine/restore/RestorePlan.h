@@ -46,11 +46,15 @@ struct OwnContents {
 struct RestorePlan {
     std::vector<RestoreStep> steps;
     uint64_t uploadBytes = 0;
+    uint64_t spaceNeeded = 0; ///< bytes that are taken up at the worst moment beyond those now
+    std::optional<uint64_t> freeBytes; ///< of the phone, when it was asked and says it
     std::vector<std::string> inTheWay; ///< files of others under names that are needed
     bool catalogueInTheWay = false;    ///< it is neither the wanted one nor ours
     std::vector<std::string> left;     ///< files of others that stay
 
     bool isBlocked() const { return catalogueInTheWay || !inTheWay.empty(); }
+
+    bool hasRoom() const { return !freeBytes || spaceNeeded <= *freeBytes; }
 };
 
 /// Works out the steps. What is right stays, what has only moved is renamed, what is missing is

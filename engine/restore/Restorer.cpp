@@ -39,9 +39,13 @@ Snapshot Restorer::look() {
 
 RestorePlan Restorer::plan(const Snapshot& target, const OwnContents& own) {
     RestorePlan plan = planRestore(now_, target, own, /*roomFirst=*/false);
-    const auto free = plan.uploadBytes > 0 ? files_.freeBytes() : std::nullopt;
-    return free && *free < plan.uploadBytes ? planRestore(now_, target, own, /*roomFirst=*/true)
-                                            : plan;
+    const auto freeBytes = plan.spaceNeeded > 0 ? files_.freeBytes() : std::nullopt;
+    plan.freeBytes = freeBytes;
+    if (!plan.hasRoom()) {
+        plan = planRestore(now_, target, own, /*roomFirst=*/true);
+        plan.freeBytes = freeBytes;
+    }
+    return plan;
 }
 
 void Restorer::carryOut(const RestorePlan& plan, const Snapshot& target) {

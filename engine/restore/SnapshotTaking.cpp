@@ -5,11 +5,26 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 #include <vector>
 
 namespace krl::engine {
 namespace {
+
+Failure tooLong(const std::string& path, uint64_t most) {
+    return {
+        FailureKind::CannotKeep,
+        fmt::format("\"{}\" on the phone does not end where it should, after {} bytes", path, most),
+        "Another program may be writing it. Nothing was changed on the phone. Close the other "
+        "program and try again."};
+}
+
+/// A phone may say anything of its files: what does not add up has no room anywhere.
+uint64_t sum(uint64_t one, uint64_t other) {
+    constexpr uint64_t kMost = std::numeric_limits<uint64_t>::max();
+    return one > kMost - other ? kMost : one + other;
+}
 
 class Taking {
 public:
@@ -17,7 +32,7 @@ public:
         : files_(files), safe_(safe), index_(index), progress_(progress) {}
 
     Snapshot run() {
-        now_.catalogue = take(kCataloguePath);
+        now_.catalogue = take(kCataloguePath, kMostCatalogueBytes);
         const auto names = files_.list(kRingtonesFolder);
         now_.hasFolder = names.has_value();
         for (const std::string& name : names.value_or(std::vector<std::string>{})) {
@@ -25,10 +40,11 @@ public:
                 look(name);
             }
         }
-        for (const auto& [name, modified] : unknown_) {
+        safe_.contents().requireRoom(total_);
+        for (const auto& [name, information] : unknown_) {
             // One that has gone since it was listed is no part of it.
-            if (const auto content = take(pathOf(name))) {
-                now_.files.insert_or_assign(name, Snapshot::File{*content, modified});
+            if (const auto content = take(pathOf(name), information.size)) {
+                now_.files.insert_or_assign(name, Snapshot::File{*content, information.modified});
             }
         }
         safe_.contents().settle();
@@ -51,8 +67,8 @@ private:
         } else if (isKnown(name, *information)) {
             now_.files.insert_or_assign(name, index_.files.at(name));
         } else {
-            unknown_.emplace_back(name, information->modified);
-            total_ += information->size;
+            unknown_.emplace_back(name, *information);
+            total_ = sum(total_, information->size);
         }
     }
 
@@ -64,9 +80,15 @@ private:
                safe_.contents().has(known->second.content);
     }
 
-    std::optional<Content> take(const std::string& path) {
+    /// @param most  how many bytes it may have: a phone may go on for ever
+    std::optional<Content> take(const std::string& path, uint64_t most) {
         ContentStore::Incoming incoming(safe_.contents());
+        uint64_t taken = 0;
         const bool isThere = files_.read(path, [&](std::string_view piece) {
+            taken += piece.size();
+            if (taken > most) {
+                throw tooLong(path, most);
+            }
             incoming.add(piece);
             done_ += piece.size();
             if (total_ > 0) {
@@ -81,7 +103,7 @@ private:
     const Index& index_;
     const ByteProgress& progress_;
     Snapshot now_;
-    std::vector<std::pair<std::string, std::string>> unknown_; ///< names and times of change
+    std::vector<std::pair<std::string, PhoneFiles::Information>> unknown_;
     uint64_t done_ = 0;
     uint64_t total_ = 0;
 };

@@ -142,6 +142,12 @@ bool ContentStore::has(const Content& content) const {
            static_cast<uint64_t>(status.st_size) == content.size;
 }
 
+void ContentStore::requireRoom(uint64_t bytes) const {
+    if (bytes > disk_.freeBytes(folder_)) {
+        throw cannotKeep(folder_, ENOSPC);
+    }
+}
+
 void ContentStore::read(const Digest& digest, const std::function<void(std::string_view)>& take) {
     const fs::path path = pathOf(digest);
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));

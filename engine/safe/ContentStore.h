@@ -58,6 +58,9 @@ public:
 
     bool has(const Content& content) const;
 
+    /// @throw Failure when this computer has no room for so many bytes more
+    void requireRoom(uint64_t bytes) const;
+
     /// Gives a content piece by piece.
     /// @throw Failure when it is not there or, after the last piece, when it is damaged; it is
     ///        dropped then, so that it is taken in anew when it is met again
@@ -79,7 +82,7 @@ private:
 
     std::filesystem::path folder_;
     Disk& disk_;
-    bool isSettled_ = true;
+    bool isSettled_ = false; ///< a broken run may have left names that are not on the disk yet
 };
 
 } // namespace krl::engine

@@ -55,6 +55,11 @@ int Disk::makeFolder(const fs::path& path) {
     return ::mkdir(path.c_str(), S_IRWXU);
 }
 
+uint64_t Disk::freeBytes(const fs::path& folder) {
+    std::error_code failure;
+    return fs::space(folder, failure).available;
+}
+
 Disk& realDisk() {
     static Disk disk;
     return disk;
@@ -67,11 +72,14 @@ Descriptor::~Descriptor() {
 }
 
 Failure cannotKeep(const fs::path& path, int error) {
+    const bool isFull = error == ENOSPC || error == EDQUOT || error == EFBIG;
     return {FailureKind::CannotKeep,
             fmt::format("what the phone holds cannot be kept on this computer: \"{}\": {}",
                         path.string(), std::strerror(error)),
-            "Make room there, or set XDG_STATE_HOME to a folder that has some, and repeat the "
-            "command; or go on without a way back (--no-backup)."};
+            fmt::format("{}, and repeat the command; or go on without a way back (--no-backup).",
+                        isFull ? "Make room there, or set XDG_STATE_HOME to a folder that has some"
+                               : "Look at the folder, or set XDG_STATE_HOME to one that can be "
+                                 "written to")};
 }
 
 void makePrivateFolder(Disk& disk, const fs::path& path) {

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string_view>
 #include <utility>
@@ -25,6 +26,9 @@ public:
     virtual int rename(const std::filesystem::path& from, const std::filesystem::path& to);
     virtual int unlink(const std::filesystem::path& path);
     virtual int makeFolder(const std::filesystem::path& path);
+
+    /// How much can be written to a folder; all there can be when the system does not say.
+    virtual uint64_t freeBytes(const std::filesystem::path& folder);
 };
 
 /// This computer's disk.

@@ -88,6 +88,15 @@ uint64_t numberAt(const Json& object, const char* key) {
     return value.get<uint64_t>();
 }
 
+uint64_t timeAt(const Json& object, const char* key) {
+    constexpr uint64_t kEndOfYear9999 = 253402300799;
+    const uint64_t seconds = numberAt(object, key);
+    if (seconds > kEndOfYear9999) {
+        throw BadDocument(fmt::format("\"{}\" is no time", key));
+    }
+    return seconds;
+}
+
 bool boolAt(const Json& object, const char* key) {
     const Json& value = valueAt(object, key);
     if (!value.is_boolean()) {

@@ -38,6 +38,7 @@ const Json& valueAt(const Json& object, const char* key);
 std::string bytesAt(const Json& object, const char* key);
 std::string textAt(const Json& object, const char* key);
 uint64_t numberAt(const Json& object, const char* key);
+uint64_t timeAt(const Json& object, const char* key); ///< seconds since 1970, up to the year 9999
 bool boolAt(const Json& object, const char* key);
 Digest digestAt(const Json& object, const char* key);
 

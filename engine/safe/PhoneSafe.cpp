@@ -44,7 +44,7 @@ Json jobJson(const Job& job) {
 }
 
 Job jobOf(const Json& json) {
-    return {textAt(json, "what"), numberAt(json, "time"), digestAt(json, "before"),
+    return {textAt(json, "what"), timeAt(json, "time"), digestAt(json, "before"),
             digestAt(json, "after"), boolAt(json, "undone")};
 }
 

@@ -68,6 +68,17 @@ private:
     virtualphone::testing::TemporaryFolder temporary_;
 };
 
+/// A history and a journal with a job of that time.
+std::string jobOfTime(const std::string& seconds) {
+    const std::string job = "{\"what\": \"sync\", \"undone\": false, \"before\": \"" +
+                            digestOf("b").hex() + "\", \"after\": \"" + digestOf("a").hex() +
+                            "\", \"time\": " + seconds + "}";
+    return "{\"version\": 1, \"count\": 1, \"left\": null, \"jobs\": [" + job +
+           "], \"job\": " + job +
+           ", \"number\": 1, \"touched\": [], \"finish\": false, \"undoes\": false, "
+           "\"forced\": false}";
+}
+
 } // namespace
 
 TEST_F(Safe, IsForItsOwnerAlone) {
@@ -186,6 +197,14 @@ TEST_F(Safe, AForcedUndoOverWhatOthersDidIsAJobItself) {
     EXPECT_EQ(history.last()->before, undo.job.before);
 }
 
+TEST_F(Safe, TakesTimesUpToTheEndOfTheYear9999) {
+    PhoneSafe safe(kUdid, folder(), disk_);
+    damage("history.json", jobOfTime("253402300799"));
+    EXPECT_EQ(safe.history().jobs.at(0).time, 253402300799U);
+    damage("journal.json", jobOfTime("253402300799"));
+    EXPECT_EQ(safe.journal()->job.time, 253402300799U);
+}
+
 TEST_F(Safe, DamagedDocumentsAreFailuresThatNameTheFile) {
     PhoneSafe safe(kUdid, folder(), disk_);
     const std::vector<std::string> texts{
@@ -200,6 +219,7 @@ TEST_F(Safe, DamagedDocumentsAreFailuresThatNameTheFile) {
         "{\"version\": 1, \"count\": -1, \"left\": null, \"jobs\": []}",
         "{\"version\": 1, \"count\": 0, \"left\": \"../../x\", \"jobs\": []}",
         "{\"version\": 1, \"count\": 0, \"left\": null, \"jobs\": [1]}",
+        jobOfTime("253402300800"),
         "\xff\xfe"};
     for (const std::string& text : texts) {
         damage("history.json", text);

@@ -1,4 +1,5 @@
 // Phones that are brought back into a state of the safe.
+#include "engine/restore/Restoration.h"
 #include "tests/engine/SafeFixture.h"
 
 #include <random>
@@ -189,6 +190,50 @@ TEST_F(Restore, MakesRoomFirstWhereThereIsNone) {
     EXPECT_THAT(changes[2], StartsWith("AFCFileRefWrite"));
 }
 
+TEST_F(Restore, KnowsWhatItsStepsNeedAtTheWorstMoment) {
+    const auto content = [](const std::string& bytes) {
+        return Content{digestOf(bytes), bytes.size()};
+    };
+    const auto needed = [&](const std::string& replaced, bool roomFirst) {
+        const Snapshot now{content("catalogue"), true, {{"A.m4r", {content(replaced), {}}}}};
+        const Snapshot target{content("other"),
+                              true,
+                              {{"A.m4r", {content("123456"), {}}}, {"B.m4r", {content("bb"), {}}}}};
+        OwnContents own;
+        own.add(now);
+        return planRestore(now, target, own, roomFirst).spaceNeeded;
+    };
+    // 6 beside those that they replace, then 2, then 5 beside the catalogue.
+    EXPECT_EQ(needed("aaaa", /*roomFirst=*/false), 6U - 4U + 2U + 5U);
+    EXPECT_EQ(needed("aaaa", /*roomFirst=*/true), 6U - 4U + 2U + 5U);
+    EXPECT_EQ(needed(std::string(20, 'a'), /*roomFirst=*/false), 6U);
+    EXPECT_EQ(needed(std::string(20, 'a'), /*roomFirst=*/true), 0U);
+}
+
+TEST_F(Restore, WithoutRoomIsRefusedBeforeAnythingIsWrittenDown) {
+    put({"catalogue", {{"A.m4r", "aaaa"}}});
+    const Snapshot wanted = look();
+    const PhoneSide now{"catalogue", {}};
+    put(now);
+    fake().phone().freeSpace(3);
+    fake().clearCalls();
+    PhoneSafe safe(kUdid, folder(), disk());
+    PhoneFiles files(device());
+    Restorer restorer(files, safe, {});
+    Restoration restoration(safe, restorer, {.what = "restore", .target = wanted, .own = {}});
+    try {
+        restoration.carryOut();
+        FAIL() << "there was room";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.kind(), FailureKind::NoSpace);
+    }
+    EXPECT_FALSE(safe.journal());
+    EXPECT_THAT(fake().callsOf({"AFCFileRefWrite", "AFCRemovePath", "AFCRenamePath"}), IsEmpty());
+    fake().phone().freeSpace(4);
+    Restoration(safe, restorer, {.what = "restore", .target = wanted, .own = {}}).carryOut();
+    EXPECT_EQ(side().files.at("A.m4r"), "aaaa");
+}
+
 TEST_F(Restore, FailsWhenTheSafeHasLostAContentAndHarmsNothing) {
     put({"catalogue", {{"A.m4r", "a"}}});
     const Snapshot wanted = look();
@@ -248,6 +293,34 @@ TEST_F(Restore, FoldersAndNamesThatLeadElsewhereAreNoFiles) {
     put({"catalogue", {{"A.m4r", "a"}}});
     fake().phone().directory(ringtonePath("folder"));
     EXPECT_THAT(look().files, SizeIs(1));
+}
+
+/// What the phone says of the size of a file that it has.
+class ClaimedSize : public Restore, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(ClaimedSize, ThatThisComputerHasNoRoomForIsRefusedBeforeAnythingIsRead) {
+    put({"catalogue", {{"A.m4r", "a"}, {"B.m4r", "b"}}});
+    fake().phone().fileInfo(ringtonePath("B.m4r"),
+                            {{"st_ifmt", "S_IFREG"}, {"st_size", GetParam()}});
+    fake().clearCalls();
+    try {
+        look();
+        FAIL() << "it was read";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.kind(), FailureKind::CannotKeep);
+    }
+    EXPECT_THAT(fake().callsOf("AFCFileRefOpen"), SizeIs(1)) << "the catalogue";
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, ClaimedSize,
+                         ::testing::Values("1152921504606846976", "18446744073709551615"));
+
+TEST_F(Restore, AFileThatHasMoreThanThePhoneSaysIsNotReadOn) {
+    put({"catalogue", {{"A.m4r", std::string(3 * 1024 * 1024, 'a')}}});
+    fake().phone().fileInfo(ringtonePath("A.m4r"), {{"st_ifmt", "S_IFREG"}, {"st_size", "4"}});
+    fake().clearCalls();
+    EXPECT_THROW(look(), Failure);
+    EXPECT_THAT(fake().callsOf("AFCFileRefRead"), SizeIs(2)) << "one of the catalogue";
 }
 
 TEST_F(Restore, AFailedListingIsNoEmptyFolder) {
