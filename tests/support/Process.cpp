@@ -19,7 +19,7 @@ namespace virtualphone::testing {
 
 namespace {
 
-constexpr int kLimitMs = 30'000;
+constexpr int kLimitMs = 120'000;
 constexpr int kPatienceMs = 5'000;
 
 void closeOnce(int& descriptor) {

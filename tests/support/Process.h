@@ -22,7 +22,7 @@ public:
     void writeLine(const std::string& line) const;
     void closeInput();
 
-    /// The next line without its end; none at the end of the output. Throws after half a minute.
+    /// The next line without its end; none at the end of the output. Throws after two minutes.
     std::optional<std::string> readLine();
 
     /// Reads until a line contains this; false when the output ends before.
