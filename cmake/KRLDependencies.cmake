@@ -13,6 +13,7 @@ endif()
 # The process that reads tags: what reads them, and what keeps it from everything else.
 pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
+pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
 
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)

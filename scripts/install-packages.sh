@@ -7,7 +7,7 @@ set -euo pipefail
 build=(
     g++ cmake ninja-build pkg-config make unzip
     libsystemd-dev libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libseccomp-dev libcli11-dev libfmt-dev
-    nlohmann-json3-dev
+    nlohmann-json3-dev nettle-dev
 )
 tests=(
     libgtest-dev libgmock-dev libimobiledevice-dev libimobiledevice-utils ifuse libglib2.0-dev

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <array>
+#include <nettle/sha2.h>
+
 #include <compare>
-#include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,25 +28,18 @@ private:
     std::string hex_;
 };
 
-/// Works out a digest of bytes that come one after the other. Our own, because the engine is also
-/// built where there is no NSS.
+/// Works out a digest of bytes that come one after the other.
 class Sha256 {
 public:
+    Sha256() { sha256_init(&context_); }
+
     void add(std::string_view bytes);
 
     /// The digest of all that was added. The last call to an object.
     Digest digest();
 
 private:
-    static constexpr size_t kBlock = 64;
-
-    void mix(const uint8_t* block);
-
-    std::array<uint32_t, 8> state_{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                                   0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-    std::array<uint8_t, kBlock> pending_{};
-    size_t pendingCount_ = 0;
-    uint64_t count_ = 0;
+    sha256_ctx context_;
 };
 
 /// The digest of bytes that are all there.
