@@ -136,6 +136,7 @@ void writeBackup(PhoneSafe& safe, const Backup& backup, const fs::path& folder) 
     document["folder"] = backup.snapshot.hasFolder;
     document["files"] = std::move(files);
     writeDocument(realDisk(), folder / kDocument, document);
+    syncFolder(realDisk(), folder);
 }
 
 Backup readBackup(PhoneSafe& safe, const fs::path& folder) {

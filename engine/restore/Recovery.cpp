@@ -159,9 +159,7 @@ private:
             history.left = journal_.job.before;
             break;
         }
-        safe_.write(history);
-        safe_.writeIndex(indexOf(restorer_.now()));
-        safe_.removeJournal();
+        safe_.end(history, indexOf(restorer_.now()));
         safe_.tidy();
     }
 

@@ -29,12 +29,9 @@ void SafeKeeping::begin(const Intention& intention) {
     const Journal journal{.job = {what_, secondsNow(), safe_.keep(before_), safe_.keep(after)},
                           .number = safe_.history().count + 1,
                           .touched = std::move(touched)};
-    Index index = indexOf(before_);
-    index.catalogues.insert(after.catalogue);
-    for (const std::string& name : journal.touched) {
-        index.files.erase(name);
+    if (safe_.index() != indexOf(before_)) {
+        safe_.writeIndex(indexOf(before_));
     }
-    safe_.writeIndex(index);
     safe_.write(journal);
     journal_ = journal;
 }

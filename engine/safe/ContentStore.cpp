@@ -20,6 +20,9 @@ namespace fs = std::filesystem;
 
 constexpr size_t kPiece = size_t{256} * 1024;
 
+/// Of a content that is on its way.
+constexpr size_t kMostInMemory = size_t{1024} * 1024;
+
 /// No digest begins like this.
 constexpr char kIncoming[] = "incoming-";
 
@@ -56,9 +59,6 @@ ContentStore::ContentStore(fs::path folder, Disk& disk) : folder_(std::move(fold
     makePrivateFolder(disk_, folder_);
 }
 
-ContentStore::Incoming::Incoming(ContentStore& store)
-    : store_(store), path_(store.folder_ / incomingName()), file_(createFile(store.disk_, path_)) {}
-
 ContentStore::Incoming::~Incoming() {
     if (!path_.empty()) {
         store_.disk_.unlink(path_);
@@ -66,15 +66,32 @@ ContentStore::Incoming::~Incoming() {
 }
 
 void ContentStore::Incoming::add(std::string_view bytes) {
-    writeAll(store_.disk_, file_, path_, bytes);
+    if (!file_ && held_.size() + bytes.size() > kMostInMemory) {
+        beginFile();
+    }
+    if (file_) {
+        writeAll(store_.disk_, file_, path_, bytes);
+    } else {
+        held_ += bytes;
+    }
     sha_.add(bytes);
     size_ += bytes.size();
+}
+
+void ContentStore::Incoming::beginFile() {
+    const fs::path path = store_.folder_ / incomingName();
+    file_ = createFile(store_.disk_, path);
+    path_ = path;
+    writeAll(store_.disk_, file_, path_, std::exchange(held_, {}));
 }
 
 Content ContentStore::Incoming::keep() {
     const Content content{sha_.digest(), size_};
     if (store_.has(content)) {
         return content;
+    }
+    if (!file_) {
+        beginFile();
     }
     syncFile(store_.disk_, file_, path_);
     const fs::path kept = store_.pathOf(content.digest);
@@ -101,12 +118,18 @@ Content ContentStore::putFile(const fs::path& file) {
                                    "the phone.");
     Incoming incoming(*this);
     const Descriptor copied(::fcntl(source.descriptor(), F_DUPFD_CLOEXEC, 0));
-    copyInto(incoming, copied, source.size());
+    if (source.size() > kMostInMemory) {
+        copyInto(incoming, copied, source.size());
+    } else if (const int error =
+                   readPieces(copied, [&](std::string_view piece) { incoming.add(piece); })) {
+        throw cannotKeep(file, error);
+    }
     return incoming.keep();
 }
 
 /// The copy is what is digested, so that a source that changes meanwhile does no harm.
 void ContentStore::copyInto(Incoming& incoming, const Descriptor& source, uint64_t size) {
+    incoming.beginFile();
     if (disk_.clone(source.get(), incoming.file_.get()) != 0) {
         uint64_t copied = 0;
         ssize_t count = 1;

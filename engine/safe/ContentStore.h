@@ -27,10 +27,12 @@ public:
     /// Makes the folder where it is missing.
     ContentStore(std::filesystem::path folder, Disk& disk);
 
-    /// A content on its way in; given up unless it is kept.
+    /// A content on its way in; given up unless it is kept. A small one, as most are, comes to the
+    /// disk only when it is kept and not there yet.
     class Incoming {
     public:
-        explicit Incoming(ContentStore& store);
+        explicit Incoming(ContentStore& store) : store_(store) {}
+
         ~Incoming();
         Incoming(const Incoming&) = delete;
         Incoming& operator=(const Incoming&) = delete;
@@ -43,8 +45,11 @@ public:
     private:
         friend class ContentStore;
 
+        void beginFile();
+
         ContentStore& store_;
-        std::filesystem::path path_;
+        std::string held_;           ///< all of it, while there is no file
+        std::filesystem::path path_; ///< empty while there is no file
         Descriptor file_;
         Sha256 sha_;
         uint64_t size_ = 0;

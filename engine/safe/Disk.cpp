@@ -139,17 +139,12 @@ void replaceFile(Disk& disk, const fs::path& path, std::string_view bytes) {
     if (disk.rename(first, path) != 0) {
         throw cannotKeep(path, errno);
     }
-    syncFolder(disk, path.parent_path());
 }
 
 void removeFile(Disk& disk, const fs::path& path) {
-    if (disk.unlink(path) != 0) {
-        if (errno == ENOENT) {
-            return;
-        }
+    if (disk.unlink(path) != 0 && errno != ENOENT) {
         throw cannotKeep(path, errno);
     }
-    syncFolder(disk, path.parent_path());
 }
 
 } // namespace krl::engine

@@ -75,10 +75,10 @@ void syncFile(Disk& disk, const Descriptor& file, const std::filesystem::path& p
 void syncFolder(Disk& disk, const std::filesystem::path& folder);
 
 /// Puts a document in the place of an older one, so that whatever happens one of the two is there,
-/// whole, and the new one once this returns.
+/// whole, and the new one for good once its folder is synced.
 void replaceFile(Disk& disk, const std::filesystem::path& path, std::string_view bytes);
 
-/// Takes a file away for good. One that is not there is no failure.
+/// Takes a file away, for good once its folder is synced. One that is not there is no failure.
 void removeFile(Disk& disk, const std::filesystem::path& path);
 
 } // namespace krl::engine

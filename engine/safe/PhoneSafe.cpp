@@ -86,6 +86,18 @@ History readHistory(const fs::path& folder) {
     return history;
 }
 
+Json historyJson(const History& history) {
+    Json jobs = Json::array();
+    for (const Job& job : history.jobs) {
+        jobs.push_back(jobJson(job));
+    }
+    Json document = newDocument();
+    document["count"] = history.count;
+    document["left"] = optionalJson(history.left);
+    document["jobs"] = std::move(jobs);
+    return document;
+}
+
 Index readIndex(const fs::path& folder) {
     Index index;
     readDocument(folder / kIndex, [&](const Json& document) { index = indexOf(document); });
@@ -241,9 +253,16 @@ History PhoneSafe::history() const {
     return readHistory(folder_);
 }
 
-Index PhoneSafe::index() const {
+Index PhoneSafe::index() {
     try {
-        return readIndex(folder_);
+        Index index = readIndex(folder_);
+        if (const auto job = journal()) {
+            index.catalogues.insert(snapshot(job->job.after).catalogue);
+            for (const std::string& name : job->touched) {
+                index.files.erase(name);
+            }
+        }
+        return index;
     } catch (const Failure&) {
         return {};
     }
@@ -259,27 +278,20 @@ void PhoneSafe::write(const Journal& journal) {
     document["undoes"] = journal.undoes;
     document["forced"] = journal.isForced;
     writeDocument(disk_, folder_ / kJournal, document);
-}
-
-void PhoneSafe::write(const History& history) {
-    contents_.settle();
-    Json jobs = Json::array();
-    for (const Job& job : history.jobs) {
-        jobs.push_back(jobJson(job));
-    }
-    Json document = newDocument();
-    document["count"] = history.count;
-    document["left"] = optionalJson(history.left);
-    document["jobs"] = std::move(jobs);
-    writeDocument(disk_, folder_ / kHistory, document);
+    syncFolder(disk_, folder_);
 }
 
 void PhoneSafe::writeIndex(const Index& index) {
     contents_.settle();
     writeDocument(disk_, folder_ / kIndex, indexJson(index));
+    syncFolder(disk_, folder_);
 }
 
-void PhoneSafe::removeJournal() {
+void PhoneSafe::end(const History& history, const Index& index) {
+    contents_.settle();
+    writeDocument(disk_, folder_ / kHistory, historyJson(history));
+    writeDocument(disk_, folder_ / kIndex, indexJson(index));
+    syncFolder(disk_, folder_);
     removeFile(disk_, folder_ / kJournal);
 }
 

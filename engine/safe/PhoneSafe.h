@@ -74,15 +74,17 @@ public:
     History history() const;
 
     /// What is known of the phone; nothing when it was never seen, or the document is of no use: it
-    /// only saves reading.
-    Index index() const;
+    /// only saves reading. Of what the job of a journal may have written to nothing is known.
+    Index index();
 
-    // Each is on the disk when its function returns, and so is all that it refers to.
+    // What these write is on the disk when they return, and so is all that it refers to.
 
     void write(const Journal& journal);
-    void write(const History& history);
     void writeIndex(const Index& index);
-    void removeJournal();
+
+    /// Takes note of a job that has come to its end, and then its journal away. One that is found
+    /// again all the same, after the power went, is of a job that is seen to be done.
+    void end(const History& history, const Index& index);
 
     /// Drops what nothing refers to, unless another process takes contents in at this moment or
     /// there is a document that cannot be read.

@@ -31,6 +31,8 @@ struct Snapshot {
 struct Index {
     std::map<std::string, Snapshot::File> files;
     std::set<std::optional<Content>> catalogues;
+
+    friend bool operator==(const Index&, const Index&) = default;
 };
 
 /// What a snapshot that was taken just now says.

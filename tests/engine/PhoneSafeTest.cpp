@@ -14,6 +14,7 @@
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 namespace krl::engine::testing {
 namespace {
@@ -47,9 +48,7 @@ protected:
         safe.write(journal);
         History history = safe.history();
         history.add(journal);
-        safe.write(history);
-        safe.writeIndex(indexOf(safe.snapshot(journal.job.after)));
-        safe.removeJournal();
+        safe.end(history, indexOf(safe.snapshot(journal.job.after)));
         safe.tidy();
     }
 
@@ -136,8 +135,22 @@ TEST_F(Safe, GivesJournalsBack) {
     EXPECT_EQ(read->touched, journal.touched);
     EXPECT_TRUE(read->mustFinish);
     EXPECT_FALSE(read->undoes);
-    safe.removeJournal();
+    safe.end(safe.history(), {});
     EXPECT_FALSE(safe.journal());
+}
+
+TEST_F(Safe, KnowsNothingOfWhatTheJobOfAJournalMayHaveWritten) {
+    PhoneSafe safe(kUdid, folder(), disk_);
+    Snapshot before = snapshotWith(safe, "1");
+    before.files.insert_or_assign("B.m4r", Snapshot::File{safe.contents().put("b"), {}});
+    safe.writeIndex(indexOf(before));
+    EXPECT_THAT(safe.index().files, SizeIs(2));
+    const Journal journal = journalOf(safe, 1);
+    safe.write(journal);
+    EXPECT_THAT(safe.index().files, SizeIs(1));
+    EXPECT_TRUE(safe.index().files.contains("B.m4r"));
+    EXPECT_THAT(safe.index().catalogues,
+                UnorderedElementsAre(before.catalogue, safe.snapshot(journal.job.after).catalogue));
 }
 
 TEST_F(Safe, KeepsFiveJobsAndWhatTheyNeedAndNoMore) {
