@@ -20,6 +20,13 @@ Failure tooLong(const std::string& path, uint64_t most) {
         "program and try again."};
 }
 
+Failure contradiction(const std::string& path) {
+    return {FailureKind::CannotOpen,
+            fmt::format("the phone says one thing of \"{}\" and then another", path),
+            "Another program may be writing it. Close it, plug the phone in again and repeat the "
+            "command: what was broken off, if anything was, is put in order first."};
+}
+
 /// A phone may say anything of its files: what does not add up has no room anywhere.
 uint64_t sum(uint64_t one, uint64_t other) {
     constexpr uint64_t kMost = std::numeric_limits<uint64_t>::max();
@@ -32,9 +39,12 @@ public:
         : files_(files), safe_(safe), index_(index), progress_(progress) {}
 
     Snapshot run() {
-        now_.catalogue = take(kCataloguePath, kMostCatalogueBytes);
+        now_.catalogue = takeCatalogue();
         const auto names = files_.list(kRingtonesFolder);
         now_.hasFolder = names.has_value();
+        if (!names) {
+            requireGone(kRingtonesFolder);
+        }
         for (const std::string& name : names.value_or(std::vector<std::string>{})) {
             if (isPlainName(name)) {
                 look(name);
@@ -44,6 +54,9 @@ public:
         for (const auto& [name, information] : unknown_) {
             // One that has gone since it was listed is no part of it.
             if (const auto content = take(pathOf(name), information.size)) {
+                if (content->size != information.size) {
+                    throw contradiction(pathOf(name));
+                }
                 now_.files.insert_or_assign(name, Snapshot::File{*content, information.modified});
             }
         }
@@ -56,9 +69,30 @@ private:
         return fmt::format("{}/{}", kRingtonesFolder, name);
     }
 
+    /// What is taken for missing here is missing after an undo as well: that a phone says so once is
+    /// not enough.
+    void requireGone(const std::string& path) {
+        if (files_.information(path)) {
+            throw contradiction(path);
+        }
+    }
+
+    std::optional<Content> takeCatalogue() {
+        const auto content = take(kCataloguePath, kMostCatalogueBytes);
+        const auto information = content ? files_.information(kCataloguePath) : std::nullopt;
+        if (content && (!information || information->size != content->size)) {
+            throw contradiction(kCataloguePath);
+        }
+        return content;
+    }
+
     void look(const std::string& name) {
         const auto information = files_.information(pathOf(name));
-        if (!information || !information->isRegular) {
+        if (!information) {
+            requireGone(pathOf(name));
+            return;
+        }
+        if (!information->isRegular) {
             return;
         }
         if (information->size == 0) {
@@ -95,7 +129,11 @@ private:
                 progress_(std::min(done_, total_), total_);
             }
         });
-        return isThere ? std::optional(incoming.keep()) : std::nullopt;
+        if (!isThere) {
+            requireGone(path);
+            return std::nullopt;
+        }
+        return incoming.keep();
     }
 
     PhoneFiles& files_;

@@ -329,4 +329,40 @@ TEST_F(Restore, AFailedListingIsNoEmptyFolder) {
     EXPECT_THROW(look(), PhoneFileFailure);
 }
 
+TEST_F(Restore, WhatThePhoneCallsMissingOnlyOnceIsNotTakenForMissing) {
+    put({"catalogue", {{"A.m4r", "a"}, {"B.m4r", "b"}}});
+    const Snapshot truth = look();
+    int n = 0;
+    bool metAFault = true;
+    while (metAFault) {
+        SCOPED_TRACE(fmt::format("call {}", ++n));
+        fake().failNthCall(n, kAFCObjectNotFound);
+        std::optional<Snapshot> seen;
+        try {
+            seen = look();
+        } catch (const Failure&) {
+            // It has contradicted itself.
+        }
+        metAFault = fake().faultsMet() > 0;
+        fake().clearFaults();
+        EXPECT_TRUE(!seen || sameContents(*seen, truth));
+    }
+    EXPECT_GT(n, 10);
+}
+
+TEST_F(Restore, AContentThatIsNotAsLongAsThePhoneSaysIsNone) {
+    put({"catalogue", {{"A.m4r", "aaaa"}}});
+    for (const std::string& path : {std::string(kCataloguePath), ringtonePath("A.m4r")}) {
+        const uint64_t size = fake().phone().contents(path).size();
+        for (const uint64_t claimed : {size - 1, size + 1}) {
+            SCOPED_TRACE(fmt::format("{}: {}", path, claimed));
+            fake().phone().fileInfo(path,
+                                    {{"st_ifmt", "S_IFREG"}, {"st_size", std::to_string(claimed)}});
+            EXPECT_THROW(look(), Failure);
+        }
+        fake().phone().fileInfo(path, {{"st_ifmt", "S_IFREG"}, {"st_size", std::to_string(size)}});
+        EXPECT_NO_THROW(look());
+    }
+}
+
 } // namespace krl::engine::testing
