@@ -83,7 +83,8 @@ private:
 
     bool isFileExplained(const std::string& name) {
         const auto now = now_.files.find(name);
-        if (now == now_.files.end() || own_.files.contains(now->second.content.digest)) {
+        if (now == now_.files.end() || isTemporary(name) ||
+            own_.files.contains(now->second.content.digest)) {
             return true;
         }
         const auto wanted = after_.files.find(name);

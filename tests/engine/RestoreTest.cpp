@@ -365,4 +365,39 @@ TEST_F(Restore, AContentThatIsNotAsLongAsThePhoneSaysIsNone) {
     }
 }
 
+TEST_F(Restore, WhatItHasLeftUnfinishedIsNotTakenForTheWorkOfOthers) {
+    const PhoneSide target{"the old catalogue", {{"A.m4r", "a"}, {"B.m4r", "b"}}};
+    put(target);
+    const Snapshot wanted = look();
+    int n = 0;
+    bool metAFault = true;
+    while (metAFault) {
+        SCOPED_TRACE(fmt::format("call {}", ++n));
+        put({"the new one", {{"B.m4r", "c"}}});
+        const Snapshot now = look();
+        fake().failFromCall(n, kAFCNotConnected);
+        try {
+            PhoneSafe safe(kUdid, folder(), disk());
+            PhoneFiles files(device());
+            Restorer restorer(files, safe, {});
+            Restoration(safe, restorer,
+                        {.what = "restore", .target = wanted, .own = all(now, wanted)})
+                .carryOut();
+        } catch (const Failure&) {
+            // Taken up below.
+        }
+        metAFault = fake().faultsMet() > 0;
+        fake().clearFaults();
+        PhoneSafe safe(kUdid, folder(), disk());
+        if (const auto journal = safe.journal()) {
+            PhoneFiles files(device());
+            Restorer restorer(files, safe, {});
+            EXPECT_NE(endJob(safe, restorer, *journal, Wish::Either, JobTime::Earlier),
+                      Ending::ChangedByOthers);
+            EXPECT_EQ(side(), target);
+        }
+    }
+    EXPECT_GT(n, 20);
+}
+
 } // namespace krl::engine::testing
