@@ -225,6 +225,10 @@ void History::add(const Journal& journal) {
 PhoneSafe::PhoneSafe(const std::string& udid, const fs::path& folder, Disk& disk)
     : root_(folder), folder_(folder / "phones" / folderName(udid)), disk_(disk),
       contents_((makePrivateFolder(disk, folder_), folder / "contents"), disk) {
+    // A folder that was there may have been made a moment ago, by somebody who did not sync it.
+    for (const fs::path& parent : {folder_.parent_path(), root_, root_.parent_path()}) {
+        syncFolder(disk_, parent);
+    }
     phoneLock_ = lockFile(disk_, folder_ / "lock", LOCK_EX);
     contentsLock_ = lockFile(disk_, root_ / "contents.lock", LOCK_SH);
 }

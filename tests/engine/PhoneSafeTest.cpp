@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <fstream>
+#include <map>
+#include <set>
 #include <thread>
 
 #include <sys/stat.h>
@@ -87,6 +89,34 @@ TEST_F(Safe, IsForItsOwnerAlone) {
         ASSERT_EQ(::stat(path.c_str(), &status), 0);
         EXPECT_EQ(status.st_mode & 0777U, 0700U) << path;
     }
+}
+
+TEST_F(Safe, AFolderThatSomebodyElseHasMadeIsOnTheDiskBeforeItIsReliedOn) {
+    class NotedDisk : public QuickDisk {
+    public:
+        int open(const fs::path& path, int flags) override {
+            const int descriptor = QuickDisk::open(path, flags);
+            open_[descriptor] = path;
+            return descriptor;
+        }
+
+        int sync(int descriptor) override {
+            synced.insert(open_[descriptor]);
+            return QuickDisk::sync(descriptor);
+        }
+
+        std::set<fs::path> synced;
+
+    private:
+        std::map<int, fs::path> open_;
+    };
+
+    fs::create_directories(phoneFolder());
+    NotedDisk disk;
+    const PhoneSafe safe(kUdid, folder(), disk);
+    EXPECT_TRUE(disk.synced.contains(folder().parent_path()));
+    EXPECT_TRUE(disk.synced.contains(folder()));
+    EXPECT_TRUE(disk.synced.contains(phoneFolder().parent_path()));
 }
 
 TEST_F(Safe, StandsInTheStateFolder) {
