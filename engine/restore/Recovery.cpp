@@ -1,5 +1,7 @@
 #include "engine/restore/Recovery.h"
 
+#include "engine/state/Catalogue.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -70,7 +72,14 @@ private:
             // set up anew.
             return time_ == JobTime::Now || !now_.files.empty();
         }
-        return isUnfinished(*now_.catalogue, after_.catalogue, own_.catalogues);
+        return !isReadable(*now_.catalogue) &&
+               isUnfinished(*now_.catalogue, after_.catalogue, own_.catalogues);
+    }
+
+    /// A catalogue that can be read is somebody's whole work, also when it came a moment ago: between
+    /// the end of a sync, which gives its lock back, and the look at what came of it.
+    bool isReadable(const Content& catalogue) {
+        return readCatalogue(safe_.contents().bytes(catalogue.digest)).usable;
     }
 
     bool isRestUntouched() const {

@@ -231,6 +231,25 @@ TEST_F(Keeping, ACancelledJobIsTakenBackEvenWhenAllFilesHaveCome) {
     EXPECT_THAT(history().jobs, IsEmpty());
 }
 
+TEST_F(Keeping, ACatalogueThatAnotherProgramHasWrittenSinceIsNoGarbledOneOfOurs) {
+    const std::string theirs = "<plist version=\"1.0\"><dict><key>Ringtones</key><dict><key>Z.m4r"
+                               "</key><dict><key>Name</key><string>Theirs</string></dict></dict>"
+                               "</dict></plist>";
+    {
+        SafeKeeping keeping = this->keeping();
+        keeping.begin(intention());
+        for (const auto& request : requests()) {
+            request();
+        }
+        fake().phone().file(kCataloguePath, theirs);
+        fake().phone().file(ringtonePath("Z.m4r"), "theirs");
+        EXPECT_EQ(keeping.finish(Wish::Finish, nullptr), Ending::ChangedByOthers);
+    }
+    EXPECT_EQ(side().catalogue, theirs);
+    EXPECT_EQ(side().files["Z.m4r"], "theirs");
+    EXPECT_THAT(history().jobs, SizeIs(1)) << "what the job had put in the safe is to be had again";
+}
+
 TEST_F(Keeping, AnotherProgramsCatalogueIsLeftAlone) {
     breakOffAfter(5);
     fake().phone().file(kCataloguePath, "another program's");
