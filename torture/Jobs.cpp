@@ -67,31 +67,41 @@ Files phoneBefore(bool olderLayout) {
 
 std::vector<Job> makeJobs(const fs::path& folder) {
     const auto& before = soundsBefore();
-    std::vector<Job> jobs;
 
-    Job add{"add", {"add"}, before};
+    Job add{"add", {}, {"add"}, before, Job::Others::Stay};
     for (const auto& [file, name] : std::map<std::string, std::string>{
              {"New one.mp3", "New one"}, {"New two.m4r", "New two"}}) {
         add.wanted[name] = sound(name, name == "New one" ? 66'000 : 1111);
         add.arguments.push_back(localFile(folder / "add", file, add.wanted[name]));
     }
-    jobs.push_back(add);
 
-    Job remove{"remove", {"remove", "Marimba", "Glöckchen 🔔"}, before};
+    Job remove{"remove", {}, {"remove", "Marimba", "Glöckchen 🔔"}, before, Job::Others::Stay};
     remove.wanted.erase("Marimba");
     remove.wanted.erase("Glöckchen 🔔");
-    jobs.push_back(remove);
 
     // One stays, one is another size, one is new; the rest goes, and its names are used again.
-    Job sync{"sync", {"sync", (folder / "sync").string()}, {}};
+    Job sync{"sync", {}, {"sync", (folder / "sync").string()}, {}, Job::Others::Go};
     sync.wanted["Horn"] = before.at("Horn");
     sync.wanted["Harp"] = sound("Harp", 2600);
     sync.wanted["Bells"] = sound("Bells", 1300);
     localFile(folder / "sync", "Horn.mp3", sync.wanted["Horn"]);
     localFile(folder / "sync", "Harp.m4r", sync.wanted["Harp"]);
     localFile(folder / "sync", "Bells.wav", sync.wanted["Bells"]);
-    jobs.push_back(sync);
-    return jobs;
+
+    const Job undo{"undo", {sync.arguments}, {"undo"}, before};
+
+    const std::string backup = (folder / "backup").string();
+    const Job restore{"restore",
+                      {sync.arguments, {"backup", backup}, {"undo"}},
+                      {"restore", backup},
+                      sync.wanted};
+    return {add, remove, sync, undo, restore};
+}
+
+Addition makeAddition(const fs::path& folder, const std::string& name) {
+    Addition addition{name, sound(name, 1700), {}};
+    addition.arguments = {"add", localFile(folder / "others", name + ".m4r", addition.sound)};
+    return addition;
 }
 
 } // namespace torture

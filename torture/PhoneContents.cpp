@@ -42,6 +42,7 @@ Files filesOf(const fs::path& root) {
 
 void putFiles(const fs::path& root, const Files& files) {
     fs::remove_all(root);
+    fs::create_directories(root);
     for (const auto& [name, bytes] : files) {
         fs::create_directories((root / name).parent_path());
         std::ofstream(root / name, std::ios::binary) << bytes;
@@ -87,6 +88,24 @@ Ringtones ringtonesOf(const Files& files) {
         }
     }
     return result;
+}
+
+void putRingtone(const fs::path& root, const std::string& name, const std::string& sound) {
+    constexpr char kFile[] = "ZZZZ.m4r";
+    std::ofstream(root / kFolder / kFile, std::ios::binary) << sound;
+    const Files files = filesOf(root);
+    const krl::plist::Owned list = krl::plist::readBounded(files.at(kCatalogue));
+    plist_t const entry = plist_new_dict();
+    plist_dict_set_item(entry, "Name", plist_new_string(name.c_str()));
+    plist_dict_set_item(entry, "GUID", plist_new_string("Z"));
+    plist_dict_set_item(entry, "TrackID", plist_new_uint(7));
+    plist_dict_set_item(plist_dict_get_item(list.get(), "Ringtones"), kFile, entry);
+    char* xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(list.get(), &xml, &length);
+    std::ofstream(root / (std::string(kCatalogue) + ".new"), std::ios::binary).write(xml, length);
+    std::free(xml);
+    fs::rename(root / (std::string(kCatalogue) + ".new"), root / kCatalogue);
 }
 
 } // namespace torture

@@ -9,12 +9,12 @@
 
 namespace torture {
 
-/// Every file of a phone by path, with its bytes.
+/// Every file of a folder by path, with its bytes.
 using Files = std::map<std::string, std::string>;
 
 Files filesOf(const std::filesystem::path& root);
 
-/// Makes a phone's folder hold exactly these files.
+/// Makes a folder hold exactly these files.
 void putFiles(const std::filesystem::path& root, const Files& files);
 
 /// What a phone with these files plays.
@@ -25,5 +25,9 @@ struct Ringtones {
 };
 
 Ringtones ringtonesOf(const Files& files);
+
+/// Puts a ringtone onto a phone as a program of somebody else does: its file, then the catalogue.
+void putRingtone(const std::filesystem::path& root, const std::string& name,
+                 const std::string& sound);
 
 } // namespace torture

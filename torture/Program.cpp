@@ -3,17 +3,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <stdexcept>
 #include <system_error>
-#include <thread>
+#include <utility>
 
 extern char** environ;
 
@@ -51,6 +48,8 @@ pid_t start(std::vector<std::string> command, std::vector<std::string> environme
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+    // What other threads have open at this moment is none of its affair.
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     pid_t process = 0;
     const int error = posix_spawn(&process, command.front().c_str(), &actions, nullptr,
                                   pointers(command).data(), pointers(environment).data());
@@ -61,53 +60,71 @@ pid_t start(std::vector<std::string> command, std::vector<std::string> environme
     return process;
 }
 
+constexpr std::chrono::minutes kLimit{2};
+
+} // namespace
+
+Program::Program(std::vector<std::string> command,
+                 const std::map<std::string, std::string>& environment)
+    : start_(Clock::now()) {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    }
+    output_.reset(ends[0]);
+    const virtualphone::UniqueFd input(ends[1]);
+    number_ = start(std::move(command), environmentWith(environment), input.get());
+}
+
+Program::~Program() {
+    if (number_ != 0) {
+        signal(SIGKILL);
+        waitpid(number_, nullptr, 0);
+    }
+}
+
+void Program::signal(int number) const {
+    kill(number_, number);
+}
+
+bool Program::hasEnded() const {
+    siginfo_t information{};
+    return waitid(P_PID, static_cast<id_t>(number_), &information, WEXITED | WNOHANG | WNOWAIT) ==
+               0 &&
+           information.si_pid == number_;
+}
+
+Ended Program::wait() {
+    Ended ended;
+    ended.hung = !readAll(ended.output);
+    if (ended.hung) {
+        signal(SIGKILL);
+    }
+    int status = 0;
+    waitpid(std::exchange(number_, 0), &status, 0);
+    ended.code = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    ended.signal = WIFSIGNALED(status) && !ended.hung ? WTERMSIG(status) : 0;
+    ended.took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
+    return ended;
+}
+
 /// Takes in what the process says until it closes its output.
 /// @return whether that was in time
-bool readAll(int input, std::string& output) {
-    constexpr std::chrono::seconds kLimit{60};
-    const auto end = Clock::now() + kLimit;
+bool Program::readAll(std::string& output) const {
+    const auto end = start_ + kLimit;
     std::array<char, 4096> piece{};
     while (Clock::now() < end) {
-        pollfd descriptor{input, POLLIN, 0};
+        pollfd descriptor{output_.get(), POLLIN, 0};
         if (poll(&descriptor, 1, 1000) <= 0) {
             continue;
         }
-        const ssize_t count = read(input, piece.data(), piece.size());
+        const ssize_t count = read(output_.get(), piece.data(), piece.size());
         if (count <= 0) {
             return true;
         }
         output.append(piece.data(), static_cast<size_t>(count));
     }
     return false;
-}
-
-} // namespace
-
-Ended runVesk(const std::vector<std::string>& arguments,
-              const std::map<std::string, std::string>& environment,
-              const std::function<void(int process)>& meanwhile) {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe");
-    }
-    std::vector<std::string> command{KRL_VESK};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    const pid_t process = start(command, environmentWith(environment), ends[1]);
-    close(ends[1]);
-    if (meanwhile) {
-        meanwhile(process);
-    }
-    Ended ended;
-    ended.hung = !readAll(ends[0], ended.output);
-    close(ends[0]);
-    if (ended.hung) {
-        kill(process, SIGKILL);
-    }
-    int status = 0;
-    waitpid(process, &status, 0);
-    ended.code = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
-    ended.signal = WIFSIGNALED(status) && !ended.hung ? WTERMSIG(status) : 0;
-    return ended;
 }
 
 } // namespace torture

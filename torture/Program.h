@@ -1,8 +1,11 @@
-/// vesk as a process with an end.
+/// A program as a process with an end.
 #pragma once
 
-#include <filesystem>
-#include <functional>
+#include "virtualphone/wire/UniqueFd.h"
+
+#include <sys/types.h>
+
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,12 +17,35 @@ struct Ended {
     int signal = 0;     ///< that ended it, or 0
     bool hung = false;  ///< did not end in time, and was killed
     std::string output; ///< standard output and error
+    std::chrono::milliseconds took{0};
+
+    /// It says that all was done.
+    bool claimsSuccess() const { return code == 0 && signal == 0 && !hung; }
 };
 
-/// Runs vesk to its end; after a minute it counts as hung.
-/// @param meanwhile  called once it runs, with its process number
-Ended runVesk(const std::vector<std::string>& arguments,
-              const std::map<std::string, std::string>& environment,
-              const std::function<void(int process)>& meanwhile = {});
+class Program {
+public:
+    /// @param command  the program and its arguments
+    Program(std::vector<std::string> command,
+            const std::map<std::string, std::string>& environment);
+    /// Kills it if it still runs.
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    void signal(int number) const;
+
+    bool hasEnded() const;
+
+    /// Waits for the end; after two minutes it counts as hung. The last call to an object.
+    Ended wait();
+
+private:
+    bool readAll(std::string& output) const;
+
+    std::chrono::steady_clock::time_point start_;
+    virtualphone::UniqueFd output_;
+    pid_t number_ = 0;
+};
 
 } // namespace torture

@@ -1,255 +1,313 @@
 #include "torture/Trial.h"
 
 #include <csignal>
-#include <stdexcept>
-#include <utility>
 
 namespace torture {
 namespace {
 
-namespace fs = std::filesystem;
-
-const std::map<std::string, int>& signals() {
-    static const std::map<std::string, int> numbers{
-        {"SIGINT", SIGINT}, {"SIGTERM", SIGTERM}, {"SIGKILL", SIGKILL}};
-    return numbers;
-}
-
-std::string faultText(const Misfortune& misfortune, const std::string& action) {
-    return misfortune.service + "#" + std::to_string(misfortune.request) + "=" + action;
-}
-
-/// Not every service can do everything.
-bool isPossible(const std::string& service, const std::string& action) {
-    try {
-        virtualphone::parseFault(service + "=" + action);
-        return true;
-    } catch (const std::invalid_argument&) {
-        return false;
-    }
-}
-
-bool isOlderLayout(const std::string& firmware) {
-    return firmware == "1.0.2" || firmware == "1.1.1";
+std::map<std::string, std::string> soundsOf(const Files& files) {
+    return ringtonesOf(files).sounds;
 }
 
 } // namespace
 
-std::string Misfortune::text() const {
-    return faultText(*this, action);
+Trial::Trial(Bench& bench, const Job& job, const Course& course, const Misfortune& misfortune,
+             std::vector<std::string>& said)
+    : bench_(bench), job_(job), course_(course), misfortune_(misfortune), said_(said) {}
+
+Counts Trial::run() {
+    bench_.renew(job_);
+    const Ended first = meetMisfortune();
+    judgeRun(first, "with the misfortune", /*mayBeKilled=*/true);
+    judgeClaims(first);
+    bench_.makeWell();
+    beforePlain_ = bench_.files();
+    runPlainly();
+    judgeEnd();
+    undoAll();
+    return counts_;
 }
 
-const std::vector<std::string>& actionsFor(const std::string& service) {
-    static const std::vector<std::string> any{
-        "drop",     "silent",       "unplug",          "drop-unanswered", "drop-after-answer",
-        "delay:30", "cut",          "stall",           "short",           "long",
-        "garbled",  "wrong-number", "wrong-operation", "tiny-length",     "huge-length",
-        "SIGINT",   "SIGTERM",      "SIGKILL"};
-    static const std::map<std::string, std::vector<std::string>> more{
-        {"afc", {"status:1", "status:8", "status:10", "status:18", "bad-magic"}},
-        {"usbmux", {"status:2", "status:3", "bad-magic"}},
-        {"lockdown", {"error:InvalidHostID", "error:ServiceLimit"}}};
-    static std::map<std::string, std::vector<std::string>> all;
-    std::vector<std::string>& actions = all[service];
-    if (actions.empty()) {
-        actions = any;
-        if (const auto found = more.find(service); found != more.end()) {
-            actions.insert(actions.end(), found->second.begin(), found->second.end());
-        }
-        std::erase_if(actions, [&](const std::string& action) {
-            return !signals().contains(action) && !isPossible(service, action);
-        });
+// --- What happens
+
+Ended Trial::meetMisfortune() {
+    const std::unique_ptr<Program> vesk = startArmed();
+    if (!misfortune_.isOnDisk() && !misfortune_.isAnswer() && waitForMoment(*vesk)) {
+        counts_.faults = happensAt(*vesk) ? 1 : 0;
     }
-    return actions;
+    const Ended ended = vesk->wait();
+    if (misfortune_.isOnDisk()) {
+        counts_.faults = wasMetOnDisk(ended) ? 1 : 0;
+    } else if (misfortune_.isAnswer()) {
+        const auto isMet = [](const auto& entry) { return !entry.fault.empty(); };
+        counts_.faults = bench_.bus().log().entries(isMet).empty() ? 0 : 1;
+    }
+    return ended;
 }
 
-Counts& Counts::operator+=(const Counts& other) {
-    faults += other.faults;
-    falseSuccess += other.falseSuccess;
-    lost += other.lost;
-    overwritten += other.overwritten;
-    unlisted += other.unlisted;
-    notFinished += other.notFinished;
-    foreign += other.foreign;
-    notUndone += other.notUndone;
-    hangs += other.hangs;
-    crashes += other.crashes;
-    return *this;
+/// Starts the job, which is going to meet the misfortune.
+std::unique_ptr<Program> Trial::startArmed() {
+    std::vector<std::string> arguments = job_.arguments;
+    // A phone that is silent is not to take ten seconds each time.
+    arguments.insert(arguments.end(), {"--timeout", "0.3"});
+    if (misfortune_.action == kSwappedChosen) {
+        arguments.insert(arguments.end(), {"--udid", bench_.phone().udid()});
+    }
+    if (misfortune_.isOnDisk()) {
+        return bench_.start(arguments, misfortune_);
+    }
+    // What happens at a moment has time for it: the answer comes later.
+    Misfortune fault = misfortune_;
+    fault.action = misfortune_.isAnswer() ? misfortune_.action : "delay:100";
+    bench_.faultsOf(fault.place).add(virtualphone::parseFault(fault.text()));
+    return bench_.start(arguments);
 }
 
-std::vector<std::pair<std::string, uint64_t>> columns(const Counts& counts) {
-    return {{"faults", counts.faults},     {"false success", counts.falseSuccess},
-            {"lost", counts.lost},         {"overwritten", counts.overwritten},
-            {"unlisted", counts.unlisted}, {"not finished", counts.notFinished},
-            {"foreign", counts.foreign},   {"not undone", counts.notUndone},
-            {"hangs", counts.hangs},       {"crashes", counts.crashes}};
-}
-
-bool Counts::isClean() const {
-    for (const auto& [name, count] : columns(*this)) {
-        if (name != "faults" && count != 0) {
+/// @return whether it has come
+bool Trial::waitForMoment(const Program& vesk) {
+    const auto isMet = [](const auto& entry) { return !entry.fault.empty(); };
+    constexpr std::chrono::milliseconds kTurn{20};
+    while (!bench_.bus().log().waitFor(isMet, kTurn)) {
+        if (vesk.hasEnded()) {
             return false;
         }
     }
     return true;
 }
 
-Bench::Bench(const fs::path& folder, std::string firmware)
-    : root_(folder / "phone"), state_(folder / "state"), firmware_(std::move(firmware)),
-      before_(phoneBefore(isOlderLayout(firmware_))) {
-    environment_["USBMUXD_SOCKET_ADDRESS"] = bus_.environmentValue();
-    environment_["XDG_STATE_HOME"] = state_.string();
-}
-
-/// The phone as it was at first, and a computer that has never seen it.
-void Bench::renew() {
-    if (phone_) {
-        bus_.unplug(id_);
+/// @return whether it could
+bool Trial::happensAt(Program& vesk) {
+    const std::string& action = misfortune_.action;
+    if (const int number = signalOf(action); number != 0) {
+        vesk.signal(number);
+    } else if (action == kPhoneFull || action == kPhoneNearlyFull) {
+        constexpr uint64_t kLittle = 1500;
+        bench_.phone().setFreeBytes(action == kPhoneFull ? 0 : kLittle);
+    } else if (action == kLockTaken) {
+        return bench_.phone().holdSyncLock();
+    } else if (action == kOtherProgram) {
+        isAdded_ = bench_.addAsOtherProgram(bench_.addition());
+        return isAdded_;
+    } else if (action == kOtherVesk || action == kOtherUser) {
+        other_ = bench_.startOther(bench_.addition().arguments,
+                                   /*hasOwnSafe=*/action == kOtherUser);
+    } else if (action == kReplugged) {
+        bench_.replug();
+    } else {
+        bench_.swap();
     }
-    fs::remove_all(state_);
-    putFiles(root_, before_);
-    phone_ = std::make_shared<virtualphone::Phone>(
-        virtualphone::PhoneOptions{.root = root_, .firmware = firmware_});
-    id_ = bus_.plug(phone_);
-    bus_.log().clear();
+    return true;
 }
 
-Ended Bench::run(const Job& job) {
-    return runVesk(job.arguments, environment_);
+bool Trial::wasMetOnDisk(const Ended& ended) const {
+    const auto report = bench_.diskReport();
+    return ended.signal == SIGKILL || (report && report->calls >= misfortune_.number);
 }
 
-Ended Bench::runWith(const Job& job, const Misfortune& misfortune) {
-    const auto signal = signals().find(misfortune.action);
-    const bool isSignal = signal != signals().end();
-    phone_->faults().add(virtualphone::parseFault(
-        faultText(misfortune, isSignal ? "delay:100" : misfortune.action)));
-    // A phone that is silent is not to take ten seconds each time.
-    std::vector<std::string> arguments = job.arguments;
-    arguments.insert(arguments.end(), {"--timeout", "0.5"});
-    if (!isSignal) {
-        return runVesk(arguments, environment_);
+// --- What came of it
+
+void Trial::judgeRun(const Ended& ended, const char* which, bool mayBeKilled) {
+    spoken_ += std::string("--- ") + which + "\n" + ended.output;
+    counts_.longestRun = std::max(counts_.longestRun, ended.took);
+    if (ended.hung) {
+        ++counts_.hangs;
+        say(std::string(which) + ": hangs");
     }
-    return runVesk(arguments, environment_, [&](int process) {
-        const auto met = bus_.log().waitFor([](const auto& entry) { return !entry.fault.empty(); },
-                                            std::chrono::seconds(5));
-        if (met) {
-            kill(process, signal->second);
+    if (ended.signal != 0 && !(mayBeKilled && ended.signal == SIGKILL)) {
+        ++counts_.crashes;
+        say(std::string(which) + ": ends by signal " + std::to_string(ended.signal));
+    }
+    judgeOpenDescriptors(which);
+}
+
+void Trial::judgeOpenDescriptors(const char* which) {
+    const auto report = bench_.diskReport();
+    if (report && report->descriptors.size() > course_.descriptors) {
+        ++counts_.leaked;
+        std::string open;
+        for (const std::string& descriptor : report->descriptors) {
+            open += " " + descriptor;
         }
-    });
+        say(std::string(which) + ": leaves more descriptors open than usual:" + open);
+    }
+    if (!other_ && !bench_.bus().waitForConnections(0)) {
+        ++counts_.leaked;
+        say(std::string(which) + ": has ended, and its connections have not");
+    }
 }
 
-bool Bench::isWanted(const Job& job) const {
-    const Ringtones now = ringtonesOf(filesOf(root_));
-    return now.isReadable && now.sounds == job.wanted;
+void Trial::judgeClaims(const Ended& first) {
+    bool otherClaims = isAdded_;
+    if (other_) {
+        const Ended ended = std::exchange(other_, nullptr)->wait();
+        otherClaims = ended.claimsSuccess();
+        isAdded_ = true;
+        judgeRun(ended, "the other vesk");
+    }
+    if (first.claimsSuccess() && !isWantedNow() && !isAllDoneOnOther()) {
+        ++counts_.falseSuccess;
+        say("success was claimed");
+    }
+    if (otherClaims && job_.others == Job::Others::Stay &&
+        !soundsOf(bench_.files()).contains(bench_.addition().name)) {
+        ++counts_.falseSuccess;
+        say("what somebody else has added is not there");
+    }
+    judgeOtherPhone(first.claimsSuccess());
 }
 
-std::map<std::string, uint32_t> Bench::requestsOf(const Job& job) {
-    renew();
-    const Ended ended = run(job);
-    if (ended.code != 0 || !isWanted(job)) {
-        throw std::runtime_error(job.name + " on " + firmware_ + " fails without any fault:\n" +
-                                 ended.output);
-    }
-    std::map<std::string, uint32_t> counts;
-    for (const auto& entry : bus_.log().entries()) {
-        ++counts[entry.service];
-    }
-    return counts;
+/// What somebody else has added counts neither way.
+bool Trial::isWantedNow() const {
+    Ringtones now = ringtonesOf(bench_.files());
+    now.sounds.erase(bench_.addition().name);
+    return now.isReadable && now.sounds == job_.wanted;
 }
 
-Counts Bench::attempt(const Job& job, const Misfortune& misfortune,
-                      std::vector<std::string>& said) {
-    Counts counts;
-    const auto say = [&](const std::string& what, const std::string& output = "") {
-        said.push_back(firmware_ + " " + job.name + " " + misfortune.text() + ": " + what +
-                       (output.empty() ? "" : "\n" + output));
-    };
-    const auto judgeRun = [&](const Ended& ended, bool mayBeKilled, const char* which) {
-        counts.hangs += ended.hung ? 1U : 0U;
-        const bool crashed = ended.signal != 0 && !(mayBeKilled && ended.signal == SIGKILL);
-        counts.crashes += crashed ? 1U : 0U;
-        if (ended.hung || crashed) {
-            say(std::string(which) + (crashed ? " crashed" : " hung"), ended.output);
-        }
-    };
-
-    renew();
-    const Ended first = runWith(job, misfortune);
-    judgeRun(first, /*mayBeKilled=*/true, "the run with the fault");
-    counts.faults =
-        bus_.log().entries([](const auto& entry) { return !entry.fault.empty(); }).empty() ? 0 : 1;
-    if (first.code == 0 && first.signal == 0 && !isWanted(job)) {
-        ++counts.falseSuccess;
-        say("success was claimed", first.output);
-    }
-    // Nothing of the fault lasts; a phone that was pulled out is plugged in again.
-    phone_->faults().clear();
-    bus_.unplug(id_);
-    id_ = bus_.plug(phone_);
-
-    const Ended second = run(job);
-    judgeRun(second, /*mayBeKilled=*/false, "the plain run");
-    const size_t saidBefore = said.size();
-    judgeEnd(job, counts, said);
-    for (size_t i = saidBefore; i < said.size(); ++i) {
-        said[i] = firmware_ + " " + job.name + " " + misfortune.text() + ": " + said[i] +
-                  "\n--- with the fault\n" + first.output + "--- plain\n" + second.output;
-    }
-
-    const Ended undone = runVesk({"undo"}, environment_);
-    judgeRun(undone, /*mayBeKilled=*/false, "undo");
-    Files after = filesOf(root_);
-    std::erase_if(after, [&](const auto& file) {
-        return file.first == "com.apple.itunes.lock_sync"; // made by the first lock, and left
-    });
-    if (after != before_) {
-        ++counts.notUndone;
-        std::string which;
-        for (const auto& [name, bytes] : before_) {
-            which += !after.contains(name)     ? " missing: " + name
-                     : after.at(name) != bytes ? " other: " + name
-                                               : "";
-        }
-        for (const auto& [name, bytes] : after) {
-            which += before_.contains(name) ? "" : " more: " + name;
-        }
-        say("undo leaves" + which + "\n--- with the fault\n" + first.output + "--- plain\n" +
-                second.output,
-            "--- undo\n" + undone.output);
-    }
-    return counts;
+/// When vesk was not told which phone is meant, the one that came in time may be taken for it.
+bool Trial::isAllDoneOnOther() const {
+    const auto files = bench_.otherFiles();
+    return files && misfortune_.action == kSwapped && soundsOf(*files) == job_.wanted;
 }
 
-void Bench::judgeEnd(const Job& job, Counts& counts, std::vector<std::string>& said) const {
-    const Files files = filesOf(root_);
+void Trial::judgeOtherPhone(bool claimsSuccess) {
+    const auto files = bench_.otherFiles();
+    if (files && *files != bench_.before() && !(claimsSuccess && isAllDoneOnOther())) {
+        ++counts_.foreign;
+        say("the other phone was touched");
+    }
+}
+
+Ended Trial::runVesk(const std::vector<std::string>& arguments, const char* which) {
+    const Ended ended = bench_.run(arguments);
+    judgeRun(ended, which);
+    return ended;
+}
+
+void Trial::runPlainly() {
+    runVesk(job_.arguments, "plain");
+    const Addition& addition = bench_.addition();
+    if (isAdded_ && job_.others == Job::Others::Stay &&
+        !soundsOf(bench_.files()).contains(addition.name)) {
+        judgeRun(bench_.startOther(addition.arguments, misfortune_.action == kOtherUser)->wait(),
+                 "the other, plain");
+    }
+}
+
+void Trial::judgeEnd() {
+    const Files files = bench_.files();
     const Ringtones now = ringtonesOf(files);
-    uint64_t lost = 0;
-    for (const auto& [name, bytes] : job.wanted) {
-        const auto found = now.sounds.find(name);
-        if (found == now.sounds.end() || found->second.empty()) {
-            ++lost;
-            said.push_back("lost " + name);
-        } else if (found->second != bytes) {
-            ++counts.overwritten;
-            said.push_back("another sound for " + name);
-        }
+    auto wanted = job_.wanted;
+    if (isAdded_ && job_.others == Job::Others::Stay) {
+        wanted[bench_.addition().name] = bench_.addition().sound;
     }
-    counts.lost += lost;
-    counts.unlisted += now.unlisted.size();
+    for (const auto& [name, sound] : wanted) {
+        judgeRingtone(name, sound, now);
+    }
     for (const std::string& file : now.unlisted) {
-        said.push_back("unlisted " + file);
+        ++counts_.unlisted;
+        say("unlisted " + file);
     }
-    if (!now.isReadable || now.sounds != job.wanted) {
-        ++counts.notFinished;
-        said.push_back(now.isReadable ? "not what was wanted" : "unreadable catalogue");
+    if (!now.isReadable || now.sounds != wanted) {
+        ++counts_.notFinished;
+        say(now.isReadable ? "not what was wanted" : "unreadable catalogue");
     }
-    for (const auto& [name, bytes] : before_) {
+    for (const auto& [name, bytes] : bench_.before()) {
         const auto found = files.find(name);
         if (name.starts_with("DCIM") && (found == files.end() || found->second != bytes)) {
-            ++counts.foreign;
-            said.push_back("touched " + name);
+            ++counts_.foreign;
+            say("touched " + name);
         }
     }
+}
+
+void Trial::judgeRingtone(const std::string& name, const std::string& sound, const Ringtones& now) {
+    const auto found = now.sounds.find(name);
+    if (found == now.sounds.end() || found->second.empty()) {
+        ++counts_.lost;
+        say("lost " + name);
+    } else if (found->second != sound) {
+        ++counts_.overwritten;
+        say("another sound for " + name);
+    }
+}
+
+// --- The way back
+
+void Trial::undoAll() {
+    if (misfortune_.action == kOtherUser) {
+        undoLastAddition();
+    } else if (misfortune_.action == kOtherProgram && isAdded_) {
+        undoBesideOtherProgram();
+    } else if (misfortune_.action == kOtherVesk || job_.name == "restore") {
+        undoUntilBefore();
+    } else {
+        runVesk({"undo"}, "undo");
+        judgeUndone(bench_.before());
+    }
+}
+
+/// What two people have done one after the other is not for one of them to undo; what the last of
+/// them does now is.
+void Trial::undoLastAddition() {
+    const Files wanted = bench_.files();
+    if (runVesk(bench_.lastAddition().arguments, "the last addition").code != 0) {
+        ++counts_.notFinished;
+        say("nothing can be added any more");
+    }
+    runVesk({"undo"}, "undo");
+    judgeUndone(wanted);
+}
+
+/// Undo either leaves the phone as it is or takes the job back; what the other program has put there
+/// is there afterwards.
+void Trial::undoBesideOtherProgram() {
+    const Addition& addition = bench_.addition();
+    const Files before = bench_.files();
+    const Ended undo = runVesk({"undo"}, "undo");
+    const Files after = bench_.files();
+    auto takenBack = soundsOf(bench_.before());
+    takenBack[addition.name] = addition.sound;
+    const Ringtones now = ringtonesOf(after);
+    judgeRingtone(addition.name, addition.sound, now);
+    const bool isRight = undo.code != 0 ? after == before
+                                        : now.isReadable && (now.sounds == takenBack ||
+                                                             now.sounds == soundsOf(beforePlain_));
+    if (!isRight) {
+        ++counts_.notUndone;
+        say("undo leaves neither what was there nor what had been there");
+    }
+}
+
+void Trial::undoUntilBefore() {
+    constexpr int kMostJobs = 5;
+    for (int i = 0; i < kMostJobs && bench_.files() != bench_.before(); ++i) {
+        runVesk({"undo"}, "undo");
+    }
+    judgeUndone(bench_.before());
+}
+
+void Trial::judgeUndone(const Files& wanted) {
+    const Files after = bench_.files();
+    if (after == wanted) {
+        return;
+    }
+    ++counts_.notUndone;
+    std::string which;
+    for (const auto& [name, bytes] : wanted) {
+        const auto found = after.find(name);
+        which += found == after.end()     ? " missing: " + name
+                 : found->second != bytes ? " other: " + name
+                                          : "";
+    }
+    for (const auto& [name, bytes] : after) {
+        which += wanted.contains(name) ? "" : " more: " + name;
+    }
+    say("undo leaves" + which);
+}
+
+void Trial::say(const std::string& what) {
+    said_.push_back(bench_.firmware() + " " + job_.name + " " + misfortune_.text() + ": " + what +
+                    "\n" + spoken_);
 }
 
 } // namespace torture
