@@ -39,7 +39,7 @@ struct Planned {
     size_t bench;
     size_t job;
     const Course* course;
-    Misfortune misfortune;
+    std::vector<Misfortune> misfortunes;
 };
 
 class Campaign {
@@ -77,10 +77,28 @@ private:
 
     void plan(size_t bench, size_t job, const Job& done) {
         const Course& course = *courses_.back();
-        for (Misfortune& misfortune : misfortunesOf(done, course.occasions)) {
-            if (fits(choice_.misfortune, misfortune.text()) &&
-                fits(choice_.kind, misfortune.kind())) {
-                planned_.push_back({bench, job, &course, std::move(misfortune)});
+        if (!choice_.misfortunes.empty()) {
+            planned_.push_back({bench, job, &course, misfortunesIn(choice_.misfortunes)});
+            return;
+        }
+        const std::vector<Misfortune> all = misfortunesOf(done, course.occasions);
+        for (const Misfortune& misfortune : all) {
+            std::vector<Misfortune> one{misfortune};
+            if (choice_.twice) {
+                one.push_back(drawSecond(all));
+            }
+            if (fits(choice_.kind, misfortune.kind())) {
+                planned_.push_back({bench, job, &course, std::move(one)});
+            }
+        }
+    }
+
+    /// One that leaves it clear what the end is to be.
+    const Misfortune& drawSecond(const std::vector<Misfortune>& all) {
+        for (;;) {
+            const Misfortune& drawn = all[random_() % all.size()];
+            if (drawn.isPrivate()) {
+                return drawn;
             }
         }
     }
@@ -92,7 +110,7 @@ private:
             const Job& job = bench.jobs()[planned->job];
             std::vector<std::string> said;
             note(*planned, bench.firmware() + " " + job.name,
-                 Trial(bench, job, *planned->course, planned->misfortune, said).run(), said);
+                 Trial(bench, job, *planned->course, planned->misfortunes, said).run(), said);
         }
     }
 
@@ -107,7 +125,7 @@ private:
               const std::vector<std::string>& said) {
         const std::lock_guard<std::mutex> held(mutex_);
         findings_.byJob[title] += counts;
-        findings_.byKind[planned.misfortune.kind()] += counts;
+        findings_.byKind[planned.misfortunes.front().kind()] += counts;
         findings_.all += counts;
         ++findings_.trials;
         for (const std::string& text : said) {
@@ -117,6 +135,7 @@ private:
 
     const Choice choice_;
     const fs::path folder_;
+    std::mt19937_64 random_{choice_.seed};
     std::vector<std::unique_ptr<Course>> courses_;
     std::vector<Planned> planned_;
     Clock::time_point end_;

@@ -17,11 +17,12 @@ struct Choice {
     std::string vesk; ///< the program that is tried
     std::string firmware;
     std::string job;
-    std::string misfortune;                   ///< as its text says it
+    std::string misfortunes;                  ///< one trial of each job, with these
     std::string kind;                         ///< as the table of kinds says it
     std::optional<std::chrono::seconds> time; ///< a sample that takes about that long
-    uint64_t seed = 1;                        ///< of the order in which trials are made
-    size_t part = 1;                          ///< of `parts` equal ones
+    bool twice = false; ///< each trial meets a second misfortune, drawn by the seed
+    uint64_t seed = 1;  ///< of the order in which trials are made
+    size_t part = 1;    ///< of `parts` equal ones
     size_t parts = 1;
     unsigned workers = 1;
 };

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <sstream>
 #include <stdexcept>
 
 namespace torture {
@@ -76,8 +77,36 @@ bool Misfortune::isAnswer() const {
     return !kinds().contains(action);
 }
 
+bool Misfortune::isPrivate() const {
+    return isAnswer() || isOnDisk() || signalOf(action) != 0;
+}
+
 std::string Misfortune::kind() const {
     return isAnswer() ? "the phone's answers" : kinds().at(action);
+}
+
+std::string textOf(const std::vector<Misfortune>& misfortunes) {
+    std::string text;
+    for (const Misfortune& misfortune : misfortunes) {
+        text += (text.empty() ? "" : ",") + misfortune.text();
+    }
+    return text;
+}
+
+std::vector<Misfortune> misfortunesIn(const std::string& text) {
+    std::vector<Misfortune> misfortunes;
+    std::istringstream list(text);
+    for (std::string one; std::getline(list, one, ',');) {
+        const size_t number = one.find('#');
+        const size_t action = one.find('=');
+        if (number == std::string::npos || action == std::string::npos || action < number) {
+            throw std::invalid_argument("\"" + one + "\" is no misfortune, such as afc#12=silent");
+        }
+        misfortunes.push_back({one.substr(0, number),
+                               static_cast<uint32_t>(std::stoul(one.substr(number + 1))),
+                               one.substr(action + 1)});
+    }
+    return misfortunes;
 }
 
 int signalOf(const std::string& action) {

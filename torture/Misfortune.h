@@ -20,6 +20,9 @@ struct Misfortune {
     /// "afc#12=silent".
     std::string text() const;
 
+    /// Whether it concerns nobody but this vesk and its phone.
+    bool isPrivate() const;
+
     /// Whether it is a fault in the phone's answer, and not something else at that moment.
     bool isAnswer() const;
 
@@ -52,6 +55,13 @@ inline constexpr char kSwappedChosen[] = "swapped-chosen";
 
 /// The signal of that name, or 0.
 int signalOf(const std::string& action);
+
+/// Several, one after the other: "afc#12=silent,disk#3=killed".
+std::string textOf(const std::vector<Misfortune>& misfortunes);
+
+/// Reads such a text.
+/// @throw std::invalid_argument
+std::vector<Misfortune> misfortunesIn(const std::string& text);
 
 /// How often each place is met when a job is done without any misfortune.
 using Occasions = std::map<std::string, uint32_t>;

@@ -1,5 +1,6 @@
 #include "torture/Trial.h"
 
+#include <algorithm>
 #include <csignal>
 
 namespace torture {
@@ -9,19 +10,28 @@ std::map<std::string, std::string> soundsOf(const Files& files) {
     return ringtonesOf(files).sounds;
 }
 
+/// Whether a request has met a fault.
+bool isFaulty(const virtualphone::LogEntry& entry) {
+    return !entry.fault.empty();
+}
+
 } // namespace
 
-Trial::Trial(Bench& bench, const Job& job, const Course& course, const Misfortune& misfortune,
-             std::vector<std::string>& said)
-    : bench_(bench), job_(job), course_(course), misfortune_(misfortune), said_(said) {}
+Trial::Trial(Bench& bench, const Job& job, const Course& course,
+             const std::vector<Misfortune>& misfortunes, std::vector<std::string>& said)
+    : bench_(bench), job_(job), course_(course), misfortunes_(misfortunes), said_(said) {}
 
 Counts Trial::run() {
     bench_.renew(job_);
-    const Ended first = meetMisfortune();
-    judgeRun(first, "with the misfortune", /*mayBeKilled=*/true);
-    judgeClaims(first);
-    bench_.makeWell();
-    beforePlain_ = bench_.files();
+    for (const Misfortune& misfortune : misfortunes_) {
+        const Files before = bench_.files();
+        const Ended ended = meet(misfortune);
+        judgeRun(ended, "with the misfortune", /*mayBeKilled=*/true);
+        judgeClaims(ended);
+        bench_.makeWell();
+        countJob(ended, before);
+        between_.push_back(bench_.files());
+    }
     runPlainly();
     judgeEnd();
     undoAll();
@@ -30,44 +40,45 @@ Counts Trial::run() {
 
 // --- What happens
 
-Ended Trial::meetMisfortune() {
-    const std::unique_ptr<Program> vesk = startArmed();
-    if (!misfortune_.isOnDisk() && !misfortune_.isAnswer() && waitForMoment(*vesk)) {
-        counts_.faults = happensAt(*vesk) ? 1 : 0;
+Ended Trial::meet(const Misfortune& misfortune) {
+    bench_.bus().log().clear();
+    const std::unique_ptr<Program> vesk = startArmed(misfortune);
+    bool isMet = false;
+    if (!misfortune.isOnDisk() && !misfortune.isAnswer() && waitForMoment(*vesk)) {
+        isMet = happensAt(misfortune.action, *vesk);
     }
     const Ended ended = vesk->wait();
-    if (misfortune_.isOnDisk()) {
-        counts_.faults = wasMetOnDisk(ended) ? 1 : 0;
-    } else if (misfortune_.isAnswer()) {
-        const auto isMet = [](const auto& entry) { return !entry.fault.empty(); };
-        counts_.faults = bench_.bus().log().entries(isMet).empty() ? 0 : 1;
+    if (misfortune.isOnDisk()) {
+        isMet = wasMetOnDisk(misfortune, ended);
+    } else if (misfortune.isAnswer()) {
+        isMet = !bench_.bus().log().entries(isFaulty).empty();
     }
+    counts_.faults += isMet ? 1U : 0U;
     return ended;
 }
 
 /// Starts the job, which is going to meet the misfortune.
-std::unique_ptr<Program> Trial::startArmed() {
+std::unique_ptr<Program> Trial::startArmed(const Misfortune& misfortune) {
     std::vector<std::string> arguments = job_.arguments;
     // A phone that is silent is not to take ten seconds each time.
     arguments.insert(arguments.end(), {"--timeout", "0.3"});
-    if (misfortune_.action == kSwappedChosen) {
+    if (misfortune.action == kSwappedChosen) {
         arguments.insert(arguments.end(), {"--udid", bench_.phone().udid()});
     }
-    if (misfortune_.isOnDisk()) {
-        return bench_.start(arguments, misfortune_);
+    if (misfortune.isOnDisk()) {
+        return bench_.start(arguments, misfortune);
     }
     // What happens at a moment has time for it: the answer comes later.
-    Misfortune fault = misfortune_;
-    fault.action = misfortune_.isAnswer() ? misfortune_.action : "delay:100";
+    Misfortune fault = misfortune;
+    fault.action = misfortune.isAnswer() ? misfortune.action : "delay:100";
     bench_.faultsOf(fault.place).add(virtualphone::parseFault(fault.text()));
     return bench_.start(arguments);
 }
 
 /// @return whether it has come
 bool Trial::waitForMoment(const Program& vesk) {
-    const auto isMet = [](const auto& entry) { return !entry.fault.empty(); };
     constexpr std::chrono::milliseconds kTurn{20};
-    while (!bench_.bus().log().waitFor(isMet, kTurn)) {
+    while (!bench_.bus().log().waitFor(isFaulty, kTurn)) {
         if (vesk.hasEnded()) {
             return false;
         }
@@ -76,8 +87,7 @@ bool Trial::waitForMoment(const Program& vesk) {
 }
 
 /// @return whether it could
-bool Trial::happensAt(Program& vesk) {
-    const std::string& action = misfortune_.action;
+bool Trial::happensAt(const std::string& action, Program& vesk) {
     if (const int number = signalOf(action); number != 0) {
         vesk.signal(number);
     } else if (action == kPhoneFull || action == kPhoneNearlyFull) {
@@ -99,9 +109,9 @@ bool Trial::happensAt(Program& vesk) {
     return true;
 }
 
-bool Trial::wasMetOnDisk(const Ended& ended) const {
+bool Trial::wasMetOnDisk(const Misfortune& misfortune, const Ended& ended) const {
     const auto report = bench_.diskReport();
-    return ended.signal == SIGKILL || (report && report->calls >= misfortune_.number);
+    return ended.signal == SIGKILL || (report && report->calls >= misfortune.number);
 }
 
 // --- What came of it
@@ -166,7 +176,7 @@ bool Trial::isWantedNow() const {
 /// When vesk was not told which phone is meant, the one that came in time may be taken for it.
 bool Trial::isAllDoneOnOther() const {
     const auto files = bench_.otherFiles();
-    return files && misfortune_.action == kSwapped && soundsOf(*files) == job_.wanted;
+    return files && firstAction() == kSwapped && soundsOf(*files) == job_.wanted;
 }
 
 void Trial::judgeOtherPhone(bool claimsSuccess) {
@@ -183,12 +193,20 @@ Ended Trial::runVesk(const std::vector<std::string>& arguments, const char* whic
     return ended;
 }
 
+/// A run that has done something is a job to be undone. Restoring is one each time, also what has been
+/// finished before it and what is there already.
+void Trial::countJob(const Ended& ended, const Files& before) {
+    const bool hasDone = ended.claimsSuccess() && bench_.files() != before;
+    jobsDone_ += hasDone || job_.name == "restore" ? 1U : 0U;
+}
+
 void Trial::runPlainly() {
-    runVesk(job_.arguments, "plain");
+    const Files before = bench_.files();
+    countJob(runVesk(job_.arguments, "plain"), before);
     const Addition& addition = bench_.addition();
     if (isAdded_ && job_.others == Job::Others::Stay &&
         !soundsOf(bench_.files()).contains(addition.name)) {
-        judgeRun(bench_.startOther(addition.arguments, misfortune_.action == kOtherUser)->wait(),
+        judgeRun(bench_.startOther(addition.arguments, firstAction() == kOtherUser)->wait(),
                  "the other, plain");
     }
 }
@@ -234,15 +252,13 @@ void Trial::judgeRingtone(const std::string& name, const std::string& sound, con
 // --- The way back
 
 void Trial::undoAll() {
-    if (misfortune_.action == kOtherUser) {
+    if (firstAction() == kOtherUser) {
         undoLastAddition();
-    } else if (misfortune_.action == kOtherProgram && isAdded_) {
+    } else if (firstAction() == kOtherProgram && isAdded_) {
         undoBesideOtherProgram();
-    } else if (misfortune_.action == kOtherVesk || job_.name == "restore") {
-        undoUntilBefore();
     } else {
-        runVesk({"undo"}, "undo");
-        judgeUndone(bench_.before());
+        constexpr size_t kMostJobs = 5;
+        undoUntilBefore(firstAction() == kOtherVesk ? kMostJobs : std::max(jobsDone_, size_t{1}));
     }
 }
 
@@ -269,18 +285,20 @@ void Trial::undoBesideOtherProgram() {
     takenBack[addition.name] = addition.sound;
     const Ringtones now = ringtonesOf(after);
     judgeRingtone(addition.name, addition.sound, now);
-    const bool isRight = undo.code != 0 ? after == before
-                                        : now.isReadable && (now.sounds == takenBack ||
-                                                             now.sounds == soundsOf(beforePlain_));
+    const bool wasThere = now.sounds == takenBack ||
+                          std::any_of(between_.begin(), between_.end(), [&](const Files& files) {
+                              return now.sounds == soundsOf(files);
+                          });
+    const bool isRight = undo.code != 0 ? after == before : now.isReadable && wasThere;
     if (!isRight) {
         ++counts_.notUndone;
         say("undo leaves neither what was there nor what had been there");
     }
 }
 
-void Trial::undoUntilBefore() {
-    constexpr int kMostJobs = 5;
-    for (int i = 0; i < kMostJobs && bench_.files() != bench_.before(); ++i) {
+/// One undo for each job that was done, and no more.
+void Trial::undoUntilBefore(size_t jobs) {
+    for (size_t i = 0; i < jobs && (i == 0 || bench_.files() != bench_.before()); ++i) {
         runVesk({"undo"}, "undo");
     }
     judgeUndone(bench_.before());
@@ -306,7 +324,7 @@ void Trial::judgeUndone(const Files& wanted) {
 }
 
 void Trial::say(const std::string& what) {
-    said_.push_back(bench_.firmware() + " " + job_.name + " " + misfortune_.text() + ": " + what +
+    said_.push_back(bench_.firmware() + " " + job_.name + " " + textOf(misfortunes_) + ": " + what +
                     "\n" + spoken_);
 }
 

@@ -1,9 +1,10 @@
 /// torture [--seconds N] [--seed N] [--part K/N] [--workers N] [--folder DIR]
-///         [--vesk PROGRAM] [--firmware V] [--job NAME] [--kind TEXT] [--fault TEXT]
+///         [--twice yes] [--vesk PROGRAM] [--firmware V] [--job NAME] [--kind TEXT] [--fault TEXT]
 ///
 /// Everything is tried, or every n-th trial (--part), or as many as there is time for (--seconds), in
-/// an order drawn by the seed. Prints what went wrong and two tables; the exit status is 0 when
-/// nothing did.
+/// an order drawn by the seed. --twice has the attempt to repeat a job meet a second misfortune; --fault
+/// makes one trial of each job, with the misfortunes that it names. Prints what went wrong and two
+/// tables; the exit status is 0 when nothing did.
 #include "torture/Campaign.h"
 
 #include <unistd.h>
@@ -55,6 +56,7 @@ Options optionsOf(int count, char** words) {
     const std::map<std::string, std::function<void(const std::string&)>> known{
         {"--seconds",
          [&](const auto& value) { choice.time = std::chrono::seconds(std::stoi(value)); }},
+        {"--twice", [&](const auto& value) { choice.twice = value == "yes"; }},
         {"--seed", [&](const auto& value) { choice.seed = std::stoull(value); }},
         {"--part", [&](const auto& value) { setPart(choice, value); }},
         {"--workers",
@@ -66,7 +68,7 @@ Options optionsOf(int count, char** words) {
         {"--firmware", [&](const auto& value) { choice.firmware = value; }},
         {"--job", [&](const auto& value) { choice.job = value; }},
         {"--kind", [&](const auto& value) { choice.kind = value; }},
-        {"--fault", [&](const auto& value) { choice.misfortune = value; }}};
+        {"--fault", [&](const auto& value) { choice.misfortunes = value; }}};
     for (int i = 1; i < count; i += 2) {
         const auto option = known.find(words[i]);
         if (option == known.end() || i + 1 == count) {

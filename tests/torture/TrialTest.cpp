@@ -31,7 +31,8 @@ protected:
         Bench bench(temporary_.path(), "1.1.4", program);
         const Course course{.occasions = {}, .descriptors = 4};
         said_.clear();
-        return Trial(bench, bench.jobs().front(), course, {"disk", 1, action}, said_).run();
+        const std::vector<Misfortune> misfortunes{{"disk", 1, action}};
+        return Trial(bench, bench.jobs().front(), course, misfortunes, said_).run();
     }
 
     const std::vector<std::string>& said() const { return said_; }
