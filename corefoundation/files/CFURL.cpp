@@ -153,7 +153,7 @@ CFTypeID CFURLGetTypeID() noexcept {
 }
 
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath,
-                                       CFURLPathStyle pathStyle, Boolean isDirectory) noexcept {
+                                       CFURLPathStyle pathStyle, Boolean isDirectory) {
     std::string path;
     if (pathStyle != kCFURLPOSIXPathStyle || !appendUtf8(path, Text(filePath)) || path.empty()) {
         return nullptr;
@@ -162,7 +162,7 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath,
 }
 
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* buffer,
-                                                 CFIndex bufLen, Boolean isDirectory) noexcept {
+                                                 CFIndex bufLen, Boolean isDirectory) {
     auto path =
         adopt(CFStringCreateWithBytes(nullptr, buffer, bufLen, kCFStringEncodingUTF8, false));
     if (!path) {
@@ -171,15 +171,14 @@ CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const
     return CFURLCreateWithFileSystemPath(allocator, path.get(), kCFURLPOSIXPathStyle, isDirectory);
 }
 
-CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle pathStyle) noexcept {
+CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle pathStyle) {
     if (pathStyle != kCFURLPOSIXPathStyle) {
         return nullptr;
     }
     return createStringFromUtf8(unescape(pathOf(url)));
 }
 
-Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean, UInt8* buffer,
-                                         CFIndex maxBufLen) noexcept {
+Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean, UInt8* buffer, CFIndex maxBufLen) {
     const std::string path = unescape(pathOf(url));
     const bool hasZero = path.find('\0') != std::string::npos;
     if (hasZero || static_cast<CFIndex>(path.size()) >= maxBufLen) {
@@ -193,7 +192,7 @@ CFStringRef CFURLGetString(CFURLRef url) noexcept {
     return url->string.get();
 }
 
-CFStringRef CFURLCopyPath(CFURLRef url) noexcept {
+CFStringRef CFURLCopyPath(CFURLRef url) {
     std::string path(pathOf(url));
     if (url->isDirectory && path != "/") {
         path += '/';
@@ -205,12 +204,12 @@ Boolean CFURLHasDirectoryPath(CFURLRef url) noexcept {
     return url->isDirectory;
 }
 
-CFStringRef CFURLCopyLastPathComponent(CFURLRef url) noexcept {
+CFStringRef CFURLCopyLastPathComponent(CFURLRef url) {
     const std::string_view path = pathOf(url);
     return createStringFromUtf8(unescape(path.substr(lastComponentStart(path))));
 }
 
-CFStringRef CFURLCopyPathExtension(CFURLRef url) noexcept {
+CFStringRef CFURLCopyPathExtension(CFURLRef url) {
     const std::string_view path = pathOf(url);
     const size_t dot = extensionDot(path);
     if (dot == std::string_view::npos) {
@@ -220,13 +219,13 @@ CFStringRef CFURLCopyPathExtension(CFURLRef url) noexcept {
     return isNoExtension(Text(extension.get())) ? nullptr : extension.leak();
 }
 
-CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef, CFURLRef url) noexcept {
+CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef, CFURLRef url) {
     const std::string_view path = pathOf(url);
     return createURL(path.substr(0, extensionDot(path)), url->isDirectory);
 }
 
 CFURLRef CFURLCreateCopyAppendingPathExtension(CFAllocatorRef, CFURLRef url,
-                                               CFStringRef extension) noexcept {
+                                               CFStringRef extension) {
     std::string suffix;
     if (!appendUtf8(suffix, Text(extension))) {
         return nullptr;
@@ -235,8 +234,7 @@ CFURLRef CFURLCreateCopyAppendingPathExtension(CFAllocatorRef, CFURLRef url,
 }
 
 CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url,
-                                               CFStringRef pathComponent,
-                                               Boolean isDirectory) noexcept {
+                                               CFStringRef pathComponent, Boolean isDirectory) {
     std::string component;
     if (!appendUtf8(component, Text(pathComponent))) {
         return nullptr;
@@ -248,7 +246,7 @@ CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url,
     return createURL(path + escape(component), isDirectory);
 }
 
-CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) noexcept {
+CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) {
     const std::string_view path = pathOf(url);
     const std::string_view component = path.substr(lastComponentStart(path));
     const std::string_view folder = path.substr(0, lastComponentStart(path));

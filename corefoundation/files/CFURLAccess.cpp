@@ -97,7 +97,7 @@ using namespace krl::cf;
 Boolean CFURLCreateDataAndPropertiesFromResource(CFAllocatorRef, CFURLRef url,
                                                  CFDataRef* resourceData,
                                                  CFDictionaryRef* properties, CFArrayRef,
-                                                 SInt32* errorCode) noexcept {
+                                                 SInt32* errorCode) {
     CFRef<CFDataRef> contents;
     const int error = readFile(url, contents);
     if (errorCode != nullptr) {

@@ -154,13 +154,13 @@ CFTypeID CFArrayGetTypeID() noexcept {
 }
 
 CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex numValues,
-                         const CFArrayCallBacks* callBacks) noexcept {
+                         const CFArrayCallBacks* callBacks) {
     __CFArray* array = createArray(numValues, ArrayCallBacks(callBacks, kCFTypeArrayCallBacks));
     appendValues(*array, values, numValues);
     return array;
 }
 
-CFArrayRef CFArrayCreateCopy(CFAllocatorRef, CFArrayRef array) noexcept {
+CFArrayRef CFArrayCreateCopy(CFAllocatorRef, CFArrayRef array) {
     if (!isMutable(array)) {
         return retain(array).leak();
     }
@@ -168,13 +168,13 @@ CFArrayRef CFArrayCreateCopy(CFAllocatorRef, CFArrayRef array) noexcept {
 }
 
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex capacity,
-                                       const CFArrayCallBacks* callBacks) noexcept {
+                                       const CFArrayCallBacks* callBacks) {
     constexpr CFIndex kLargestHint = 1024;
     return asMutable(createArray(std::min(capacity, kLargestHint),
                                  ArrayCallBacks(callBacks, kCFTypeArrayCallBacks)));
 }
 
-CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef, CFIndex, CFArrayRef array) noexcept {
+CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef, CFIndex, CFArrayRef array) {
     return asMutable(copyArray(*array));
 }
 
@@ -204,30 +204,29 @@ CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef array, CFRange range, const void*
 }
 
 void CFArrayApplyFunction(CFArrayRef array, CFRange range, CFArrayApplierFunction applier,
-                          void* context) noexcept {
+                          void* context) {
     for (CFIndex i = range.location; i < range.location + range.length; ++i) {
         applier(array->values[i], context);
     }
 }
 
-void CFArrayAppendValue(CFMutableArrayRef array, const void* value) noexcept {
+void CFArrayAppendValue(CFMutableArrayRef array, const void* value) {
     CFArrayInsertValueAtIndex(array, array->count, value);
 }
 
-void CFArrayAppendArray(CFMutableArrayRef array, CFArrayRef otherArray,
-                        CFRange otherRange) noexcept {
+void CFArrayAppendArray(CFMutableArrayRef array, CFArrayRef otherArray, CFRange otherRange) {
     reserve(*array, array->count + otherRange.length);
     appendValues(*array, otherArray->values + otherRange.location, otherRange.length);
 }
 
-void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex idx, const void* value) noexcept {
+void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex idx, const void* value) {
     reserve(*array, array->count + 1);
     moveTail(*array, idx, idx + 1);
     array->values[idx] = array->callBacks.retain(value);
     ++array->count;
 }
 
-void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex idx, const void* value) noexcept {
+void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex idx, const void* value) {
     if (idx == array->count) {
         CFArrayAppendValue(array, value);
         return;

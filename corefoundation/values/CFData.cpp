@@ -117,12 +117,12 @@ CFTypeID CFDataGetTypeID() noexcept {
     return kDataTypeID;
 }
 
-CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length) noexcept {
+CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length) {
     return createData(bytes, length, 0);
 }
 
 CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef, const UInt8* bytes, CFIndex length,
-                                      CFAllocatorRef bytesDeallocator) noexcept {
+                                      CFAllocatorRef bytesDeallocator) {
     auto* data = createObject<__CFData>(kDataTypeID, 0, length, length, const_cast<UInt8*>(bytes));
     if (bytesDeallocator != kCFAllocatorNull) {
         data->header.flags = kOwnBytesFlag;
@@ -130,18 +130,18 @@ CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef, const UInt8* bytes, CFInde
     return data;
 }
 
-CFDataRef CFDataCreateCopy(CFAllocatorRef, CFDataRef data) noexcept {
+CFDataRef CFDataCreateCopy(CFAllocatorRef, CFDataRef data) {
     if (!isMutable(data)) {
         return retain(data).leak();
     }
     return createData(data->bytes, data->length, 0);
 }
 
-CFMutableDataRef CFDataCreateMutable(CFAllocatorRef, CFIndex) noexcept {
+CFMutableDataRef CFDataCreateMutable(CFAllocatorRef, CFIndex) {
     return createData(nullptr, 0, kMutableFlag);
 }
 
-CFMutableDataRef CFDataCreateMutableCopy(CFAllocatorRef, CFIndex, CFDataRef data) noexcept {
+CFMutableDataRef CFDataCreateMutableCopy(CFAllocatorRef, CFIndex, CFDataRef data) {
     return createData(data->bytes, data->length, kMutableFlag);
 }
 
@@ -161,7 +161,7 @@ void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* buffer) noexcept {
     std::copy_n(data->bytes + range.location, range.length, buffer);
 }
 
-void CFDataSetLength(CFMutableDataRef data, CFIndex length) noexcept {
+void CFDataSetLength(CFMutableDataRef data, CFIndex length) {
     reserve(*data, length);
     if (length > data->length) {
         std::fill(data->bytes + data->length, data->bytes + length, UInt8{0});
@@ -169,7 +169,7 @@ void CFDataSetLength(CFMutableDataRef data, CFIndex length) noexcept {
     data->length = length;
 }
 
-void CFDataAppendBytes(CFMutableDataRef data, const UInt8* bytes, CFIndex length) noexcept {
+void CFDataAppendBytes(CFMutableDataRef data, const UInt8* bytes, CFIndex length) {
     // Growing may move the bytes that are to be appended.
     const bool own = pointsInto(*data, bytes);
     const CFIndex offset = own ? bytes - data->bytes : 0;

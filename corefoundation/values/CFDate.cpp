@@ -62,7 +62,7 @@ CFTypeID CFDateGetTypeID() noexcept {
     return kDateTypeID;
 }
 
-CFDateRef CFDateCreate(CFAllocatorRef, CFAbsoluteTime at) noexcept {
+CFDateRef CFDateCreate(CFAllocatorRef, CFAbsoluteTime at) {
     return createDate(at);
 }
 

@@ -320,7 +320,7 @@ CFTypeID CFDictionaryGetTypeID() noexcept {
 
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values,
                                    CFIndex numValues, const CFDictionaryKeyCallBacks* keyCallBacks,
-                                   const CFDictionaryValueCallBacks* valueCallBacks) noexcept {
+                                   const CFDictionaryValueCallBacks* valueCallBacks) {
     __CFDictionary* dictionary =
         createDictionary(numValues, KeyCallBacks(keyCallBacks, kCFTypeDictionaryKeyCallBacks),
                          ValueCallBacks(valueCallBacks, kCFTypeDictionaryValueCallBacks));
@@ -330,17 +330,16 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void
     return dictionary;
 }
 
-CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef dictionary) noexcept {
+CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef dictionary) {
     if (!isMutable(dictionary)) {
         return retain(dictionary).leak();
     }
     return copyDictionary(*dictionary);
 }
 
-CFMutableDictionaryRef
-CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacity,
-                          const CFDictionaryKeyCallBacks* keyCallBacks,
-                          const CFDictionaryValueCallBacks* valueCallBacks) noexcept {
+CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacity,
+                                                 const CFDictionaryKeyCallBacks* keyCallBacks,
+                                                 const CFDictionaryValueCallBacks* valueCallBacks) {
     constexpr CFIndex kLargestHint = 1024;
     return asMutable(createDictionary(
         std::min(capacity, kLargestHint), KeyCallBacks(keyCallBacks, kCFTypeDictionaryKeyCallBacks),
@@ -348,7 +347,7 @@ CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacity,
 }
 
 CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex,
-                                                     CFDictionaryRef dictionary) noexcept {
+                                                     CFDictionaryRef dictionary) {
     return asMutable(copyDictionary(*dictionary));
 }
 
@@ -390,7 +389,7 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
 }
 
 void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFunction applier,
-                               void* context) noexcept {
+                               void* context) {
     for (const DictionaryEntry& entry : entriesOf(*dictionary)) {
         if (!isHole(entry)) {
             applier(entry.key, entry.value, context);
@@ -398,18 +397,16 @@ void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFu
     }
 }
 
-void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
-                          const void* value) noexcept {
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
     put(*dictionary, key, value, Put::Always);
 }
 
-void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key,
-                          const void* value) noexcept {
+void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
     put(*dictionary, key, value, Put::IfAbsent);
 }
 
 void CFDictionaryReplaceValue(CFMutableDictionaryRef dictionary, const void* key,
-                              const void* value) noexcept {
+                              const void* value) {
     put(*dictionary, key, value, Put::IfPresent);
 }
 

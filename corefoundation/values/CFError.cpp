@@ -51,7 +51,7 @@ CFTypeID CFErrorGetTypeID() noexcept {
 }
 
 CFErrorRef CFErrorCreate(CFAllocatorRef, CFErrorDomain domain, CFIndex code,
-                         CFDictionaryRef userInfo) noexcept {
+                         CFDictionaryRef userInfo) {
     auto information =
         userInfo != nullptr
             ? adopt(CFDictionaryCreateCopy(nullptr, userInfo))
@@ -69,6 +69,6 @@ CFIndex CFErrorGetCode(CFErrorRef error) noexcept {
     return error->code;
 }
 
-CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef error) noexcept {
+CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef error) {
     return CFRef(error->userInfo).leak();
 }

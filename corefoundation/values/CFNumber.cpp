@@ -250,7 +250,7 @@ CFTypeID CFNumberGetTypeID() noexcept {
     return kNumberTypeID;
 }
 
-CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* valuePtr) noexcept {
+CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* valuePtr) {
     const CFNumberType fixed = fixedType(type);
     if (fixed == 0) {
         return nullptr;

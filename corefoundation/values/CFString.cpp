@@ -413,45 +413,42 @@ CFTypeID CFStringGetTypeID() noexcept {
 
 // ---------------------------------------------------------------------------- making
 
-CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* cStr,
-                                      CFStringEncoding encoding) noexcept {
+CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* cStr, CFStringEncoding encoding) {
     return createRecordFromBytes(cStr, encoding);
 }
 
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex numBytes,
-                                    CFStringEncoding encoding, Boolean) noexcept {
+                                    CFStringEncoding encoding, Boolean) {
     return createRecordFromBytes(
         {reinterpret_cast<const char*>(bytes), static_cast<size_t>(numBytes)}, encoding);
 }
 
-CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* chars,
-                                         CFIndex numChars) noexcept {
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* chars, CFIndex numChars) {
     return createString({chars, numChars, true});
 }
 
-CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef string) noexcept {
+CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef string) {
     if (!isMutable(string)) {
         return retain(string).leak();
     }
     return createString(Text(string));
 }
 
-CFStringRef CFStringCreateWithSubstring(CFAllocatorRef, CFStringRef string,
-                                        CFRange range) noexcept {
+CFStringRef CFStringCreateWithSubstring(CFAllocatorRef, CFStringRef string, CFRange range) {
     return createString(Text(string).part(range.location, range.length));
 }
 
-CFMutableStringRef CFStringCreateMutable(CFAllocatorRef, CFIndex) noexcept {
+CFMutableStringRef CFStringCreateMutable(CFAllocatorRef, CFIndex) {
     return createRecordWithText(Text(std::string_view()), kMutableFlag);
 }
 
-CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex, CFStringRef string) noexcept {
+CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex, CFStringRef string) {
     return createRecordWithText(Text(string), kMutableFlag);
 }
 
 // ---------------------------------------------------------------------------- changing
 
-void CFStringAppend(CFMutableStringRef string, CFStringRef appendedString) noexcept {
+void CFStringAppend(CFMutableStringRef string, CFStringRef appendedString) {
     if (string == appendedString) {
         auto copy = adopt(createString(Text(appendedString)));
         appendText(string, Text(copy.get()));
@@ -460,13 +457,11 @@ void CFStringAppend(CFMutableStringRef string, CFStringRef appendedString) noexc
     appendText(string, Text(appendedString));
 }
 
-void CFStringAppendCharacters(CFMutableStringRef string, const UniChar* chars,
-                              CFIndex numChars) noexcept {
+void CFStringAppendCharacters(CFMutableStringRef string, const UniChar* chars, CFIndex numChars) {
     appendText(string, {chars, numChars, true});
 }
 
-void CFStringAppendCString(CFMutableStringRef string, const char* cStr,
-                           CFStringEncoding encoding) noexcept {
+void CFStringAppendCString(CFMutableStringRef string, const char* cStr, CFStringEncoding encoding) {
     auto appended = adopt(CFStringCreateWithCString(nullptr, cStr, encoding));
     if (appended) {
         appendText(string, Text(appended.get()));
@@ -569,7 +564,7 @@ CFRange CFStringFind(CFStringRef string, CFStringRef stringToFind, CFStringCompa
 // ---------------------------------------------------------------------------- splitting, joining
 
 CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef, CFStringRef string,
-                                                  CFStringRef separatorString) noexcept {
+                                                  CFStringRef separatorString) {
     auto parts = adopt(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     const Text text(string);
     const Text separator(separatorString);
@@ -591,7 +586,7 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef, CFStringRef st
 }
 
 CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef, CFArrayRef array,
-                                             CFStringRef separatorString) noexcept {
+                                             CFStringRef separatorString) {
     CFMutableStringRef joined = CFStringCreateMutable(nullptr, 0);
     for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
         if (i > 0) {

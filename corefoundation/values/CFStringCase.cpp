@@ -182,12 +182,12 @@ CFComparisonResult compareWithOptions(const Text& left, const Text& right,
 
 using namespace krl::cf;
 
-void CFStringLowercase(CFMutableStringRef string, CFLocaleRef) noexcept {
+void CFStringLowercase(CFMutableStringRef string, CFLocaleRef) {
     CodePoints text = codePointsOf(Text(string));
     setFinalSigmas(text);
     replaceWith(string, mapped(text, kLower));
 }
 
-void CFStringUppercase(CFMutableStringRef string, CFLocaleRef) noexcept {
+void CFStringUppercase(CFMutableStringRef string, CFLocaleRef) {
     replaceWith(string, mapped(codePointsOf(Text(string)), kUpper));
 }

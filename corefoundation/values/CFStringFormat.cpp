@@ -260,12 +260,12 @@ private:
 using namespace krl::cf;
 
 CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFDictionaryRef,
-                                                 CFStringRef format, va_list arguments) noexcept {
+                                                 CFStringRef format, va_list arguments) {
     return Formatter(Text(format), arguments).format();
 }
 
 CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef formatOptions,
-                                     CFStringRef format, ...) noexcept {
+                                     CFStringRef format, ...) {
     va_list arguments;
     va_start(arguments, format);
     CFStringRef string =
@@ -275,7 +275,7 @@ CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef f
 }
 
 void CFStringAppendFormat(CFMutableStringRef string, CFDictionaryRef formatOptions,
-                          CFStringRef format, ...) noexcept {
+                          CFStringRef format, ...) {
     va_list arguments;
     va_start(arguments, format);
     auto appended =

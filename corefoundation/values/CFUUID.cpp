@@ -74,18 +74,18 @@ CFTypeID CFUUIDGetTypeID() noexcept {
     return kUUIDTypeID;
 }
 
-CFUUIDRef CFUUIDCreate(CFAllocatorRef) noexcept {
+CFUUIDRef CFUUIDCreate(CFAllocatorRef) {
     Bytes bytes = randomBytes();
     bytes[6] = static_cast<UInt8>((bytes[6] & 0x0F) | 0x40); // version 4
     bytes[8] = static_cast<UInt8>((bytes[8] & 0x3F) | 0x80); // the standard variant
     return createUUID(bytes);
 }
 
-CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef, CFUUIDBytes bytes) noexcept {
+CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef, CFUUIDBytes bytes) {
     return createObject<__CFUUID>(kUUIDTypeID, 0, bytes);
 }
 
-CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef, CFStringRef uuidStr) noexcept {
+CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef, CFStringRef uuidStr) {
     Text text(uuidStr);
     if (text.length() > 0 && text[0] == '{') {
         text = text.from(1);
@@ -109,7 +109,7 @@ CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef, CFStringRef uuidStr) noexcept {
     return createUUID(bytes);
 }
 
-CFStringRef CFUUIDCreateString(CFAllocatorRef, CFUUIDRef uuid) noexcept {
+CFStringRef CFUUIDCreateString(CFAllocatorRef, CFUUIDRef uuid) {
     const Bytes bytes = bytesOf(uuid);
     std::string text;
     for (size_t i = 0; i < bytes.size(); ++i) {

@@ -187,7 +187,7 @@ KRL_EXPORT int KRTRingtoneManagerGeneratorParseDictionary(KRTRingtoneManagerRef 
  * baseNames the first occurrence of each old name goes and the new name comes to the end; renames
  * gets a record, as above, for each entry whose "Name" is a key of unchanged.
  *
- * @return 1; 0 after 10,000 attempts, code 0
+ * @return 1; 0 after 10,000 attempts or without memory, code 0
  */
 KRL_EXPORT int KRTRingtoneManagerFixResultDictionary(CFMutableDictionaryRef catalogue,
                                                      CFMutableArrayRef baseNames,
@@ -229,8 +229,8 @@ KRL_EXPORT CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef cat
  * Nothing is written outside of the ringtone folder, and a removed ringtone whose "RemotePath" has a
  * component "." or ".." is passed over.
  *
- * @return 1, also when cancelled; 0 on failure, and then one open is taken back. Codes: 1 a list is
- *         missing, 2 a companion's file cannot be written, 5 an upload cannot be written, or the
+ * @return 1, also when cancelled; 0 on failure, and then one open is taken back. Codes: 0 no memory,
+ *         1 a list is missing, 2 a companion's file cannot be written, 5 an upload cannot be written, or the
  *         first reason recorded below
  */
 KRL_EXPORT int KRTRingtoneManagerSubmitChanges(KRTRingtoneManagerRef manager, CFDictionaryRef added,

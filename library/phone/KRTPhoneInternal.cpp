@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 using krl::cf::adopt;
 using krl::phone::hasDeviceLayer;
@@ -415,7 +416,12 @@ CFMutableArrayRef KRTPhoneListDirectoryAtPath(KRTPhoneRef phone, const char* pat
         KRTPhoneClose(phone);
         return nullptr;
     }
-    auto names = readNames(phone->fileConnection, directory);
+    krl::cf::CFRef<CFMutableArrayRef> names;
+    try {
+        names = readNames(phone->fileConnection, directory);
+    } catch (const std::bad_alloc&) {
+        reportError(0);
+    }
     AFCDirectoryClose(phone->fileConnection, directory);
     KRTPhoneEndFileService(phone);
     KRTPhoneClose(phone);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 namespace krl::ringtones {
 
@@ -42,8 +43,16 @@ CFRef<CFTypeRef> parseCatalogue(CFDataRef bytes) {
     if (!CFPropertyListIsValid(bytes, kCFPropertyListXMLFormat_v1_0)) {
         return {};
     }
-    return adopt(CFPropertyListCreateFromXMLData(
-        nullptr, bytes, kCFPropertyListMutableContainersAndLeaves, nullptr));
+    CFRef<CFStringRef> reason;
+    auto root = adopt(CFPropertyListCreateFromXMLData(
+        nullptr, bytes, kCFPropertyListMutableContainersAndLeaves, reason.receive()));
+    const bool hasMemoryRunOut =
+        !root && (!reason || CFEqual(reason.get(), CFSTR("No property list: memory has run out")));
+    if (hasMemoryRunOut) {
+        // A catalogue that counts as empty costs all ringtones at the next sync.
+        throw std::bad_alloc();
+    }
+    return root;
 }
 
 CFTypeRef ringtonesOf(CFTypeRef root) {

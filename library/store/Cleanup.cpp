@@ -5,7 +5,7 @@
 
 namespace krl::ringtones {
 
-void cleanUpRingtonesFolder(KRTPhoneRef phone, const NameSet& kept) noexcept {
+void cleanUpRingtonesFolder(KRTPhoneRef phone, const NameSet& kept) {
     const auto names = cf::adopt(KRTPhoneListDirectoryAtPath(phone, kRingtonesFolder));
     if (!names) {
         return;

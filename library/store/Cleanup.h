@@ -7,6 +7,6 @@
 namespace krl::ringtones {
 
 /// Deletes from the ringtone folder everything that is not kept.
-void cleanUpRingtonesFolder(KRTPhoneRef phone, const NameSet& kept) noexcept;
+void cleanUpRingtonesFolder(KRTPhoneRef phone, const NameSet& kept);
 
 } // namespace krl::ringtones

@@ -12,9 +12,9 @@ using krl::ringtones::pairsOf;
 
 namespace {
 
-// Neither of the two reports anything: memory that runs out ends the process.
+// Neither of the two reports anything: that memory runs out is thrown, to a caller in C the end.
 
-CFDictionaryRef findTone(CFDictionaryRef list, CFStringRef guid) noexcept {
+CFDictionaryRef findTone(CFDictionaryRef list, CFStringRef guid) {
     for (const Pair& pair : pairsOf(list)) {
         const auto tone = cast<CFDictionaryRef>(pair.value);
         if (tone != nullptr && guid != nullptr &&
@@ -25,7 +25,7 @@ CFDictionaryRef findTone(CFDictionaryRef list, CFStringRef guid) noexcept {
     return nullptr;
 }
 
-CFMutableArrayRef copyKeys(CFDictionaryRef dictionary) noexcept {
+CFMutableArrayRef copyKeys(CFDictionaryRef dictionary) {
     const std::vector<Pair> pairs = pairsOf(dictionary);
     auto keys = adopt(
         CFArrayCreateMutable(nullptr, static_cast<CFIndex>(pairs.size()), &kCFTypeArrayCallBacks));

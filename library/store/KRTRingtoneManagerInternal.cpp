@@ -39,8 +39,10 @@ constexpr int kNoURLWithoutExtension = -3;
 constexpr int kNoFileName = -4;
 constexpr int kNoBaseName = -5;
 
+// In every step.
+constexpr int kNoMemory = 0;
+
 // Generating. What was reported below stays, since the first error does.
-constexpr int kNoMemoryForList = 0;
 constexpr int kUnchangedNotParsed = 0;
 constexpr int kAddedNotParsed = 1;
 constexpr int kNoContainer = 2;
@@ -58,6 +60,17 @@ constexpr int kUploadNotWritten = 5;
 bool failed(int code, int line = __builtin_LINE()) {
     reportError(code, line);
     return false;
+}
+
+/// What an action on the store comes to. One for which there is not memory enough fails.
+template <typename Action>
+int succeeds(const Action& action) {
+    try {
+        return action() ? 1 : 0;
+    } catch (const std::bad_alloc&) {
+        reportError(kNoMemory);
+        return 0;
+    }
 }
 
 /// Asks for a file's size. That it is not there is no failure here, so nothing stays recorded.
@@ -245,13 +258,7 @@ struct Generation {
 };
 
 bool parse(const Generation& generation, CFDictionaryRef list) {
-    std::vector<Pair> pairs;
-    try {
-        pairs = pairsOf(list);
-    } catch (const std::bad_alloc&) {
-        return failed(kNoMemoryForList);
-    }
-    for (const Pair& pair : pairs) {
+    for (const Pair& pair : pairsOf(list)) {
         const auto tone = cast<CFDictionaryRef>(pair.value);
         if (tone == nullptr) {
             continue;
@@ -294,7 +301,7 @@ struct Generated {
 };
 
 bool generate(KRTPhoneRef phone, CFDictionaryRef added, CFDictionaryRef unchanged,
-              const Generated& result) noexcept {
+              const Generated& result) {
     // Contract: every generation draws the same sequence of names.
     // [Generation.TwoGenerationsWithTheSameListsGiveTheSameNames]
     srandom(0);
@@ -322,7 +329,7 @@ bool generate(KRTPhoneRef phone, CFDictionaryRef added, CFDictionaryRef unchange
 }
 
 bool parseInto(KRTPhoneRef phone, CFDictionaryRef list, CFMutableDictionaryRef catalogue,
-               CFMutableArrayRef baseNames) noexcept {
+               CFMutableArrayRef baseNames) {
     BaseNames names(baseNames);
     const bool isParsed = parse({phone, hasOlderLayout(phone), catalogue, names}, list);
     names.storeInto(baseNames);
@@ -330,7 +337,7 @@ bool parseInto(KRTPhoneRef phone, CFDictionaryRef list, CFMutableDictionaryRef c
 }
 
 bool fixWith(CFMutableDictionaryRef catalogue, CFMutableArrayRef baseNames,
-             CFMutableDictionaryRef renames, CFDictionaryRef unchanged) noexcept {
+             CFMutableDictionaryRef renames, CFDictionaryRef unchanged) {
     BaseNames names(baseNames);
     const bool isFixed = fix(catalogue, names, renames, unchanged);
     names.storeInto(baseNames);
@@ -355,8 +362,7 @@ public:
     Submission(KRTRingtoneManagerRef manager, const Changes& changes)
         : manager_(*manager), phone_(manager->phone), changes_(changes) {}
 
-    /// Memory that runs out in a submit ends the process.
-    bool run() noexcept;
+    bool run();
 
 private:
     bool report(int32_t mode, int32_t status, uint32_t max, uint32_t value,
@@ -389,7 +395,7 @@ private:
     bool goOn_ = true;
 };
 
-bool Submission::run() noexcept {
+bool Submission::run() {
     olderLayout_ = hasOlderLayout(phone_);
     if (changes_.unchanged == nullptr) {
         return failed(kListMissing);
@@ -589,26 +595,28 @@ int KRTRingtoneManagerGeneratePList(KRTRingtoneManagerRef manager, CFDictionaryR
                                     CFDictionaryRef /*removed*/, CFDictionaryRef unchanged,
                                     CFMutableDictionaryRef* catalogue,
                                     CFMutableDictionaryRef* renames) {
-    Generated result;
-    if (!generate(manager->phone, added, unchanged, result)) {
-        return 0;
-    }
-    *catalogue = result.catalogue.leak();
-    *renames = result.renames.leak();
-    return 1;
+    return succeeds([&] {
+        Generated result;
+        if (!generate(manager->phone, added, unchanged, result)) {
+            return false;
+        }
+        *catalogue = result.catalogue.leak();
+        *renames = result.renames.leak();
+        return true;
+    });
 }
 
 int KRTRingtoneManagerGeneratorParseDictionary(KRTRingtoneManagerRef manager, CFDictionaryRef list,
                                                CFMutableDictionaryRef catalogue,
                                                CFMutableArrayRef baseNames) {
-    return parseInto(manager->phone, list, catalogue, baseNames) ? 1 : 0;
+    return succeeds([&] { return parseInto(manager->phone, list, catalogue, baseNames); });
 }
 
 int KRTRingtoneManagerFixResultDictionary(CFMutableDictionaryRef catalogue,
                                           CFMutableArrayRef baseNames,
                                           CFMutableDictionaryRef renames,
                                           CFDictionaryRef unchanged) {
-    return fixWith(catalogue, baseNames, renames, unchanged) ? 1 : 0;
+    return succeeds([&] { return fixWith(catalogue, baseNames, renames, unchanged); });
 }
 
 CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef catalogue) {
@@ -617,7 +625,7 @@ CFMutableArrayRef KRTRingtoneManagerIsValidFor111(CFDictionaryRef catalogue) {
 
 int KRTRingtoneManagerSubmitChanges(KRTRingtoneManagerRef manager, CFDictionaryRef added,
                                     CFDictionaryRef removed, CFDictionaryRef unchanged) {
-    if (Submission(manager, {added, removed, unchanged}).run()) {
+    if (succeeds([&] { return Submission(manager, {added, removed, unchanged}).run(); })) {
         return 1;
     }
     // Contract: every failure takes one open of the phone back, also one that comes before the

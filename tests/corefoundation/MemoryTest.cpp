@@ -1,5 +1,5 @@
-// Memory that runs out while a property list is read: this program's malloc() and realloc() refuse
-// when they are told to.
+// Memory that runs out while a property list is read.
+#include "tests/support/Shortage.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CoreFoundation.h>
@@ -8,51 +8,12 @@
 #include <cstddef>
 #include <string>
 
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_realloc(void* memory, size_t size);
-}
-
-namespace {
-
-enum class Failing { Never, Once, FromThenOn };
-
-/// Which allocations fail: the one after so many, and perhaps all behind it.
-struct Shortage {
-    Failing failing = Failing::Never;
-    size_t countdown = 0;
-    bool wasMet = false;
-
-    bool meets() {
-        if (failing == Failing::Never || countdown-- > 0) {
-            return false;
-        }
-        wasMet = true;
-        countdown = 0;
-        failing = failing == Failing::Once ? Failing::Never : failing;
-        return true;
-    }
-};
-
-constinit Shortage shortage;
-
-} // namespace
-
-extern "C" {
-
-[[gnu::visibility("default")]] void* malloc(size_t size) noexcept {
-    return shortage.meets() ? nullptr : __libc_malloc(size);
-}
-
-[[gnu::visibility("default")]] void* realloc(void* memory, size_t size) noexcept {
-    return shortage.meets() ? nullptr : __libc_realloc(memory, size);
-}
-}
-
 namespace {
 
 using krl::cf::adopt;
 using krl::cf::CFRef;
+using krl::test::Failing;
+using krl::test::isShort;
 
 constexpr char kDocument[] =
     "<plist version=\"1.0\"><dict>"
@@ -71,11 +32,10 @@ struct Outcome {
 Outcome readWith(Failing failing, size_t allocations, CFDataRef document, CFOptionFlags options) {
     Outcome outcome{};
     CFStringRef error = nullptr;
-    shortage = {failing, allocations, false};
-    const CFPropertyListRef list =
-        CFPropertyListCreateFromXMLData(nullptr, document, options, &error);
-    outcome.wasShort = shortage.wasMet;
-    shortage = {};
+    CFPropertyListRef list = nullptr;
+    outcome.wasShort = isShort(failing, allocations, [&] {
+        list = CFPropertyListCreateFromXMLData(nullptr, document, options, &error);
+    });
     outcome.error = adopt(error);
     outcome.isRead = adopt(list) != nullptr;
     return outcome;

@@ -33,15 +33,15 @@ CF_EXPORT CFTypeID CFArrayGetTypeID(void) CF_NOEXCEPT;
  * @param callBacks  copied; NULL is the same as all members NULL.
  */
 CF_EXPORT CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex numValues,
-                                   const CFArrayCallBacks* callBacks) CF_NOEXCEPT;
+                                   const CFArrayCallBacks* callBacks);
 /** An immutable copy with the same callbacks. */
-CF_EXPORT CFArrayRef CFArrayCreateCopy(CFAllocatorRef allocator, CFArrayRef array) CF_NOEXCEPT;
+CF_EXPORT CFArrayRef CFArrayCreateCopy(CFAllocatorRef allocator, CFArrayRef array);
 /** @param capacity a hint; the array may grow beyond it. */
 CF_EXPORT CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
-                                                 const CFArrayCallBacks* callBacks) CF_NOEXCEPT;
+                                                 const CFArrayCallBacks* callBacks);
 /** @param capacity a hint; the array may grow beyond it. */
 CF_EXPORT CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
-                                                     CFArrayRef array) CF_NOEXCEPT;
+                                                     CFArrayRef array);
 
 CF_EXPORT CFIndex CFArrayGetCount(CFArrayRef array) CF_NOEXCEPT;
 CF_EXPORT const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex idx) CF_NOEXCEPT;
@@ -55,18 +55,16 @@ CF_EXPORT CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef array, CFRange range,
                                               const void* value) CF_NOEXCEPT;
 /** Calls the function for each value of the range in order; it must not change the array. */
 CF_EXPORT void CFArrayApplyFunction(CFArrayRef array, CFRange range, CFArrayApplierFunction applier,
-                                    void* context) CF_NOEXCEPT;
+                                    void* context);
 
-CF_EXPORT void CFArrayAppendValue(CFMutableArrayRef array, const void* value) CF_NOEXCEPT;
+CF_EXPORT void CFArrayAppendValue(CFMutableArrayRef array, const void* value);
 /** Appends the range of another array, which may be the array itself. */
 CF_EXPORT void CFArrayAppendArray(CFMutableArrayRef array, CFArrayRef otherArray,
-                                  CFRange otherRange) CF_NOEXCEPT;
+                                  CFRange otherRange);
 /** @param idx 0 to the count; the values from there on move up by one. */
-CF_EXPORT void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex idx,
-                                         const void* value) CF_NOEXCEPT;
+CF_EXPORT void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex idx, const void* value);
 /** @param idx 0 to the count; the count itself appends. */
-CF_EXPORT void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex idx,
-                                      const void* value) CF_NOEXCEPT;
+CF_EXPORT void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex idx, const void* value);
 CF_EXPORT void CFArrayRemoveValueAtIndex(CFMutableArrayRef array, CFIndex idx) CF_NOEXCEPT;
 CF_EXPORT void CFArrayRemoveAllValues(CFMutableArrayRef array) CF_NOEXCEPT;
 /** Sorts the range; equal values keep their order. */

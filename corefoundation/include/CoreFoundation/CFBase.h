@@ -8,11 +8,13 @@
  *  2. Object arguments must not be NULL and must be of the declared type, unless a declaration says
  *     otherwise. Indices and ranges must lie inside the object; this is not checked.
  *  3. The allocator argument is there for the platform's sake. All memory comes from malloc,
- *     whichever allocator is named. Running out of memory ends the process; no function returns
- *     NULL for it but CFPropertyListCreateFromXMLData.
+ *     whichever allocator is named. When it runs out, functions that make an object or let one
+ *     grow throw std::bad_alloc, which leaves their arguments as they were but for what a function
+ *     on several values has done so far; a C program ends then. No function returns NULL for it but
+ *     CFPropertyListCreateFromXMLData. All other functions need no memory, or end the process.
  *  4. Reference counts are atomic. An immutable object may be used by several threads at once, a
  *     mutable one by one thread at a time.
- *  5. Callbacks must not throw.
+ *  5. Callbacks must not throw, but those of the Apply functions may throw std::bad_alloc.
  */
 #ifndef COREFOUNDATION_CFBASE_H
 #define COREFOUNDATION_CFBASE_H

@@ -16,7 +16,7 @@ CF_EXPORT const CFTimeInterval kCFAbsoluteTimeIntervalSince1970;
 CF_EXPORT CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) CF_NOEXCEPT;
 
 CF_EXPORT CFTypeID CFDateGetTypeID(void) CF_NOEXCEPT;
-CF_EXPORT CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at) CF_NOEXCEPT;
+CF_EXPORT CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at);
 CF_EXPORT CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) CF_NOEXCEPT;
 /** @param context NULL. */
 CF_EXPORT CFComparisonResult CFDateCompare(CFDateRef date, CFDateRef otherDate,

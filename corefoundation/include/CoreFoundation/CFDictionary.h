@@ -55,20 +55,21 @@ CF_EXPORT CFTypeID CFDictionaryGetTypeID(void) CF_NOEXCEPT;
  *                      there are none.
  * @param keyCallBacks, valueCallBacks  copied; NULL is the same as all members NULL.
  */
-CF_EXPORT CFDictionaryRef
-CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
-                   CFIndex numValues, const CFDictionaryKeyCallBacks* keyCallBacks,
-                   const CFDictionaryValueCallBacks* valueCallBacks) CF_NOEXCEPT;
+CF_EXPORT CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys,
+                                             const void** values, CFIndex numValues,
+                                             const CFDictionaryKeyCallBacks* keyCallBacks,
+                                             const CFDictionaryValueCallBacks* valueCallBacks);
 /** An immutable copy with the same callbacks and order. */
 CF_EXPORT CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator,
-                                                 CFDictionaryRef dictionary) CF_NOEXCEPT;
+                                                 CFDictionaryRef dictionary);
 /** @param capacity a hint; the dictionary may grow beyond it. */
 CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutable(
     CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keyCallBacks,
-    const CFDictionaryValueCallBacks* valueCallBacks) CF_NOEXCEPT;
+    const CFDictionaryValueCallBacks* valueCallBacks);
 /** @param capacity a hint; the dictionary may grow beyond it. */
-CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(
-    CFAllocatorRef allocator, CFIndex capacity, CFDictionaryRef dictionary) CF_NOEXCEPT;
+CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
+                                                               CFIndex capacity,
+                                                               CFDictionaryRef dictionary);
 
 CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) CF_NOEXCEPT;
 /** The key's value, or NULL when it is not there. @param key may be NULL. */
@@ -83,18 +84,17 @@ CF_EXPORT void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const vo
                                             const void** values) CF_NOEXCEPT;
 /** Calls the function for each pair in order; it must not change the dictionary. */
 CF_EXPORT void CFDictionaryApplyFunction(CFDictionaryRef dictionary,
-                                         CFDictionaryApplierFunction applier,
-                                         void* context) CF_NOEXCEPT;
+                                         CFDictionaryApplierFunction applier, void* context);
 
 /** Adds the pair, or replaces the value of a key that is there (the key object stays). */
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
-                                    const void* value) CF_NOEXCEPT;
+                                    const void* value);
 /** Adds the pair when the key is not there, else changes nothing. */
 CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key,
-                                    const void* value) CF_NOEXCEPT;
+                                    const void* value);
 /** Replaces the value of a key that is there, else changes nothing. */
 CF_EXPORT void CFDictionaryReplaceValue(CFMutableDictionaryRef dictionary, const void* key,
-                                        const void* value) CF_NOEXCEPT;
+                                        const void* value);
 CF_EXPORT void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary,
                                        const void* key) CF_NOEXCEPT;
 CF_EXPORT void CFDictionaryRemoveAllValues(CFMutableDictionaryRef dictionary) CF_NOEXCEPT;

@@ -12,10 +12,10 @@ CF_EXPORT CFTypeID CFErrorGetTypeID(void) CF_NOEXCEPT;
 
 /** @param userInfo  copied; may be NULL, which is the same as an empty dictionary. */
 CF_EXPORT CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFErrorDomain domain, CFIndex code,
-                                   CFDictionaryRef userInfo) CF_NOEXCEPT;
+                                   CFDictionaryRef userInfo);
 CF_EXPORT CFErrorDomain CFErrorGetDomain(CFErrorRef error) CF_NOEXCEPT;
 CF_EXPORT CFIndex CFErrorGetCode(CFErrorRef error) CF_NOEXCEPT;
 /** Never NULL. */
-CF_EXPORT CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef error) CF_NOEXCEPT;
+CF_EXPORT CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef error);
 
 #endif

@@ -43,7 +43,7 @@ CF_EXPORT CFTypeID CFNumberGetTypeID(void) CF_NOEXCEPT;
  * @return NULL when the type is unknown.
  */
 CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type,
-                                     const void* valuePtr) CF_NOEXCEPT;
+                                     const void* valuePtr);
 
 /** The type that the number is kept as, always one of the fixed sizes. A whole number between 2^63
  *  and 2^64 - 1, as a property list can hold, says kCFNumberSInt64Type. */

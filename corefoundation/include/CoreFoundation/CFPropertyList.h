@@ -41,7 +41,8 @@ enum { kCFPropertyListXMLFormat_v1_0 = 100 };
  *
  * @param mutabilityOption  one of the three above.
  * @param errorString       may be NULL; receives NULL, or on failure a text that the caller
- *                          releases, if there is memory for one.
+ *                          releases: "No property list: memory has run out" when it has, NULL when
+ *                          it has for the text too.
  * @return NULL for anything but such a document, nested no deeper than 512 elements, and also when
  *         memory runs out anywhere in reading it. Binary and old-style text property lists are not read.
  */
@@ -61,7 +62,7 @@ CF_EXPORT CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef alloc
  * @return NULL when the tree is not valid, see CFPropertyListIsValid.
  */
 CF_EXPORT CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator,
-                                                CFPropertyListRef propertyList) CF_NOEXCEPT;
+                                                CFPropertyListRef propertyList);
 
 /**
  * Whether a tree can be written: strings without unpaired surrogates, numbers, booleans, dates,

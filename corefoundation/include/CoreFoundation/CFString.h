@@ -95,7 +95,7 @@ CF_EXPORT CFTypeID CFStringGetTypeID(void) CF_NOEXCEPT;
  * @return NULL when the text is invalid or the encoding unknown.
  */
 CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr,
-                                                CFStringEncoding encoding) CF_NOEXCEPT;
+                                                CFStringEncoding encoding);
 
 /**
  * As CFStringCreateWithCString, of numBytes bytes, zeros included.
@@ -103,11 +103,11 @@ CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const 
  */
 CF_EXPORT CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes,
                                               CFIndex numBytes, CFStringEncoding encoding,
-                                              Boolean isExternalRepresentation) CF_NOEXCEPT;
+                                              Boolean isExternalRepresentation);
 
 /** Of code units, which may hold unpaired surrogates. */
 CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* chars,
-                                                   CFIndex numChars) CF_NOEXCEPT;
+                                                   CFIndex numChars);
 
 /**
  * Formats as printf does: %d %i %u %x %X %o with h, hh, l, ll, z; %f %e %g; %c; %s (UTF-8, NULL
@@ -118,33 +118,31 @@ CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, con
  */
 CF_EXPORT CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator,
                                                CFDictionaryRef formatOptions, CFStringRef format,
-                                               ...) CF_NOEXCEPT;
+                                               ...);
 CF_EXPORT CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef allocator,
                                                            CFDictionaryRef formatOptions,
-                                                           CFStringRef format,
-                                                           va_list arguments) CF_NOEXCEPT;
+                                                           CFStringRef format, va_list arguments);
 
 /** An immutable copy; the string itself, with one more reference, when it is immutable. */
-CF_EXPORT CFStringRef CFStringCreateCopy(CFAllocatorRef allocator, CFStringRef string) CF_NOEXCEPT;
+CF_EXPORT CFStringRef CFStringCreateCopy(CFAllocatorRef allocator, CFStringRef string);
 CF_EXPORT CFStringRef CFStringCreateWithSubstring(CFAllocatorRef allocator, CFStringRef string,
-                                                  CFRange range) CF_NOEXCEPT;
+                                                  CFRange range);
 
 /** An empty mutable string. @param maxLength a hint; the string may grow beyond it. */
-CF_EXPORT CFMutableStringRef CFStringCreateMutable(CFAllocatorRef allocator,
-                                                   CFIndex maxLength) CF_NOEXCEPT;
+CF_EXPORT CFMutableStringRef CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength);
 CF_EXPORT CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex maxLength,
-                                                       CFStringRef string) CF_NOEXCEPT;
+                                                       CFStringRef string);
 
 /** @param appendedString may be the string itself. */
-CF_EXPORT void CFStringAppend(CFMutableStringRef string, CFStringRef appendedString) CF_NOEXCEPT;
+CF_EXPORT void CFStringAppend(CFMutableStringRef string, CFStringRef appendedString);
 CF_EXPORT void CFStringAppendCharacters(CFMutableStringRef string, const UniChar* chars,
-                                        CFIndex numChars) CF_NOEXCEPT;
+                                        CFIndex numChars);
 /** Appends nothing when cStr is invalid in the encoding. */
 CF_EXPORT void CFStringAppendCString(CFMutableStringRef string, const char* cStr,
-                                     CFStringEncoding encoding) CF_NOEXCEPT;
+                                     CFStringEncoding encoding);
 /** See CFStringCreateWithFormat. Appends nothing when that gives NULL. */
 CF_EXPORT void CFStringAppendFormat(CFMutableStringRef string, CFDictionaryRef formatOptions,
-                                    CFStringRef format, ...) CF_NOEXCEPT;
+                                    CFStringRef format, ...);
 
 CF_EXPORT CFIndex CFStringGetLength(CFStringRef string) CF_NOEXCEPT;
 CF_EXPORT UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex idx) CF_NOEXCEPT;
@@ -206,11 +204,12 @@ CF_EXPORT CFRange CFStringFind(CFStringRef string, CFStringRef stringToFind,
 
 /** An array of strings. n separators give n + 1 parts, empty ones included; an empty separator
  *  gives the whole string as the only part. */
-CF_EXPORT CFArrayRef CFStringCreateArrayBySeparatingStrings(
-    CFAllocatorRef allocator, CFStringRef string, CFStringRef separatorString) CF_NOEXCEPT;
+CF_EXPORT CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef allocator,
+                                                            CFStringRef string,
+                                                            CFStringRef separatorString);
 /** @param array of strings; an empty one gives an empty string. */
 CF_EXPORT CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRef array,
-                                                       CFStringRef separatorString) CF_NOEXCEPT;
+                                                       CFStringRef separatorString);
 
 /** White space, a sign, white space, then ASCII digits up to the first other character; 0 when
  *  there are none; held within the 32-bit range. */
@@ -221,8 +220,8 @@ CF_EXPORT double CFStringGetDoubleValue(CFStringRef string) CF_NOEXCEPT;
 /** The language-independent case mappings. */
 typedef const struct __CFLocale* CFLocaleRef;
 /** @param locale NULL. */
-CF_EXPORT void CFStringLowercase(CFMutableStringRef string, CFLocaleRef locale) CF_NOEXCEPT;
+CF_EXPORT void CFStringLowercase(CFMutableStringRef string, CFLocaleRef locale);
 /** @param locale NULL. */
-CF_EXPORT void CFStringUppercase(CFMutableStringRef string, CFLocaleRef locale) CF_NOEXCEPT;
+CF_EXPORT void CFStringUppercase(CFMutableStringRef string, CFLocaleRef locale);
 
 #endif

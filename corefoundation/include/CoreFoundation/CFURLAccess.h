@@ -23,6 +23,6 @@ CF_EXPORT Boolean CFURLCreateDataAndPropertiesFromResource(CFAllocatorRef alloca
                                                            CFDataRef* resourceData,
                                                            CFDictionaryRef* properties,
                                                            CFArrayRef desiredProperties,
-                                                           SInt32* errorCode) CF_NOEXCEPT;
+                                                           SInt32* errorCode);
 
 #endif

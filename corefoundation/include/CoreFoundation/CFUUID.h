@@ -28,19 +28,17 @@ typedef struct {
 CF_EXPORT CFTypeID CFUUIDGetTypeID(void) CF_NOEXCEPT;
 
 /** A new random one (version 4). */
-CF_EXPORT CFUUIDRef CFUUIDCreate(CFAllocatorRef allocator) CF_NOEXCEPT;
-CF_EXPORT CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator,
-                                              CFUUIDBytes bytes) CF_NOEXCEPT;
+CF_EXPORT CFUUIDRef CFUUIDCreate(CFAllocatorRef allocator);
+CF_EXPORT CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes);
 /**
  * Reads the form that CFUUIDCreateString gives, in braces or not, with digits of either case.
  * Missing bytes at the end count as zero, further text is ignored, and so is what stands in place
  * of a hyphen.
  * @return NULL for an empty text and where something else stands in place of a digit.
  */
-CF_EXPORT CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef allocator,
-                                           CFStringRef uuidStr) CF_NOEXCEPT;
+CF_EXPORT CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef allocator, CFStringRef uuidStr);
 /** "68753A44-4D6F-1226-9C60-0050E4C00067": upper case. */
-CF_EXPORT CFStringRef CFUUIDCreateString(CFAllocatorRef allocator, CFUUIDRef uuid) CF_NOEXCEPT;
+CF_EXPORT CFStringRef CFUUIDCreateString(CFAllocatorRef allocator, CFUUIDRef uuid);
 CF_EXPORT CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) CF_NOEXCEPT;
 
 #endif
