@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <limits>
 #include <utility>
 
@@ -20,6 +21,10 @@ constexpr size_t kPieceBytes = 65536;
 // such a write waits for the phone once. Their answers take three kilobytes, which every socket on
 // the way holds.
 constexpr size_t kPiecesInFlight = 64;
+
+// Reads that may be unanswered: the phone has the next one when it has sent a piece, and few are in
+// vain at a file's end.
+constexpr size_t kReadsInFlight = 4;
 
 // Pieces that leave with one system call. After a refusal what has been begun of them is finished.
 constexpr size_t kPiecesInBurst = 16;
@@ -128,27 +133,45 @@ int32_t AfcClient::lockFile(uint64_t file, afc::Lock lock) {
     return requestStatus(Operation::LockFile, word(file) + word(static_cast<uint64_t>(lock)));
 }
 
+// The phone reads a file on from where the last request ended, so that one answer that brings less
+// than was asked for puts nothing out of order.
 int32_t AfcClient::readFile(uint64_t file, std::span<std::byte> target, size_t& received) {
     received = 0;
-    uint64_t bytes = 0;
-    do {
-        const uint64_t number = nextNumber_;
-        const std::span<std::byte> rest = target.subspan(received);
-        const size_t asked = std::min(rest.size(), kPieceBytes);
-        int32_t status = send(Operation::ReadFile, word(file) + word(asked));
-        if (status == 0) {
-            status = receiveDataHeader(number, asked, bytes);
+    int32_t failure = 0;
+    bool goesOn = true;
+    size_t unanswered = 0; // bytes that were asked for
+    std::deque<PieceAsked> pieces;
+    while (goesOn || !pieces.empty()) {
+        while (goesOn && pieces.size() < kReadsInFlight) {
+            const size_t asked = std::min(target.size() - received - unanswered, kPieceBytes);
+            pieces.push_back({nextNumber_, asked});
+            unanswered += asked;
+            failure = send(Operation::ReadFile, word(file) + word(asked));
+            goesOn = failure == 0 && received + unanswered < target.size();
         }
-        if (status == 0) {
-            status = receiveBytes(rest.first(bytes));
-        }
-        if (status != 0) {
-            return status;
-        }
-        received += bytes;
-        count_->add(bytes);
-    } while (bytes > 0 && received < target.size());
-    return 0;
+        const PieceAsked piece = pieces.front();
+        pieces.pop_front();
+        size_t bytes = 0;
+        const int32_t status = receivePiece(piece, target.subspan(received), bytes);
+        unanswered -= piece.bytes;
+        // After a failure the rest is taken all the same, so that the next request does not meet it.
+        failure = failure != 0 ? failure : status;
+        received += failure == 0 ? bytes : 0;
+        count_->add(failure == 0 ? bytes : 0);
+        goesOn = failure == 0 && bytes > 0 && received + unanswered < target.size();
+    }
+    return failure;
+}
+
+int32_t AfcClient::receivePiece(const PieceAsked& piece, std::span<std::byte> target,
+                                size_t& bytes) {
+    uint64_t bodyBytes = 0;
+    int32_t status = receiveDataHeader(piece.number, piece.bytes, bodyBytes);
+    if (status == 0) {
+        status = receiveBytes(target.first(bodyBytes));
+    }
+    bytes = status == 0 ? bodyBytes : 0;
+    return status;
 }
 
 int32_t AfcClient::writeFile(uint64_t file, std::span<const std::byte> bytes) {

@@ -53,11 +53,19 @@ private:
         uint64_t bodyBytes;
     };
 
+    /// A read that is not answered yet.
+    struct PieceAsked {
+        uint64_t number;
+        size_t bytes;
+    };
+
     int32_t requestStatus(afc::Operation operation, const std::string& arguments);
     int32_t requestData(afc::Operation operation, const std::string& arguments,
                         std::vector<char>& data);
 
     int32_t send(afc::Operation operation, const std::string& arguments);
+    /// Receives the answer to a read. `bytes`: how many it has brought.
+    int32_t receivePiece(const PieceAsked& piece, std::span<std::byte> target, size_t& bytes);
     /// Writes what may be unanswered at a time.
     int32_t writePieces(uint64_t file, std::span<const std::byte> bytes);
 

@@ -548,6 +548,57 @@ TEST(AfcRead, AFailureLeavesWhatWasGood) {
     EXPECT_EQ(target.substr(0, 5), "01234");
 }
 
+TEST(AfcRead, SeveralPiecesButNoMoreThanFourAreUnanswered) {
+    const std::string contents = someBytes(40 * 65536);
+    SocketPair pair;
+    AfcClient client(pair.channel());
+    size_t most = 0;
+    std::thread phone([&] {
+        // Answers nothing before the client has stopped asking.
+        for (size_t pieces = 0; pieces < 40;) {
+            std::vector<uint64_t> unanswered;
+            AfcPeer::Asked asked{};
+            while (pieces + unanswered.size() < 40 &&
+                   pair.hearsSomething(std::chrono::milliseconds(200)) &&
+                   AfcPeer::hearRequest(pair, asked)) {
+                unanswered.push_back(asked.number);
+            }
+            most = std::max(most, unanswered.size());
+            for (const uint64_t number : unanswered) {
+                pair.say(afcData(number, contents.substr(pieces++ * 65536, 65536)).bytes());
+            }
+        }
+    });
+    std::string target(contents.size(), '\0');
+    size_t received = 0;
+    EXPECT_EQ(client.readFile(7, writable(target), received), 0);
+    phone.join();
+    EXPECT_EQ(received, contents.size());
+    EXPECT_TRUE(target == contents);
+    EXPECT_LE(most, 4u);
+    EXPECT_GT(most, 1u);
+}
+
+TEST(AfcRead, AFailureAmongSeveralPiecesLeavesWhatWasGoodAndTheConnectionUsable) {
+    const std::string contents = someBytes(8 * 65536);
+    SocketPair pair;
+    AfcClient client(pair.channel());
+    const AfcPeer peer(pair, [&](const AfcPeer::Asked& asked) {
+        const bool isRead = asked.operation == 0x0F;
+        const auto position = static_cast<size_t>(asked.number - 1) * 65536;
+        return (isRead && asked.number != 3
+                    ? afcData(asked.number, contents.substr(position, 65536))
+                    : afcStatus(asked.number, isRead ? 20 : 0))
+            .bytes();
+    });
+    std::string target(contents.size(), '\0');
+    size_t received = 0;
+    EXPECT_EQ(client.readFile(7, writable(target), received), 20);
+    EXPECT_EQ(received, size_t{2} * 65536);
+    EXPECT_TRUE(target.starts_with(contents.substr(0, received)));
+    EXPECT_EQ(client.closeFile(7), 0);
+}
+
 TEST(AfcWrite, SeveralPiecesButNoMoreThanSixtyFourAreUnanswered) {
     const std::string contents = someBytes(200 * 65536);
     SocketPair pair;
