@@ -237,12 +237,12 @@ TEST(Channel, TheNextExchangeHasATimeOfItsOwn) {
 }
 
 TEST(Channel, AnExchangeThatMovesALotIsGivenTheTimeForIt) {
-    const ShortTimeout timeout(50);
+    const ShortTimeout timeout(500); // an exchange that moves nothing has twice that
     SocketPair pair;
     const std::string part(4096, 'x');
     std::thread speaker([&] {
         for (int i = 0; i < 16; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
             pair.say(part);
         }
     });
