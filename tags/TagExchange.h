@@ -1,6 +1,6 @@
-// How a program asks vesk-tags for titles: over a socket of packets, one question and one answer at
-// a time. A question is a file's name with an open descriptor of the file, so that vesk-tags opens
-// nothing; an answer is the title.
+// How a program asks vesk-tags for titles: over a socket of packets, one question and one
+// answer at a time. A question is a file's name with an open descriptor of the file, so that
+// vesk-tags opens nothing; an answer is the title.
 #pragma once
 
 #include <cstddef>

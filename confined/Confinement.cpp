@@ -1,4 +1,4 @@
-#include "tags/Confinement.h"
+#include "confined/Confinement.h"
 
 #include <seccomp.h>
 #include <sys/prctl.h>
@@ -9,7 +9,7 @@
 #include <initializer_list>
 #include <memory>
 
-namespace krl::tags {
+namespace krl::confined {
 namespace {
 
 [[maybe_unused]] void limit(__rlimit_resource_t resource, rlim_t most) {
@@ -17,9 +17,9 @@ namespace {
     setrlimit(resource, &value);
 }
 
-/// What remains after this: reading, seeking, memory, the socket, and ending. All else is refused,
-/// which the C library takes for a lack of permission.
-[[maybe_unused]] void allowFewSystemCalls() {
+/// What remains after this: reading, seeking, memory, the socket, perhaps writing, and ending. All
+/// else is refused, which the C library takes for a lack of permission.
+[[maybe_unused]] void allowFewSystemCalls(bool writing) {
     const std::unique_ptr<void, decltype(&seccomp_release)> filter(
         seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release);
     for (const int call :
@@ -31,21 +31,22 @@ namespace {
           SCMP_SYS(rt_sigreturn), SCMP_SYS(sendmsg),  SCMP_SYS(setitimer), SCMP_SYS(tgkill)}) {
         seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0);
     }
+    if (writing) {
+        seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, SCMP_SYS(write), 0);
+    }
     // A kernel without filters leaves the limits.
     seccomp_load(filter.get());
 }
 
 } // namespace
 
-void confine() {
+void confine([[maybe_unused]] const Allowance& allowance) {
     prctl(PR_SET_DUMPABLE, 0);
 #ifndef KRL_UNCONFINED
-    constexpr rlim_t kMemory = 256U << 20U;
-    constexpr rlim_t kDescriptors = 4;
-    limit(RLIMIT_AS, kMemory);
-    limit(RLIMIT_FSIZE, 0);
-    limit(RLIMIT_NOFILE, kDescriptors);
-    allowFewSystemCalls();
+    limit(RLIMIT_AS, allowance.memoryBytes);
+    limit(RLIMIT_FSIZE, allowance.writtenBytes);
+    limit(RLIMIT_NOFILE, allowance.descriptors);
+    allowFewSystemCalls(allowance.writtenBytes > 0);
 #endif
 }
 
@@ -55,4 +56,4 @@ void allowComputing(std::chrono::microseconds time) {
     setitimer(ITIMER_PROF, &timer, nullptr); // its signal ends the process
 }
 
-} // namespace krl::tags
+} // namespace krl::confined
