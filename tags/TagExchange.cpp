@@ -6,18 +6,27 @@
 #include <climits>
 
 namespace krl::tags {
+namespace {
+
+// No file name begins like this.
+constexpr char kForFacts = '/';
+
+} // namespace
 
 bool sendQuestion(int socket, const TitleQuestion& question) {
     const std::array<int, 1> files{question.file};
-    return confined::sendPacket(socket, question.fileName, files);
+    return confined::sendPacket(
+        socket, question.wantsFacts ? factsQuestion(question.fileName) : question.fileName, files);
 }
 
 std::optional<TitleQuestion> receiveQuestion(int socket) {
-    auto packet = confined::receivePacket(socket, NAME_MAX);
+    auto packet = confined::receivePacket(socket, 1 + NAME_MAX);
     if (!packet || packet->files.size() != 1) {
         return std::nullopt;
     }
-    return TitleQuestion{packet->text, packet->files.front().release()};
+    const bool wantsFacts = packet->text.starts_with(kForFacts);
+    return TitleQuestion{packet->text.substr(wantsFacts ? 1 : 0), packet->files.front().release(),
+                         wantsFacts};
 }
 
 bool sendTitle(int socket, std::string_view title) {
@@ -27,6 +36,10 @@ bool sendTitle(int socket, std::string_view title) {
 std::optional<std::string> receiveTitle(int socket) {
     auto packet = confined::receivePacket(socket, kLongestTitle);
     return packet ? std::optional(std::move(packet->text)) : std::nullopt;
+}
+
+std::string factsQuestion(const std::string& fileName) {
+    return kForFacts + fileName;
 }
 
 } // namespace krl::tags

@@ -1,7 +1,9 @@
-// How a program asks vesk-tags for titles: over a socket of packets, one question and one
+// How a program asks vesk-tags about audio files: over a socket of packets, one question and one
 // answer at a time. A question is a file's name with an open descriptor of the file, so that
-// vesk-tags opens nothing; an answer is the title.
+// vesk-tags opens nothing; an answer is the title, or what the file's head says of its sound.
 #pragma once
+
+#include "tags/AudioFacts.h"
 
 #include <cstddef>
 #include <optional>
@@ -17,6 +19,7 @@ inline constexpr size_t kLongestTitle = 4096;
 struct TitleQuestion {
     std::string fileName;
     int file = -1;
+    bool wantsFacts = false; ///< all that is to be known, not the title alone
 };
 
 /// @return whether it was sent; not when nobody is there to read it
@@ -30,5 +33,8 @@ bool sendTitle(int socket, std::string_view title);
 
 /// The answer that has arrived; none when the other side has ended.
 std::optional<std::string> receiveTitle(int socket);
+
+/// The question for facts about a file of this name as a packet's text; the file goes beside it.
+std::string factsQuestion(const std::string& fileName);
 
 } // namespace krl::tags

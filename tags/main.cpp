@@ -1,8 +1,9 @@
-// vesk-tags: reads the titles of audio files for another program, which survives whatever a
+// vesk-tags: reads what audio files say of themselves for another program, which survives whatever a
 // malformed file does to this one. Its standard input is the socket of TagExchange.h.
 
 #include "confined/Confinement.h"
 #include "confined/Packets.h"
+#include "tags/Facts.h"
 #include "tags/TagExchange.h"
 #include "tags/Title.h"
 
@@ -10,6 +11,19 @@
 
 #include <cstdint>
 #include <cstdio>
+
+namespace {
+
+/// What it throws ends the process, as a crash does: the asker has one case to know.
+bool answer(const krl::tags::TitleQuestion& question) {
+    if (question.wantsFacts) {
+        return krl::confined::sendPacket(
+            STDIN_FILENO, krl::tags::encoded(krl::tags::factsOf(question.fileName, question.file)));
+    }
+    return krl::tags::sendTitle(STDIN_FILENO, krl::tags::titleIn(question.fileName, question.file));
+}
+
+} // namespace
 
 int main() {
     if (!krl::confined::isPacketSocket(STDIN_FILENO)) {
@@ -21,9 +35,7 @@ int main() {
     krl::confined::confine({.memoryBytes = kMemory, .descriptors = 4});
     while (const auto question = krl::tags::receiveQuestion(STDIN_FILENO)) {
         krl::confined::allowComputing(std::chrono::seconds{5});
-        // What it throws ends the process, as a crash does: the asker has one case to know.
-        if (!krl::tags::sendTitle(STDIN_FILENO,
-                                  krl::tags::titleIn(question->fileName, question->file))) {
+        if (!answer(*question)) {
             return 0;
         }
     }
