@@ -102,6 +102,13 @@ const std::vector<CommandRow>& commandTable() {
                     "given; what was there is kept (vesk undo).",
          .arguments = {"DIR", "Folder that vesk backup has made", /*onlyOne=*/true},
          .writes = true},
+        {.name = "inspect",
+         .run = runInspect,
+         .summary = "Show what audio files are, and whether phones play them as ringtones",
+         .promise = "Changes nothing, needs no phone. Goes by what a file says of itself and does "
+                    "not listen to it: a\nfile may be damaged further on. Exit code 0: all play, "
+                    "52: some do not.",
+         .arguments = {"FILE", "Audio files"}},
         {.name = "check",
          .run = runCheck,
          .summary = "Check a catalogue file on this computer for firmware 1.1.1",

@@ -25,6 +25,8 @@ ExitCode runHistory(const Options& options, Output& output);
 ExitCode runBackup(const Options& options, Output& output);
 ExitCode runRestore(const Options& options, Output& output);
 
+ExitCode runInspect(const Options& options, Output& output);
+
 ExitCode runCheck(const Options& options, Output& output);
 
 ExitCode runPluginStatus(const Options& options, Output& output);

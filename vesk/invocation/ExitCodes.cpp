@@ -59,6 +59,8 @@ const std::vector<ExitCodeRow>& exitCodes() {
         {ExitCode::NotAccepted, "not-accepted", kOfCommandsOnly, "check: not accepted"},
         {ExitCode::NotACatalogue, "not-a-catalogue", Kind::NotACatalogue,
          "check: not a ringtone catalogue"},
+        {ExitCode::NotPlayed, "not-played", kOfCommandsOnly,
+         "inspect: a file does not play as a ringtone, or cannot be read"},
         {ExitCode::PluginNotCurrent, "plugin-not-current", kOfCommandsOnly,
          "plugin: missing or out of date"},
         {ExitCode::PluginNotInstalled, "plugin-not-installed", kOfCommandsOnly,

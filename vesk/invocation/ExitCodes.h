@@ -56,6 +56,9 @@ enum class ExitCode : int {
     NotAccepted = 50,
     NotACatalogue = 51,
 
+    // vesk inspect
+    NotPlayed = 52,
+
     // vesk plugin
     PluginNotCurrent = 60,
     PluginNotInstalled = 61,

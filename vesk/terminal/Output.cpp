@@ -49,6 +49,14 @@ void writeDetails(const std::vector<std::string>& details) {
 
 } // namespace
 
+Json errorJson(const Failure& failure, ExitCode code) {
+    return {{"code", static_cast<int>(code)},
+            {"name", exitCodeName(code)},
+            {"message", failure.what()},
+            {"hint", failure.advice()},
+            {"details", failure.details()}};
+}
+
 std::string Table::text() const {
     std::vector<std::vector<std::string>> lines;
     if (std::any_of(columns_.begin(), columns_.end(),
@@ -128,18 +136,17 @@ void Output::objectLine(const Json& object) {
     flush();
 }
 
-void Output::failure(const Failure& failure, ExitCode code) {
+void Output::failureOfOne(const Failure& failure) {
     sideLine(kRed, "error", failure.what());
     writeDetails(failure.details());
     if (!failure.advice().empty()) {
         writeText(stderr, fmt::format("  {}\n", forTerminal(failure.advice())));
     }
-    document({{"error",
-               {{"code", static_cast<int>(code)},
-                {"name", exitCodeName(code)},
-                {"message", failure.what()},
-                {"hint", failure.advice()},
-                {"details", failure.details()}}}});
+}
+
+void Output::failure(const Failure& failure, ExitCode code) {
+    failureOfOne(failure);
+    document({{"error", errorJson(failure, code)}});
 }
 
 void Output::answer(std::string_view text) {

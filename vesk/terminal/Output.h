@@ -34,6 +34,9 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
+/// A failure as an object of JSON.
+Json errorJson(const Failure& failure, ExitCode code);
+
 /// Where everything that vesk says goes: what was asked for to standard output, as text or as JSON;
 /// notes, warnings and failures to standard error. Whatever it is given is made safe for a
 /// terminal.
@@ -75,6 +78,10 @@ public:
     /// Why the command stops, and with which code: to standard error, details as of a warning; with
     /// --json as the document too, with all of them.
     void failure(const Failure& failure, ExitCode code);
+
+    /// Why one thing of several was not done, while the others are: to standard error, details as of
+    /// a warning.
+    void failureOfOne(const Failure& failure);
 
     /// Writes out what is pending, so that a reader at the other end of a pipe sees it now.
     void flush();
