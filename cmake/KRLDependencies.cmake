@@ -15,6 +15,13 @@ pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
 
+# The process that makes ringtones of songs. Without it vesk says that it is missing.
+pkg_check_modules(FFMPEG IMPORTED_TARGET
+    libavformat libavcodec libavfilter libswresample libavutil)
+if(NOT FFMPEG_FOUND)
+    message(STATUS "FFmpeg's libraries not found: no vesk-prepare, which makes ringtones of songs")
+endif()
+
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)

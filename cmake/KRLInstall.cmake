@@ -1,5 +1,6 @@
 # What an installation holds: the library with its resources beside it, the provider in the folder
-# below where it is looked for too, the program that reads tags beside it, the tool, and what applications include.
+# below where it is looked for too, the programs that read tags and make ringtones
+# beside it, the tool, and what applications include.
 
 install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${KRL_RESOURCES}" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -7,6 +8,9 @@ if(TARGET MobileDevice)
     install(TARGETS MobileDevice LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 endif()
 install(TARGETS vesk-tags RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
+if(TARGET vesk-prepare)
+    install(TARGETS vesk-prepare RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
+endif()
 install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
                   "${PROJECT_SOURCE_DIR}/corefoundation/include/"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # install-packages.sh [WHAT...]: installs the Debian packages that something needs; quick when all are
-# there. WHAT is any of: build (programs and library), demo (the same), tests, bench, checks, fuzz,
-# valgrind. Without one: everything.
+# there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare), tests,
+# bench, checks, fuzz, valgrind. Without one: everything.
 set -euo pipefail
 
 build=(
@@ -9,9 +9,11 @@ build=(
     libsystemd-dev libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libseccomp-dev libcli11-dev libfmt-dev
     nlohmann-json3-dev nettle-dev
 )
+# For vesk-prepare; all else is built without them too.
+songs=(libavformat-dev libavcodec-dev libavfilter-dev libswresample-dev libavutil-dev)
 tests=(
     libgtest-dev libgmock-dev libimobiledevice-dev libimobiledevice-utils ifuse libglib2.0-dev
-    dbus-daemon binutils python3 procps openssl openjdk-17-jdk-headless
+    dbus-daemon binutils python3 procps openssl openjdk-17-jdk-headless ffmpeg
 )
 bench=(libbenchmark-dev libimobiledevice-dev)
 checks=(clang-14 clang-format-14 clang-tidy-14 python3 git)
@@ -21,9 +23,10 @@ fuzz=(clang-14 libclang-rt-14-dev)
 packages=()
 for what in "$@"; do
     case $what in
-    build | demo) packages+=("${build[@]}") ;;
-    tests) packages+=("${build[@]}" "${tests[@]}") ;;
-    bench) packages+=("${build[@]}" "${tests[@]}" "${bench[@]}") ;;
+    demo) packages+=("${build[@]}") ;;
+    build) packages+=("${build[@]}" "${songs[@]}") ;;
+    tests) packages+=("${build[@]}" "${songs[@]}" "${tests[@]}") ;;
+    bench) packages+=("${build[@]}" "${songs[@]}" "${tests[@]}" "${bench[@]}") ;;
     valgrind) packages+=(valgrind python3) ;;
     checks) packages+=("${checks[@]}") ;;
     fuzz) packages+=("${build[@]}" "${fuzz[@]}") ;;

@@ -61,9 +61,9 @@ const char* deedText(Verdict verdict) {
     case Verdict::Plays:
         return "nothing; it goes as it is";
     case Verdict::PlaysOnOlderFirmware:
-        return "nothing through 1.1.2; for 1.1.3 and later, make an m4r of it";
+        return "nothing through 1.1.2; for 1.1.3 and later vesk prepare makes an m4r of it";
     case Verdict::WantsPreparing:
-        return "make an m4r of it";
+        return "vesk prepare makes a ringtone of it";
     case Verdict::CannotBeUsed:
         return "take another file of the song";
     }
