@@ -1,5 +1,7 @@
 #include "vesk/CommandLine.h"
 
+#include "audio/judging/PlayedFormats.h"
+#include "audio/preparing/TimeText.h"
 #include "engine/errors/Failure.h"
 #include "engine/phones/PairingKeeper.h"
 #include "engine/values/Text.h"
@@ -60,6 +62,7 @@ public:
         }
         options_.phone.wait = milliseconds(seconds_.wait);
         requireCombination();
+        requirePreparing();
     }
 
     /// Prints help, version or the error, and returns what to exit with.
@@ -145,18 +148,18 @@ private:
                                          : fmt::format("; did you mean {}?", quotedList(close)));
     }
 
-    void addGlobalOptions() {
-        const auto seconds = [](double least) {
-            const CLI::Range range(least, kDay);
-            return CLI::Validator(
-                [range, least](std::string& text) {
+    static CLI::Validator secondsCheck(double least, double most) {
+        const CLI::Range range(least, most);
+        return {[range, least, most](std::string& text) {
                     return range(text).empty()
                                ? std::string()
                                : fmt::format("\"{}\" is no number of seconds from {:g} to {:g}",
-                                             text, least, kDay);
+                                             text, least, most);
                 },
-                "");
-        };
+                ""};
+    }
+
+    void addGlobalOptions() {
         app_.add_flag("--json", options_.json,
                       "Answer with one JSON document (watch: one object a line)");
         app_.add_flag(
@@ -167,10 +170,10 @@ private:
             ->type_name("UDID");
         timeout_ = app_.add_option("--timeout", seconds_.timeout,
                                    "How long the phone may be silent before a call fails [10]")
-                       ->check(seconds(0.001))
+                       ->check(secondsCheck(0.001, kDay))
                        ->type_name("SECONDS");
         app_.add_option("--wait", seconds_.wait, "How long to wait for a phone to appear [2]")
-            ->check(seconds(0))
+            ->check(secondsCheck(0, kDay))
             ->type_name("SECONDS");
     }
 
@@ -222,10 +225,60 @@ private:
             app.add_flag("--no-backup", options_.noBackup,
                          "Keep nothing of what the phone holds: no undo, and nothing is put right");
         }
+        if (row.prepares) {
+            addPrepareOptions(app);
+        }
         if (row.writes) {
             app.add_flag("--force", options_.force,
                          "Write although ringtones would be lost, the catalogue is unreadable or "
                          "others have changed the phone");
+        }
+    }
+
+    void addPrepareOptions(CLI::App& app) {
+        krl::audio::Wish& wish = options_.wish;
+        app.add_option("-o,--output", options_.output,
+                       "File for the ringtone, or folder for several [the working folder]")
+            ->type_name("PLACE");
+        app.add_option("--start", start_,
+                       "Where to begin: 62.5, 1:02.5, or -30 for 30 seconds before the end [0]")
+            ->check(timeCheck())
+            ->type_name("TIME");
+        app.add_option("--length", wish.lengthSeconds, "How long it is to be [30]")
+            ->check(secondsCheck(kShortestRingtone, kLongestForced))
+            ->type_name("SECONDS");
+        app.add_option("--fade-in", wish.fadeInSeconds, "How long it is to rise [0]")
+            ->check(secondsCheck(0, kLongestForced))
+            ->type_name("SECONDS");
+        app.add_option("--fade-out", wish.fadeOutSeconds, "How long it is to fall [1]")
+            ->check(secondsCheck(0, kLongestForced))
+            ->type_name("SECONDS");
+        app.add_flag("--auto", wish.automatic, "Find a good beginning near the loudest part");
+        app.add_flag("!--no-level", wish.level, "Leave the loudness as it is");
+        app.add_flag("--force", options_.force,
+                     "Write over a file that is there; make more than 40 seconds");
+    }
+
+    static CLI::Validator timeCheck() {
+        return {[](std::string& text) {
+                    return krl::audio::secondsIn(text)
+                               ? std::string()
+                               : fmt::format("\"{}\" is no time; write 62.5, 1:02.5 or -30", text);
+                },
+                ""};
+    }
+
+    void requirePreparing() {
+        if (start_) {
+            options_.wish.startSeconds = krl::audio::secondsIn(*start_).value();
+        }
+        if (start_ && options_.wish.automatic) {
+            throw CLI::ValidationError("--start and --auto both say where to begin; give one");
+        }
+        if (options_.wish.lengthSeconds > krl::audio::kLongestRingtoneSeconds && !options_.force) {
+            throw CLI::ValidationError(
+                fmt::format("a ringtone ends at {} seconds; --force makes a longer one",
+                            krl::audio::kLongestRingtoneSeconds));
         }
     }
 
@@ -240,9 +293,12 @@ private:
 
     static constexpr const char* kGroup = "Commands";
     static constexpr double kDay = 86400;
+    static constexpr double kShortestRingtone = 0.1;
+    static constexpr double kLongestForced = 600;
 
     Options& options_;
     SecondsOptions seconds_;
+    std::optional<std::string> start_;
     CLI::App app_;
     CLI::App* plugin_ = nullptr;
     CLI::Option* timeout_ = nullptr;

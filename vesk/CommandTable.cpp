@@ -109,6 +109,15 @@ const std::vector<CommandRow>& commandTable() {
                     "not listen to it: a\nfile may be damaged further on. Exit code 0: all play, "
                     "52: some do not.",
          .arguments = {"FILE", "Audio files"}},
+        {.name = "prepare",
+         .run = runPrepare,
+         .summary = "Make ringtones of songs",
+         .promise = "Needs no phone. Cuts a part out, brings it to a common loudness, fades it and "
+                    "writes it as an m4r.\nTakes whatever FFmpeg reads, videos with sound too, but "
+                    "nothing encrypted. Writes over nothing unless\n--force is given. Songs are "
+                    "made at the same time, as many as there are processors.",
+         .arguments = {"FILE", "Songs"},
+         .prepares = true},
         {.name = "check",
          .run = runCheck,
          .summary = "Check a catalogue file on this computer for firmware 1.1.1",

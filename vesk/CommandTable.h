@@ -26,6 +26,7 @@ struct CommandRow {
     bool syncs = false;     ///< takes --no-backup
     bool takesName = false; ///< takes --name
     bool takesYes = false;  ///< takes --yes
+    bool prepares = false;  ///< takes --start and the like, and --force
 };
 
 /// In the order in which the help shows them.

@@ -26,6 +26,7 @@ ExitCode runBackup(const Options& options, Output& output);
 ExitCode runRestore(const Options& options, Output& output);
 
 ExitCode runInspect(const Options& options, Output& output);
+ExitCode runPrepare(const Options& options, Output& output);
 
 ExitCode runCheck(const Options& options, Output& output);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/preparing/Wish.h"
 #include "engine/phones/PhoneChoice.h"
 #include "vesk/invocation/Engine.h"
 
@@ -19,7 +20,7 @@ struct Options {
     bool json = false;
     bool quiet = false;
     bool dryRun = false;
-    bool force = false;    ///< write although ringtones on the phone would be lost
+    bool force = false;    ///< write although something is lost by it
     bool noBackup = false; ///< keep nothing of what the phone holds
     bool yes = false;      ///< remove everything without being asked
 
@@ -28,6 +29,9 @@ struct Options {
 
     std::vector<std::string> arguments; ///< files, names, a folder or a catalogue
     std::optional<std::string> name;    ///< of the one file to add
+
+    krl::audio::Wish wish;             ///< how songs are made ringtones
+    std::optional<std::string> output; ///< file or folder for what is made
 };
 
 } // namespace vesk

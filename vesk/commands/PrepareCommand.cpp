@@ -1,0 +1,204 @@
+#include "vesk/commands/Commands.h"
+
+#include "audio/preparing/Preparer.h"
+#include "engine/files/RegularFile.h"
+#include "engine/values/Text.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <vector>
+
+namespace vesk {
+namespace {
+
+namespace fs = std::filesystem;
+using krl::audio::Prepared;
+using krl::audio::Preparer;
+using krl::audio::SongOutcome;
+
+constexpr char kEnding[] = ".m4r";
+
+bool isFolder(const std::string& path) {
+    std::error_code ignored;
+    return path.ends_with('/') || fs::is_directory(path, ignored);
+}
+
+/// Where each song's ringtone goes.
+class Places {
+public:
+    /// @throw Failure when two would go to one place, or several to one file
+    explicit Places(const Options& options) : output_(options.output.value_or("./")) {
+        if (!isFolder(output_) && options.arguments.size() > 1) {
+            throw CommandFailure(ExitCode::Usage,
+                                 fmt::format("\"{}\" is no folder, and there are {} songs", output_,
+                                             options.arguments.size()),
+                                 "Give a folder for several songs: --output FOLDER/");
+        }
+        std::map<fs::path, std::string> songAt;
+        for (const std::string& song : options.arguments) {
+            const auto [there, fresh] = songAt.emplace(of(song), song);
+            if (!fresh) {
+                throw Failure(FailureKind::SameNameTwice,
+                              fmt::format("\"{}\" and \"{}\" would both become \"{}\"",
+                                          there->second, song, of(song).string()),
+                              "Prepare one of them by itself, with --output.");
+            }
+        }
+    }
+
+    fs::path of(const fs::path& song) const {
+        return isFolder(output_)
+                   ? (fs::path(output_) / song.stem()).concat(kEnding).lexically_normal()
+                   : fs::path(output_);
+    }
+
+private:
+    std::string output_;
+};
+
+Failure notWritten(const fs::path& place) {
+    return {FailureKind::Unexpected,
+            fmt::format("\"{}\" cannot be written: {}", place.string(), std::strerror(errno)),
+            "Choose another place with --output."};
+}
+
+/// Puts a file into its place when it is whole.
+void write(const fs::path& place, const std::string& bytes) {
+    const fs::path incoming =
+        place.parent_path() / fmt::format(".{}.part", place.filename().string());
+    std::error_code error;
+    if (place.has_parent_path()) {
+        fs::create_directories(place.parent_path(), error);
+    }
+    errno = 0;
+    std::ofstream file(incoming, std::ios::binary);
+    file << bytes;
+    file.close();
+    if (file) {
+        fs::rename(incoming, place, error);
+        errno = error.value();
+    }
+    if (!file || error) {
+        const Failure failure = notWritten(place);
+        fs::remove(incoming, error);
+        throw failure;
+    }
+}
+
+bool holds(const fs::path& place, const std::string& bytes) {
+    std::error_code ignored;
+    return fs::file_size(place, ignored) == bytes.size() &&
+           krl::engine::RegularFile(place, "").bytes(bytes.size()) == bytes;
+}
+
+/// Says what becomes of the songs, one after the other.
+class PrepareRun {
+public:
+    PrepareRun(const Options& options, Output& output)
+        : options_(options), output_(output), places_(options) {}
+
+    ExitCode run() {
+        const std::vector<fs::path> songs(options_.arguments.begin(), options_.arguments.end());
+        Preparer().prepareAll(songs, options_.wish,
+                              [this](const SongOutcome& outcome) { take(outcome); });
+        output_.document({{"songs", songs_}});
+        return code_;
+    }
+
+private:
+    void take(const SongOutcome& outcome) {
+        try {
+            if (outcome.failure) {
+                throw Failure(*outcome.failure);
+            }
+            put(outcome);
+        } catch (const Failure& failure) {
+            const ExitCode code = exitCodeOf(failure.kind());
+            code_ = code_ == ExitCode::Success ? code : code_;
+            output_.failureOfOne(failure);
+            songs_.push_back({{"file", outcome.song}, {"error", errorJson(failure, code)}});
+        }
+    }
+
+    void put(const SongOutcome& outcome) {
+        const auto& [prepared, bytes] = *outcome.ringtone;
+        const fs::path place = places_.of(outcome.song);
+        const bool there = fs::exists(place);
+        const bool same = there && holds(place, bytes);
+        if (there && !same && !options_.force) {
+            throw Failure(FailureKind::NameTaken,
+                          fmt::format("\"{}\" is there already", place.string()),
+                          "Choose another place with --output, or write over it with --force.");
+        }
+        if (!same) {
+            write(place, bytes);
+        }
+        say(outcome, place, same);
+    }
+
+    void say(const SongOutcome& outcome, const fs::path& place, bool same) {
+        const Prepared& prepared = outcome.ringtone->prepared;
+        warn(outcome.song.string(), prepared);
+        output_.summary(fmt::format(
+            "\"{}\"{} {} from {}, {}, {}", place.string(), same ? " is there already:" : ":",
+            formatDuration(prepared.lengthSeconds), timeText(prepared.startSeconds),
+            loudnessText(prepared), formatBytes(outcome.ringtone->bytes.size())));
+        songs_.push_back({{"file", outcome.song},
+                          {"output", place},
+                          {"result", same                ? "already-there"
+                                     : outcome.fromCache ? "from-cache"
+                                                         : "prepared"},
+                          {"bytes", outcome.ringtone->bytes.size()},
+                          {"startSeconds", prepared.startSeconds},
+                          {"lengthSeconds", prepared.lengthSeconds},
+                          {"songLoudness", prepared.songLoudness},
+                          {"loudness", prepared.loudness},
+                          {"peak", prepared.peak},
+                          {"silent", prepared.silent},
+                          {"damagedParts", prepared.damagedParts}});
+    }
+
+    void warn(const std::string& song, const Prepared& prepared) {
+        if (prepared.silent) {
+            output_.warning(fmt::format("there is nothing to hear in that part of \"{}\"", song),
+                            {"Begin elsewhere (--start, --auto)."});
+        }
+        if (prepared.damagedParts > 0) {
+            output_.warning(
+                fmt::format("\"{}\" is damaged: {} could not be decoded", song,
+                            counted(static_cast<size_t>(prepared.damagedParts), "part")));
+        }
+        if (prepared.lengthSeconds + 0.1 < options_.wish.lengthSeconds) {
+            output_.note(fmt::format("\"{}\" ends after {} from there", song,
+                                     formatDuration(prepared.lengthSeconds)));
+        }
+    }
+
+    static std::string timeText(double seconds) {
+        return fmt::format("{}:{:04.1f}", static_cast<int>(seconds) / 60, std::fmod(seconds, 60));
+    }
+
+    static std::string loudnessText(const Prepared& prepared) {
+        return fmt::format("{:.1f} LUFS", prepared.loudness);
+    }
+
+    const Options& options_;
+    Output& output_;
+    Places places_;
+    Json songs_ = Json::array();
+    ExitCode code_ = ExitCode::Success;
+};
+
+} // namespace
+
+ExitCode runPrepare(const Options& options, Output& output) {
+    return PrepareRun(options, output).run();
+}
+
+} // namespace vesk
