@@ -20,31 +20,47 @@ std::optional<SafeKeeping::Recovered> SafeKeeping::recover() {
                      journal->job};
 }
 
-void SafeKeeping::begin(const Intention& intention) {
+Snapshot SafeKeeping::look() {
     PhoneFiles files(device_);
-    Restorer restorer(files, safe_, watch_);
-    before_ = restorer.look();
+    return Restorer(files, safe_, watch_).look();
+}
+
+bool SafeKeeping::isStill(const Snapshot& then) {
+    PhoneFiles files(device_);
+    return sameContents(takeSnapshot(files, safe_, indexOf(then), watch_.reading), then);
+}
+
+void SafeKeeping::begin(const Intention& intention) {
+    const Snapshot before = look();
     std::set<std::string> touched;
-    const Snapshot after = afterwards(intention, touched);
-    const Journal journal{.job = {what_, secondsNow(), safe_.keep(before_), safe_.keep(after)},
+    for (const IntendedChange& change : intention.changes) {
+        touched.insert(change.file);
+        if (change.kind == IntendedChange::Kind::Move) {
+            touched.insert(change.newFile);
+        }
+    }
+    begin(before, afterwards(before, intention), std::move(touched));
+}
+
+void SafeKeeping::begin(const Snapshot& before, const Snapshot& after,
+                        std::set<std::string> touched) {
+    const Journal journal{.job = {what_, secondsNow(), safe_.keep(before), safe_.keep(after)},
                           .number = safe_.history().count + 1,
                           .touched = std::move(touched)};
-    if (safe_.index() != indexOf(before_)) {
-        safe_.writeIndex(indexOf(before_));
+    if (safe_.index() != indexOf(before)) {
+        safe_.writeIndex(indexOf(before));
     }
     safe_.write(journal);
     journal_ = journal;
 }
 
-Snapshot SafeKeeping::afterwards(const Intention& intention, std::set<std::string>& touched) {
-    Snapshot after = before_;
+Snapshot SafeKeeping::afterwards(const Snapshot& before, const Intention& intention) {
+    Snapshot after = before;
     after.hasFolder = true;
     for (const IntendedChange& change : intention.changes) {
-        touched.insert(change.file);
         auto file = after.files.extract(change.file);
         switch (change.kind) {
         case IntendedChange::Kind::Move:
-            touched.insert(change.newFile);
             if (!file.empty()) {
                 after.files.insert_or_assign(change.newFile, std::move(file.mapped()));
             }

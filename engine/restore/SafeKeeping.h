@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -49,10 +50,24 @@ public:
     /// Before the phone is read to plan with: ends a job that was broken off earlier.
     std::optional<Recovered> recover();
 
+    /// The phone as it is now, in the safe.
+    Snapshot look();
+
+    /// Whether it holds what it held then.
+    bool isStill(const Snapshot& then);
+
+    /// The state that a job leaves; what it writes is in the safe then.
+    Snapshot afterwards(const Snapshot& before, const Intention& intention);
+
     /// Before the first write, under the sync lock or with a look under it at whether the phone is
     /// still the same.
     /// @throw Failure when something cannot be kept; nothing has been changed on the phone then
     void begin(const Intention& intention);
+
+    /// The same for a job that finish() carries out, all of it.
+    /// @param before   the phone as it is at this moment
+    /// @param touched  files of the ringtone folder that may be left unfinished
+    void begin(const Snapshot& before, const Snapshot& after, std::set<std::string> touched);
 
     /// After the last write, also when the job has failed. Without a begin there is nothing to do.
     /// @param takeLock  called before anything is put right; null when the lock is held already
@@ -63,15 +78,14 @@ public:
     /// How many files the phone did not remove, after a finish.
     size_t leftBehind() const { return leftBehind_; }
 
-private:
-    Snapshot afterwards(const Intention& intention, std::set<std::string>& touched);
+    PhoneSafe& safe() { return safe_; }
 
+private:
     am_device* device_;
     PhoneSafe safe_;
     std::string what_;
     RestoreWatch watch_;
     std::optional<Journal> journal_;
-    Snapshot before_;
     size_t leftBehind_ = 0;
 };
 

@@ -293,6 +293,53 @@ TEST_F(Keeping, AnotherProgramsNewFileStaysBesideAJobTakenBack) {
     EXPECT_EQ(side(), wanted);
 }
 
+// A job of which nothing has been written when it is finished: the safe carries all of it out.
+TEST_F(Keeping, AJobThatIsLeftToItIsDoneWholeOrTakenUpWhereverItBreaksOff) {
+    for (const bool forGood : {false, true}) {
+        bool metAFault = true;
+        for (int n = 1; metAFault; ++n) {
+            SCOPED_TRACE(fmt::format("call {} {}", n, forGood ? "and all later" : "alone"));
+            ASSERT_LT(n, 2000);
+            forgetAll();
+            put(kBefore);
+            {
+                SafeKeeping keeping = this->keeping();
+                const Snapshot before = keeping.look();
+                EXPECT_TRUE(keeping.isStill(before));
+                keeping.begin(before, keeping.afterwards(before, intention()),
+                              {"B.mp3", "C.mp3", "C.m4r", "D.m4r", "E.m4r", "F.m4r", "G.m4r"});
+                EXPECT_EQ(side(), kBefore);
+                forGood ? fake().failFromCall(n, kAFCNotConnected)
+                        : fake().failNthCall(n, kAFCUnknownError);
+                try {
+                    keeping.finish(Wish::Finish);
+                } catch (const Failure&) {
+                    // Taken up below.
+                }
+            }
+            metAFault = fake().faultsMet() > 0;
+            fake().clearFaults();
+            recover();
+            ASSERT_THAT(side(), AnyOf(Eq(kBefore), Eq(kAfter)));
+            EXPECT_TRUE(metAFault || side() == kAfter);
+            EXPECT_FALSE(recover());
+        }
+    }
+}
+
+TEST_F(Keeping, AJobThatIsLeftToItAndCancelledIsTakenBack) {
+    int asked = 0;
+    const RestoreWatch watch{.cancels = [&] { return ++asked == 4; }};
+    SafeKeeping keeping(device(), kUdid, "sync", watch, disk());
+    const Snapshot before = keeping.look();
+    keeping.begin(before, keeping.afterwards(before, intention()),
+                  {"B.mp3", "C.mp3", "C.m4r", "D.m4r", "E.m4r", "F.m4r", "G.m4r"});
+    EXPECT_THROW(keeping.finish(Wish::Finish), Failure);
+    EXPECT_NE(side(), kBefore);
+    EXPECT_EQ(keeping.finish(Wish::TakeBack), Ending::TakenBack);
+    EXPECT_EQ(side(), kBefore);
+}
+
 TEST_F(Keeping, AJournalIsOfItsPhoneAlone) {
     breakOffAfter(5);
     EXPECT_FALSE(SafeKeeping(device(), "ffff", "sync", {}, disk()).recover());
