@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ struct PhoneRingtone {
 };
 
 std::set<std::string> namesOf(const std::vector<PhoneRingtone>& ringtones);
+std::map<std::string, uint64_t> namesAndSizes(const std::vector<PhoneRingtone>& ringtones);
 
 /// A file in the phone's ringtone folder.
 struct FolderFile {

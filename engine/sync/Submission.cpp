@@ -4,56 +4,18 @@
 #include "engine/restore/HeldSyncLock.h"
 #include "engine/sync/Aftermath.h"
 #include "engine/sync/Guard.h"
+#include "engine/sync/Intentions.h"
 #include "engine/sync/SyncReports.h"
 #include "engine/sync/SyncRun.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <utility>
 
 namespace krl::engine {
 namespace {
-
-std::map<std::string, uint64_t> namesAndSizes(const std::vector<PhoneRingtone>& ringtones) {
-    std::map<std::string, uint64_t> result;
-    for (const PhoneRingtone& ringtone : ringtones) {
-        result[ringtone.name] = ringtone.size;
-    }
-    return result;
-}
-
-/// What a plan does in the ringtone folder.
-Intention intentionOf(const Plan& plan) {
-    Intention intention{{}, plan.catalogue};
-    for (const Operation& operation : plan.operations) {
-        switch (operation.kind) {
-        case Operation::Kind::Rename:
-            intention.changes.push_back({.kind = IntendedChange::Kind::Move,
-                                         .file = operation.file,
-                                         .newFile = operation.newFile});
-            break;
-        case Operation::Kind::Upload:
-        case Operation::Kind::Placeholder:
-            intention.changes.push_back({.kind = IntendedChange::Kind::Write,
-                                         .file = operation.file,
-                                         .source = operation.source});
-            break;
-        case Operation::Kind::Remove:
-        case Operation::Kind::DeleteStray:
-            intention.changes.push_back(
-                {.kind = IntendedChange::Kind::Remove, .file = operation.file});
-            break;
-        case Operation::Kind::RemoveCatalogue:
-        case Operation::Kind::CreateFolder:
-        case Operation::Kind::WriteCatalogue:
-            break;
-        }
-    }
-    return intention;
-}
 
 class Submission {
 public:
