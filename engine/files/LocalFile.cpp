@@ -114,7 +114,8 @@ LocalRingtone LocalFiles::ringtone(const fs::path& path, const std::optional<std
     }
     const std::string absolute = fs::absolute(path).lexically_normal().string();
     requireUsablePath(absolute);
-    LocalRingtone ringtone{name ? *name : nameFor(path, file), absolute, type, file.size()};
+    LocalRingtone ringtone{name ? *name : nameFor(path, file.descriptor()), absolute, type,
+                           file.size()};
     requireUsableName(ringtone.name);
     return ringtone;
 }
@@ -147,8 +148,8 @@ LocalFolder LocalFiles::folder(const fs::path& path) {
     return result;
 }
 
-std::string LocalFiles::nameFor(const fs::path& path, const RegularFile& file) {
-    const auto title = tags_.titleOf(path, file.descriptor());
+std::string LocalFiles::nameFor(const fs::path& path, int descriptor) {
+    const auto title = tags_.titleOf(path, descriptor);
     if (!title) {
         unreadableTags_.push_back(path.string());
     }

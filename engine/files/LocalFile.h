@@ -34,8 +34,6 @@ struct LocalFolder {
     std::vector<std::string> skipped;     ///< names of what is hidden, a folder, or of another type
 };
 
-class RegularFile;
-
 /// Looks at files of this computer, all with one reader of tags.
 class LocalFiles {
 public:
@@ -52,12 +50,13 @@ public:
     /// @throw Failure when it or a ringtone in it cannot be used
     LocalFolder folder(const std::filesystem::path& path);
 
+    /// The name of a file that is open: the title in its tags, or else its file name.
+    std::string nameFor(const std::filesystem::path& path, int descriptor);
+
     /// The files so far whose tags could not be read, so that they have their file names.
     const std::vector<std::string>& unreadableTags() const { return unreadableTags_; }
 
 private:
-    std::string nameFor(const std::filesystem::path& path, const RegularFile& file);
-
     TagReader tags_;
     std::vector<std::string> unreadableTags_;
 };

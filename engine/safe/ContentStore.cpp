@@ -171,12 +171,18 @@ void ContentStore::requireRoom(uint64_t bytes) const {
     }
 }
 
-void ContentStore::read(const Digest& digest, const std::function<void(std::string_view)>& take) {
+Descriptor ContentStore::open(const Digest& digest) const {
     const fs::path path = pathOf(digest);
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     if (!file) {
         throw damaged(path, std::strerror(errno));
     }
+    return file;
+}
+
+void ContentStore::read(const Digest& digest, const std::function<void(std::string_view)>& take) {
+    const fs::path path = pathOf(digest);
+    const Descriptor file = open(digest);
     Sha256 sha;
     const int error = readPieces(file, [&](std::string_view piece) {
         sha.add(piece);

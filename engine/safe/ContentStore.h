@@ -71,7 +71,11 @@ public:
     ///        dropped then, so that it is taken in anew when it is met again
     void read(const Digest& digest, const std::function<void(std::string_view)>& take);
 
-    /// The same at once.
+    /// A content as a file that is open for reading.
+    /// @throw Failure when it is not there
+    Descriptor open(const Digest& digest) const;
+
+    /// The same as read() at once.
     std::string bytes(const Digest& digest);
 
     /// Makes sure that all that was kept is on the disk under its name.
