@@ -367,9 +367,9 @@ INSTANTIATE_TEST_SUITE_P(Of, OtherFirmware, ::testing::Values("1.2", "2.0", "3.1
 
 TEST_F(Refusal, ALongNameWhosePlaceholderWouldMoveAlone) {
     putRingtones({{"Long name.mp3", "Long", "1"}, {"KDAQ.m4r", "Marimba", "2"}});
-    EXPECT_THAT(refused({"add", local("a.m4r")}, ExitCode::WouldLoseRingtones),
-                AllOf(HasSubstr("\"Long\""), HasSubstr("--force")));
-    refused({"add", local("a.m4r"), "--dry-run"}, ExitCode::WouldLoseRingtones);
+    EXPECT_THAT(refused({"add", local("a.m4r"), "--no-backup"}, ExitCode::WouldLoseRingtones),
+                AllOf(HasSubstr("\"Long\""), HasSubstr("--force"), HasSubstr("--no-backup")));
+    refused({"add", local("a.m4r"), "--no-backup", "--dry-run"}, ExitCode::WouldLoseRingtones);
     // Taking the ringtone off is no loss.
     EXPECT_THAT(vesk({"remove", "Long"}), ExitsWith(ExitCode::Success));
     EXPECT_THAT(listedNames(), ::testing::ElementsAre("Marimba"));
@@ -377,7 +377,7 @@ TEST_F(Refusal, ALongNameWhosePlaceholderWouldMoveAlone) {
 
 TEST_F(Refusal, ARingtoneThatTheCatalogueDescribesLikeAPlaceholder) {
     putRingtones({{"KDAQ.m4r", "Bare", "1", {}}, {"QJHE.m4r", "Full", "2"}});
-    EXPECT_THAT(refused({"add", local("a.m4r")}, ExitCode::WouldLoseRingtones),
+    EXPECT_THAT(refused({"add", local("a.m4r"), "--no-backup"}, ExitCode::WouldLoseRingtones),
                 AllOf(HasSubstr("\"Bare\""), HasSubstr("KDAQ.m4r")));
     EXPECT_THAT(vesk({"add", local("a.m4r"), "--force"}), ExitsWith(ExitCode::Success));
     EXPECT_THAT(ringtoneFolder(), Not(Contains("KDAQ.m4r")));
@@ -385,7 +385,8 @@ TEST_F(Refusal, ARingtoneThatTheCatalogueDescribesLikeAPlaceholder) {
 
 TEST_F(Refusal, TwoRingtonesOfOneNameInTheCatalogue) {
     putRingtones({{"KDAQ.m4r", "Twin", "1"}, {"QJHE.m4r", "Twin", "2"}});
-    EXPECT_THAT(refused({"add", local("a.m4r")}, ExitCode::WouldLoseRingtones), HasSubstr("Twin"));
+    EXPECT_THAT(refused({"add", local("a.m4r"), "--no-backup"}, ExitCode::WouldLoseRingtones),
+                HasSubstr("Twin"));
 }
 
 TEST_F(Refusal, AnEmptyPlaceholderIsNoReason) {

@@ -86,10 +86,13 @@ TEST_F(StrangeKeys, AFileNameWithAControlCharacterIsNotLostUnasked) {
     put(std::string(kFolder) + "/" + file, "hard to name");
     put(kCatalogue, catalogueText({{file, "Odd", "1"}}));
     const auto before = everything();
-    const VeskResult refused = vesk({"add", local("new.m4r")});
+    const VeskResult refused = vesk({"add", local("new.m4r"), "--no-backup"});
     EXPECT_THAT(refused, ExitsWith(ExitCode::WouldLoseRingtones)) << refused.err;
     EXPECT_THAT(refused.err, HasSubstr("\"Odd\""));
     EXPECT_EQ(everything(), before);
+    // With a copy in the safe it gets a name that XML has.
+    EXPECT_THAT(vesk({"add", local("new.m4r")}), ExitsWith(ExitCode::Success));
+    EXPECT_THAT(listedNames(), UnorderedElementsAre("Odd", "new"));
     EXPECT_THAT(vesk({"remove", "Odd"}), ExitsWith(ExitCode::Success));
 }
 

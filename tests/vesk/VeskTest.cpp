@@ -136,7 +136,9 @@ std::vector<std::string> VeskTest::changesIn(const nlohmann::json& operations) {
         } else if (kind == "remove" || kind == "delete") {
             changes.push_back("remove " + file);
         } else if (kind == "write-catalogue") {
-            changes.push_back("write Ringtones.plist " + bytes);
+            // One that takes the old one's place whole was uploaded under its own name before.
+            changes.push_back(file.empty() ? "write Ringtones.plist " + bytes
+                                           : "rename " + file + " Ringtones.plist");
         } else {
             changes.push_back("write " + file + " " + bytes);
         }

@@ -5,6 +5,7 @@
 #include "engine/sync/Submission.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/PhoneJson.h"
+#include "vesk/commands/RepairTexts.h"
 #include "vesk/commands/StrangeKeys.h"
 #include "vesk/terminal/Interrupt.h"
 
@@ -47,28 +48,6 @@ Table operationTable(const Plan& plan) {
     return table;
 }
 
-void requireNothingLost(const PhoneFacts& facts, const Plan& plan, bool force) {
-    std::vector<std::string> details;
-    for (const std::string& name : plan.lost) {
-        details.push_back(
-            fmt::format("\"{}\": its entry in the new catalogue would not find its file", name));
-    }
-    for (const HiddenRingtone& hidden : plan.hidden) {
-        details.push_back(fmt::format("\"{}\" ({}): the catalogue lists it in a form that is taken "
-                                      "for a placeholder, a duplicate or damage",
-                                      hidden.name, hidden.file));
-    }
-    if (!details.empty() && !force) {
-        throw Failure(
-            FailureKind::WouldLoseRingtones,
-            fmt::format("this would lose {} that should stay on {}",
-                        counted(details.size(), "ringtone"), facts.label()),
-            "Copy their files off the phone first, or repeat with --force to let them go. "
-            "Nothing was changed on the phone.",
-            details);
-    }
-}
-
 void requireKnownFirmware(const PhoneFacts& facts, bool force) {
     if (!isKnownFirmware(facts.firmware) && !force) {
         throw Failure(FailureKind::UnknownFirmware,
@@ -100,7 +79,7 @@ void warnOfStrays(const Plan& plan, Output& output) {
     }
 }
 
-std::string describeChange(const PreparedChange& change) {
+std::string describeChange(const PreparedChange& change, const Repair* repair) {
     size_t replaced = 0;
     for (const std::string& name : change.added) {
         replaced += change.removed.contains(name) ? 1U : 0U;
@@ -115,6 +94,9 @@ std::string describeChange(const PreparedChange& change) {
     part(replaced, "replaced");
     part(change.removed.size() - replaced, "removed");
     part(change.plan.moved, "moved");
+    if (repair != nullptr && !repair->ringtones.empty()) {
+        parts.push_back(describeRepair(*repair));
+    }
     return parts.empty() ? "put in order" : fmt::format("{}", fmt::join(parts, ", "));
 }
 
@@ -149,8 +131,7 @@ ExitCode ChangeCommand::run(const Edit& edit) {
 
 /// Takes the phone's safe, and ends a job that was broken off earlier.
 void ChangeCommand::keep() {
-    keeping_.emplace(phone_.phone()._rawDevice(), phone_.facts().udid, what_, watch());
-    if (!keeping_->hasBrokenJob()) {
+    if (!safeKeeping().hasBrokenJob()) {
         return;
     }
     SyncDisplay display(output_);
@@ -164,6 +145,13 @@ void ChangeCommand::keep() {
     output_.warning(endingText(recovered->ending, recovered->job));
 }
 
+SafeKeeping& ChangeCommand::safeKeeping() {
+    if (!keeping_) {
+        keeping_.emplace(phone_.phone()._rawDevice(), phone_.facts().udid, what_, watch());
+    }
+    return *keeping_;
+}
+
 RestoreWatch ChangeCommand::watch() {
     const auto moves = [this](const char* what) {
         return [this, what](uint64_t done, uint64_t total) {
@@ -174,7 +162,10 @@ RestoreWatch ChangeCommand::watch() {
     };
     return {.reading = moves("Reading what the phone holds"),
             .writing = moves("Putting right"),
-            .cancels = [] { return false; }};
+            // Once: what is taken back then is not to be cancelled as well.
+            .cancels = [this] {
+                return mayCancel_ && interrupted() && std::exchange(mayCancel_, false);
+            }};
 }
 
 void ChangeCommand::attemptOnce(const Edit& edit) {
@@ -185,7 +176,62 @@ void ChangeCommand::attemptOnce(const Edit& edit) {
     warnOfStrangeKeys("the catalogue of " + state_.facts.label(), state_.catalogue, output_);
     edit(state_);
     const PreparedChange prepared = prepare(phone_, state_);
-    requireNothingLost(state_.facts, prepared.plan, options_.force);
+    if (!options_.force && !lossesOf(prepared.plan).empty()) {
+        repairInstead(prepared, edit);
+    } else {
+        finish(prepared);
+    }
+}
+
+/// Does with the phone put right what would lose ringtones on the phone as it is.
+void ChangeCommand::repairInstead(const PreparedChange& losing, const Edit& edit) {
+    if (options_.noBackup) {
+        throw wouldLose(state_.facts, losing.plan,
+                        "Without --no-backup they are put right first, with copies in the safe.");
+    }
+    std::optional<Repair> repaired;
+    try {
+        repaired = repair(RepairCause::WouldLose, edit);
+    } catch (const Failure& failure) {
+        if (failure.kind() != FailureKind::CannotKeep) {
+            throw;
+        }
+        throw wouldLose(state_.facts, losing.plan,
+                        fmt::format("They could be put right, but {}. Make room for copies here.",
+                                    failure.what()));
+    }
+    if (!repaired) {
+        throw wouldLose(state_.facts, losing.plan,
+                        "No names were found with which they stay. Copy their files off the phone "
+                        "first (vesk backup).");
+    }
+    finishRepaired(*repaired);
+}
+
+std::optional<Repair> ChangeCommand::repair(RepairCause cause, const Edit& edit) {
+    SyncDisplay display(output_);
+    const Shown shown(display_, display);
+    auto repaired = planRepair(phone_, safeKeeping(), state_, cause, edit);
+    display.ended();
+    if (interrupted()) {
+        throw Failure(FailureKind::Cancelled, "cancelled; nothing was changed on the phone");
+    }
+    return repaired;
+}
+
+void ChangeCommand::finishRepaired(const Repair& repair) {
+    requireSpace(state_.facts, repair.change.plan);
+    sayRepair(state_.facts, repair, options_.dryRun, output_);
+    warnOfStrays(repair.change.plan, output_);
+    if (options_.dryRun) {
+        showPlan(repair.change.plan);
+    } else if (repair.change.plan.changesAnything) {
+        carryOut(repair);
+    }
+    report(repair.change, &repair);
+}
+
+void ChangeCommand::finish(const PreparedChange& prepared) {
     requireSpace(state_.facts, prepared.plan);
     const bool nothing = !prepared.plan.changesAnything;
     if (!nothing) {
@@ -208,13 +254,29 @@ void ChangeCommand::carryOut(const PreparedChange& prepared) {
     }
 }
 
+void ChangeCommand::carryOut(const Repair& repair) {
+    SyncDisplay display(output_);
+    const Shown shown(display_, display);
+    display.stage(SyncStage::WaitingForLock);
+    mayCancel_ = true;
+    krl::engine::carryOut(phone_, *keeping_, state_.facts, repair);
+    mayCancel_ = false;
+    display.ended();
+    if (keeping_->leftBehind() > 0) {
+        display.leavesBehind(keeping_->leftBehind());
+    }
+    if (interrupted()) {
+        output_.note("it was too late to cancel: the sync is complete");
+    }
+}
+
 void ChangeCommand::showPlan(const Plan& plan) {
     if (plan.changesAnything) {
         output_.table(operationTable(plan));
     }
 }
 
-void ChangeCommand::report(const PreparedChange& prepared) {
+void ChangeCommand::report(const PreparedChange& prepared, const Repair* repair) {
     const Plan& plan = prepared.plan;
     const char* result = !plan.changesAnything ? "nothing-to-do"
                          : options_.dryRun     ? "dry-run"
@@ -227,7 +289,7 @@ void ChangeCommand::report(const PreparedChange& prepared) {
     for (const auto& [name, size] : prepared.plan.afterwards) {
         names.push_back(name);
     }
-    output_.document(
+    Json document(
         {{"phone", phoneJson(state_.facts)},
          {"result", result},
          {"operations", plan.changesAnything ? operations : Json::array()},
@@ -235,7 +297,11 @@ void ChangeCommand::report(const PreparedChange& prepared) {
          {"spaceNeeded", plan.spaceNeeded},
          {"freeBytes", state_.facts.freeBytes ? Json(*state_.facts.freeBytes) : Json(nullptr)},
          {"ringtones", names}});
-    output_.summary(summary(prepared));
+    if (repair != nullptr) {
+        document["repaired"] = repairJson(*repair);
+    }
+    output_.document(document);
+    output_.summary(summary(prepared, repair));
 }
 
 std::string ChangeCommand::spaceText(const Plan& plan) const {
@@ -244,13 +310,13 @@ std::string ChangeCommand::spaceText(const Plan& plan) const {
                        state_.facts.freeBytes ? formatBytes(*state_.facts.freeBytes) : "?");
 }
 
-std::string ChangeCommand::summary(const PreparedChange& prepared) const {
+std::string ChangeCommand::summary(const PreparedChange& prepared, const Repair* repair) const {
     const std::string& label = state_.facts.label();
     const std::string holds = counted(prepared.plan.afterwards.size(), "ringtone");
     if (!prepared.plan.changesAnything) {
         return fmt::format("{}: nothing to do, it has {}.", label, holds);
     }
-    const std::string what = describeChange(prepared);
+    const std::string what = describeChange(prepared, repair);
     if (options_.dryRun) {
         return fmt::format("{}: {}; it would have {} then. {}. Dry run: nothing was changed.",
                            label, what, holds, spaceText(prepared.plan));

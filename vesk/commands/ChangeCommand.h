@@ -1,12 +1,9 @@
 #pragma once
 
-#include "engine/plan/Change.h"
-#include "engine/restore/SafeKeeping.h"
-#include "engine/state/PhoneState.h"
+#include "engine/repair/Repair.h"
 #include "vesk/invocation/Options.h"
 #include "vesk/terminal/SyncDisplay.h"
 
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,9 +12,6 @@ namespace vesk {
 /// Shows or carries out a change of a phone's ringtones and says what came of it.
 class ChangeCommand {
 public:
-    /// Edits the working list of a phone that is in this state.
-    using Edit = std::function<void(const PhoneState& state)>;
-
     /// @param what  the command, as the history has it
     ChangeCommand(const Options& options, Output& output, std::string what);
 
@@ -31,12 +25,18 @@ private:
 
     void keep();
     RestoreWatch watch();
+    SafeKeeping& safeKeeping();
     void attemptOnce(const Edit& edit);
+    void finish(const PreparedChange& prepared);
+    void finishRepaired(const Repair& repair);
+    std::optional<Repair> repair(RepairCause cause, const Edit& edit);
+    void repairInstead(const PreparedChange& losing, const Edit& edit);
     void carryOut(const PreparedChange& prepared);
+    void carryOut(const Repair& repair);
     void showPlan(const Plan& plan);
-    void report(const PreparedChange& prepared);
+    void report(const PreparedChange& prepared, const Repair* repair = nullptr);
     std::string spaceText(const Plan& plan) const;
-    std::string summary(const PreparedChange& prepared) const;
+    std::string summary(const PreparedChange& prepared, const Repair* repair) const;
 
     const Options& options_;
     Output& output_;
@@ -45,6 +45,7 @@ private:
     PhoneState state_;
     std::optional<SafeKeeping> keeping_;
     SyncDisplay* display_ = nullptr; ///< while there is one
+    bool mayCancel_ = false;         ///< what the safe does at this moment
 };
 
 } // namespace vesk

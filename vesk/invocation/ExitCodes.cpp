@@ -42,7 +42,7 @@ const std::vector<ExitCodeRow>& exitCodes() {
         {ExitCode::CatalogueUnreadable, "catalogue-unreadable", Kind::CatalogueUnreadable,
          "the phone's catalogue cannot be read (--force)"},
         {ExitCode::WouldLoseRingtones, "would-lose-ringtones", Kind::WouldLoseRingtones,
-         "a sync would lose ringtones (--force)"},
+         "a sync would lose ringtones that cannot be put right (--force)"},
         {ExitCode::UnknownFirmware, "unknown-firmware", Kind::UnknownFirmware,
          "the firmware is neither 1.0.x nor 1.1.x (--force)"},
         {ExitCode::CannotKeep, "cannot-keep", Kind::CannotKeep,
