@@ -224,6 +224,8 @@ private:
         if (row.syncs) {
             app.add_flag("--no-backup", options_.noBackup,
                          "Keep nothing of what the phone holds: no undo, and nothing is put right");
+            app.add_flag("--rebuild", options_.rebuild,
+                         "List ringtone files again that the phone's catalogue does not list");
         }
         if (row.prepares) {
             addPrepareOptions(app);
@@ -284,7 +286,12 @@ private:
 
     void requireCombination() const {
         if (options_.dryRun && !options_.command->writes) {
-            throw CLI::ValidationError("--dry-run is for add, remove, sync, undo and restore");
+            throw CLI::ValidationError(
+                "--dry-run is for add, remove, sync, rebuild, undo and restore");
+        }
+        if (options_.rebuild && options_.noBackup) {
+            throw CLI::ValidationError("--rebuild does not go without copies of what the phone "
+                                       "holds: leave --no-backup away");
         }
         if (options_.name && options_.arguments.size() != 1) {
             throw CLI::ValidationError("--name is for one file");

@@ -75,6 +75,14 @@ const std::vector<CommandRow>& commandTable() {
          .writes = true,
          .syncs = true,
          .takesYes = true},
+        {.name = "rebuild",
+         .run = runRebuild,
+         .summary = "Make a phone's catalogue list its ringtone files again",
+         .promise = "For a catalogue that is unreadable, empty or lacks files that lie there. They "
+                    "get the entries that\nthey had when vesk saw that phone last, or else names "
+                    "after their tags. Does not write a ringtone file.\nDeletes from the ringtone "
+                    "folder what is no ringtone, as every sync does (vesk undo).",
+         .writes = true},
         {.name = "undo",
          .run = runUndo,
          .summary = "Put a phone's ringtones back as they were before the last job",

@@ -254,9 +254,8 @@ Finding catalogueFinding(afc_connection* files) {
             fmt::format("the ringtone catalogue ({}) is no property list with "
                         "\"Ringtones\"",
                         kCataloguePath),
-            "Save that file and the folder \"/iTunes_Control/Ringtones\" first; add, "
-            "remove and sync write a new one with --force, and delete the ringtones that "
-            "are there.");
+            "\"vesk rebuild\" makes a new one that lists the ringtones that are there. add, "
+            "remove and sync delete them instead with --force.");
     }
     if (const auto keys = strangeKeys(catalogue); !keys.empty()) {
         return problem(kCheck,

@@ -62,13 +62,15 @@ PhoneState readEverything(OpenPhone& phone) {
 
 void requireReadableCatalogue(const PhoneState& state) {
     if (state.catalogueIsUnreadable()) {
-        throw Failure(FailureKind::CatalogueUnreadable,
-                      fmt::format("the ringtone catalogue of {} ({}) cannot be read as a property "
-                                  "list with \"Ringtones\"",
-                                  state.facts.label(), kCataloguePath),
-                      "Writing now would delete every ringtone file on the phone. Save that file "
-                      "and the folder \"/iTunes_Control/Ringtones\" first; then repeat add, remove "
-                      "or sync with --force. Nothing was changed on the phone.");
+        throw Failure(
+            FailureKind::CatalogueUnreadable,
+            fmt::format("the ringtone catalogue of {} ({}) cannot be read as a property "
+                        "list with \"Ringtones\"",
+                        state.facts.label(), kCataloguePath),
+            "\"vesk rebuild\" makes a new one that lists the ringtone files again, and so "
+            "do add, remove and sync with --rebuild. With --force they delete every "
+            "ringtone file on the phone instead; copies are kept (vesk undo). Nothing "
+            "was changed on the phone.");
     }
 }
 

@@ -201,6 +201,7 @@ protected:
         asked.force = force;
         asked.yes = true;
         asked.noBackup = !isKept_;
+        asked.rebuild = isRebuilt_;
         asked.phone.udid = virtualPhone_->udid();
         asked.arguments = line.arguments;
         asked.name = line.name;
@@ -306,6 +307,7 @@ protected:
     std::vector<std::string> names_; ///< that the catalogue has
     std::string message_;            ///< of the last failure
     bool isKept_ = false;            ///< the safe is at work, which takes its time
+    bool isRebuilt_ = false;         ///< what is not listed is listed again
     unsigned carriedOut_ = 0;
 };
 
@@ -318,6 +320,7 @@ TEST_P(PlanIsDeed, InRandomScenarios) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         Dice dice(seed);
         isKept_ = seed % 10 == 0;
+        isRebuilt_ = seed % 20 == 0;
         makePhone(dice, seed);
         const std::string folder = (temporaryFolder() / ("music" + std::to_string(seed))).string();
         expectPlanIsDeed(dice, makeCommand(dice, folder));

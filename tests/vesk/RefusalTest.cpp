@@ -98,7 +98,7 @@ TEST_F(Refusal, WrongCommandLinesAreToldInWordsOfOurOwnWithTheCommandsHelp) {
          "vesk list"},
         {{"list", "--json=perhaps"}, "an option that takes no value was given one", "vesk list"},
         {{"list", "--dry-run"},
-         "--dry-run is for add, remove, sync, undo and restore",
+         "--dry-run is for add, remove, sync, rebuild, undo and restore",
          "vesk list"},
         {{"plugin"}, "\"vesk plugin\" needs a command", "vesk plugin"},
         {{"plugin", "instal"},
@@ -337,7 +337,8 @@ TEST_F(Refusal, AnUnreadableCatalogueBecauseASyncWouldDeleteEveryFile) {
                                                    {"add", local("a.m4r"), "--dry-run"},
                                                    {"sync", localFolder()}}) {
             EXPECT_THAT(refused(line, ExitCode::CatalogueUnreadable),
-                        AllOf(HasSubstr("Ringtones.plist"), HasSubstr("--force")));
+                        AllOf(HasSubstr("Ringtones.plist"), HasSubstr("--force"),
+                              HasSubstr("\"vesk rebuild\""), HasSubstr("--rebuild")));
         }
     }
     EXPECT_THAT(vesk({"add", local("a.m4r"), "--force"}), ExitsWith(ExitCode::Success));

@@ -179,6 +179,7 @@ TEST_P(EachDamage, IsNoneAnyMoreForTheNextSync) {
         EXPECT_THAT(vesk({"remove", "New", "--no-backup"}), ExitsWith(ExitCode::Success));
         expectSound(GetParam().sounds);
         EXPECT_NE(everything(), after);
+        EXPECT_EQ(vesk({"rebuild", "--json"}).json().at("result"), "nothing-to-do");
     });
 }
 

@@ -1,5 +1,6 @@
 #include "vesk/commands/ChangeCommand.h"
 
+#include "engine/files/LocalFile.h"
 #include "engine/restore/HeldSyncLock.h"
 #include "engine/sync/Attempts.h"
 #include "engine/sync/Submission.h"
@@ -11,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace vesk {
@@ -71,12 +73,18 @@ void requireSpace(const PhoneFacts& facts, const Plan& plan) {
 }
 
 void warnOfStrays(const Plan& plan, Output& output) {
-    if (!plan.strays.empty()) {
-        output.warning(fmt::format("{} in the phone's ringtone folder, which no catalogue entry "
-                                   "lists, will be deleted:",
-                                   counted(plan.strays.size(), "file")),
-                       plan.strays);
+    if (plan.strays.empty()) {
+        return;
     }
+    const bool hasRingtones =
+        std::any_of(plan.strays.begin(), plan.strays.end(),
+                    [](const std::string& file) { return isSupportedType(typeOf(file)); });
+    output.warning(
+        fmt::format("{} in the phone's ringtone folder, which no catalogue entry "
+                    "lists, will be deleted{}:",
+                    counted(plan.strays.size(), "file"),
+                    hasRingtones ? "; with --rebuild ringtones are listed again instead" : ""),
+        plan.strays);
 }
 
 std::string describeChange(const PreparedChange& change, const Repair* repair) {
@@ -100,6 +108,13 @@ std::string describeChange(const PreparedChange& change, const Repair* repair) {
     return parts.empty() ? "put in order" : fmt::format("{}", fmt::join(parts, ", "));
 }
 
+void warnOfUnreadableTags(const Repair& repair, Output& output) {
+    if (!repair.unreadableTags.empty()) {
+        output.warning("files of the phone have no readable tags; the file name is taken:",
+                       repair.unreadableTags);
+    }
+}
+
 } // namespace
 
 /// Where the safe's progress goes for as long as one lives.
@@ -120,12 +135,19 @@ ChangeCommand::ChangeCommand(const Options& options, Output& output, std::string
     : options_(options), output_(output), what_(std::move(what)), phone_(options.phone) {}
 
 ExitCode ChangeCommand::run(const Edit& edit) {
+    return runAttempts([&] { attemptOnce(edit); });
+}
+
+ExitCode ChangeCommand::rebuild() {
+    return runAttempts([this] { rebuildOnce(); });
+}
+
+ExitCode ChangeCommand::runAttempts(const std::function<void()>& once) {
     if (!options_.dryRun && !options_.noBackup) {
         keep();
     }
-    attempt(
-        phone_, state_, [&] { attemptOnce(edit); },
-        [this](const std::string& reason) { output_.note(reason + "; looking again"); });
+    attempt(phone_, state_, once,
+            [this](const std::string& reason) { output_.note(reason + "; looking again"); });
     return ExitCode::Success;
 }
 
@@ -168,12 +190,25 @@ RestoreWatch ChangeCommand::watch() {
             }};
 }
 
-void ChangeCommand::attemptOnce(const Edit& edit) {
-    if (!options_.force) {
-        requireReadableCatalogue(state_);
-    }
+/// What holds for every change.
+void ChangeCommand::begin() {
     requireKnownFirmware(state_.facts, options_.force);
     warnOfStrangeKeys("the catalogue of " + state_.facts.label(), state_.catalogue, output_);
+}
+
+bool ChangeCommand::needsRebuilding() const {
+    return state_.catalogueIsUnreadable() || hasUnlistedRingtones(state_);
+}
+
+void ChangeCommand::attemptOnce(const Edit& edit) {
+    if (!options_.force && !options_.rebuild) {
+        requireReadableCatalogue(state_);
+    }
+    begin();
+    if (options_.rebuild && needsRebuilding()) {
+        rebuildFirst(edit);
+        return;
+    }
     edit(state_);
     const PreparedChange prepared = prepare(phone_, state_);
     if (!options_.force && !lossesOf(prepared.plan).empty()) {
@@ -181,6 +216,29 @@ void ChangeCommand::attemptOnce(const Edit& edit) {
     } else {
         finish(prepared);
     }
+}
+
+void ChangeCommand::rebuildOnce() {
+    begin();
+    if (needsRebuilding()) {
+        rebuildFirst([](const PhoneState&) {});
+    } else {
+        PreparedChange nothing;
+        nothing.plan.afterwards = namesAndSizes(state_.ringtones);
+        report(nothing);
+    }
+}
+
+void ChangeCommand::rebuildFirst(const Edit& edit) {
+    const auto repaired = repair(RepairCause::Unlisted, edit);
+    if (!repaired) {
+        throw Failure(FailureKind::WouldLoseRingtones,
+                      fmt::format("the catalogue of {} cannot be rebuilt without losing ringtones",
+                                  state_.facts.label()),
+                      "Copy its files off the phone first (vesk backup). Nothing was changed on "
+                      "the phone.");
+    }
+    finishRepaired(*repaired);
 }
 
 /// Does with the phone put right what would lose ringtones on the phone as it is.
@@ -221,6 +279,7 @@ std::optional<Repair> ChangeCommand::repair(RepairCause cause, const Edit& edit)
 
 void ChangeCommand::finishRepaired(const Repair& repair) {
     requireSpace(state_.facts, repair.change.plan);
+    warnOfUnreadableTags(repair, output_);
     sayRepair(state_.facts, repair, options_.dryRun, output_);
     warnOfStrays(repair.change.plan, output_);
     if (options_.dryRun) {

@@ -4,6 +4,7 @@
 #include "vesk/invocation/Options.h"
 #include "vesk/terminal/SyncDisplay.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -20,17 +21,26 @@ public:
     /// Reads the phone, edits the working list and does what comes of it.
     ExitCode run(const Edit& edit);
 
+    /// Reads the phone, lists again what nothing lists any more, and does nothing else.
+    ExitCode rebuild();
+
 private:
     class Shown;
 
+    ExitCode runAttempts(const std::function<void()>& once);
     void keep();
     RestoreWatch watch();
     SafeKeeping& safeKeeping();
+
+    bool needsRebuilding() const;
+    void begin();
     void attemptOnce(const Edit& edit);
+    void rebuildOnce();
     void finish(const PreparedChange& prepared);
     void finishRepaired(const Repair& repair);
     std::optional<Repair> repair(RepairCause cause, const Edit& edit);
     void repairInstead(const PreparedChange& losing, const Edit& edit);
+    void rebuildFirst(const Edit& edit);
     void carryOut(const PreparedChange& prepared);
     void carryOut(const Repair& repair);
     void showPlan(const Plan& plan);

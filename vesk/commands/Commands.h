@@ -19,6 +19,7 @@ ExitCode runList(const Options& options, Output& output);
 ExitCode runAdd(const Options& options, Output& output);
 ExitCode runRemove(const Options& options, Output& output);
 ExitCode runSync(const Options& options, Output& output);
+ExitCode runRebuild(const Options& options, Output& output);
 
 ExitCode runUndo(const Options& options, Output& output);
 ExitCode runHistory(const Options& options, Output& output);

@@ -139,4 +139,8 @@ ExitCode runSync(const Options& options, Output& output) {
     });
 }
 
+ExitCode runRebuild(const Options& options, Output& output) {
+    return ChangeCommand(options, output, "rebuild").rebuild();
+}
+
 } // namespace vesk

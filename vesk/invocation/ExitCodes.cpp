@@ -40,7 +40,7 @@ const std::vector<ExitCodeRow>& exitCodes() {
         {ExitCode::NeedsYes, "needs-yes", Kind::NeedsYes, "would remove everything: say --yes"},
         {ExitCode::NoSpace, "no-space", Kind::NoSpace, "too little space on the phone"},
         {ExitCode::CatalogueUnreadable, "catalogue-unreadable", Kind::CatalogueUnreadable,
-         "the phone's catalogue cannot be read (--force)"},
+         "the phone's catalogue cannot be read (vesk rebuild)"},
         {ExitCode::WouldLoseRingtones, "would-lose-ringtones", Kind::WouldLoseRingtones,
          "a sync would lose ringtones that cannot be put right (--force)"},
         {ExitCode::UnknownFirmware, "unknown-firmware", Kind::UnknownFirmware,

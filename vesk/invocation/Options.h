@@ -22,6 +22,7 @@ struct Options {
     bool dryRun = false;
     bool force = false;    ///< write although something is lost by it
     bool noBackup = false; ///< keep nothing of what the phone holds
+    bool rebuild = false;  ///< list files again that the catalogue does not list
     bool yes = false;      ///< remove everything without being asked
 
     PhoneRequest phone;
