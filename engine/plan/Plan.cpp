@@ -107,7 +107,7 @@ private:
         Names names;
         for (const PhoneRingtone& ringtone : ringtones) {
             names.emplace(ringtone.file, ringtone.name);
-            names.emplace(ringtone.companion, ringtone.name);
+            names.emplace(ringtone.placeholder, ringtone.name);
         }
         return names;
     }

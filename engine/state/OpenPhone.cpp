@@ -16,7 +16,7 @@ std::string lastComponent(const std::string& path) {
 }
 
 /// The name of a placeholder for a file, formed as the library forms it.
-std::string companionOf(const std::string& file) {
+std::string placeholderOf(const std::string& file) {
     const auto url = cf::adopt(CFURLCreateWithFileSystemPath(
         nullptr, cf::string(file).get(), kCFURLPOSIXPathStyle, /*isDirectory=*/false));
     if (!url) {
@@ -33,7 +33,7 @@ PhoneRingtone phoneRingtone(CFDictionaryRef entry) {
     ringtone.guid = cf::textAt(entry, KRTFileKey);
     ringtone.type = cf::textAt(entry, CFSTR("FileType"));
     ringtone.file = lastComponent(cf::textAt(entry, KRTRemotePath));
-    ringtone.companion = companionOf(ringtone.file);
+    ringtone.placeholder = placeholderOf(ringtone.file);
     ringtone.size = static_cast<uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0));
     return ringtone;
 }

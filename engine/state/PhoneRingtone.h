@@ -12,9 +12,9 @@ namespace krl::engine {
 struct PhoneRingtone {
     std::string name;
     std::string guid;
-    std::string type;      ///< as the library says it: the last three characters of the file name
-    std::string file;      ///< in the ringtone folder
-    std::string companion; ///< the name that its placeholder has or would have
+    std::string type;        ///< as the library says it: the last three characters of the file name
+    std::string file;        ///< in the ringtone folder
+    std::string placeholder; ///< the name that its placeholder has or would have
     uint64_t size = 0;
 };
 

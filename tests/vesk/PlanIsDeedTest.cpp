@@ -122,7 +122,7 @@ protected:
         put(kCatalogue, text + "</dict></dict></plist>");
     }
 
-    /// An entry of the catalogue, with its file, and perhaps a companion.
+    /// An entry of the catalogue, with its file, and perhaps a placeholder.
     std::string entry(Dice& dice, const std::string& guid) {
         const std::string base = dice.oneOf(kBases);
         const std::string type = dice.oneOf(kTypes);
@@ -139,7 +139,7 @@ protected:
         if (!dice.percent(3)) {
             keys += "<key>Name</key><string>" + forXml(name) + "</string>";
         }
-        const std::string companionKeys = keys;
+        const std::string placeholderKeys = keys;
         if (!dice.percent(5)) {
             keys += "<key>LocalPath</key><string>/music/" + forXml(name) + "</string>";
         }
@@ -148,7 +148,7 @@ protected:
         }
         std::string text = "<key>" + file + "</key><dict>" + keys + "</dict>";
         if (type != "m4r" && dice.percent(60)) {
-            text += "<key>" + base + ".m4r</key><dict>" + companionKeys + "</dict>";
+            text += "<key>" + base + ".m4r</key><dict>" + placeholderKeys + "</dict>";
             if (dice.percent(90)) {
                 put(onFolder(base + ".m4r"), "");
             }
