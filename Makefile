@@ -39,12 +39,13 @@ valgrind:
 	cmake --build --preset debug --target quick_tests
 	scripts/valgrind.sh $(build)/debug
 
-# Every writing job, each of its requests met by each fault: some hours. A sample: make torture SECONDS=120
+# Every writing job, each of its requests met by each misfortune: some hours. A sample: make torture
+# SECONDS=120. The tenth part of all: make torture PART=1/10
 torture:
 	$(install) tests
-	@cmake --preset debug -DBUILD_TESTING=ON >/dev/null
-	@cmake --build --preset debug --target torture
-	$(build)/debug/torture/torture --workers 2 $(if $(SECONDS),--seconds $(SECONDS))
+	@cmake --preset release -DKRL_BENCH=OFF -DBUILD_TESTING=ON >/dev/null
+	@cmake --build --preset release --target torture
+	$(build)/release/torture/torture $(if $(SECONDS),--seconds $(SECONDS)) $(if $(PART),--part $(PART))
 
 bench:
 	$(install) bench
