@@ -35,7 +35,12 @@ uint32_t DeviceTable::plug(std::shared_ptr<Phone> phone) {
 bool DeviceTable::unplug(uint32_t id) {
     std::unique_lock lock(mutex_);
     const auto found = devices_.find(id);
-    if (found == devices_.end() || found->second.isLeaving) {
+    if (found == devices_.end()) {
+        return false;
+    }
+    if (found->second.isLeaving) {
+        // Somebody else is at it: it has gone when this returns, and can be plugged in again.
+        changed_.wait(lock, [&] { return !devices_.contains(id); });
         return false;
     }
     Device& device = found->second;
@@ -43,9 +48,10 @@ bool DeviceTable::unplug(uint32_t id) {
     for (Channel* tunnel : device.tunnels) {
         tunnel->cut();
     }
-    tunnelClosed_.wait(lock, [&] { return device.tunnels.empty(); });
+    changed_.wait(lock, [&] { return device.tunnels.empty(); });
     device.phone->state().ports.closeAll();
     devices_.erase(found);
+    changed_.notify_all();
     for (AttachmentListener* listener : listeners_) {
         listener->detached(id);
     }
@@ -127,7 +133,7 @@ DeviceTable::Tunnel DeviceTable::open(uint32_t id, uint16_t port, Channel& chann
 void DeviceTable::close(uint32_t id, Channel& channel) {
     const std::lock_guard lock(mutex_);
     devices_.at(id).tunnels.erase(&channel);
-    tunnelClosed_.notify_all();
+    changed_.notify_all();
 }
 
 } // namespace virtualphone

@@ -79,7 +79,7 @@ private:
     };
 
     mutable std::mutex mutex_;
-    std::condition_variable tunnelClosed_;
+    std::condition_variable changed_;
     std::map<uint32_t, Device> devices_;
     std::set<AttachmentListener*> listeners_;
     uint32_t lastId_ = 0;
