@@ -56,6 +56,10 @@ Json namesJson(const std::set<std::string>& names) {
     return json;
 }
 
+fs::path phoneFolder(const fs::path& root, const std::string& udid) {
+    return root / "phones" / folderName(udid);
+}
+
 std::set<std::string> namesAt(const Json& object, const char* key) {
     std::set<std::string> names;
     for (const Json& json : valueAt(object, key)) {
@@ -223,7 +227,7 @@ void History::add(const Journal& journal) {
 }
 
 PhoneSafe::PhoneSafe(const std::string& udid, const fs::path& folder, Disk& disk)
-    : root_(folder), folder_(folder / "phones" / folderName(udid)), disk_(disk),
+    : root_(folder), folder_(phoneFolder(folder, udid)), disk_(disk),
       contents_((makePrivateFolder(disk, folder_), folder / "contents"), disk) {
     // A folder that was there may have been made a moment ago, by somebody who did not sync it.
     for (const fs::path& parent : {folder_.parent_path(), root_, root_.parent_path()}) {
@@ -315,6 +319,16 @@ void PhoneSafe::tidy() {
     // Of one that was not to be had alone, nothing may be left.
     while (::flock(contentsLock_.get(), LOCK_SH) != 0 && errno == EINTR) {
     }
+}
+
+bool knowsPhone(const std::string& udid, const fs::path& folder) {
+    std::error_code ignored;
+    return fs::exists(phoneFolder(folder, udid), ignored);
+}
+
+std::optional<Job> unfinishedJob(const std::string& udid, const fs::path& folder) {
+    const auto journal = readJournal(phoneFolder(folder, udid));
+    return journal ? std::optional(journal->job) : std::nullopt;
 }
 
 uint64_t secondsNow() {

@@ -99,6 +99,16 @@ private:
     ContentStore contents_;
 };
 
+// What there is of a phone, for those who only look: neither waits for whoever has the safe, and
+// nothing is made.
+
+/// Whether the safe has anything of this phone.
+bool knowsPhone(const std::string& udid, const std::filesystem::path& folder = stateFolder());
+
+/// The job on this phone that was broken off, or is under way.
+std::optional<Job> unfinishedJob(const std::string& udid,
+                                 const std::filesystem::path& folder = stateFolder());
+
 /// Now, as jobs have it.
 uint64_t secondsNow();
 

@@ -113,6 +113,35 @@ TEST_F(Undo, IsToldByTheHistory) {
     EXPECT_THAT(vesk({"history", "--udid", phone().udid()}).out, HasSubstr("Marimba"));
 }
 
+TEST_F(Undo, TheHistoryOfAnUnknownPhoneIsEmptyAndMakesNothing) {
+    const VeskResult history = vesk({"history", "--udid", std::string(40, '7'), "--json"});
+    EXPECT_THAT(history, ExitsWith(ExitCode::Success));
+    EXPECT_THAT(history.json().at("jobs"), IsEmpty());
+    for (const auto& entry : fs::recursive_directory_iterator(temporaryFolder() / "state")) {
+        EXPECT_THAT(entry.path().string(), Not(HasSubstr("7777")));
+    }
+}
+
+TEST_F(Undo, AJobThatWasBrokenOffIsSaidByWhoeverOnlyLooks) {
+    EXPECT_THAT(vesk({"list"}).err, Not(HasSubstr("broken off")));
+    phone().faults().add(virtualphone::parseFault("afc/Write#1=unplug"));
+    ASSERT_THAT(vesk({"add", other("A.m4r", "sound a")}), ExitsWith(ExitCode::PhoneGone));
+    replug();
+    for (const char* command : {"list", "info"}) {
+        const VeskResult looked = vesk({command});
+        EXPECT_THAT(looked, ExitsWith(ExitCode::Success));
+        EXPECT_THAT(looked.err, AllOf(HasSubstr("vesk add"), HasSubstr("broken off"),
+                                      HasSubstr("the next command that writes")));
+    }
+    for (const auto& command : std::vector<std::vector<std::string>>{
+             {"remove", "Harp", "-n"}, {"add", other("A.m4r", "sound a"), "-n"}}) {
+        EXPECT_THAT(vesk(command).err,
+                    AllOf(HasSubstr("broken off"), HasSubstr("for the phone as it is now")));
+    }
+    EXPECT_THAT(vesk({"remove", "Harp"}).err, HasSubstr("broken off"));
+    EXPECT_THAT(vesk({"list"}).err, Not(HasSubstr("broken off")));
+}
+
 TEST_F(Undo, NoBackupKeepsNothing) {
     ASSERT_THAT(vesk({"remove", "Marimba", "--no-backup"}), ExitsWith(ExitCode::Success));
     EXPECT_THAT(vesk({"undo"}), ExitsWith(ExitCode::NothingKept));

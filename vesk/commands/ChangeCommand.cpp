@@ -8,6 +8,7 @@
 #include "vesk/commands/PhoneJson.h"
 #include "vesk/commands/RepairTexts.h"
 #include "vesk/commands/StrangeKeys.h"
+#include "vesk/commands/UnfinishedJob.h"
 #include "vesk/terminal/Interrupt.h"
 
 #include <fmt/format.h>
@@ -143,7 +144,9 @@ ExitCode ChangeCommand::rebuild() {
 }
 
 ExitCode ChangeCommand::runAttempts(const std::function<void()>& once) {
-    if (!options_.dryRun && !options_.noBackup) {
+    if (options_.dryRun) {
+        noteUnfinishedJob(phone_.facts().udid, kPlanIsOfPhoneAsItIs, output_);
+    } else if (!options_.noBackup) {
         keep();
     }
     attempt(phone_, state_, once,

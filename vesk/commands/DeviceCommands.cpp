@@ -5,6 +5,7 @@
 #include "engine/phones/Discovery.h"
 #include "engine/state/PhoneState.h"
 #include "engine/values/Text.h"
+#include "vesk/commands/UnfinishedJob.h"
 #include "vesk/terminal/Interrupt.h"
 
 #include <fmt/format.h>
@@ -119,6 +120,7 @@ ExitCode runInfo(const Options& options, Output& output) {
     table.add(
         {"Ringtones", fmt::format("{} ({})", state.ringtones.size(), formatBytes(ringtoneBytes))});
     output.table(table);
+    noteUnfinishedJob(facts.udid, kNextPutsItRight, output);
     output.document({{"udid", facts.udid},
                      {"name", facts.name},
                      {"class", facts.deviceClass},

@@ -4,6 +4,7 @@
 #include "vesk/commands/ChangeCommand.h"
 #include "vesk/commands/PhoneJson.h"
 #include "vesk/commands/StrangeKeys.h"
+#include "vesk/commands/UnfinishedJob.h"
 
 #include <fmt/format.h>
 
@@ -77,6 +78,7 @@ void requireYes(const Options& options, const PhoneState& state) {
 ExitCode runList(const Options& options, Output& output) {
     OpenPhone phone(options.phone);
     PhoneState state = readRingtones(phone);
+    noteUnfinishedJob(state.facts.udid, kNextPutsItRight, output);
     requireReadableCatalogue(state);
     warnOfStrangeKeys("the catalogue of " + state.facts.label(), state.catalogue, output);
     std::sort(state.ringtones.begin(), state.ringtones.end(),

@@ -6,6 +6,7 @@
 #include "engine/restore/RingtoneChanges.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/PhoneJson.h"
+#include "vesk/commands/UnfinishedJob.h"
 #include "vesk/terminal/Interrupt.h"
 #include "vesk/terminal/ProgressDisplay.h"
 
@@ -78,7 +79,7 @@ public:
             return std::nullopt;
         }
         if (options_.dryRun) {
-            output_.note("the last job on this phone was broken off; it would be put right first");
+            noteUnfinishedJob(facts_.udid, kPlanIsOfPhoneAsItIs, output_);
             return std::nullopt;
         }
         const Ending ending = change([&](Restorer& restorer) {
@@ -284,13 +285,16 @@ ExitCode runBackup(const Options& options, Output& output) {
 ExitCode runHistory(const Options& options, Output& output) {
     const std::string udid =
         options.phone.udid.empty() ? OpenPhone(options.phone).facts().udid : options.phone.udid;
-    PhoneSafe safe(udid);
-    const History history = safe.history();
+    std::optional<PhoneSafe> safe;
+    if (knowsPhone(udid)) {
+        safe.emplace(udid);
+    }
+    const History history = safe ? safe->history() : History{};
     Table table({{"TIME"}, {"COMMAND"}, {"RINGTONES"}, {""}});
     Json jobs = Json::array();
     for (auto job = history.jobs.rbegin(); job != history.jobs.rend(); ++job) {
         const RingtoneChanges changes =
-            ringtoneChanges(safe, safe.snapshot(job->before), safe.snapshot(job->after));
+            ringtoneChanges(*safe, safe->snapshot(job->before), safe->snapshot(job->after));
         table.add(
             {timeText(job->time), job->what, describe(changes), job->isUndone ? "undone" : ""});
         jobs.push_back({{"time", job->time},
