@@ -51,6 +51,21 @@ TEST_F(Prepare, ASongBecomesARingtoneThatPlays) {
     EXPECT_EQ(inspected.json().at("files").at(0).at("verdict"), "plays");
 }
 
+TEST_F(Prepare, ASongIsNotWrittenOverEvenWhenThatIsForced) {
+    const std::string file = localFolder() + "/song.m4r";
+    fs::rename(song("song.flac"), file);
+    const std::string bytes = bytesOf(file);
+    fs::create_hard_link(file, localFolder() + "/other.m4r");
+    fs::create_symlink(file, localFolder() + "/link.m4r");
+    for (const std::string& place :
+         {localFolder() + "/", file, localFolder() + "/other.m4r", localFolder() + "/link.m4r"}) {
+        const VeskResult result = vesk({"prepare", file, "-o", place, "--force"});
+        EXPECT_THAT(result, ExitsWith(ExitCode::NameTaken)) << place;
+        EXPECT_THAT(result.err, HasSubstr("over the song"));
+        EXPECT_EQ(bytesOf(file), bytes);
+    }
+}
+
 TEST_F(Prepare, TheSecondTimeItComesFromTheCacheAndIsThereAlready) {
     const std::string file = song("song.flac");
     const auto resultOf = [&](const std::string& place) {

@@ -5,6 +5,7 @@
 #include "engine/values/Text.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cmath>
@@ -12,6 +13,8 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace vesk {
@@ -29,10 +32,19 @@ bool isFolder(const std::string& path) {
     return path.ends_with('/') || fs::is_directory(path, ignored);
 }
 
+/// What a file is whatever path leads to it; nothing when there is none.
+using Identity = std::optional<std::pair<dev_t, ino_t>>;
+
+Identity identityOf(const fs::path& path) {
+    struct stat status = {};
+    return ::stat(path.c_str(), &status) == 0 ? Identity({status.st_dev, status.st_ino})
+                                              : std::nullopt;
+}
+
 /// Where each song's ringtone goes.
 class Places {
 public:
-    /// @throw Failure when two would go to one place, or several to one file
+    /// @throw Failure when two would go to one place, several to one file, or one over a song
     explicit Places(const Options& options) : output_(options.output.value_or("./")) {
         if (!isFolder(output_) && options.arguments.size() > 1) {
             throw CommandFailure(ExitCode::Usage,
@@ -40,8 +52,22 @@ public:
                                              options.arguments.size()),
                                  "Give a folder for several songs: --output FOLDER/");
         }
+        std::map<Identity, std::string> songs;
+        for (const std::string& song : options.arguments) {
+            songs.emplace(identityOf(song), song);
+        }
+        songs.erase(std::nullopt);
         std::map<fs::path, std::string> songAt;
         for (const std::string& song : options.arguments) {
+            const auto over = songs.find(identityOf(of(song)));
+            if (over != songs.end()) {
+                throw Failure(FailureKind::NameTaken,
+                              fmt::format("the ringtone of \"{}\" would be written over the song "
+                                          "\"{}\"",
+                                          song, over->second),
+                              "Choose another place with --output: not even with --force a song is "
+                              "written over.");
+            }
             const auto [there, fresh] = songAt.emplace(of(song), song);
             if (!fresh) {
                 throw Failure(FailureKind::SameNameTwice,
