@@ -56,14 +56,15 @@ private:
     std::string freeName(const std::string& wanted) {
         const std::string fit = fitForXml(wanted);
         std::string name = fit;
-        for (int number = 2; !names_.insert(name).second; ++number) {
-            name = fmt::format("{} ({})", fit, number);
+        while (!names_.insert(name).second) {
+            name = fmt::format("{} ({})", fit, ++numbers_.try_emplace(fit, 1).first->second);
         }
         return name;
     }
 
     const bool olderLayout_;
     std::set<std::string> names_;
+    std::map<std::string, int> numbers_; ///< the last one given to a name that is there twice
     std::set<std::string> guids_;
 };
 

@@ -22,6 +22,9 @@ public:
         }
     }
 
+    /// Whether names are easily found. A phone may list every one that there can be.
+    bool areMany() const { return taken_.size() < kMostTaken; }
+
     /// A name that nothing has, whatever its extension, with the extension of this one.
     std::string draw(const std::string& file) {
         std::string base;
@@ -38,6 +41,7 @@ public:
 private:
     static constexpr size_t kLength = 4;
     static constexpr unsigned kLetters = 18;
+    static constexpr size_t kMostTaken = kLetters * kLetters * kLetters * kLetters / 2;
 
     void take(const std::string& file) { taken_.insert(file.substr(0, file.find('.'))); }
 
@@ -52,6 +56,9 @@ public:
         : phone_(phone), before_(before), ringtones_(ringtones), edit_(edit), names_(before) {}
 
     std::optional<LosslessChange> run() {
+        if (!names_.areMany()) {
+            return std::nullopt;
+        }
         for (const FoundRingtone& ringtone : ringtones_) {
             if (!fitsXml(ringtone.file)) {
                 moves_[ringtone.file] = names_.draw(ringtone.file);
@@ -69,6 +76,9 @@ public:
                 return losesNone ? std::optional(std::move(lossless)) : std::nullopt;
             }
             for (const std::string& file : misplaced) {
+                if (!names_.areMany()) {
+                    return std::nullopt;
+                }
                 moves_[file] = names_.draw(file);
             }
         }
