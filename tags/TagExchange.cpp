@@ -2,7 +2,6 @@
 
 #include "confined/Packets.h"
 
-#include <array>
 #include <climits>
 
 namespace krl::tags {
@@ -12,12 +11,6 @@ namespace {
 constexpr char kForFacts = '/';
 
 } // namespace
-
-bool sendQuestion(int socket, const TitleQuestion& question) {
-    const std::array<int, 1> files{question.file};
-    return confined::sendPacket(
-        socket, question.wantsFacts ? factsQuestion(question.fileName) : question.fileName, files);
-}
 
 std::optional<TitleQuestion> receiveQuestion(int socket) {
     auto packet = confined::receivePacket(socket, 1 + NAME_MAX);
@@ -33,9 +26,8 @@ bool sendTitle(int socket, std::string_view title) {
     return confined::sendPacket(socket, title.size() > kLongestTitle ? "" : title);
 }
 
-std::optional<std::string> receiveTitle(int socket) {
-    auto packet = confined::receivePacket(socket, kLongestTitle);
-    return packet ? std::optional(std::move(packet->text)) : std::nullopt;
+std::string titleQuestion(const std::string& fileName) {
+    return fileName;
 }
 
 std::string factsQuestion(const std::string& fileName) {

@@ -22,19 +22,16 @@ struct TitleQuestion {
     bool wantsFacts = false; ///< all that is to be known, not the title alone
 };
 
-/// @return whether it was sent; not when nobody is there to read it
-bool sendQuestion(int socket, const TitleQuestion& question);
-
 /// Waits for a question; none when the asker has gone or what came is not one.
 std::optional<TitleQuestion> receiveQuestion(int socket);
 
 /// @return whether it was sent
 bool sendTitle(int socket, std::string_view title);
 
-/// The answer that has arrived; none when the other side has ended.
-std::optional<std::string> receiveTitle(int socket);
+/// The question for the title of a file of this name as a packet's text; the file goes beside it.
+std::string titleQuestion(const std::string& fileName);
 
-/// The question for facts about a file of this name as a packet's text; the file goes beside it.
+/// The same for facts about it.
 std::string factsQuestion(const std::string& fileName);
 
 } // namespace krl::tags

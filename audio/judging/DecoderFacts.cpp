@@ -1,7 +1,7 @@
 #include "audio/judging/DecoderFacts.h"
 
 #include "confined/ConfinedProcess.h"
-#include "engine/files/TagReader.h"
+#include "engine/files/TagProcess.h"
 
 #include <unistd.h>
 
