@@ -1,6 +1,7 @@
 // What the safe costs: vesk syncs ringtones onto a phone with it and without it, in turns, when the
 // safe has all of them already.
 
+#include "tests/support/Spawning.h"
 #include "tests/support/TemporaryFolder.h"
 #include "virtualphone/VirtualPhone.h"
 
@@ -17,8 +18,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-extern char** environ; // NOLINT(readability-redundant-declaration): as the manual page has it
 
 namespace {
 
@@ -39,14 +38,10 @@ void writeRingtones(const fs::path& folder) {
 void vesk(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), KRL_VESK);
     arguments.emplace_back("--quiet");
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments) {
-        pointers.push_back(argument.data());
-    }
-    pointers.push_back(nullptr);
     pid_t child = 0;
     int status = 0;
-    if (::posix_spawn(&child, KRL_VESK, nullptr, nullptr, pointers.data(), environ) != 0 ||
+    if (::posix_spawn(&child, KRL_VESK, nullptr, nullptr, krl::test::pointersTo(arguments).data(),
+                      environ) != 0 ||
         ::waitpid(child, &status, 0) != child || status != 0) {
         throw std::runtime_error("vesk failed");
     }

@@ -1,5 +1,7 @@
 #include "torture/Program.h"
 
+#include "tests/support/Spawning.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -12,35 +14,12 @@
 #include <system_error>
 #include <utility>
 
-extern char** environ;
-
 namespace torture {
 namespace {
 
+using krl::test::environmentWith;
+using krl::test::pointersTo;
 using Clock = std::chrono::steady_clock;
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    for (std::string& text : texts) {
-        result.push_back(text.data());
-    }
-    result.push_back(nullptr);
-    return result;
-}
-
-std::vector<std::string> environmentWith(const std::map<std::string, std::string>& added) {
-    std::vector<std::string> result;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        const std::string text = *variable;
-        if (!added.contains(text.substr(0, text.find('=')))) {
-            result.push_back(text);
-        }
-    }
-    for (const auto& [name, value] : added) {
-        result.push_back(name + "=" + value);
-    }
-    return result;
-}
 
 pid_t start(std::vector<std::string> command, std::vector<std::string> environment, int output) {
     posix_spawn_file_actions_t actions;
@@ -52,7 +31,7 @@ pid_t start(std::vector<std::string> command, std::vector<std::string> environme
     posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     pid_t process = 0;
     const int error = posix_spawn(&process, command.front().c_str(), &actions, nullptr,
-                                  pointers(command).data(), pointers(environment).data());
+                                  pointersTo(command).data(), pointersTo(environment).data());
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         throw std::system_error(error, std::generic_category(), command.front());

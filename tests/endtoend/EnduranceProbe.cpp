@@ -3,6 +3,7 @@
 // a tenth of that and at the end.
 
 #include "tests/endtoend/Lists.h"
+#include "tests/endtoend/Probe.h"
 
 #include <atomic>
 #include <cstdio>
@@ -52,12 +53,6 @@ namespace {
 
 KRTPhoneRef arrived = nullptr;
 
-void phoneConnected(void*, KRTPhoneRef phone) {
-    arrived = phone;
-}
-
-void phoneRemoved(void*, KRTPhoneRef) {}
-
 long descriptorsInUse() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                          std::filesystem::directory_iterator());
@@ -92,11 +87,7 @@ bool addAndRemove(const std::string& file) {
 int main(int, char** argv) {
     const std::string file = argv[1];
     const int count = std::atoi(argv[2]);
-    KRTPhoneManagerInit();
-    KRTPhoneManagerAddDelegate(nullptr, phoneConnected, phoneRemoved);
-    for (int i = 0; arrived == nullptr && i < 300; ++i) {
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.1, true);
-    }
+    arrived = krl::test::awaitPhone();
     if (arrived == nullptr) {
         return 2;
     }

@@ -3,6 +3,7 @@
 // before.
 
 #include "tests/endtoend/Lists.h"
+#include "tests/endtoend/Probe.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,12 +13,6 @@
 namespace {
 
 KRTPhoneRef arrived = nullptr;
-
-void phoneConnected(void*, KRTPhoneRef phone) {
-    arrived = phone;
-}
-
-void phoneRemoved(void*, KRTPhoneRef) {}
 
 /// In KiB: "VmRSS:", memory now, or "VmHWM:", its peak.
 long memory(const std::string& which) {
@@ -47,11 +42,7 @@ bool sync(const krl::test::List& added) {
 int main(int, char** argv) {
     const std::string file = argv[1];
     const int count = std::atoi(argv[2]);
-    KRTPhoneManagerInit();
-    KRTPhoneManagerAddDelegate(nullptr, phoneConnected, phoneRemoved);
-    for (int i = 0; arrived == nullptr && i < 300; ++i) {
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.1, true);
-    }
+    arrived = krl::test::awaitPhone();
     if (arrived == nullptr) {
         return 2;
     }

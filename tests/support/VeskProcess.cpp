@@ -1,5 +1,6 @@
 #include "tests/support/VeskProcess.h"
 
+#include "tests/support/Spawning.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -22,8 +23,6 @@
 #include <stdexcept>
 #include <system_error>
 
-extern char** environ;
-
 namespace vesk::testing {
 namespace {
 
@@ -38,15 +37,6 @@ void requireZero(int error, const char* what) {
     require(error == 0, what);
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    for (std::string& text : texts) {
-        result.push_back(text.data());
-    }
-    result.push_back(nullptr);
-    return result;
-}
-
 /// Where programs keep what they know of phones: with the test, not with the person who runs it.
 const std::filesystem::path& stateHome() {
     static const virtualphone::testing::TemporaryFolder folder;
@@ -57,17 +47,7 @@ std::vector<std::string> environmentWith(std::map<std::string, std::string> adde
     if (std::getenv("XDG_STATE_HOME") == nullptr) {
         added.emplace("XDG_STATE_HOME", stateHome().string());
     }
-    std::vector<std::string> result;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        const std::string text = *variable;
-        if (!added.contains(text.substr(0, text.find('=')))) {
-            result.push_back(text);
-        }
-    }
-    for (const auto& [name, value] : added) {
-        result.push_back(name + "=" + value);
-    }
-    return result;
+    return krl::test::environmentWith(added);
 }
 
 /// A terminal: the master here, the name of the slave for the child.
@@ -126,9 +106,9 @@ VeskProcess::VeskProcess(const std::vector<std::string>& arguments, const Option
     std::vector<std::string> argumentTexts{program};
     argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
     std::vector<std::string> environmentTexts = environmentWith(added);
-    const int error =
-        posix_spawn(&pid_, program.c_str(), &actions, &attributes, pointers(argumentTexts).data(),
-                    pointers(environmentTexts).data());
+    const int error = posix_spawn(&pid_, program.c_str(), &actions, &attributes,
+                                  krl::test::pointersTo(argumentTexts).data(),
+                                  krl::test::pointersTo(environmentTexts).data());
     for (const int descriptor : childsEnds) {
         close(descriptor);
     }
