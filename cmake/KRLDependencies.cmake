@@ -14,6 +14,7 @@ endif()
 pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
+pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
 
 # The process that makes ringtones of songs. Without it vesk says that it is missing.
 pkg_check_modules(FFMPEG IMPORTED_TARGET

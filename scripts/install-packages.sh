@@ -7,7 +7,7 @@ set -euo pipefail
 build=(
     g++ cmake ninja-build pkg-config make unzip
     libsystemd-dev libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libseccomp-dev libcli11-dev libfmt-dev
-    nlohmann-json3-dev nettle-dev
+    nlohmann-json3-dev nettle-dev libutf8proc-dev
 )
 # For vesk-prepare; all else is built without them too.
 songs=(libavformat-dev libavcodec-dev libavfilter-dev libswresample-dev libavutil-dev)

@@ -1,13 +1,16 @@
 #include "engine/values/Text.h"
 
 #include <fmt/format.h>
+#include <utf8proc.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cwchar>
 #include <cwctype>
 #include <iterator>
 #include <locale.h>
+#include <memory>
 #include <utility>
 
 namespace krl::engine {
@@ -222,6 +225,23 @@ bool isUtf8(std::string_view bytes) {
         wellFormed = wellFormed && decoded.length > 0;
     });
     return wellFormed;
+}
+
+std::string composed(std::string_view utf8) {
+    // Putting many marks of one character in order takes the square of their number.
+    constexpr size_t kLongest = 4096;
+    if (utf8.size() > kLongest) {
+        return std::string(utf8);
+    }
+    utf8proc_uint8_t* result = nullptr;
+    const utf8proc_ssize_t length =
+        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()),
+                     static_cast<utf8proc_ssize_t>(utf8.size()), &result,
+                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owner(result, &std::free);
+    return length < 0
+               ? std::string(utf8)
+               : std::string(reinterpret_cast<const char*>(result), static_cast<size_t>(length));
 }
 
 bool isUnsafe(char32_t character) {

@@ -17,6 +17,10 @@ std::string utf8(std::u32string_view text);
 /// Whether the bytes are well-formed UTF-8.
 bool isUtf8(std::string_view bytes);
 
+/// The same text in normal form C, in which an e with an accent is one character and not two: texts
+/// that look alike are equal in it. What is no UTF-8 or longer than 4 KiB stays as it is.
+std::string composed(std::string_view utf8);
+
 /// Whether a terminal might act on a character, or show text in another order because of it, or
 /// shows nothing for it: control characters, bidirectional controls, line separators, tags, fillers
 /// and other invisible marks. Joiners, which emoji and scripts need, are not among them.

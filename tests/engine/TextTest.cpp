@@ -65,6 +65,25 @@ INSTANTIATE_TEST_SUITE_P(
         EscapeCase{"a surrogate in UTF-8", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
         EscapeCase{"a character cut short", "\xf0\x9f\x8e", "\\xf0\\x9f\\x8e"}));
 
+TEST(Text, IsComposedToNormalFormC) {
+    EXPECT_EQ(composed("Cafe\u0301"), "Caf\u00E9");
+    EXPECT_EQ(composed("Caf\u00E9"), "Caf\u00E9");
+    EXPECT_EQ(composed("\u1112\u1161\u11AB"), "\uD55C") << "Hangul";
+    EXPECT_EQ(composed("q\u0307\u0323"), "q\u0323\u0307") << "marks have an order";
+    EXPECT_EQ(composed("\uFB01"), "\uFB01") << "ligatures are letters of their own";
+    EXPECT_EQ(composed(""), "");
+    EXPECT_EQ(composed(std::string("a\0e\u0301", 5)), std::string("a\0\u00E9", 4));
+    EXPECT_EQ(composed("e\u0301\xff"), "e\u0301\xff") << "no UTF-8";
+}
+
+TEST(Text, OfMoreMarksThanAnyNameHasIsNotPutInOrder) {
+    std::string marks = "a";
+    for (int i = 0; i < 2000; ++i) {
+        marks += "\u0307\u0323";
+    }
+    EXPECT_EQ(composed(marks), marks);
+}
+
 TEST(JsonForTerminal, EscapesSoThatTheValueStaysTheSame) {
     const std::string name = "a\u202eb\u009bc\U000e0001d\u200d\u3164 🎵 ü";
     const std::string shown = jsonForTerminal(nlohmann::json{{"name", name}}.dump(2));
