@@ -77,6 +77,13 @@ const char* verdictName(Verdict verdict) {
     return "";
 }
 
+engine::Failure cannotBeUsed(const std::filesystem::path& song, const Judgement& judgement) {
+    return {engine::FailureKind::UnsupportedType,
+            fmt::format("no ringtone can be made of \"{}\": {}", song.string(),
+                        fmt::join(judgement.reasons, "; ")),
+            "Take another file of the song."};
+}
+
 Judgement judge(const AudioFacts& facts, const std::string& extension) {
     if (facts.encrypted) {
         return {Verdict::CannotBeUsed,

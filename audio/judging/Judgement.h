@@ -1,7 +1,9 @@
 #pragma once
 
+#include "engine/errors/Failure.h"
 #include "tags/AudioFacts.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,9 @@ struct Judgement {
     Verdict verdict = Verdict::CannotBeUsed;
     std::vector<std::string> reasons;
 };
+
+/// Why no ringtone can be made of a song that cannot be used.
+engine::Failure cannotBeUsed(const std::filesystem::path& song, const Judgement& judgement);
 
 /// @param extension of the file's name, in lower case without the point
 Judgement judge(const tags::AudioFacts& facts, const std::string& extension);

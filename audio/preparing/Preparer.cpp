@@ -2,17 +2,14 @@
 
 #include "audio/judging/FactsReader.h"
 #include "audio/judging/Judgement.h"
-#include "engine/files/RegularFile.h"
+#include "engine/files/ContentDigests.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cerrno>
-#include <cstring>
 #include <future>
 #include <thread>
 #include <utility>
@@ -42,32 +39,13 @@ struct State {
     }
 };
 
-engine::Digest digestOf(const fs::path& song, int descriptor) {
-    engine::Sha256 sha;
-    std::array<char, 65536> piece{};
-    for (off_t position = 0;;) {
-        const ssize_t count = pread(descriptor, piece.data(), piece.size(), position);
-        if (count < 0) {
-            throw engine::unreadable(song, std::strerror(errno), "Copy it to another disk.");
-        }
-        if (count == 0) {
-            return sha.digest();
-        }
-        sha.add({piece.data(), static_cast<size_t>(count)});
-        position += count;
-    }
-}
-
 /// The wish with what the song's tags say of itself.
 /// @throw Failure when it is encrypted: what decodes it would give noise
 Wish completed(const Wish& wish, const fs::path& song, int descriptor) {
     const auto facts = FactsReader().factsOf(song, descriptor);
     Wish result = wish;
     if (facts && facts->encrypted) {
-        throw Failure(FailureKind::UnsupportedType,
-                      fmt::format("no ringtone can be made of \"{}\": {}", song.string(),
-                                  judge(*facts, "").reasons.front()),
-                      "Take another file of the song.");
+        throw cannotBeUsed(song, judge(*facts, ""));
     }
     if (facts && result.title.empty()) {
         result.title = facts->title;
@@ -91,7 +69,7 @@ SongOutcome Preparer::prepare(const fs::path& song, const Wish& wish) const {
     }
     const State before(file.descriptor());
     const Wish complete = completed(wish, song, file.descriptor());
-    const engine::Digest digest = digestOf(song, file.descriptor());
+    const engine::Digest digest = engine::digestOf(file);
     if (auto kept = cache_.find(digest, complete)) {
         return {song, std::move(kept), /*fromCache=*/true};
     }

@@ -1,12 +1,13 @@
 #include "audio/preparing/RingtoneCache.h"
 
+#include "engine/files/PlaceOfState.h"
+
 #include <unistd.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <system_error>
@@ -50,13 +51,8 @@ std::optional<Ringtone> ringtoneIn(const std::string& contents) {
 RingtoneCache::RingtoneCache(fs::path folder) : folder_(std::move(folder)) {}
 
 fs::path RingtoneCache::defaultFolder() {
-    const auto in = [](const char* variable, const char* below) -> fs::path {
-        const char* const value = std::getenv(variable);
-        return value != nullptr && fs::path(value).is_absolute() ? fs::path(value) / below
-                                                                 : fs::path();
-    };
-    const fs::path cache = in("XDG_CACHE_HOME", "krlvesk/ringtones");
-    return cache.empty() ? in("HOME", ".cache/krlvesk/ringtones") : cache;
+    const auto cache = engine::placeOfCache();
+    return cache ? *cache / "ringtones" : fs::path();
 }
 
 std::optional<Ringtone> RingtoneCache::find(const engine::Digest& song, const Wish& wish) const {

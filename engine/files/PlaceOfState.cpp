@@ -14,16 +14,24 @@ std::optional<std::filesystem::path> folderIn(const char* variable) {
     return value;
 }
 
+std::optional<std::filesystem::path> placeIn(const char* variable, const char* belowHome) {
+    if (const auto folder = folderIn(variable)) {
+        return *folder / "krlvesk";
+    }
+    if (const auto home = folderIn("HOME")) {
+        return *home / belowHome / "krlvesk";
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<std::filesystem::path> placeOfState() {
-    if (const auto state = folderIn("XDG_STATE_HOME")) {
-        return *state / "krlvesk";
-    }
-    if (const auto home = folderIn("HOME")) {
-        return *home / ".local/state/krlvesk";
-    }
-    return std::nullopt;
+    return placeIn("XDG_STATE_HOME", ".local/state");
+}
+
+std::optional<std::filesystem::path> placeOfCache() {
+    return placeIn("XDG_CACHE_HOME", ".cache");
 }
 
 } // namespace krl::engine

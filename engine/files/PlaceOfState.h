@@ -10,4 +10,7 @@ namespace krl::engine {
 /// neither.
 std::optional<std::filesystem::path> placeOfState();
 
+/// The same for what can be worked out again: "krlvesk" in $XDG_CACHE_HOME, or else in ~/.cache.
+std::optional<std::filesystem::path> placeOfCache();
+
 } // namespace krl::engine

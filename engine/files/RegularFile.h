@@ -25,6 +25,8 @@ public:
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
 
+    const std::filesystem::path& path() const { return path_; }
+
     uint64_t size() const { return size_; }
 
     /// Lent.
