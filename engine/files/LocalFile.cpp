@@ -14,8 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kCheckPath[] =
-    "Check the path and its permissions. Nothing was changed on the phone.";
+constexpr char kCheckPath[] = "Check the path and its permissions.";
 
 /// Characters that an XML document cannot hold, or that no name has use for. The catalogue on the
 /// phone is XML and holds names and paths: one such character would make all of it unreadable.
@@ -47,16 +46,6 @@ std::string tidied(const std::string& title) {
     return utf8(result);
 }
 
-void requireUsablePath(const std::string& path) {
-    if (!fitsCatalogue(path)) {
-        throw Failure(FailureKind::BadName,
-                      fmt::format("\"{}\" has control characters or bytes that are no UTF-8 in its "
-                                  "path, which the phone's catalogue cannot hold",
-                                  path),
-                      "Rename the file or its folder. Nothing was changed on the phone.");
-    }
-}
-
 } // namespace
 
 const std::vector<std::string>& supportedTypes() {
@@ -82,8 +71,7 @@ bool isSupportedType(const std::string& type) {
 void requireUsableName(const std::string& name) {
     if (name.empty() || !fitsCatalogue(name)) {
         throw Failure(FailureKind::BadName, fmt::format("\"{}\" cannot be a ringtone's name", name),
-                      "Give a name that is not empty and has no control characters. Nothing was "
-                      "changed on the phone.");
+                      "Give a name that is not empty and has no control characters.");
     }
 }
 
@@ -99,23 +87,21 @@ LocalRingtone LocalFiles::ringtone(const fs::path& path, const std::optional<std
         throw Failure(FailureKind::UnsupportedType,
                       fmt::format("\"{}\" is not of a file type that phones play as a ringtone",
                                   path.string()),
-                      fmt::format("Supported are {}. Nothing was changed on the phone.",
-                                  fmt::join(supportedTypes(), ", ")));
+                      fmt::format("Supported are {}.", fmt::join(supportedTypes(), ", ")));
     }
     if (file.size() == 0) {
         throw Failure(FailureKind::EmptyFile, fmt::format("\"{}\" is empty", path.string()),
-                      "Make the file anew. Nothing was changed on the phone.");
+                      "Make the file anew.");
     }
     if (file.size() > kLargest) {
         throw Failure(FailureKind::FileTooLarge,
                       fmt::format("\"{}\" is too large for a phone: {}", path.string(),
                                   formatBytes(file.size())),
-                      "A ringtone must be smaller than 2 GiB. Nothing was changed on the phone.");
+                      "A ringtone must be smaller than 2 GiB.");
     }
-    const std::string absolute = fs::absolute(path).lexically_normal().string();
-    requireUsablePath(absolute);
-    LocalRingtone ringtone{name ? *name : nameFor(path, file.descriptor()), absolute, type,
-                           file.size()};
+    const std::string absolute = cataloguePath(path);
+    LocalRingtone ringtone{name ? composed(*name) : nameFor(path, file.descriptor()), absolute,
+                           type, file.size()};
     requireUsableName(ringtone.name);
     return ringtone;
 }
@@ -153,8 +139,24 @@ std::string LocalFiles::nameFor(const fs::path& path, int descriptor) {
     if (!title) {
         unreadableTags_.push_back(path.string());
     }
-    const std::string name = tidied(title.value_or(""));
-    return name.empty() ? path.stem().string() : name;
+    return nameAfter(title.value_or(""), path);
+}
+
+std::string cataloguePath(const fs::path& path) {
+    std::string absolute = fs::absolute(path).lexically_normal().string();
+    if (!fitsCatalogue(absolute)) {
+        throw Failure(FailureKind::BadName,
+                      fmt::format("\"{}\" has control characters or bytes that are no UTF-8 in its "
+                                  "path, which the phone's catalogue cannot hold",
+                                  absolute),
+                      "Rename the file or its folder.");
+    }
+    return absolute;
+}
+
+std::string nameAfter(const std::string& title, const fs::path& file) {
+    const std::string name = composed(tidied(title));
+    return name.empty() ? composed(file.stem().string()) : name;
 }
 
 void requireDistinctNames(const std::vector<LocalRingtone>& ringtones) {

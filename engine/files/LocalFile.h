@@ -2,6 +2,7 @@
 
 #include "engine/errors/Failure.h"
 #include "engine/files/TagReader.h"
+#include "engine/values/Digest.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -18,6 +19,7 @@ struct LocalRingtone {
     std::string path; ///< absolute
     std::string type; ///< extension in lower case, without the point
     uint64_t size = 0;
+    std::optional<Digest> source = {}; ///< what it is made of: its content, or a song and a wish
 };
 
 /// The file types that a ringtone may have, in lower case.
@@ -63,6 +65,13 @@ private:
 
 /// @throw Failure when some of them have the same name; it tells of all that do
 void requireDistinctNames(const std::vector<LocalRingtone>& ringtones);
+
+/// The absolute path of a file, as the catalogue on the phone keeps it.
+/// @throw Failure when the catalogue cannot hold it
+std::string cataloguePath(const std::filesystem::path& path);
+
+/// A ringtone's name after the title in a file's tags, tidied up, or else after the file.
+std::string nameAfter(const std::string& title, const std::filesystem::path& file);
 
 /// @throw Failure when the text cannot be a ringtone's name
 void requireUsableName(const std::string& name);

@@ -3,6 +3,8 @@
 #include "engine/errors/Failure.h"
 #include "engine/plan/Rehearsal.h"
 
+#include <map>
+
 namespace krl::engine {
 namespace {
 
@@ -16,7 +18,36 @@ cf::CFRef<CFMutableDictionaryRef> newEntry(const LocalRingtone& ringtone) {
     CFDictionarySetValue(entry.get(), CFSTR("FileType"), cf::string(ringtone.type).get());
     CFDictionarySetValue(entry.get(), KRTFileSize,
                          cf::number(static_cast<int64_t>(ringtone.size)).get());
+    if (ringtone.source) {
+        CFDictionarySetValue(entry.get(), kSourceKey,
+                             cf::string(sourceText(*ringtone.source, ringtone.size)).get());
+    }
     return entry;
+}
+
+/// The library's own comparison, and what it leaves out.
+void compareWith(OpenPhone& phone, const PhoneState& state,
+                 const std::vector<LocalRingtone>& wanted) {
+    phone.keepOpen();
+    KRTRingtoneManager& tones = phone.tones();
+    // The comparison loads the phone's list once more, with a question for each file.
+    Rehearsal known(state);
+    const layer::Redirection redirection(phone.phone()._rawDevice(), known);
+    const auto list = cf::dictionary();
+    for (const LocalRingtone& ringtone : wanted) {
+        CFDictionarySetValue(list.get(), cf::string(ringtone.name).get(), newEntry(ringtone).get());
+    }
+    KRTErrorClear();
+    tones.compareList(list.get());
+    // It keeps m4r files that came from elsewhere, asked for or not.
+    const auto managed = tones.currentRingtonesManaged();
+    for (CFIndex i = 0; i < CFArrayGetCount(managed.get()); ++i) {
+        const auto ringtone = static_cast<CFMutableDictionaryRef>(
+            const_cast<void*>(CFArrayGetValueAtIndex(managed.get(), i)));
+        if (!CFDictionaryContainsKey(list.get(), CFDictionaryGetValue(ringtone, KRTRingtoneName))) {
+            tones.removeRingtone(ringtone);
+        }
+    }
 }
 
 } // namespace
@@ -33,38 +64,36 @@ void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& 
     }
 }
 
-void makeHold(OpenPhone& phone, const PhoneState& state, const std::vector<LocalRingtone>& wanted) {
-    phone.keepOpen();
-    KRTRingtoneManager& tones = phone.tones();
-    // The comparison loads the phone's list once more, with a question for each file.
-    Rehearsal known(state);
-    const layer::Redirection redirection(phone.phone()._rawDevice(), known);
-    const auto list = cf::dictionary();
-    for (const LocalRingtone& ringtone : wanted) {
-        CFDictionarySetValue(list.get(), cf::string(ringtone.name).get(), newEntry(ringtone).get());
-    }
-    KRTErrorClear();
-    tones.compareList(list.get());
+bool isSame(const PhoneRingtone& there, const LocalRingtone& wanted) {
+    return wanted.source && !there.source.empty()
+               ? there.source == sourceText(*wanted.source, there.size)
+               : there.size == wanted.size;
+}
 
-    // It tells ringtones apart by name alone: one of another size is to be replaced.
+void makeHold(OpenPhone& phone, const PhoneState& state, const std::vector<LocalRingtone>& wanted,
+              Others others) {
+    std::map<std::string, const PhoneRingtone*> there;
+    for (const PhoneRingtone& ringtone : state.ringtones) {
+        there[ringtone.name] = &ringtone;
+    }
+    std::vector<LocalRingtone> added;
     std::vector<LocalRingtone> replaced;
     for (const LocalRingtone& ringtone : wanted) {
-        const auto now = tones.ringtoneForName(cf::string(ringtone.name).get());
-        if (cf::numberAt(now.get(), KRTFileSize) != static_cast<int64_t>(ringtone.size)) {
+        const auto now = there.find(ringtone.name);
+        if (now == there.end()) {
+            added.push_back(ringtone);
+        } else if (!isSame(*now->second, ringtone)) {
             replaced.push_back(ringtone);
         }
     }
-    addRingtones(tones, replaced);
-
-    // It keeps m4r files that came from elsewhere, asked for or not.
-    const auto managed = tones.currentRingtonesManaged();
-    for (CFIndex i = 0; i < CFArrayGetCount(managed.get()); ++i) {
-        const auto ringtone = static_cast<CFMutableDictionaryRef>(
-            const_cast<void*>(CFArrayGetValueAtIndex(managed.get(), i)));
-        if (!CFDictionaryContainsKey(list.get(), CFDictionaryGetValue(ringtone, KRTRingtoneName))) {
-            tones.removeRingtone(ringtone);
-        }
+    KRTRingtoneManager& tones = phone.tones();
+    if (others == Others::Stay) {
+        addRingtones(tones, added);
+    } else {
+        compareWith(phone, state, wanted);
     }
+    // A comparison tells ringtones apart by name alone.
+    addRingtones(tones, replaced);
 }
 
 PreparedChange prepare(OpenPhone& phone, const PhoneState& state) {

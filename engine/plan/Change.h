@@ -15,9 +15,17 @@ namespace krl::engine {
 void addRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& added);
 void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& names);
 
-/// Makes it exactly these ringtones, told apart by name and size. Drops edits made before; the
-/// phone's ringtones are those of its state.
-void makeHold(OpenPhone& phone, const PhoneState& state, const std::vector<LocalRingtone>& wanted);
+/// Whether a ringtone on a phone is the wanted one: made of the same, or, where nothing is written
+/// down of that, as large.
+bool isSame(const PhoneRingtone& there, const LocalRingtone& wanted);
+
+/// What becomes of ringtones that are not among the wanted ones.
+enum class Others { Go, Stay };
+
+/// Makes it these ringtones: adds what is not there, replaces what is not the same. Drops edits made
+/// before; the phone's ringtones are those of its state.
+void makeHold(OpenPhone& phone, const PhoneState& state, const std::vector<LocalRingtone>& wanted,
+              Others others = Others::Go);
 
 /// The change that the working list holds, and what will come of it.
 struct PreparedChange {

@@ -35,6 +35,7 @@ PhoneRingtone phoneRingtone(CFDictionaryRef entry) {
     ringtone.file = lastComponent(cf::textAt(entry, KRTRemotePath));
     ringtone.placeholder = placeholderOf(ringtone.file);
     ringtone.size = static_cast<uint64_t>(cf::numberAt(entry, KRTFileSize).value_or(0));
+    ringtone.source = cf::textAt(entry, kSourceKey);
     return ringtone;
 }
 

@@ -109,6 +109,10 @@ private:
     std::shared_ptr<KRTRingtoneManager> tones_;
 };
 
+/// The key of a catalogue's entry under which is written down what its ringtone was made of. The
+/// phone does not look at it.
+const CFStringRef kSourceKey = CFSTR("SourceDigest");
+
 // The keys of the change lists that a working list generates.
 const CFStringRef kAddedList = CFSTR("added");
 const CFStringRef kRemovedList = CFSTR("removed");
