@@ -49,7 +49,7 @@ void vesk(std::vector<std::string> arguments) {
 
 /// Syncs the ringtones onto a phone that has none, and takes them off again.
 double secondsOfSync(const fs::path& root, const std::vector<std::string>& options) {
-    std::vector<std::string> fill{"sync", (root / "tones").string()};
+    std::vector<std::string> fill{"sync", "--unchecked", (root / "tones").string()};
     std::vector<std::string> empty{"sync", (root / "none").string(), "--yes"};
     fill.insert(fill.end(), options.begin(), options.end());
     empty.insert(empty.end(), options.begin(), options.end());

@@ -227,8 +227,18 @@ private:
             app.add_flag("--rebuild", options_.rebuild,
                          "List ringtone files again that the phone's catalogue does not list");
         }
+        if (row.takesFolder) {
+            app.add_flag("-r,--recursive", options_.recursive,
+                         "Take the songs of folders in the folder too");
+        }
+        if (row.takesSongs) {
+            addSongOptions(app);
+        }
         if (row.prepares) {
             addPrepareOptions(app);
+        }
+        if (row.prepares && !row.writes) {
+            addPlaceOptions(app);
         }
         if (row.writes) {
             app.add_flag("--force", options_.force,
@@ -237,28 +247,47 @@ private:
         }
     }
 
-    void addPrepareOptions(CLI::App& app) {
-        krl::audio::Wish& wish = options_.wish;
+    void addPlaceOptions(CLI::App& app) {
         app.add_option("-o,--output", options_.output,
                        "File for the ringtone, or folder for several [the working folder]")
             ->type_name("PLACE");
-        app.add_option("--start", start_,
-                       "Where to begin: 62.5, 1:02.5, or -30 for 30 seconds before the end [0]")
-            ->check(timeCheck())
-            ->type_name("TIME");
-        app.add_option("--length", wish.lengthSeconds, "How long it is to be [30]")
-            ->check(secondsCheck(kShortestRingtone, kLongestForced))
-            ->type_name("SECONDS");
-        app.add_option("--fade-in", wish.fadeInSeconds, "How long it is to rise [0]")
-            ->check(secondsCheck(0, kLongestForced))
-            ->type_name("SECONDS");
-        app.add_option("--fade-out", wish.fadeOutSeconds, "How long it is to fall [1]")
-            ->check(secondsCheck(0, kLongestForced))
-            ->type_name("SECONDS");
-        app.add_flag("--auto", wish.automatic, "Find a good beginning near the loudest part");
-        app.add_flag("!--no-level", wish.level, "Leave the loudness as it is");
         app.add_flag("--force", options_.force,
                      "Write over a file that is there; make more than 40 seconds");
+    }
+
+    void addSongOptions(CLI::App& app) {
+        app.add_flag("--as-is", asIs_, "Make no ringtones of songs; refuse what does not play");
+        app.add_flag("--unchecked", unchecked_,
+                     "Send files as they are, without looking whether they play");
+        app.add_option("--name-from", nameFrom_,
+                       "Whether names come from \"tags\" or \"file\" [tags]")
+            ->check(choiceCheck({"tags", "file"}))
+            ->type_name("WHERE");
+    }
+
+    /// Those of them that are given hold for every song, also for one that plays as it is.
+    void addPrepareOptions(CLI::App& app) {
+        krl::audio::Wish& wish = options_.recipe.wish;
+        wishes_.push_back(
+            app.add_option("--start", start_,
+                           "Where to begin: 62.5, 1:02.5, or -30 for 30 seconds before the end [0]")
+                ->check(timeCheck())
+                ->type_name("TIME"));
+        wishes_.push_back(
+            app.add_option("--length", wish.lengthSeconds, "How long it is to be [30]")
+                ->check(secondsCheck(kShortestRingtone, kLongestForced))
+                ->type_name("SECONDS"));
+        wishes_.push_back(
+            app.add_option("--fade-in", wish.fadeInSeconds, "How long it is to rise [0]")
+                ->check(secondsCheck(0, kLongestForced))
+                ->type_name("SECONDS"));
+        wishes_.push_back(
+            app.add_option("--fade-out", wish.fadeOutSeconds, "How long it is to fall [1]")
+                ->check(secondsCheck(0, kLongestForced))
+                ->type_name("SECONDS"));
+        wishes_.push_back(
+            app.add_flag("--auto", wish.automatic, "Find a good beginning near the loudest part"));
+        wishes_.push_back(app.add_flag("!--no-level", wish.level, "Leave the loudness as it is"));
     }
 
     static CLI::Validator timeCheck() {
@@ -270,14 +299,40 @@ private:
                 ""};
     }
 
+    static CLI::Validator choiceCheck(const std::vector<std::string>& choices) {
+        return {[choices](std::string& text) {
+                    return std::find(choices.begin(), choices.end(), text) != choices.end()
+                               ? std::string()
+                               : fmt::format("\"{}\" is none of {}", text, quotedList(choices));
+                },
+                ""};
+    }
+
     void requirePreparing() {
-        if (start_) {
-            options_.wish.startSeconds = krl::audio::secondsIn(*start_).value();
+        using krl::audio::Treatment;
+        krl::audio::Recipe& recipe = options_.recipe;
+        if (asIs_ && unchecked_) {
+            throw CLI::ValidationError(
+                "--as-is refuses what does not play and --unchecked does not; give one");
         }
-        if (start_ && options_.wish.automatic) {
+        recipe.treatment = asIs_        ? Treatment::AsIs
+                           : unchecked_ ? Treatment::Unchecked
+                                        : Treatment::Prepare;
+        recipe.preparesAll = std::any_of(wishes_.begin(), wishes_.end(),
+                                         [](const CLI::Option* wish) { return wish->count() > 0; });
+        options_.nameSource =
+            nameFrom_ == "file" ? krl::audio::NameSource::File : krl::audio::NameSource::Tags;
+        if (recipe.preparesAll && recipe.treatment != Treatment::Prepare) {
+            throw CLI::ValidationError(
+                "--as-is and --unchecked make no ringtones: leave --start and the like away");
+        }
+        if (start_) {
+            recipe.wish.startSeconds = krl::audio::secondsIn(*start_).value();
+        }
+        if (start_ && recipe.wish.automatic) {
             throw CLI::ValidationError("--start and --auto both say where to begin; give one");
         }
-        if (options_.wish.lengthSeconds > krl::audio::kLongestRingtoneSeconds && !options_.force) {
+        if (recipe.wish.lengthSeconds > krl::audio::kLongestRingtoneSeconds && !options_.force) {
             throw CLI::ValidationError(
                 fmt::format("a ringtone ends at {} seconds; --force makes a longer one",
                             krl::audio::kLongestRingtoneSeconds));
@@ -306,6 +361,10 @@ private:
     Options& options_;
     SecondsOptions seconds_;
     std::optional<std::string> start_;
+    std::string nameFrom_ = "tags";
+    bool asIs_ = false;
+    bool unchecked_ = false;
+    std::vector<const CLI::Option*> wishes_; ///< how a ringtone is made
     CLI::App app_;
     CLI::App* plugin_ = nullptr;
     CLI::Option* timeout_ = nullptr;

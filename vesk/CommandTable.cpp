@@ -46,35 +46,41 @@ const std::vector<CommandRow>& commandTable() {
                     "there; ringtones that\ncame with the phone are not among them."},
         {.name = "add",
          .run = runAdd,
-         .summary = "Put ringtone files on a phone",
-         .promise = "Ringtones already there stay. A ringtone's name is the title in the file's "
-                    "tags, or else the file\nname. Does not convert files, does not check that the "
-                    "phone can play them, and deletes files in\nthe phone's ringtone folder that "
-                    "no catalogue entry lists, as every sync does.",
-         .arguments = {"FILE", "m4r, m4a, m4p, mp3, wav, aif or aiff"},
+         .summary = "Put songs on a phone as ringtones",
+         .promise =
+             "Ringtones already there stay. What the phone plays goes as it is, of all else a "
+             "ringtone is made\n(vesk prepare); a file that cannot be used does not keep the "
+             "others. A ringtone's name is the title\nin the file's tags, or else the file "
+             "name; the second of one name becomes \"Name (2)\". Deletes files\nin the "
+             "phone's ringtone folder that no catalogue entry lists, as every sync does.",
+         .arguments = {"FILE", "Songs, or ringtones"},
          .writes = true,
          .syncs = true,
-         .takesName = true},
+         .takesName = true,
+         .prepares = true,
+         .takesSongs = true},
         {.name = "remove",
          .run = runRemove,
          .summary = "Take ringtones off a phone",
-         .promise = "Names are compared exactly, as vesk list --json shows them. Does not"
-                    "\nchange contacts that use the ringtone.",
+         .promise = "Names are those that vesk list --json shows, however accents are written in "
+                    "them. Does not\nchange contacts that use the ringtone.",
          .arguments = {"NAME", "Names of ringtones"},
          .writes = true,
          .syncs = true},
         {.name = "sync",
          .run = runSync,
-         .summary = "Make a phone hold exactly the ringtones of a folder",
-         .promise = "Adds what is missing, replaces what has another size, removes everything "
-                    "else. Looks at the files\nof the folder itself, not at folders in it, hidden "
-                    "files or other types. Does not notice a change\nthat leaves a file's size as "
-                    "it was. Does not bring a lock that another program holds to an end:\nafter "
-                    "about 7 seconds it goes on without.",
-         .arguments = {"DIR", "Folder of ringtone files", /*onlyOne=*/true},
+         .summary = "Make a phone hold exactly the songs of a folder as ringtones",
+         .promise = "Adds what is missing, replaces what was made of something else, removes all "
+                    "other ringtones. Songs\nbecome ringtones as with vesk add. As long as a file "
+                    "of the folder cannot be used, nothing is removed.\nDoes not bring a lock that "
+                    "another program holds to an end: after about 7 seconds it goes on without.",
+         .arguments = {"DIR", "Folder of songs", /*onlyOne=*/true},
          .writes = true,
          .syncs = true,
-         .takesYes = true},
+         .takesYes = true,
+         .prepares = true,
+         .takesSongs = true,
+         .takesFolder = true},
         {.name = "rebuild",
          .run = runRebuild,
          .summary = "Make a phone's catalogue list its ringtone files again",

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <map>
 
 namespace krl::engine {
 namespace {
@@ -106,34 +105,6 @@ LocalRingtone LocalFiles::ringtone(const fs::path& path, const std::optional<std
     return ringtone;
 }
 
-LocalFolder LocalFiles::folder(const fs::path& path) {
-    std::error_code error;
-    if (fs::exists(path, error) && !fs::is_directory(path, error)) {
-        throw unreadable(path, "it is not a folder (vesk add takes files)", kCheckPath);
-    }
-    std::vector<fs::path> files;
-    for (fs::directory_iterator entry(path, error), end; !error && entry != end;
-         entry.increment(error)) {
-        files.push_back(entry->path());
-    }
-    if (error) {
-        throw unreadable(path, error.message(), kCheckPath);
-    }
-    std::sort(files.begin(), files.end());
-    LocalFolder result;
-    for (const fs::path& file : files) {
-        const std::string name = file.filename().string();
-        std::error_code ignored;
-        if (name.front() == '.' || !isSupportedType(typeOf(file)) ||
-            fs::is_directory(file, ignored)) {
-            result.skipped.push_back(name);
-        } else {
-            result.ringtones.push_back(ringtone(file));
-        }
-    }
-    return result;
-}
-
 std::string LocalFiles::nameFor(const fs::path& path, int descriptor) {
     const auto title = tags_.titleOf(path, descriptor);
     if (!title) {
@@ -157,30 +128,6 @@ std::string cataloguePath(const fs::path& path) {
 std::string nameAfter(const std::string& title, const fs::path& file) {
     const std::string name = composed(tidied(title));
     return name.empty() ? composed(file.stem().string()) : name;
-}
-
-void requireDistinctNames(const std::vector<LocalRingtone>& ringtones) {
-    std::map<std::string, std::vector<std::string>> pathsOf;
-    for (const LocalRingtone& ringtone : ringtones) {
-        pathsOf[ringtone.name].push_back(ringtone.path);
-    }
-    std::erase_if(pathsOf, [](const auto& entry) { return entry.second.size() == 1; });
-    if (pathsOf.empty()) {
-        return;
-    }
-    std::vector<std::string> names;
-    std::vector<std::string> details;
-    for (const auto& [name, paths] : pathsOf) {
-        names.push_back(name);
-        for (const std::string& path : paths) {
-            details.push_back(fmt::format("\"{}\": {}", name, path));
-        }
-    }
-    throw Failure(FailureKind::SameNameTwice,
-                  fmt::format("several files are named {}", quotedList(names)),
-                  "Change titles in the files' tags until each name is there once, or leave files "
-                  "out. Nothing was changed on the phone.",
-                  details);
 }
 
 } // namespace krl::engine

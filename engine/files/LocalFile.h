@@ -30,12 +30,6 @@ std::string typeOf(const std::filesystem::path& file);
 
 bool isSupportedType(const std::string& type);
 
-/// What a folder holds.
-struct LocalFolder {
-    std::vector<LocalRingtone> ringtones; ///< in the order of their file names
-    std::vector<std::string> skipped;     ///< names of what is hidden, a folder, or of another type
-};
-
 /// Looks at files of this computer, all with one reader of tags.
 class LocalFiles {
 public:
@@ -48,10 +42,6 @@ public:
     LocalRingtone ringtone(const std::filesystem::path& path,
                            const std::optional<std::string>& name = std::nullopt);
 
-    /// Looks at a folder, not at folders inside it.
-    /// @throw Failure when it or a ringtone in it cannot be used
-    LocalFolder folder(const std::filesystem::path& path);
-
     /// The name of a file that is open: the title in its tags, or else its file name.
     std::string nameFor(const std::filesystem::path& path, int descriptor);
 
@@ -62,9 +52,6 @@ private:
     TagReader tags_;
     std::vector<std::string> unreadableTags_;
 };
-
-/// @throw Failure when some of them have the same name; it tells of all that do
-void requireDistinctNames(const std::vector<LocalRingtone>& ringtones);
 
 /// The absolute path of a file, as the catalogue on the phone keeps it.
 /// @throw Failure when the catalogue cannot hold it

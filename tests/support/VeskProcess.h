@@ -31,6 +31,8 @@ public:
         unsigned short columns = 80;
         std::map<std::string, std::string> environment; ///< added to this process's own
         std::string program;                            ///< empty: vesk
+        /// Whether add and sync look into files. Those of most tests hold no sound.
+        bool judges = false;
     };
 
     VeskProcess(const std::vector<std::string>& arguments, const Options& options);

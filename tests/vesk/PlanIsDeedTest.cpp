@@ -205,6 +205,7 @@ protected:
         asked.phone.udid = virtualPhone_->udid();
         asked.arguments = line.arguments;
         asked.name = line.name;
+        asked.recipe.treatment = krl::audio::Treatment::Unchecked; // the files hold no sound
         Outcome outcome;
         const MutedStandardError muted;
         ::testing::internal::CaptureStdout();

@@ -18,10 +18,6 @@ namespace {
 
 class Prepare : public VeskTest {
 protected:
-    Prepare() { setenv("XDG_CACHE_HOME", (temporaryFolder() / "cache").c_str(), 1); }
-
-    ~Prepare() override { unsetenv("XDG_CACHE_HOME"); }
-
     /// A second of sound.
     std::string song(const std::string& name) const {
         const std::string path = local(name, "");

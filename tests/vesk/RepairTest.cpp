@@ -239,8 +239,8 @@ TEST_F(Repair, WithoutRoomForCopiesHereItIsRefusedAndSaid) {
     VeskProcess::Options shell;
     shell.program = "/bin/sh";
     const VeskResult result =
-        VeskProcess({"-c", "trap '' XFSZ; ulimit -f 64; exec " + std::string(KRL_VESK) + " add " +
-                               local("New.mp3", "new")},
+        VeskProcess({"-c", "trap '' XFSZ; ulimit -f 64; exec " + std::string(KRL_VESK) +
+                               " add --unchecked " + local("New.mp3", "new")},
                     shell)
             .wait();
     EXPECT_THAT(result, ExitsWith(ExitCode::WouldLoseRingtones));

@@ -31,9 +31,15 @@ std::string catalogueText(const std::vector<Listed>& entries);
 class VeskTest : public virtualphone::testing::VirtualPhoneTest {
 protected:
     /// What vesk keeps from one run to the next is kept for one test.
-    VeskTest() { setenv("XDG_STATE_HOME", (temporaryFolder() / "state").c_str(), 1); }
+    VeskTest() {
+        setenv("XDG_STATE_HOME", (temporaryFolder() / "state").c_str(), 1);
+        setenv("XDG_CACHE_HOME", (temporaryFolder() / "cache").c_str(), 1);
+    }
 
-    ~VeskTest() override { unsetenv("XDG_STATE_HOME"); }
+    ~VeskTest() override {
+        unsetenv("XDG_STATE_HOME");
+        unsetenv("XDG_CACHE_HOME");
+    }
 
     /// No phone yet: set options, then plug it in.
     void SetUp() override {}

@@ -362,6 +362,9 @@ void ChangeCommand::report(const PreparedChange& prepared, const Repair* repair)
     if (repair != nullptr) {
         document["repaired"] = repairJson(*repair);
     }
+    for (const auto& [key, value] : reported_) {
+        document[key] = value();
+    }
     output_.document(document);
     output_.summary(summary(prepared, repair));
 }

@@ -5,8 +5,10 @@
 #include "vesk/terminal/SyncDisplay.h"
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace vesk {
 
@@ -17,6 +19,11 @@ public:
     ChangeCommand(const Options& options, Output& output, std::string what);
 
     OpenPhone& phone() { return phone_; }
+
+    /// Puts something of the command's own into the document of what was done.
+    void alsoReports(const char* key, std::function<Json()> value) {
+        reported_.emplace(key, std::move(value));
+    }
 
     /// Reads the phone, edits the working list and does what comes of it.
     ExitCode run(const Edit& edit);
@@ -51,6 +58,7 @@ private:
     const Options& options_;
     Output& output_;
     const std::string what_;
+    std::map<std::string, std::function<Json()>> reported_;
     OpenPhone phone_;
     PhoneState state_;
     std::optional<SafeKeeping> keeping_;

@@ -3,12 +3,12 @@
 #include "audio/preparing/Preparer.h"
 #include "engine/files/RegularFile.h"
 #include "engine/values/Text.h"
+#include "vesk/commands/PreparedTexts.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -21,7 +21,6 @@ namespace vesk {
 namespace {
 
 namespace fs = std::filesystem;
-using krl::audio::Prepared;
 using krl::audio::Preparer;
 using krl::audio::SongOutcome;
 
@@ -131,7 +130,7 @@ public:
 
     ExitCode run() {
         const std::vector<fs::path> songs(options_.arguments.begin(), options_.arguments.end());
-        Preparer().prepareAll(songs, options_.wish,
+        Preparer().prepareAll(songs, options_.recipe.wish,
                               [this](const SongOutcome& outcome) { take(outcome); });
         output_.document({{"songs", songs_}});
         return code_;
@@ -169,49 +168,19 @@ private:
     }
 
     void say(const SongOutcome& outcome, const fs::path& place, bool same) {
-        const Prepared& prepared = outcome.ringtone->prepared;
-        warn(outcome.song.string(), prepared);
-        output_.summary(fmt::format(
-            "\"{}\"{} {} from {}, {}, {}", place.string(), same ? " is there already:" : ":",
-            formatDuration(prepared.lengthSeconds), timeText(prepared.startSeconds),
-            loudnessText(prepared), formatBytes(outcome.ringtone->bytes.size())));
-        songs_.push_back({{"file", outcome.song},
-                          {"output", place},
-                          {"result", same                ? "already-there"
-                                     : outcome.fromCache ? "from-cache"
-                                                         : "prepared"},
-                          {"bytes", outcome.ringtone->bytes.size()},
-                          {"startSeconds", prepared.startSeconds},
-                          {"lengthSeconds", prepared.lengthSeconds},
-                          {"songLoudness", prepared.songLoudness},
-                          {"loudness", prepared.loudness},
-                          {"peak", prepared.peak},
-                          {"silent", prepared.silent},
-                          {"damagedParts", prepared.damagedParts}});
-    }
-
-    void warn(const std::string& song, const Prepared& prepared) {
-        if (prepared.silent) {
-            output_.warning(fmt::format("there is nothing to hear in that part of \"{}\"", song),
-                            {"Begin elsewhere (--start, --auto)."});
-        }
-        if (prepared.damagedParts > 0) {
-            output_.warning(
-                fmt::format("\"{}\" is damaged: {} could not be decoded", song,
-                            counted(static_cast<size_t>(prepared.damagedParts), "part")));
-        }
-        if (prepared.lengthSeconds + 0.1 < options_.wish.lengthSeconds) {
-            output_.note(fmt::format("\"{}\" ends after {} from there", song,
-                                     formatDuration(prepared.lengthSeconds)));
-        }
-    }
-
-    static std::string timeText(double seconds) {
-        return fmt::format("{}:{:04.1f}", static_cast<int>(seconds) / 60, std::fmod(seconds, 60));
-    }
-
-    static std::string loudnessText(const Prepared& prepared) {
-        return fmt::format("{:.1f} LUFS", prepared.loudness);
+        const auto& [prepared, bytes] = *outcome.ringtone;
+        warnOfPrepared(outcome.song.string(), prepared, options_.recipe.wish, output_);
+        output_.summary(fmt::format("\"{}\"{} {}, {}", place.string(),
+                                    same ? " is there already:" : ":", preparedText(prepared),
+                                    formatBytes(bytes.size())));
+        Json song({{"file", outcome.song},
+                   {"output", place},
+                   {"result", same                ? "already-there"
+                              : outcome.fromCache ? "from-cache"
+                                                  : "prepared"},
+                   {"bytes", bytes.size()}});
+        song.update(preparedJson(prepared));
+        songs_.push_back(song);
     }
 
     const Options& options_;

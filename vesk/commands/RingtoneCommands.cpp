@@ -1,26 +1,35 @@
 #include "vesk/commands/Commands.h"
 
+#include "audio/songs/SongFolder.h"
+#include "engine/plan/Change.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/ChangeCommand.h"
 #include "vesk/commands/PhoneJson.h"
+#include "vesk/commands/SongIntake.h"
 #include "vesk/commands/StrangeKeys.h"
 #include "vesk/commands/UnfinishedJob.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
+#include <set>
 
 namespace vesk {
+
+using krl::audio::SongFolder;
+using krl::audio::songsIn;
+using krl::audio::SongTypes;
+using krl::audio::Treatment;
+
 namespace {
 
-void requireNamesFree(const PhoneState& state, const std::vector<LocalRingtone>& ringtones) {
+void requireNamesFree(const PhoneState& state, const std::vector<std::string>& names) {
     const std::set<std::string> there = namesOf(state.ringtones);
     std::vector<std::string> taken;
-    for (const LocalRingtone& ringtone : ringtones) {
-        if (there.contains(ringtone.name)) {
-            taken.push_back(ringtone.name);
-        }
-    }
+    std::copy_if(names.begin(), names.end(), std::back_inserter(taken),
+                 [&](const std::string& name) { return there.contains(name); });
     if (!taken.empty()) {
         throw Failure(FailureKind::NameTaken,
                       fmt::format("{} already has {}", state.facts.label(), quotedList(taken)),
@@ -29,37 +38,33 @@ void requireNamesFree(const PhoneState& state, const std::vector<LocalRingtone>&
     }
 }
 
-void requireNamesFound(const PhoneState& state, const std::vector<std::string>& names) {
-    const std::set<std::string> there = namesOf(state.ringtones);
+/// The names as the phone has them.
+/// @throw Failure when it does not have all of them
+std::vector<std::string> foundNames(const PhoneState& state,
+                                    const std::vector<std::string>& names) {
+    const Spellings spellings(state.ringtones);
+    std::vector<std::string> found;
     std::vector<std::string> missing;
-    std::vector<std::string> details;
     for (const std::string& name : names) {
-        if (!there.contains(name)) {
-            missing.push_back(name);
-            const auto close = closeNames(name, {there.begin(), there.end()});
-            if (!close.empty()) {
-                details.push_back(
-                    fmt::format("instead of \"{}\", did you mean {}?", name, quotedList(close)));
-            }
+        const auto spelled = spellings.of(name);
+        (spelled ? found : missing).push_back(spelled.value_or(name));
+    }
+    if (missing.empty()) {
+        return found;
+    }
+    const std::set<std::string> there = namesOf(state.ringtones);
+    std::vector<std::string> details;
+    for (const std::string& name : missing) {
+        const auto close = closeNames(name, {there.begin(), there.end()});
+        if (!close.empty()) {
+            details.push_back(
+                fmt::format("instead of \"{}\", did you mean {}?", name, quotedList(close)));
         }
     }
-    if (!missing.empty()) {
-        throw Failure(FailureKind::NameNotFound,
-                      fmt::format("{} {} not on {}", quotedList(missing),
-                                  missing.size() == 1 ? "is" : "are", state.facts.label()),
-                      "\"vesk list\" shows the names. Nothing was changed on the phone.", details);
-    }
-}
-
-void warnOfUnreadableTags(const LocalFiles& files, Output& output) {
-    const std::vector<std::string>& unreadable = files.unreadableTags();
-    if (!unreadable.empty()) {
-        output.warning(fmt::format("{} no readable tags; the file name is taken:",
-                                   unreadable.size() == 1
-                                       ? "a file has"
-                                       : fmt::format("{} files have", unreadable.size())),
-                       unreadable);
-    }
+    throw Failure(FailureKind::NameNotFound,
+                  fmt::format("{} {} not on {}", quotedList(missing),
+                              missing.size() == 1 ? "is" : "are", state.facts.label()),
+                  "\"vesk list\" shows the names. Nothing was changed on the phone.", details);
 }
 
 void requireYes(const Options& options, const PhoneState& state) {
@@ -71,6 +76,44 @@ void requireYes(const Options& options, const PhoneState& state) {
                       "If that is what you want, repeat with --yes. Nothing was changed on the "
                       "phone.");
     }
+}
+
+struct WantedRingtones {
+    std::vector<LocalRingtone> ringtones;
+    Others others = Others::Go;
+};
+
+/// What a phone is to hold. What is there besides goes only when all songs can be used: one that
+/// cannot be used now may be there from a time when it could.
+WantedRingtones wantedOf(SongIntake& intake, OpenPhone& phone, const PhoneState& state) {
+    WantedRingtones wanted;
+    do {
+        wanted.others = intake.hasFailed() ? Others::Stay : Others::Go;
+        intake.choose(state, wanted.others);
+        wanted.ringtones = intake.made(phone, state);
+    } while (intake.hasFailed() && wanted.others == Others::Go);
+    return wanted;
+}
+
+size_t countBesides(const PhoneState& state, const std::vector<std::string>& names) {
+    std::set<std::string> there = namesOf(state.ringtones);
+    for (const std::string& name : names) {
+        there.erase(name);
+    }
+    return there.size();
+}
+
+/// Goes to a phone with songs, when there are any, and says what became of each.
+ExitCode withSongs(const Options& options, Output& output, const SongIntake& intake,
+                   const char* what, const std::function<void(ChangeCommand&)>& change) {
+    if (intake.isEmpty() && intake.hasFailed()) {
+        output.document({{"songs", intake.json()}});
+        return intake.code();
+    }
+    ChangeCommand command(options, output, what);
+    command.alsoReports("songs", [&] { return intake.json(); });
+    change(command);
+    return intake.code();
 }
 
 } // namespace
@@ -102,42 +145,48 @@ ExitCode runList(const Options& options, Output& output) {
 }
 
 ExitCode runAdd(const Options& options, Output& output) {
-    LocalFiles files;
-    std::vector<LocalRingtone> added;
-    for (const std::string& file : options.arguments) {
-        added.push_back(files.ringtone(file, options.name));
-    }
-    warnOfUnreadableTags(files, output);
-    requireDistinctNames(added);
-    ChangeCommand command(options, output, "add");
-    return command.run([&](const PhoneState& state) {
-        requireNamesFree(state, added);
-        addRingtones(command.phone().tones(), added);
+    SongIntake intake(options, output);
+    intake.read({options.arguments.begin(), options.arguments.end()});
+    return withSongs(options, output, intake, "add", [&](ChangeCommand& command) {
+        command.run([&](const PhoneState& state) {
+            intake.choose(state, Others::Stay);
+            requireNamesFree(state, intake.names());
+            addRingtones(command.phone().tones(), intake.made(command.phone(), state));
+        });
     });
 }
 
 ExitCode runRemove(const Options& options, Output& output) {
     ChangeCommand command(options, output, "remove");
     return command.run([&](const PhoneState& state) {
-        requireNamesFound(state, options.arguments);
-        removeRingtones(command.phone().tones(), options.arguments);
+        removeRingtones(command.phone().tones(), foundNames(state, options.arguments));
     });
 }
 
 ExitCode runSync(const Options& options, Output& output) {
-    LocalFiles files;
-    const LocalFolder folder = files.folder(options.arguments.front());
-    warnOfUnreadableTags(files, output);
-    requireDistinctNames(folder.ringtones);
+    const auto types =
+        options.recipe.treatment == Treatment::Prepare ? SongTypes::All : SongTypes::RingtonesOnly;
+    const SongFolder folder = songsIn(options.arguments.front(), types, options.recursive);
+    SongIntake intake(options, output);
+    intake.read(folder.songs);
     if (!folder.skipped.empty()) {
-        output.note(fmt::format("skipped, not ringtones: {}", quotedList(folder.skipped)));
+        output.note(fmt::format("skipped, not songs: {}", quotedList(folder.skipped)));
     }
-    ChangeCommand command(options, output, "sync");
-    return command.run([&](const PhoneState& state) {
-        if (folder.ringtones.empty()) {
-            requireYes(options, state);
+    return withSongs(options, output, intake, "sync", [&](ChangeCommand& command) {
+        size_t kept = 0;
+        command.run([&](const PhoneState& state) {
+            if (folder.songs.empty()) {
+                requireYes(options, state);
+            }
+            const auto [wanted, others] = wantedOf(intake, command.phone(), state);
+            makeHold(command.phone(), state, wanted, others);
+            kept = others == Others::Stay ? countBesides(state, intake.names()) : 0;
+        });
+        if (kept > 0) {
+            output.warning(fmt::format("{} that no usable song of the folder is for {} left on the "
+                                       "phone: a file that cannot be used now may be one's song",
+                                       counted(kept, "ringtone"), kept == 1 ? "is" : "are"));
         }
-        makeHold(command.phone(), state, folder.ringtones);
     });
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "audio/preparing/Wish.h"
+#include "audio/songs/Recipe.h"
 #include "engine/phones/PhoneChoice.h"
 #include "vesk/invocation/Engine.h"
 
@@ -31,7 +31,10 @@ struct Options {
     std::vector<std::string> arguments; ///< files, names, a folder or a catalogue
     std::optional<std::string> name;    ///< of the one file to add
 
-    krl::audio::Wish wish;             ///< how songs are made ringtones
+    krl::audio::Recipe recipe; ///< how songs are made ringtones
+    krl::audio::NameSource nameSource = krl::audio::NameSource::Tags;
+    bool recursive = false;            ///< look into folders in the folder too
+    bool replace = false;              ///< what has a name that is to be added
     std::optional<std::string> output; ///< file or folder for what is made
 };
 
