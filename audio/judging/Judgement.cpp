@@ -53,6 +53,9 @@ std::vector<std::string> whyNotTheSound(const AudioFacts& facts, const PlayedFor
         return fmt::format("it has {} kbit/s, {} at most are played", facts.kilobits,
                            format.mostKilobits);
     });
+    refuse(facts.pictureBytes > kLargestPicture, [&] {
+        return fmt::format("a picture of {} is in it", engine::formatBytes(facts.pictureBytes));
+    });
     refuse(facts.lengthMs > kLongestRingtoneSeconds * int64_t{1000}, [&] {
         return fmt::format("it is {} long, and a ringtone ends at {}",
                            engine::formatDuration(static_cast<double>(facts.lengthMs) / 1000),

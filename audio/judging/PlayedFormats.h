@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,9 @@ inline constexpr int kLowestRate = 8000;
 inline constexpr int kHighestRate = 48000;
 inline constexpr int kMostChannels = 2;
 inline constexpr int kFewestKilobits = 8;
+
+/// Covers are no larger; one that is takes more room on a phone than the sound.
+inline constexpr uint64_t kLargestPicture = 2 * 1024 * 1024;
 
 /// What is longer plays as music; as a ringtone it is cut off or not taken.
 inline constexpr int kLongestRingtoneSeconds = 40;

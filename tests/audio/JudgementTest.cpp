@@ -93,6 +93,9 @@ TEST(Judging, EveryBoundHasItsReason) {
         {"above it", [](AudioFacts& facts) { facts.kilobits = 321; }, "321 kbit/s"},
         {"longest", [](AudioFacts& facts) { facts.lengthMs = 40'000; }, nullptr},
         {"longer", [](AudioFacts& facts) { facts.lengthMs = 90'000; }, "1:30"},
+        {"largest picture", [](AudioFacts& facts) { facts.pictureBytes = 2 << 20; }, nullptr},
+        {"larger", [](AudioFacts& facts) { facts.pictureBytes = 50 << 20; },
+         "a picture of 50.0 MiB"},
         {"encrypted", [](AudioFacts& facts) { facts.encrypted = true; }, "encrypted"},
     };
     for (const Bound& row : rows) {
