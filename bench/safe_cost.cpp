@@ -1,21 +1,15 @@
 // What the safe costs: vesk syncs ringtones onto a phone with it and without it, in turns, when the
 // safe has all of them already.
 
-#include "tests/support/Spawning.h"
+#include "bench/Programs.h"
 #include "tests/support/TemporaryFolder.h"
 #include "virtualphone/VirtualPhone.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -38,13 +32,7 @@ void writeRingtones(const fs::path& folder) {
 void vesk(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), KRL_VESK);
     arguments.emplace_back("--quiet");
-    pid_t child = 0;
-    int status = 0;
-    if (::posix_spawn(&child, KRL_VESK, nullptr, nullptr, krl::test::pointersTo(arguments).data(),
-                      environ) != 0 ||
-        ::waitpid(child, &status, 0) != child || status != 0) {
-        throw std::runtime_error("vesk failed");
-    }
+    krl::bench::run(arguments);
 }
 
 /// Syncs the ringtones onto a phone that has none, and takes them off again.
@@ -53,16 +41,9 @@ double secondsOfSync(const fs::path& root, const std::vector<std::string>& optio
     std::vector<std::string> empty{"sync", (root / "none").string(), "--yes"};
     fill.insert(fill.end(), options.begin(), options.end());
     empty.insert(empty.end(), options.begin(), options.end());
-    const auto start = std::chrono::steady_clock::now();
-    vesk(fill);
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    const double taken = krl::bench::secondsOf([&] { vesk(fill); });
     vesk(empty);
-    return taken.count();
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
+    return taken;
 }
 
 } // namespace
@@ -70,6 +51,7 @@ double median(std::vector<double> values) {
 int main() {
     const virtualphone::testing::TemporaryFolder root;
     setenv("XDG_STATE_HOME", (root.path() / "state").c_str(), 1);
+    setenv("XDG_CACHE_HOME", (root.path() / "cache").c_str(), 1);
     writeRingtones(root.path() / "tones");
     fs::create_directories(root.path() / "none");
     {
@@ -86,6 +68,7 @@ int main() {
         }
         std::printf("sync of %d ringtones with the safe over one without: %.2f (with it %.3g ms), "
                     "median of %d runs\n",
-                    kRingtones, median(with) / median(without), median(with) * 1e3, kRuns);
+                    kRingtones, krl::bench::median(with) / krl::bench::median(without),
+                    krl::bench::median(with) * 1e3, kRuns);
     }
 }

@@ -4,3 +4,4 @@ set -euo pipefail
 "$1/bench/benchmarks"
 "$1/bench/main_loop"
 "$1/bench/safe_cost"
+[ ! -x "$1/bench/songs_cost" ] || "$1/bench/songs_cost"
