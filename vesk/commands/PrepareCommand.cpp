@@ -169,7 +169,11 @@ private:
 
     void say(const SongOutcome& outcome, const fs::path& place, bool same) {
         const auto& [prepared, bytes] = *outcome.ringtone;
-        warnOfPrepared(outcome.song.string(), prepared, options_.recipe.wish, output_);
+        warnOfPrepared(outcome.song.string(), prepared, output_);
+        if (prepared.lengthSeconds + 0.1 < options_.recipe.wish.lengthSeconds) {
+            output_.note(fmt::format("\"{}\" ends after {} from there", outcome.song.string(),
+                                     formatDuration(prepared.lengthSeconds)));
+        }
         output_.summary(fmt::format("\"{}\"{} {}, {}", place.string(),
                                     same ? " is there already:" : ":", preparedText(prepared),
                                     formatBytes(bytes.size())));

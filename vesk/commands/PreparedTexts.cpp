@@ -26,8 +26,7 @@ Json preparedJson(const Prepared& prepared) {
             {"damagedParts", prepared.damagedParts}};
 }
 
-void warnOfPrepared(const std::string& song, const Prepared& prepared, const krl::audio::Wish& wish,
-                    Output& output) {
+void warnOfPrepared(const std::string& song, const Prepared& prepared, Output& output) {
     if (prepared.silent) {
         output.warning(fmt::format("there is nothing to hear in that part of \"{}\"", song),
                        {"Begin elsewhere (--start, --auto)."});
@@ -35,10 +34,6 @@ void warnOfPrepared(const std::string& song, const Prepared& prepared, const krl
     if (prepared.damagedParts > 0) {
         output.warning(fmt::format("\"{}\" is damaged: {} could not be decoded", song,
                                    counted(static_cast<size_t>(prepared.damagedParts), "part")));
-    }
-    if (prepared.lengthSeconds + 0.1 < wish.lengthSeconds) {
-        output.note(fmt::format("\"{}\" ends after {} from there", song,
-                                formatDuration(prepared.lengthSeconds)));
     }
 }
 

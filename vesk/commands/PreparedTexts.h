@@ -14,7 +14,6 @@ std::string preparedText(const krl::audio::Prepared& prepared);
 Json preparedJson(const krl::audio::Prepared& prepared);
 
 /// Says what a person would not expect of a ringtone.
-void warnOfPrepared(const std::string& song, const krl::audio::Prepared& prepared,
-                    const krl::audio::Wish& wish, Output& output);
+void warnOfPrepared(const std::string& song, const krl::audio::Prepared& prepared, Output& output);
 
 } // namespace vesk

@@ -131,7 +131,7 @@ void SongIntake::make(const std::vector<Wanted*>& missing) {
 void SongIntake::sayMade(const Wanted& wanted, const SongOutcome& outcome) {
     const Song& song = *wanted.song;
     const auto& prepared = outcome.ringtone->prepared;
-    warnOfPrepared(song.path.string(), prepared, options_.recipe.wish, output_);
+    warnOfPrepared(song.path.string(), prepared, output_);
     const auto& reasons = song.judgement.reasons;
     output_.note(fmt::format("\"{}\" was made a ringtone{}: {}", song.path.string(),
                              reasons.empty() ? "" : fmt::format(" ({})", fmt::join(reasons, "; ")),
