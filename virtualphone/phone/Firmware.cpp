@@ -5,11 +5,12 @@
 
 namespace virtualphone {
 
-bool isAtLeast(const std::string& firmware, unsigned major, unsigned minor) {
+bool isAtLeast(const std::string& firmware, unsigned major, unsigned minor, unsigned patch) {
     unsigned hasMajor = 0;
     unsigned hasMinor = 0;
-    std::sscanf(firmware.c_str(), "%u.%u", &hasMajor, &hasMinor);
-    return std::tie(hasMajor, hasMinor) >= std::tie(major, minor);
+    unsigned hasPatch = 0;
+    std::sscanf(firmware.c_str(), "%u.%u.%u", &hasMajor, &hasMinor, &hasPatch);
+    return std::tie(hasMajor, hasMinor, hasPatch) >= std::tie(major, minor, patch);
 }
 
 std::string_view buildVersion(std::string_view firmware, bool isPhone) {

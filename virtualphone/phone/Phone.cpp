@@ -124,6 +124,10 @@ uint64_t Phone::freeBytes() const {
     return state_->media.freeBytes();
 }
 
+std::vector<Unplayable> Phone::wouldNotPlay() {
+    return unplayableIn(state_->media, state_->options.firmware);
+}
+
 bool Phone::trusts(const std::string& hostId) const {
     return state_->hosts.contains(hostId);
 }

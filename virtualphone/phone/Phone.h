@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace virtualphone {
 
@@ -40,6 +41,10 @@ public:
 
     /// What the phone answers for its free space.
     uint64_t freeBytes() const;
+
+    /// Ringtones that would not play, judged by the program ffprobe, which is never asked otherwise.
+    /// Throws std::runtime_error when it is not there.
+    std::vector<Unplayable> wouldNotPlay();
 
     /// Whether the phone trusts this host; what pairing and unpairing change.
     bool trusts(const std::string& hostId) const;

@@ -1,9 +1,12 @@
 /// What a phone is like. The defaults make a healthy phone of early firmware.
 #pragma once
 
+#include "virtualphone/phone/Unplayable.h"
+
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -92,6 +95,11 @@ struct PhoneOptions {
 
     /// A closed file's handle number is given out again; otherwise numbers only go up.
     bool reuseFileHandles = false;
+
+    /// Set: a file in the ringtone folder is judged when what was written to it is closed or it is
+    /// moved there, before that is answered, and told to this when the phone would not play it.
+    /// Called on the phone's threads.
+    std::function<void(const Unplayable& ringtone)> onUnplayable{};
 };
 
 } // namespace virtualphone

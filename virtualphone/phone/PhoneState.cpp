@@ -105,6 +105,15 @@ bool PhoneState::isFirstPlugging() {
     return !std::exchange(wasPlugged_, true);
 }
 
+void PhoneState::fileStored(const std::string& path) {
+    if (!options.onUnplayable) {
+        return;
+    }
+    if (const auto unplayable = unplayableStored(media, path, options.firmware)) {
+        options.onUnplayable(*unplayable);
+    }
+}
+
 std::string PhoneState::newSessionId() {
     const std::lock_guard lock(mutex_);
     char id[40];

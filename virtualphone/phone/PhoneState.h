@@ -79,6 +79,9 @@ public:
     /// True once: at the first plugging-in, when a paired phone comes to trust its host.
     bool isFirstPlugging();
 
+    /// To be called when a file was written and closed, or moved to this path.
+    void fileStored(const std::string& path);
+
     /// A new session's name.
     std::string newSessionId();
 

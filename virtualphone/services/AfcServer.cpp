@@ -311,7 +311,7 @@ void AfcServer::replyNumber(afc::Operation operation, uint64_t number) {
 
 int AfcServer::fileOf(const Request& request) const {
     const auto file = files_.find(*request.entry.handle);
-    return file == files_.end() ? -1 : file->second.get();
+    return file == files_.end() ? -1 : file->second.file.get();
 }
 
 uint64_t AfcServer::newHandle() {
@@ -398,7 +398,7 @@ uint64_t AfcServer::open(Request& request) {
         return statusOf(error);
     }
     const uint64_t handle = newHandle();
-    files_[handle] = std::move(file);
+    files_[handle] = {std::move(file), *flags == O_RDONLY ? "" : request.entry.path};
     request.entry.handle = handle;
     replyNumber(afc::kOpened, handle);
     return afc::kSuccess;
@@ -470,7 +470,14 @@ uint64_t AfcServer::tell(Request& request) {
 }
 
 uint64_t AfcServer::close(Request& request) {
-    return files_.erase(*request.entry.handle) > 0 ? afc::kSuccess : afc::kInvalidArgument;
+    const auto closed = files_.extract(*request.entry.handle);
+    if (closed.empty()) {
+        return afc::kInvalidArgument;
+    }
+    if (const std::string& path = closed.mapped().writtenPath; !path.empty()) {
+        phone_.fileStored(path);
+    }
+    return afc::kSuccess;
 }
 
 uint64_t AfcServer::setSize(Request& request) {
@@ -480,7 +487,11 @@ uint64_t AfcServer::setSize(Request& request) {
 }
 
 uint64_t AfcServer::rename(Request& request) {
-    return statusOf(phone_.media.rename(request.entry.path, request.entry.newPath));
+    const int error = phone_.media.rename(request.entry.path, request.entry.newPath);
+    if (error == 0) {
+        phone_.fileStored(request.entry.newPath);
+    }
+    return statusOf(error);
 }
 
 uint64_t AfcServer::lock(Request& request) {

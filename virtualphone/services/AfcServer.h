@@ -68,12 +68,17 @@ private:
     void addPair(std::string_view key, std::string_view value);
     void replyNumber(afc::Operation operation, uint64_t number);
 
+    struct OpenFile {
+        UniqueFd file;
+        std::string writtenPath; ///< empty when it is open for reading only
+    };
+
     Channel& channel_;
     PhoneState& phone_;
     Responder responder_;
     const bool hasTimes_;             ///< modification times came with 3.1
     const bool hasRemovalOfContents_; ///< and this with 6.0
-    std::map<uint64_t, UniqueFd> files_;
+    std::map<uint64_t, OpenFile> files_;
     uint64_t lastHandle_ = 0;
 
     Packet arguments_;
