@@ -254,4 +254,34 @@ TEST_F(StrictPlaying, SaysNothingOfWhatPlaysIsReadOrLiesElsewhere) {
     EXPECT_THAT(told(), IsEmpty());
 }
 
+TEST(PlayingProgram, SaysWhatWouldNotPlayAndEndsWithThree) {
+    const TemporaryFolder folder;
+    const std::filesystem::path ringtones = folder.path() / "phone/iTunes_Control/Ringtones";
+    std::filesystem::create_directories(ringtones);
+    const std::vector<std::string> command{
+        KRL_VIRTUALPHONE, "--root", (folder.path() / "phone").string(), "--strict-audio", "--"};
+    const auto runWith = [&](const std::string& text) {
+        std::vector<std::string> all = command;
+        all.insert(all.end(), {"sh", "-c", text});
+        return run(all);
+    };
+    makeSong(ringtones / "a.m4r", kNote, 1, {"-f", "ipod"});
+    EXPECT_EQ(runWith("exit 0").status, 0);
+    EXPECT_EQ(runWith("exit 7").status, 7);
+    makeSong(ringtones / "b\n.m4r", kNote, 1, {"-c:a", "flac", "-f", "ogg"});
+    const Outcome outcome = runWith("exit 0");
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.output, HasSubstr("would not play: \"b?.m4r\": FLAC in Ogg\n"));
+    EXPECT_EQ(runWith("exit 7").status, 7) << "the command's own comes first";
+}
+
+TEST(PlayingProgram, SaysWhenThereIsNoFfprobe) {
+    const TemporaryFolder folder;
+    const std::string root = (folder.path() / "phone").string();
+    const Outcome outcome = run({"env", "PATH=" + folder.path().string(), KRL_VIRTUALPHONE,
+                                 "--root", root, "--strict-audio", "--", "/bin/true"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output, AllOf(HasSubstr("ffprobe"), HasSubstr("package ffmpeg")));
+}
+
 } // namespace virtualphone::testing

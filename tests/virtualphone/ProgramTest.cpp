@@ -150,7 +150,8 @@ TEST_F(Program, HelpNamesEveryOptionActionAndCommand) {
           "--make-parents", "--accept-existing", "--reuse-handles",  "--sound-read",
           "--wire-delay",   "--fault",           "--hold-sync-lock", "--socket",
           "--log",          "--unplugged",       "--interactive",    "COMMAND",
-          "status:N",       "huge-length",       "unplug",           "release-lock"}) {
+          "status:N",       "huge-length",       "unplug",           "release-lock",
+          "--strict-audio", "drop-unanswered",   "@NUMBER",          "judge"}) {
         EXPECT_THAT(outcome.output, HasSubstr(word));
     }
 }
@@ -187,6 +188,7 @@ TEST_F(Program, TakesCommandsFromStandardInput) {
     EXPECT_EQ(answers("release-lock"), "ok\n");
     EXPECT_EQ(answers("free 1000"), "ok\n");
     EXPECT_EQ(answers("free much"), "error: 'much' is no number\n");
+    EXPECT_EQ(answers("judge"), "ok\n") << "there is nothing to judge";
     EXPECT_EQ(answers("forget-hosts"), "ok\n");
     EXPECT_EQ(answers("unplug @2"), "error: there is no phone @2\n");
     EXPECT_EQ(answers("post"), "error: the form is: post [@NUMBER] NAME\n");

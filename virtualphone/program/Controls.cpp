@@ -1,7 +1,10 @@
 #include "virtualphone/program/Controls.h"
 
+#include "virtualphone/program/StrictAudio.h"
+
 #include <algorithm>
 #include <charconv>
+#include <exception>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -76,6 +79,7 @@ const std::vector<Controls::Command>& Controls::commands() {
         {"hold-lock", "", "hold the sync lock", &Controls::holdLock},
         {"release-lock", "", "let go of it", &Controls::releaseLock},
         {"free", "BYTES", "set the free space", &Controls::setFree},
+        {"judge", "", "show the ringtones that would not play (with ffprobe)", &Controls::judge},
         {"forget-hosts", "", "trust no computer any more", &Controls::forgetHosts},
     };
     return all;
@@ -118,7 +122,7 @@ std::string Controls::run(const std::string& line) {
     }
     try {
         return (this->*command->handler)(targetsOf(target), rest) + "ok\n";
-    } catch (const std::invalid_argument& error) {
+    } catch (const std::exception& error) {
         return std::string("error: ") + error.what() + "\n";
     }
 }
@@ -222,6 +226,16 @@ std::string Controls::setFree(const Targets& targets, const std::string& argumen
         phone->setFreeBytes(bytes);
     }
     return "";
+}
+
+std::string Controls::judge(const Targets& targets, const std::string&) {
+    std::string lines;
+    for (const auto& phone : targets) {
+        for (const Unplayable& ringtone : phone->wouldNotPlay()) {
+            lines += describe(ringtone) + "\n";
+        }
+    }
+    return lines;
 }
 
 std::string Controls::forgetHosts(const Targets& targets, const std::string&) {

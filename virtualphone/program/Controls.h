@@ -51,6 +51,7 @@ private:
     std::string holdLock(const Targets& targets, const std::string& argument);
     std::string releaseLock(const Targets& targets, const std::string& argument);
     std::string setFree(const Targets& targets, const std::string& argument);
+    std::string judge(const Targets& targets, const std::string& argument);
     std::string forgetHosts(const Targets& targets, const std::string& argument);
 
     Bus& bus_;

@@ -2,8 +2,10 @@
 // them.
 
 #include "virtualphone/VirtualPhone.h"
+#include "virtualphone/playing/Ffprobe.h"
 #include "virtualphone/program/CommandRunner.h"
 #include "virtualphone/program/Controls.h"
+#include "virtualphone/program/StrictAudio.h"
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +27,7 @@ using namespace virtualphone;
 
 constexpr const char* kEnvironmentName = "USBMUXD_SOCKET_ADDRESS";
 constexpr double kLongestMs = 86'400'000; // a day
+constexpr int kWouldNotPlay = 3;
 
 struct ProgramOptions {
     std::vector<std::string> roots;
@@ -45,6 +48,7 @@ struct ProgramOptions {
     bool holdsSyncLock = false;
     bool startsUnplugged = false;
     bool isInteractive = false;
+    bool isStrictOnAudio = false;
     std::vector<std::string> command;
 };
 
@@ -117,6 +121,8 @@ void addBehaviourOptions(CLI::App& app, ProgramOptions& options) {
          "making a folder that is there succeeds");
     flag("--reuse-handles", options.shared.reuseFileHandles,
          "numbers of closed files are given out again");
+    flag("--strict-audio", options.isStrictOnAudio,
+         "say which ringtones would not play, and end with status 3 then; takes ffprobe");
     size("--sound-read", options.shared.soundReadBytes,
          "reads of more than this bring wrong bytes, 0 never [0]");
 }
@@ -198,6 +204,9 @@ std::vector<std::shared_ptr<Phone>> makePhones(const ProgramOptions& options) {
         phone.lockdownIdleTimeout = std::chrono::milliseconds(options.lockdownIdleMs);
         phone.replyLatency = microsecondsOf(options.latencyMs);
         phone.wireDelay = microsecondsOf(options.wireDelayMs);
+        if (options.isStrictOnAudio) {
+            sayWhatWouldNotPlay(phone);
+        }
         phones.push_back(std::make_shared<Phone>(phone));
     }
     return phones;
@@ -247,6 +256,9 @@ void announce(const Bus& bus, const std::vector<std::shared_ptr<Phone>>& phones)
 
 int run(const ProgramOptions& options) {
     const SignalMask mask;
+    if (options.isStrictOnAudio) {
+        requireFfprobe();
+    }
     Bus bus(options.socket);
     const std::vector<std::shared_ptr<Phone>> phones = makePhones(options);
     prepare(bus, phones, options);
@@ -263,7 +275,9 @@ int run(const ProgramOptions& options) {
             std::cout << controls.run(line) << std::flush;
         };
     }
-    return runUntilTheEnd(mask, setup);
+    const int status = runUntilTheEnd(mask, setup);
+    const bool isGood = !options.isStrictOnAudio || allWouldPlay(phones);
+    return status == 0 && !isGood ? kWouldNotPlay : status;
 }
 
 constexpr int kFailure = 1;
