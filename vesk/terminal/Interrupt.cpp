@@ -95,8 +95,8 @@ void installInterruptHandlers() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-void setOnInterrupt(OnInterrupt newReaction) {
-    reaction = newReaction;
+OnInterrupt setOnInterrupt(OnInterrupt newReaction) {
+    return reaction.exchange(newReaction);
 }
 
 bool interrupted() {

@@ -16,20 +16,24 @@ enum class OnInterrupt {
 void installInterruptHandlers();
 
 /// Sets what the signals do from now on. A signal that was noticed before stays so.
-void setOnInterrupt(OnInterrupt reaction);
+/// @return what they did before
+OnInterrupt setOnInterrupt(OnInterrupt reaction);
 
 /// Whether a signal came under a reaction that goes on.
 bool interrupted();
 
-/// Sets a reaction for a scope and LeaveAtOnce after it.
+/// Sets a reaction for a scope and that of before after it.
 class InterruptScope {
 public:
-    explicit InterruptScope(OnInterrupt reaction) { setOnInterrupt(reaction); }
+    explicit InterruptScope(OnInterrupt reaction) : before_(setOnInterrupt(reaction)) {}
 
-    ~InterruptScope() { setOnInterrupt(OnInterrupt::LeaveAtOnce); }
+    ~InterruptScope() { setOnInterrupt(before_); }
 
     InterruptScope(const InterruptScope&) = delete;
     InterruptScope& operator=(const InterruptScope&) = delete;
+
+private:
+    const OnInterrupt before_;
 };
 
 } // namespace vesk
