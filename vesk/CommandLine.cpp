@@ -6,6 +6,7 @@
 #include "engine/phones/PairingKeeper.h"
 #include "engine/values/Text.h"
 #include "vesk/CommandTable.h"
+#include "vesk/terminal/Guarded.h"
 #include "vesk/terminal/Interrupt.h"
 #include "vesk/terminal/Output.h"
 
@@ -375,23 +376,6 @@ ExitCode carryOut(const Options& options, Output& output) {
         AMDeviceSetCallTimeout(static_cast<uint32_t>(options.timeout->count()));
     }
     return options.command->run(options, output);
-}
-
-/// Runs an action and turns what it throws into a message and an exit code.
-template <typename Action>
-ExitCode guarded(Output& output, Action action) {
-    try {
-        return action();
-    } catch (const CommandFailure& failure) {
-        output.failure(failure, failure.code());
-        return failure.code();
-    } catch (const Failure& failure) {
-        output.failure(failure, exitCodeOf(failure.kind()));
-        return exitCodeOf(failure.kind());
-    } catch (const std::exception& error) {
-        output.failure({FailureKind::Unexpected, error.what()}, ExitCode::Unexpected);
-        return ExitCode::Unexpected;
-    }
 }
 
 bool asksForJson(int argc, char** argv) {
