@@ -126,9 +126,16 @@ void Output::warning(std::string_view text, const std::vector<std::string>& deta
 }
 
 void Output::document(const Json& document) {
-    if (options_.json) {
-        answer(dumped(document, 2) + "\n");
+    if (!options_.json) {
+        return;
     }
+    if (options_.event == nullptr) {
+        answer(dumped(document, 2) + "\n");
+        return;
+    }
+    Json object{{"event", options_.event}};
+    object.update(document);
+    objectLine(object);
 }
 
 void Output::objectLine(const Json& object) {

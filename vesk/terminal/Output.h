@@ -45,6 +45,7 @@ public:
     struct Options {
         bool json = false;
         bool quiet = false;
+        const char* event = nullptr; ///< of --json, that a document is of; null: the only one
     };
 
     explicit Output(Options options);
@@ -69,7 +70,8 @@ public:
     /// more there are.
     void warning(std::string_view text, const std::vector<std::string>& details = {});
 
-    /// The one document of --json; nothing without it.
+    /// The one document of --json, or an object on a line with the event first; nothing without
+    /// --json.
     void document(const Json& document);
 
     /// One object of --json on a line of its own, written out at once.
