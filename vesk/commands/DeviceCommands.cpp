@@ -1,77 +1,20 @@
 #include "vesk/commands/Commands.h"
 
-#include "engine/errors/Status.h"
-#include "engine/phones/DeviceNews.h"
 #include "engine/phones/Discovery.h"
 #include "engine/state/PhoneState.h"
 #include "engine/values/Text.h"
+#include "vesk/commands/DeviceTexts.h"
 #include "vesk/commands/UnfinishedJob.h"
-#include "vesk/terminal/Interrupt.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <vector>
-
 namespace vesk {
 namespace {
-
-/// What stands in the way of using a device; empty when nothing does.
-std::string problemOf(const DeviceDescription& about) {
-    if (!about.reachable) {
-        return about.connectStatus != 0 ? statusText(about.connectStatus) : "it does not answer";
-    }
-    if (!about.isIphone()) {
-        return "not an iPhone";
-    }
-    return about.paired ? "" : "not paired";
-}
-
-/// What to do about a phone that is not paired; empty for any other device.
-std::string pairingHint(const DeviceDescription& about) {
-    return about.isIphone() && !about.paired ? fmt::format("vesk pair --udid {}", about.udid) : "";
-}
 
 /// The problem as the table has it.
 std::string problemWithHint(const DeviceDescription& about) {
     const std::string problem = problemOf(about);
     return pairingHint(about).empty() ? problem : problem + " (vesk pair)";
-}
-
-Json deviceJson(const DeviceDescription& about) {
-    const std::string problem = problemOf(about);
-    Json json{{"udid", about.udid},         {"name", about.name},     {"class", about.deviceClass},
-              {"firmware", about.firmware}, {"paired", about.paired}, {"usable", problem.empty()}};
-    if (!problem.empty()) {
-        json["problem"] = problem;
-    }
-    if (const std::string hint = pairingHint(about); !hint.empty()) {
-        json["hint"] = hint;
-    }
-    return json;
-}
-
-std::string orUnknown(const std::string& text) {
-    return text.empty() ? "?" : text;
-}
-
-bool isWanted(const Options& options, const DeviceDescription& about) {
-    return options.phone.udid.empty() || sameUdid(options.phone.udid, about.udid);
-}
-
-void showEvent(bool arrived, const DeviceDescription& about, Output& output) {
-    if (output.json()) {
-        Json object{{"event", arrived ? "attached" : "removed"}};
-        object.update(deviceJson(about));
-        output.objectLine(object);
-        return;
-    }
-    const std::string problem = arrived ? problemOf(about) : "";
-    output.line(fmt::format("{} {}  {}  {}  {}{}", arrived ? "attached" : "removed ",
-                            orUnknown(about.udid), orUnknown(about.name),
-                            orUnknown(about.deviceClass), orUnknown(about.firmware),
-                            problem.empty() ? "" : "  (" + problem + ")"));
-    output.flush();
 }
 
 } // namespace
@@ -131,19 +74,6 @@ ExitCode runInfo(const Options& options, Output& output) {
                      {"catalogue", catalogue},
                      {"ringtones", state.ringtones.size()},
                      {"ringtoneBytes", ringtoneBytes}});
-    return ExitCode::Success;
-}
-
-ExitCode runWatch(const Options& options, Output& output) {
-    const InterruptScope scope(OnInterrupt::EndWatching);
-    DeviceNews news;
-    output.note("watching for phones; Ctrl-C ends");
-    while (output.isWanted()) {
-        const DeviceNews::Item item = news.wait();
-        if (isWanted(options, item.device.description)) {
-            showEvent(item.arrived, item.device.description, output);
-        }
-    }
     return ExitCode::Success;
 }
 
