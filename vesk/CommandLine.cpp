@@ -222,6 +222,12 @@ private:
             app.add_flag("--yes", options_.yes,
                          "Go on when the folder is empty: remove everything");
         }
+        if (row.takesSyncFolder) {
+            app.add_option("--sync", options_.arguments,
+                           "Also sync this folder when its phone comes or the folder changes")
+                ->expected(1)
+                ->type_name("DIR");
+        }
         if (row.syncs) {
             app.add_flag("--no-backup", options_.noBackup,
                          "Keep nothing of what the phone holds: no undo, and nothing is put right");
@@ -344,6 +350,12 @@ private:
         if (options_.dryRun && !options_.command->writes) {
             throw CLI::ValidationError(
                 "--dry-run is for add, remove, sync, rebuild, undo and restore");
+        }
+        if (options_.command->takesSyncFolder && options_.arguments.empty() &&
+            (options_.dryRun || options_.force || options_.noBackup || options_.rebuild ||
+             options_.yes)) {
+            throw CLI::ValidationError("without --sync, \"watch\" changes nothing on a phone: say "
+                                       "--sync DIR, or leave the other options away");
         }
         if (options_.rebuild && options_.noBackup) {
             throw CLI::ValidationError("--rebuild does not go without copies of what the phone "

@@ -18,9 +18,17 @@ const std::vector<CommandRow>& commandTable() {
          .promise = "Changes nothing. The free space is what the phone says at that moment."},
         {.name = "watch",
          .run = runWatch,
-         .summary = "Show phones as they come and go, until Ctrl-C",
-         .promise = "Changes nothing. What is attached already comes first. Ctrl-C ends with exit "
-                    "code 0."},
+         .summary = "Show phones as they come and go, and sync a folder with them, until Ctrl-C",
+         .promise =
+             "Changes nothing without --sync. What is attached already comes first. Ctrl-C "
+             "ends with exit code 0.\nWith --sync: as vesk sync, each time that a phone comes "
+             "or that the folder has changed and been\nleft alone for two seconds. Does not "
+             "choose between several phones: it then wants --udid. An error\ndoes not end "
+             "it; the next phone or change tries again.",
+         .writes = true,
+         .syncs = true,
+         .takesYes = true,
+         .takesSyncFolder = true},
         {.name = "pair",
          .run = runPair,
          .summary = "Pair a phone with this computer",

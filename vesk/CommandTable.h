@@ -26,6 +26,7 @@ struct CommandRow {
     bool syncs = false;       ///< takes --no-backup
     bool takesName = false;   ///< takes --name
     bool takesYes = false;    ///< takes --yes
+    bool takesSyncFolder = false; ///< takes --sync, and what goes with a sync for that only
     bool prepares = false;    ///< takes --start and the like
     bool takesSongs = false;  ///< takes --as-is and the like
     bool takesFolder = false; ///< takes --recursive

@@ -13,14 +13,6 @@ std::optional<DeviceNews::Item> DeviceNews::next(std::chrono::milliseconds wait)
     return Item{event->arrived, event->arrived ? arrived(event->device) : removed(event->device)};
 }
 
-DeviceNews::Item DeviceNews::wait() {
-    for (;;) {
-        if (auto item = next(std::chrono::hours{24})) {
-            return *std::move(item);
-        }
-    }
-}
-
 AttachedDevice DeviceNews::arrived(const Device& device) {
     return known_.emplace_back(AttachedDevice{device, describe(device)});
 }

@@ -21,9 +21,6 @@ public:
     /// loop is stopped.
     std::optional<Item> next(std::chrono::milliseconds wait);
 
-    /// The next one, however long that takes; sleeps until then.
-    Item wait();
-
 private:
     AttachedDevice arrived(const Device& device);
     AttachedDevice removed(const Device& device);
