@@ -1,6 +1,6 @@
 # What an installation holds: the library with its resources beside it, the provider in the folder
 # below where it is looked for too, the programs that read tags and make ringtones
-# beside it, the tool, and what applications include.
+# beside it, the tool with the service that runs it, and what applications include.
 
 install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${KRL_RESOURCES}" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -12,6 +12,12 @@ if(TARGET vesk-prepare)
     install(TARGETS vesk-prepare RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 endif()
 install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+# Where the tool stands is known when it is installed.
+install(CODE "
+    set(VESK_PROGRAM \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vesk\")
+    configure_file(\"${PROJECT_SOURCE_DIR}/packaging/systemd/vesk-watch@.service.in\"
+                   \"${PROJECT_BINARY_DIR}/vesk-watch@.service\" @ONLY)")
+install(FILES "${PROJECT_BINARY_DIR}/vesk-watch@.service" DESTINATION lib/systemd/user)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
                   "${PROJECT_SOURCE_DIR}/corefoundation/include/"
                   "${PROJECT_SOURCE_DIR}/mobiledevice/include/"

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <iterator>
 
 namespace krl::testing {
 namespace {
@@ -184,6 +185,9 @@ TEST_F(PluginCommand, WorksFromAnInstallation) {
             .wait();
     EXPECT_THAT(status.json().at("archive").get<std::string>(),
                 AllOf(::testing::StartsWith(prefix.string()), HasSubstr("KRLVesk.resources")));
+    std::ifstream unit(prefix / "lib/systemd/user/vesk-watch@.service");
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(unit), {}),
+                HasSubstr("ExecStart=\"" + (prefix / "bin/vesk").string() + "\" watch"));
     const VeskResult inspect =
         VeskProcess({"inspect", KRL_SAMPLES "/bells.mp3"},
                     {.environment = {}, .program = (prefix / "bin/vesk").string()})
