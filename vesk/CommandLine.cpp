@@ -315,6 +315,11 @@ private:
                 ""};
     }
 
+    bool hasWishes() const {
+        return std::any_of(wishes_.begin(), wishes_.end(),
+                           [](const CLI::Option* wish) { return wish->count() > 0; });
+    }
+
     void requirePreparing() {
         using krl::audio::Treatment;
         krl::audio::Recipe& recipe = options_.recipe;
@@ -325,8 +330,7 @@ private:
         recipe.treatment = asIs_        ? Treatment::AsIs
                            : unchecked_ ? Treatment::Unchecked
                                         : Treatment::Prepare;
-        recipe.preparesAll = std::any_of(wishes_.begin(), wishes_.end(),
-                                         [](const CLI::Option* wish) { return wish->count() > 0; });
+        recipe.preparesAll = hasWishes();
         options_.nameSource =
             nameFrom_ == "file" ? krl::audio::NameSource::File : krl::audio::NameSource::Tags;
         if (recipe.preparesAll && recipe.treatment != Treatment::Prepare) {
@@ -351,9 +355,10 @@ private:
             throw CLI::ValidationError(
                 "--dry-run is for add, remove, sync, rebuild, undo and restore");
         }
-        if (options_.command->takesSyncFolder && options_.arguments.empty() &&
-            (options_.dryRun || options_.force || options_.noBackup || options_.rebuild ||
-             options_.yes)) {
+        const bool isForSync = options_.dryRun || options_.force || options_.noBackup ||
+                               options_.rebuild || options_.yes || options_.recursive || asIs_ ||
+                               unchecked_ || nameFrom_ || hasWishes();
+        if (options_.command->takesSyncFolder && options_.arguments.empty() && isForSync) {
             throw CLI::ValidationError("without --sync, \"watch\" changes nothing on a phone: say "
                                        "--sync DIR, or leave the other options away");
         }
@@ -374,7 +379,7 @@ private:
     Options& options_;
     SecondsOptions seconds_;
     std::optional<std::string> start_;
-    std::string nameFrom_ = "tags";
+    std::optional<std::string> nameFrom_;
     bool asIs_ = false;
     bool unchecked_ = false;
     std::vector<const CLI::Option*> wishes_; ///< how a ringtone is made

@@ -22,14 +22,14 @@ struct CommandRow {
     const char* summary;
     const char* promise; ///< what it does not promise, above all
     CommandArguments arguments = {};
-    bool writes = false;      ///< takes --dry-run and --force
-    bool syncs = false;       ///< takes --no-backup
-    bool takesName = false;   ///< takes --name
-    bool takesYes = false;    ///< takes --yes
+    bool writes = false;          ///< takes --dry-run and --force
+    bool syncs = false;           ///< takes --no-backup
+    bool takesName = false;       ///< takes --name
+    bool takesYes = false;        ///< takes --yes
     bool takesSyncFolder = false; ///< takes --sync, and what goes with a sync for that only
-    bool prepares = false;    ///< takes --start and the like
-    bool takesSongs = false;  ///< takes --as-is and the like
-    bool takesFolder = false; ///< takes --recursive
+    bool prepares = false;        ///< takes --start and the like
+    bool takesSongs = false;      ///< takes --as-is and the like
+    bool takesFolder = false;     ///< takes --recursive
 };
 
 /// In the order in which the help shows them.

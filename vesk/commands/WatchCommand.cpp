@@ -76,7 +76,7 @@ public:
           syncOutput_({.json = options.json, .quiet = options.quiet, .event = "sync"}) {
         if (!options.arguments.empty()) {
             requireFolder(options.arguments.front());
-            folder_.emplace(options.arguments.front());
+            folder_.emplace(options.arguments.front(), options.recursive);
         }
     }
 
