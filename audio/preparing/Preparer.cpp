@@ -6,13 +6,9 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cerrno>
-#include <cstring>
 #include <future>
 #include <thread>
 #include <utility>
@@ -41,22 +37,6 @@ struct State {
                a.changed.tv_nsec == b.changed.tv_nsec;
     }
 };
-
-engine::Digest digestOf(const fs::path& song, int descriptor) {
-    engine::Sha256 sha;
-    std::array<char, 65536> piece{};
-    for (off_t position = 0;;) {
-        const ssize_t count = pread(descriptor, piece.data(), piece.size(), position);
-        if (count < 0) {
-            throw engine::unreadable(song, std::strerror(errno), "Copy it to another disk.");
-        }
-        if (count == 0) {
-            return sha.digest();
-        }
-        sha.add({piece.data(), static_cast<size_t>(count)});
-        position += count;
-    }
-}
 
 /// The wish with what the song's tags say of itself.
 /// @throw Failure when it is encrypted: what decodes it would give noise
@@ -91,7 +71,7 @@ SongOutcome Preparer::prepare(const fs::path& song, const Wish& wish) const {
     }
     const State before(file.descriptor());
     const Wish complete = completed(wish, song, file.descriptor());
-    const engine::Digest digest = digestOf(song, file.descriptor());
+    const engine::Digest digest = file.digest();
     if (auto kept = cache_.find(digest, complete)) {
         return {song, std::move(kept), /*fromCache=*/true};
     }
