@@ -204,7 +204,7 @@ private:
         if (row.arguments.label != nullptr) {
             CLI::Option* arguments =
                 app->add_option(row.arguments.label, options_.arguments, row.arguments.meaning);
-            arguments->required()->type_name("");
+            arguments->required(!row.takesAll)->type_name("");
             if (row.arguments.onlyOne) {
                 arguments->expected(1);
             }
@@ -226,6 +226,16 @@ private:
                          "Keep nothing of what the phone holds: no undo, and nothing is put right");
             app.add_flag("--rebuild", options_.rebuild,
                          "List ringtone files again that the phone's catalogue does not list");
+        }
+        if (row.takesAll) {
+            app.add_flag("--all", options_.all, "All ringtones of the phone");
+        }
+        if (row.fetches) {
+            app.add_option("-o,--output", options_.output,
+                           "Folder for the files, which is made [the working folder]")
+                ->type_name("DIR");
+            app.add_flag("--force", options_.force,
+                         "Write over a file that is there and holds something else");
         }
         if (row.prepares) {
             addPrepareOptions(app);
@@ -292,6 +302,14 @@ private:
         if (options_.rebuild && options_.noBackup) {
             throw CLI::ValidationError("--rebuild does not go without copies of what the phone "
                                        "holds: leave --no-backup away");
+        }
+        if (options_.all && !options_.arguments.empty()) {
+            throw CLI::ValidationError("names and --all exclude each other; give one");
+        }
+        if (options_.command->takesAll && !options_.all && options_.arguments.empty()) {
+            throw CLI::ValidationError(
+                fmt::format("\"{}\" is given nothing to work on: give names, or --all",
+                            options_.command->name));
         }
         if (options_.name && options_.arguments.size() != 1) {
             throw CLI::ValidationError("--name is for one file");

@@ -44,6 +44,17 @@ const std::vector<CommandRow>& commandTable() {
          .summary = "Show the ringtones on a phone",
          .promise = "Changes nothing. Shows what the phone's catalogue lists and whose file is "
                     "there; ringtones that\ncame with the phone are not among them."},
+        {.name = "get",
+         .run = runGet,
+         .summary = "Fetch ringtones from a phone as files",
+         .promise =
+             "Changes nothing on the phone. Files get their ringtones' names, as far as file "
+             "systems take them;\nwhat is in them is as it is on the phone. A file that is "
+             "there with the same contents stays; nothing\nis written over one with others "
+             "unless --force is given.",
+         .arguments = {"NAME", "Names of ringtones"},
+         .takesAll = true,
+         .fetches = true},
         {.name = "add",
          .run = runAdd,
          .summary = "Put ringtone files on a phone",

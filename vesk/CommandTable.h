@@ -26,7 +26,9 @@ struct CommandRow {
     bool syncs = false;     ///< takes --no-backup
     bool takesName = false; ///< takes --name
     bool takesYes = false;  ///< takes --yes
-    bool prepares = false;  ///< takes --start and the like, and --force
+    bool takesAll = false;  ///< takes --all in place of arguments
+    bool fetches = false;   ///< takes --output and --force
+    bool prepares = false;  ///< takes --start and the like, --output, and --force
 };
 
 /// In the order in which the help shows them.

@@ -16,6 +16,7 @@ ExitCode runUnpair(const Options& options, Output& output);
 ExitCode runDoctor(const Options& options, Output& output);
 
 ExitCode runList(const Options& options, Output& output);
+ExitCode runGet(const Options& options, Output& output);
 ExitCode runAdd(const Options& options, Output& output);
 ExitCode runRemove(const Options& options, Output& output);
 ExitCode runSync(const Options& options, Output& output);

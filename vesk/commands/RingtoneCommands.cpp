@@ -3,6 +3,7 @@
 #include "engine/values/Text.h"
 #include "vesk/commands/ChangeCommand.h"
 #include "vesk/commands/PhoneJson.h"
+#include "vesk/commands/RingtoneNames.h"
 #include "vesk/commands/StrangeKeys.h"
 #include "vesk/commands/UnfinishedJob.h"
 
@@ -26,28 +27,6 @@ void requireNamesFree(const PhoneState& state, const std::vector<LocalRingtone>&
                       fmt::format("{} already has {}", state.facts.label(), quotedList(taken)),
                       "Add it under another name (--name), or remove the old one first (vesk "
                       "remove). Nothing was changed on the phone.");
-    }
-}
-
-void requireNamesFound(const PhoneState& state, const std::vector<std::string>& names) {
-    const std::set<std::string> there = namesOf(state.ringtones);
-    std::vector<std::string> missing;
-    std::vector<std::string> details;
-    for (const std::string& name : names) {
-        if (!there.contains(name)) {
-            missing.push_back(name);
-            const auto close = closeNames(name, {there.begin(), there.end()});
-            if (!close.empty()) {
-                details.push_back(
-                    fmt::format("instead of \"{}\", did you mean {}?", name, quotedList(close)));
-            }
-        }
-    }
-    if (!missing.empty()) {
-        throw Failure(FailureKind::NameNotFound,
-                      fmt::format("{} {} not on {}", quotedList(missing),
-                                  missing.size() == 1 ? "is" : "are", state.facts.label()),
-                      "\"vesk list\" shows the names. Nothing was changed on the phone.", details);
     }
 }
 

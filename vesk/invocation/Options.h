@@ -24,6 +24,7 @@ struct Options {
     bool noBackup = false; ///< keep nothing of what the phone holds
     bool rebuild = false;  ///< list files again that the catalogue does not list
     bool yes = false;      ///< remove everything without being asked
+    bool all = false;      ///< every ringtone of the phone, instead of names
 
     PhoneRequest phone;
     std::optional<std::chrono::milliseconds> timeout;
