@@ -128,7 +128,14 @@ private:
         if (command == plugin_ && commandOf(*command) == nullptr) {
             return unknownCommandText(*command, "\"vesk plugin\" needs a command");
         }
-        return fmt::format("\"{}\" is given nothing to work on", chosen().back());
+        const auto& rows = commandTable();
+        const auto row = std::find_if(rows.begin(), rows.end(), [&](const CommandRow& one) {
+            return one.name == chosen().back() && one.second.label != nullptr;
+        });
+        return row != rows.end()
+                   ? fmt::format("\"{}\" needs {} and {}", row->name, row->arguments.label,
+                                 row->second.label)
+                   : fmt::format("\"{}\" is given nothing to work on", chosen().back());
     }
 
     /// @param none  what to say when nothing stands in the command's place
@@ -206,8 +213,13 @@ private:
                 app->add_option(row.arguments.label, options_.arguments, row.arguments.meaning);
             arguments->required(!row.takesAll)->type_name("");
             if (row.arguments.onlyOne) {
-                arguments->expected(1);
+                arguments->expected(1)->allow_extra_args(row.second.label == nullptr);
             }
+        }
+        if (row.second.label != nullptr) {
+            app->add_option(row.second.label, options_.second, row.second.meaning)
+                ->required()
+                ->type_name("");
         }
         addOptions(*app, row);
     }
@@ -294,10 +306,22 @@ private:
         }
     }
 
+    /// "add, remove and undo".
+    static std::string writingCommands() {
+        std::vector<std::string> names;
+        for (const CommandRow& row : commandTable()) {
+            if (row.writes) {
+                names.emplace_back(row.name);
+            }
+        }
+        const std::string last = names.back();
+        names.pop_back();
+        return fmt::format("{} and {}", fmt::join(names, ", "), last);
+    }
+
     void requireCombination() const {
         if (options_.dryRun && !options_.command->writes) {
-            throw CLI::ValidationError(
-                "--dry-run is for add, remove, sync, rebuild, undo and restore");
+            throw CLI::ValidationError(fmt::format("--dry-run is for {}", writingCommands()));
         }
         if (options_.rebuild && options_.noBackup) {
             throw CLI::ValidationError("--rebuild does not go without copies of what the phone "

@@ -74,6 +74,27 @@ const std::vector<CommandRow>& commandTable() {
          .arguments = {"NAME", "Names of ringtones"},
          .writes = true,
          .syncs = true},
+        {.name = "rename",
+         .run = runRename,
+         .summary = "Give a ringtone on a phone another name",
+         .promise = "Its file and its GUID stay, and no ringtone file is sent. Does not change the "
+                    "tags in the file, nor\ncontacts that use the ringtone. Deletes files in the "
+                    "phone's ringtone folder that no catalogue entry\nlists, as every sync does.",
+         .arguments = {"OLD", "Name of a ringtone", /*onlyOne=*/true},
+         .second = {"NEW", "Its name from then on"},
+         .writes = true,
+         .syncs = true},
+        {.name = "replace",
+         .run = runReplace,
+         .summary = "Put another file in a ringtone's place",
+         .promise = "Name and GUID stay; the old file is removed once the new one is there. Does "
+                    "not convert the file\nor check that the phone can play it, and deletes files "
+                    "in the phone's ringtone folder that no\ncatalogue entry lists, as every sync "
+                    "does.",
+         .arguments = {"NAME", "Name of a ringtone", /*onlyOne=*/true},
+         .second = {"FILE", "m4r, m4a, m4p, mp3, wav, aif or aiff"},
+         .writes = true,
+         .syncs = true},
         {.name = "sync",
          .run = runSync,
          .summary = "Make a phone hold exactly the ringtones of a folder",

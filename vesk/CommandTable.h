@@ -22,13 +22,14 @@ struct CommandRow {
     const char* summary;
     const char* promise; ///< what it does not promise, above all
     CommandArguments arguments = {};
-    bool writes = false;    ///< takes --dry-run and --force
-    bool syncs = false;     ///< takes --no-backup
-    bool takesName = false; ///< takes --name
-    bool takesYes = false;  ///< takes --yes
-    bool takesAll = false;  ///< takes --all in place of arguments
-    bool fetches = false;   ///< takes --output and --force
-    bool prepares = false;  ///< takes --start and the like, --output, and --force
+    CommandArguments second = {}; ///< one more, behind the only one
+    bool writes = false;          ///< takes --dry-run and --force
+    bool syncs = false;           ///< takes --no-backup
+    bool takesName = false;       ///< takes --name
+    bool takesYes = false;        ///< takes --yes
+    bool takesAll = false;        ///< takes --all in place of arguments
+    bool fetches = false;         ///< takes --output and --force
+    bool prepares = false;        ///< takes --start and the like, --output, and --force
 };
 
 /// In the order in which the help shows them.

@@ -19,6 +19,8 @@ ExitCode runList(const Options& options, Output& output);
 ExitCode runGet(const Options& options, Output& output);
 ExitCode runAdd(const Options& options, Output& output);
 ExitCode runRemove(const Options& options, Output& output);
+ExitCode runRename(const Options& options, Output& output);
+ExitCode runReplace(const Options& options, Output& output);
 ExitCode runSync(const Options& options, Output& output);
 ExitCode runRebuild(const Options& options, Output& output);
 

@@ -24,14 +24,10 @@ std::string timeText(uint64_t seconds) {
 }
 
 Json changesJson(const RingtoneChanges& changes) {
-    Json renamed = Json::array();
-    for (const auto& [from, to] : changes.renamed) {
-        renamed.push_back({{"from", from}, {"to", to}});
-    }
     return {{"added", changes.added},
             {"removed", changes.removed},
             {"replaced", changes.replaced},
-            {"renamed", renamed}};
+            {"renamed", renamedJson(changes.renamed)}};
 }
 
 std::string moved(const char* what, uint64_t done, uint64_t total) {

@@ -30,6 +30,7 @@ struct Options {
     std::optional<std::chrono::milliseconds> timeout;
 
     std::vector<std::string> arguments; ///< files, names, a folder or a catalogue
+    std::string second;                 ///< a new name, or a file in a ringtone's place
     std::optional<std::string> name;    ///< of the one file to add
 
     krl::audio::Wish wish;             ///< how songs are made ringtones
