@@ -231,7 +231,8 @@ private:
         }
         if (row.takesYes) {
             app.add_flag("--yes", options_.yes,
-                         "Go on when the folder is empty: remove everything");
+                         row.takesAll ? "Remove everything: goes with --all"
+                                      : "Go on when the folder is empty: remove everything");
         }
         if (row.syncs) {
             app.add_flag("--no-backup", options_.noBackup,
@@ -334,6 +335,9 @@ private:
             throw CLI::ValidationError(
                 fmt::format("\"{}\" is given nothing to work on: give names, or --all",
                             options_.command->name));
+        }
+        if (options_.command->takesAll && options_.yes && !options_.all) {
+            throw CLI::ValidationError("--yes goes with --all; names need none");
         }
         if (options_.name && options_.arguments.size() != 1) {
             throw CLI::ValidationError("--name is for one file");

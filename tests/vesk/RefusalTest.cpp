@@ -65,6 +65,7 @@ TEST_F(Refusal, WrongCommandLinesTouchNoPhone) {
         {"list", "--dry-run"},
         {"add", "a.mp3", "b.mp3", "--name", "x"},
         {"remove", "x", "--yes"},
+        {"remove", "x", "--all", "--yes"},
         {"list", "--udid"},
     };
     for (const auto& line : lines) {

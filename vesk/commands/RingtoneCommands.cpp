@@ -41,11 +41,11 @@ void warnOfUnreadableTags(const LocalFiles& files, Output& output) {
     }
 }
 
-void requireYes(const Options& options, const PhoneState& state) {
+/// @param what  what would remove everything, to begin a sentence with
+void requireYes(const Options& options, const PhoneState& state, const std::string& what) {
     if (!options.yes && !options.dryRun && !state.ringtones.empty()) {
         throw Failure(FailureKind::NeedsYes,
-                      fmt::format("\"{}\" has no ringtones: a sync would remove all {} from {}",
-                                  options.arguments.front(),
+                      fmt::format("{} would remove all {} from {}", what,
                                   counted(state.ringtones.size(), "ringtone"), state.facts.label()),
                       "If that is what you want, repeat with --yes. Nothing was changed on the "
                       "phone.");
@@ -98,8 +98,14 @@ ExitCode runAdd(const Options& options, Output& output) {
 ExitCode runRemove(const Options& options, Output& output) {
     ChangeCommand command(options, output, "remove");
     return command.run([&](const PhoneState& state) {
-        requireNamesFound(state, options.arguments);
-        removeRingtones(command.phone().tones(), options.arguments);
+        std::vector<std::string> names = options.arguments;
+        if (options.all) {
+            requireYes(options, state, "\"remove --all\"");
+            const std::set<std::string> all = namesOf(state.ringtones);
+            names.assign(all.begin(), all.end());
+        }
+        requireNamesFound(state, names);
+        removeRingtones(command.phone().tones(), names);
     });
 }
 
@@ -114,7 +120,8 @@ ExitCode runSync(const Options& options, Output& output) {
     ChangeCommand command(options, output, "sync");
     return command.run([&](const PhoneState& state) {
         if (folder.ringtones.empty()) {
-            requireYes(options, state);
+            requireYes(options, state,
+                       fmt::format("\"{}\" has no ringtones: a sync", options.arguments.front()));
         }
         makeHold(command.phone(), state, folder.ringtones);
     });
