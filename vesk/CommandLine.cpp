@@ -173,7 +173,8 @@ private:
             "-q,--quiet", options_.quiet,
             "No progress, notes or summaries; what was asked for, warnings and errors only");
         app_.add_flag("-n,--dry-run", options_.dryRun, "Show every change on the phone, make none");
-        app_.add_option("--udid", options_.phone.udid, "The phone to use when several are attached")
+        app_.add_option("--udid", options_.phone.udid,
+                        "The phone to use: its UDID, the beginning of it, or its name")
             ->type_name("UDID");
         timeout_ = app_.add_option("--timeout", seconds_.timeout,
                                    "How long the phone may be silent before a call fails [10]")

@@ -3,6 +3,7 @@
 #include "engine/errors/Status.h"
 #include "engine/phones/DeviceNews.h"
 #include "engine/phones/Discovery.h"
+#include "engine/phones/PhoneChoice.h"
 #include "engine/state/PhoneState.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/UnfinishedJob.h"
@@ -55,10 +56,6 @@ std::string orUnknown(const std::string& text) {
     return text.empty() ? "?" : text;
 }
 
-bool isWanted(const Options& options, const DeviceDescription& about) {
-    return options.phone.udid.empty() || sameUdid(options.phone.udid, about.udid);
-}
-
 void showEvent(bool arrived, const DeviceDescription& about, Output& output) {
     if (output.json()) {
         Json object{{"event", arrived ? "attached" : "removed"}};
@@ -80,16 +77,17 @@ ExitCode runDevices(const Options& options, Output& output) {
     Discovery discovery;
     Table table({{"UDID"}, {"NAME"}, {"CLASS"}, {"FIRMWARE"}, {"PAIRED"}, {"PROBLEM"}});
     Json devices = Json::array();
-    for (const auto& [device, about] : discovery.attached(options.phone.wait)) {
-        if (isWanted(options, about)) {
-            devices.push_back(deviceJson(about));
-            table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
-                       orUnknown(about.firmware), about.paired ? "yes" : "no",
-                       problemWithHint(about)});
-        }
+    const std::vector<AttachedDevice> attached = discovery.attached(options.phone.wait);
+    for (const auto& [device, about] : meantDevices(options.phone, attached)) {
+        devices.push_back(deviceJson(about));
+        table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
+                   orUnknown(about.firmware), about.paired ? "yes" : "no", problemWithHint(about)});
     }
     if (devices.empty()) {
         discovery.requireMuxDaemon();
+        if (!attached.empty()) {
+            throw noDeviceMeant(options.phone, attached);
+        }
         throw Failure(FailureKind::NoPhone, "no device is attached",
                       "Plug the phone in and wake it; --wait waits longer.");
     }
@@ -140,7 +138,7 @@ ExitCode runWatch(const Options& options, Output& output) {
     output.note("watching for phones; Ctrl-C ends");
     while (output.isWanted()) {
         const DeviceNews::Item item = news.wait();
-        if (isWanted(options, item.device.description)) {
+        if (!meantDevices(options.phone, {item.device}).empty()) {
             showEvent(item.arrived, item.device.description, output);
         }
     }

@@ -279,8 +279,9 @@ ExitCode runBackup(const Options& options, Output& output) {
 }
 
 ExitCode runHistory(const Options& options, Output& output) {
-    const std::string udid =
-        options.phone.udid.empty() ? OpenPhone(options.phone).facts().udid : options.phone.udid;
+    const std::string& said = options.phone.udid;
+    const bool isUdid = !said.empty() && (isWholeUdid(said) || knowsPhone(said));
+    const std::string udid = isUdid ? said : OpenPhone(options.phone).facts().udid;
     std::optional<PhoneSafe> safe;
     if (knowsPhone(udid)) {
         safe.emplace(udid);
