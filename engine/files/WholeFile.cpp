@@ -1,6 +1,7 @@
 #include "engine/files/WholeFile.h"
 
 #include "engine/errors/Failure.h"
+#include "engine/files/Writing.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -75,12 +76,8 @@ WholeFile::~WholeFile() {
 }
 
 void WholeFile::add(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = write(descriptor_, bytes.data(), bytes.size());
-        if (count < 0 && errno != EINTR) {
-            throw notWritten(place_, errno);
-        }
-        bytes.remove_prefix(count < 0 ? 0 : static_cast<size_t>(count));
+    if (const int error = writeAll(descriptor_, bytes)) {
+        throw notWritten(place_, error);
     }
 }
 
