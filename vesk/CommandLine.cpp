@@ -251,6 +251,11 @@ private:
             app.add_flag("--force", options_.force,
                          "Write over a file that is there and holds something else");
         }
+        if (row.plays) {
+            app.add_option("--sink", options_.sink,
+                           "Where the sound goes, in GStreamer's words [where the desktop's goes]")
+                ->type_name("SINK");
+        }
         if (row.prepares) {
             addPrepareOptions(app);
         }

@@ -55,6 +55,16 @@ const std::vector<CommandRow>& commandTable() {
          .arguments = {"NAME", "Names of ringtones"},
          .takesAll = true,
          .fetches = true},
+        {.name = "play",
+         .run = runPlay,
+         .summary = "Play a ringtone of a phone, or a file of this computer, until Ctrl-C",
+         .promise =
+             "Changes nothing. A file that is there is played; anything else is the name of "
+             "a ringtone, as it is\nwith --udid in any case; what begins with / ./ or ../ is "
+             "a file. Does not say that a phone plays it\n(vesk inspect). Ctrl-C ends with "
+             "exit code 0.",
+         .arguments = {"NAME", "Name of a ringtone, or a file", /*onlyOne=*/true},
+         .plays = true},
         {.name = "add",
          .run = runAdd,
          .summary = "Put ringtone files on a phone",

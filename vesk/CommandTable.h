@@ -29,6 +29,7 @@ struct CommandRow {
     bool takesYes = false;        ///< takes --yes
     bool takesAll = false;        ///< takes --all in place of arguments
     bool fetches = false;         ///< takes --output and --force
+    bool plays = false;           ///< takes --sink
     bool prepares = false;        ///< takes --start and the like, --output, and --force
 };
 

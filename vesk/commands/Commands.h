@@ -17,6 +17,7 @@ ExitCode runDoctor(const Options& options, Output& output);
 
 ExitCode runList(const Options& options, Output& output);
 ExitCode runGet(const Options& options, Output& output);
+ExitCode runPlay(const Options& options, Output& output);
 ExitCode runAdd(const Options& options, Output& output);
 ExitCode runRemove(const Options& options, Output& output);
 ExitCode runRename(const Options& options, Output& output);

@@ -33,6 +33,9 @@ struct Options {
     std::string second;                 ///< a new name, or a file in a ringtone's place
     std::optional<std::string> name;    ///< of the one file to add
 
+    std::string
+        sink; ///< where sound is to go, in GStreamer's words; empty: where the desktop's goes
+
     krl::audio::Wish wish;             ///< how songs are made ringtones
     std::optional<std::string> output; ///< file or folder for what is made
 };
