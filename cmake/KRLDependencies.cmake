@@ -23,6 +23,12 @@ if(NOT FFMPEG_FOUND)
     message(STATUS "FFmpeg's libraries not found: no vesk-prepare, which makes ringtones of songs")
 endif()
 
+# The process that plays files. Without it vesk says that it is missing.
+pkg_check_modules(GSTREAMER IMPORTED_TARGET gstreamer-1.0)
+if(NOT GSTREAMER_FOUND)
+    message(STATUS "GStreamer not found: no vesk-play, which plays ringtones")
+endif()
+
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)

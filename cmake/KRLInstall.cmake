@@ -1,6 +1,7 @@
 # What an installation holds: the library with its resources beside it, the provider in the folder
-# below where it is looked for too, the programs that read tags and make ringtones
-# beside it, the tool with the service that runs it, and what applications include.
+# below where it is looked for too, the programs that read tags, make ringtones
+# and play them beside it, the tool with the service that runs it, and what
+# applications include.
 
 install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${KRL_RESOURCES}" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -10,6 +11,9 @@ endif()
 install(TARGETS vesk-tags RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 if(TARGET vesk-prepare)
     install(TARGETS vesk-prepare RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
+endif()
+if(TARGET vesk-play)
+    install(TARGETS vesk-play RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 endif()
 install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 # Where the tool stands is known when it is installed.

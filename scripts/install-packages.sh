@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # install-packages.sh [WHAT...]: installs the Debian packages that something needs; quick when all are
-# there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare), tests,
+# there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare and vesk-play), tests,
 # bench, checks, fuzz, valgrind. Without one: everything.
 set -euo pipefail
 
@@ -9,8 +9,11 @@ build=(
     libsystemd-dev libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libseccomp-dev libcli11-dev libfmt-dev
     nlohmann-json3-dev nettle-dev libutf8proc-dev
 )
-# For vesk-prepare; all else is built without them too.
-songs=(libavformat-dev libavcodec-dev libavfilter-dev libswresample-dev libavutil-dev)
+# For vesk-prepare and vesk-play; all else is built without them too.
+songs=(
+    libavformat-dev libavcodec-dev libavfilter-dev libswresample-dev libavutil-dev
+    libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
+)
 tests=(
     libgtest-dev libgmock-dev libimobiledevice-dev libimobiledevice-utils ifuse libglib2.0-dev
     dbus-daemon binutils python3 procps openssl openjdk-17-jdk-headless ffmpeg

@@ -79,6 +79,11 @@ std::vector<Job> makeJobs(const fs::path& folder) {
     remove.wanted.erase("Marimba");
     remove.wanted.erase("Glöckchen 🔔");
 
+    // Of one that has a placeholder.
+    Job rename{"rename", {}, {"rename", "Horn", "Trumpet"}, before, Job::Others::Stay};
+    rename.wanted["Trumpet"] = rename.wanted.at("Horn");
+    rename.wanted.erase("Horn");
+
     // One stays, one is another size, one is new; the rest goes, and its names are used again.
     Job sync{"sync", {}, {"sync", "--unchecked", (folder / "sync").string()}, {}, Job::Others::Go};
     sync.wanted["Horn"] = before.at("Horn");
@@ -95,7 +100,7 @@ std::vector<Job> makeJobs(const fs::path& folder) {
                       {sync.arguments, {"backup", backup}, {"undo"}},
                       {"restore", backup},
                       sync.wanted};
-    return {add, remove, sync, undo, restore};
+    return {add, remove, rename, sync, undo, restore};
 }
 
 Addition makeAddition(const fs::path& folder, const std::string& name) {

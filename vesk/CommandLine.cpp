@@ -129,7 +129,14 @@ private:
         if (command == plugin_ && commandOf(*command) == nullptr) {
             return unknownCommandText(*command, "\"vesk plugin\" needs a command");
         }
-        return fmt::format("\"{}\" is given nothing to work on", chosen().back());
+        const auto& rows = commandTable();
+        const auto row = std::find_if(rows.begin(), rows.end(), [&](const CommandRow& one) {
+            return one.name == chosen().back() && one.second.label != nullptr;
+        });
+        return row != rows.end()
+                   ? fmt::format("\"{}\" needs {} and {}", row->name, row->arguments.label,
+                                 row->second.label)
+                   : fmt::format("\"{}\" is given nothing to work on", chosen().back());
     }
 
     /// @param none  what to say when nothing stands in the command's place
@@ -167,7 +174,8 @@ private:
             "-q,--quiet", options_.quiet,
             "No progress, notes or summaries; what was asked for, warnings and errors only");
         app_.add_flag("-n,--dry-run", options_.dryRun, "Show every change on the phone, make none");
-        app_.add_option("--udid", options_.phone.udid, "The phone to use when several are attached")
+        app_.add_option("--udid", options_.phone.udid,
+                        "The phone to use: its UDID, the beginning of it, or its name")
             ->type_name("UDID");
         timeout_ = app_.add_option("--timeout", seconds_.timeout,
                                    "How long the phone may be silent before a call fails [10]")
@@ -205,10 +213,15 @@ private:
         if (row.arguments.label != nullptr) {
             CLI::Option* arguments =
                 app->add_option(row.arguments.label, options_.arguments, row.arguments.meaning);
-            arguments->required()->type_name("");
+            arguments->required(!row.takesAll)->type_name("");
             if (row.arguments.onlyOne) {
-                arguments->expected(1);
+                arguments->expected(1)->allow_extra_args(row.second.label == nullptr);
             }
+        }
+        if (row.second.label != nullptr) {
+            app->add_option(row.second.label, options_.second, row.second.meaning)
+                ->required()
+                ->type_name("");
         }
         addOptions(*app, row);
     }
@@ -217,10 +230,13 @@ private:
         if (row.takesName) {
             app.add_option("--name", options_.name, "Name of the ringtone, for one file only")
                 ->type_name("NAME");
+            app.add_flag("--replace", options_.replace,
+                         "Take the place of ringtones of the same names, and their GUIDs");
         }
         if (row.takesYes) {
             app.add_flag("--yes", options_.yes,
-                         "Go on when the folder is empty: remove everything");
+                         row.takesAll ? "Remove everything: goes with --all"
+                                      : "Go on when the folder is empty: remove everything");
         }
         if (row.takesSyncFolder) {
             app.add_option("--sync", options_.arguments,
@@ -239,7 +255,22 @@ private:
                          "Take the songs of folders in the folder too");
         }
         if (row.takesSongs) {
-            addSongOptions(app);
+            addSongOptions(app, row);
+        }
+        if (row.takesAll) {
+            app.add_flag("--all", options_.all, "All ringtones of the phone");
+        }
+        if (row.fetches) {
+            app.add_option("-o,--output", options_.output,
+                           "Folder for the files, which is made [the working folder]")
+                ->type_name("DIR");
+            app.add_flag("--force", options_.force,
+                         "Write over a file that is there and holds something else");
+        }
+        if (row.plays) {
+            app.add_option("--sink", options_.sink,
+                           "Where the sound goes, in GStreamer's words [where the desktop's goes]")
+                ->type_name("SINK");
         }
         if (row.prepares) {
             addPrepareOptions(app);
@@ -262,14 +293,16 @@ private:
                      "Write over a file that is there; make more than 40 seconds");
     }
 
-    void addSongOptions(CLI::App& app) {
+    void addSongOptions(CLI::App& app, const CommandRow& row) {
         app.add_flag("--as-is", asIs_, "Make no ringtones of songs; refuse what does not play");
         app.add_flag("--unchecked", unchecked_,
                      "Send files as they are, without looking whether they play");
-        app.add_option("--name-from", nameFrom_,
-                       "Whether names come from \"tags\" or \"file\" [tags]")
-            ->check(choiceCheck({"tags", "file"}))
-            ->type_name("WHERE");
+        if (row.second.label == nullptr) {
+            app.add_option("--name-from", nameFrom_,
+                           "Whether names come from \"tags\" or \"file\" [tags]")
+                ->check(choiceCheck({"tags", "file"}))
+                ->type_name("WHERE");
+        }
     }
 
     /// Those of them that are given hold for every song, also for one that plays as it is.
@@ -350,10 +383,23 @@ private:
         }
     }
 
+    /// "add, remove and undo".
+    static std::string writingCommands() {
+        std::vector<std::string> names;
+        for (const CommandRow& row : commandTable()) {
+            if (row.writes) {
+                names.emplace_back(row.takesSyncFolder ? fmt::format("{} --sync", row.name)
+                                                       : std::string(row.name));
+            }
+        }
+        const std::string last = names.back();
+        names.pop_back();
+        return fmt::format("{} and {}", fmt::join(names, ", "), last);
+    }
+
     void requireCombination() const {
         if (options_.dryRun && !options_.command->writes) {
-            throw CLI::ValidationError(
-                "--dry-run is for add, remove, sync, rebuild, undo and restore");
+            throw CLI::ValidationError(fmt::format("--dry-run is for {}", writingCommands()));
         }
         const bool isForSync = options_.dryRun || options_.force || options_.noBackup ||
                                options_.rebuild || options_.yes || options_.recursive || asIs_ ||
@@ -365,6 +411,17 @@ private:
         if (options_.rebuild && options_.noBackup) {
             throw CLI::ValidationError("--rebuild does not go without copies of what the phone "
                                        "holds: leave --no-backup away");
+        }
+        if (options_.all && !options_.arguments.empty()) {
+            throw CLI::ValidationError("names and --all exclude each other; give one");
+        }
+        if (options_.command->takesAll && !options_.all && options_.arguments.empty()) {
+            throw CLI::ValidationError(
+                fmt::format("\"{}\" is given nothing to work on: give names, or --all",
+                            options_.command->name));
+        }
+        if (options_.command->takesAll && options_.yes && !options_.all) {
+            throw CLI::ValidationError("--yes goes with --all; names need none");
         }
         if (options_.name && options_.arguments.size() != 1) {
             throw CLI::ValidationError("--name is for one file");
@@ -403,6 +460,7 @@ bool asksForJson(int argc, char** argv) {
 } // namespace
 
 int run(int argc, char** argv) {
+
     installInterruptHandlers();
     Options options;
     Parser parser(options);

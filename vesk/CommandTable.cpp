@@ -55,6 +55,27 @@ const std::vector<CommandRow>& commandTable() {
          .summary = "Show the ringtones on a phone",
          .promise = "Changes nothing. Shows what the phone's catalogue lists and whose file is "
                     "there; ringtones that\ncame with the phone are not among them."},
+        {.name = "get",
+         .run = runGet,
+         .summary = "Fetch ringtones from a phone as files",
+         .promise =
+             "Changes nothing on the phone. Files get their ringtones' names, as far as file "
+             "systems take them;\nwhat is in them is as it is on the phone. A file that is "
+             "there with the same contents stays; nothing\nis written over one with others "
+             "unless --force is given.",
+         .arguments = {"NAME", "Names of ringtones"},
+         .takesAll = true,
+         .fetches = true},
+        {.name = "play",
+         .run = runPlay,
+         .summary = "Play a ringtone of a phone, or a file of this computer, until Ctrl-C",
+         .promise =
+             "Changes nothing. A file that is there is played; anything else is the name of "
+             "a ringtone, as it is\nwith --udid in any case; what begins with / ./ or ../ is "
+             "a file. Does not say that a phone plays it\n(vesk inspect). Ctrl-C ends with "
+             "exit code 0.",
+         .arguments = {"NAME", "Name of a ringtone, or a file", /*onlyOne=*/true},
+         .plays = true},
         {.name = "add",
          .run = runAdd,
          .summary = "Put songs on a phone as ringtones",
@@ -74,10 +95,35 @@ const std::vector<CommandRow>& commandTable() {
          .run = runRemove,
          .summary = "Take ringtones off a phone",
          .promise = "Names are those that vesk list --json shows, however accents are written in "
-                    "them. Does not\nchange contacts that use the ringtone.",
+                    "them. Does not\nchange contacts that use the ringtone. --all needs --yes too, "
+                    "or --dry-run.",
          .arguments = {"NAME", "Names of ringtones"},
          .writes = true,
+         .syncs = true,
+         .takesYes = true,
+         .takesAll = true},
+        {.name = "rename",
+         .run = runRename,
+         .summary = "Give a ringtone on a phone another name",
+         .promise = "Its file and its GUID stay, and no ringtone file is sent. Does not change the "
+                    "tags in the file, nor\ncontacts that use the ringtone. Deletes files in the "
+                    "phone's ringtone folder that no catalogue entry\nlists, as every sync does.",
+         .arguments = {"OLD", "Name of a ringtone", /*onlyOne=*/true},
+         .second = {"NEW", "Its name from then on"},
+         .writes = true,
          .syncs = true},
+        {.name = "replace",
+         .run = runReplace,
+         .summary = "Put another file in a ringtone's place",
+         .promise = "Name and GUID stay; the old file is removed once the new one is there. Songs "
+                    "become ringtones as\nwith vesk add. Deletes files in the phone's ringtone "
+                    "folder that no catalogue entry lists, as every\nsync does.",
+         .arguments = {"NAME", "Name of a ringtone", /*onlyOne=*/true},
+         .second = {"FILE", "A song, or a ringtone"},
+         .writes = true,
+         .syncs = true,
+         .prepares = true,
+         .takesSongs = true},
         {.name = "sync",
          .run = runSync,
          .summary = "Make a phone hold exactly the songs of a folder as ringtones",

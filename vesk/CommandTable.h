@@ -22,6 +22,7 @@ struct CommandRow {
     const char* summary;
     const char* promise; ///< what it does not promise, above all
     CommandArguments arguments = {};
+    CommandArguments second = {}; ///< one more, behind the only one
     bool writes = false;          ///< takes --dry-run and --force
     bool syncs = false;           ///< takes --no-backup
     bool takesName = false;       ///< takes --name
@@ -30,6 +31,9 @@ struct CommandRow {
     bool prepares = false;        ///< takes --start and the like
     bool takesSongs = false;      ///< takes --as-is and the like
     bool takesFolder = false;     ///< takes --recursive
+    bool takesAll = false;        ///< takes --all in place of arguments
+    bool fetches = false;         ///< takes --output and --force
+    bool plays = false;           ///< takes --sink
 };
 
 /// In the order in which the help shows them.

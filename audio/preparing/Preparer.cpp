@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -69,7 +68,7 @@ SongOutcome Preparer::prepare(const fs::path& song, const Wish& wish) const {
     }
     const State before(file.descriptor());
     const Wish complete = completed(wish, song, file.descriptor());
-    const engine::Digest digest = engine::digestOf(file);
+    const engine::Digest digest = file.digest();
     if (auto kept = cache_.find(digest, complete)) {
         return {song, std::move(kept), /*fromCache=*/true};
     }

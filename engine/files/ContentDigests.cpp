@@ -6,9 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -25,22 +22,6 @@ int64_t nanoseconds(const timespec& time) {
 }
 
 } // namespace
-
-Digest digestOf(const RegularFile& file) {
-    Sha256 sha;
-    std::array<char, 65536> piece{};
-    for (off_t position = 0;;) {
-        const ssize_t count = ::pread(file.descriptor(), piece.data(), piece.size(), position);
-        if (count < 0) {
-            throw unreadable(file.path(), std::strerror(errno), "Copy it to another disk.");
-        }
-        if (count == 0) {
-            return sha.digest();
-        }
-        sha.add({piece.data(), static_cast<size_t>(count)});
-        position += count;
-    }
-}
 
 ContentDigests::ContentDigests(fs::path place, std::function<Clock::time_point()> now)
     : place_(std::move(place)), now_(std::move(now)) {
@@ -63,7 +44,7 @@ Digest ContentDigests::of(const RegularFile& file) {
     auto found = known_.find(identity);
     if (found == known_.end()) {
         const std::chrono::nanoseconds begun = now_().time_since_epoch();
-        const Digest digest = digestOf(file);
+        const Digest digest = file.digest();
         // A file that was written to a moment ago may be written to again within one tick of the
         // clock that its times are taken from.
         constexpr std::chrono::seconds kSettled{2};

@@ -12,10 +12,6 @@
 
 namespace krl::engine {
 
-/// The digest of all that an open file holds.
-/// @throw Failure when it cannot be read
-Digest digestOf(const RegularFile& file);
-
 /// Digests of files of this computer, which are kept from one run to the next, so that a file that
 /// was not touched since is not read again. What is wrong with the place where they are kept is no
 /// failure: files are read then.

@@ -57,6 +57,22 @@ std::string RegularFile::bytes(size_t most) const {
     }
 }
 
+Digest RegularFile::digest() const {
+    Sha256 sha;
+    std::array<char, 65536> piece{};
+    for (off_t position = 0;;) {
+        const ssize_t count = pread(descriptor_, piece.data(), piece.size(), position);
+        if (count < 0) {
+            throw failure(std::strerror(errno));
+        }
+        if (count == 0) {
+            return sha.digest();
+        }
+        sha.add({piece.data(), static_cast<size_t>(count)});
+        position += count;
+    }
+}
+
 void RegularFile::requireRegular(unsigned mode) const {
     if (S_ISDIR(mode)) {
         throw failure("it is a folder");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/errors/Failure.h"
+#include "engine/values/Digest.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -35,6 +36,10 @@ public:
     /// All that it holds, from where it has been read to.
     /// @throw Failure when it cannot be read or is larger than this
     std::string bytes(size_t most) const;
+
+    /// The digest of all that it holds.
+    /// @throw Failure when it cannot be read
+    Digest digest() const;
 
 private:
     Failure failure(const std::string& why) const { return unreadable(path_, why, advice_); }

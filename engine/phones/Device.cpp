@@ -6,6 +6,9 @@
 
 #include <strings.h>
 
+#include <algorithm>
+#include <cctype>
+
 namespace krl::engine {
 namespace {
 
@@ -34,6 +37,17 @@ bool sameUdid(const std::string& left, const std::string& right) {
     return ::strcasecmp(left.c_str(), right.c_str()) == 0;
 }
 
+bool isWholeUdid(const std::string& text) {
+    constexpr size_t kDigits = 40;
+    return text.size() == kDigits && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+               return std::isxdigit(c) != 0;
+           });
+}
+
+std::string nameOf(const Device& device) {
+    return valueOf(device, CFSTR("DeviceName"));
+}
+
 DeviceDescription describe(const Device& device) {
     DeviceDescription result;
     result.connectStatus = AMDeviceConnect(device.get());
@@ -47,7 +61,7 @@ DeviceDescription describe(const Device& device) {
     // One that does not get to say what it is has fallen silent; it is no other kind of device.
     result.reachable = !result.deviceClass.empty();
     if (result.reachable) {
-        result.name = valueOf(device, CFSTR("DeviceName"));
+        result.name = nameOf(device);
         result.firmware = valueOf(device, CFSTR("ProductVersion"));
         result.paired = AMDeviceIsPaired(device.get()) != 0;
     }

@@ -77,6 +77,12 @@ bool isKnownFirmware(const std::string& firmware);
 /// UDIDs are hexadecimal digits of either case.
 bool sameUdid(const std::string& left, const std::string& right);
 
+/// Whether a text can be nothing but a whole UDID of the phones that there were: 40 such digits.
+bool isWholeUdid(const std::string& text);
+
+/// The name of a connected device; empty when it does not tell.
+std::string nameOf(const Device& device);
+
 /// Connects, asks, disconnects. A device that is silent takes one deadline, not one a value.
 DeviceDescription describe(const Device& device);
 

@@ -4,7 +4,7 @@
 #include "engine/errors/Status.h"
 #include "engine/phones/PairedPhones.h"
 #include "engine/phones/PairingKeeper.h"
-#include "engine/values/Text.h"
+#include "engine/values/Cf.h"
 
 #include <fmt/format.h>
 
@@ -50,6 +50,84 @@ std::optional<AttachedDevice> waitForUdid(Discovery& discovery, const PhoneReque
     }
 }
 
+/// How a text says which device is meant, the surest last.
+enum class Meaning { None, NameInOtherCase, Name, BeginningOfUdid, Udid };
+
+Meaning meaningOf(const std::string& text, const DeviceDescription& about) {
+    constexpr size_t kFewest = 4;
+    if (!about.udid.empty() && sameUdid(text, about.udid)) {
+        return Meaning::Udid;
+    }
+    if (text.size() >= kFewest && sameUdid(text, about.udid.substr(0, text.size()))) {
+        return Meaning::BeginningOfUdid;
+    }
+    if (about.name.empty() || cf::compareIgnoringCase(text, about.name) != 0) {
+        return Meaning::None;
+    }
+    return text == about.name ? Meaning::Name : Meaning::NameInOtherCase;
+}
+
+/// The devices that a text means in the surest of the ways in which it means any.
+std::vector<AttachedDevice> surest(const std::string& text,
+                                   const std::vector<AttachedDevice>& devices) {
+    Meaning best = Meaning::NameInOtherCase;
+    std::vector<AttachedDevice> result;
+    for (const AttachedDevice& device : devices) {
+        const Meaning meaning = meaningOf(text, device.description);
+        if (meaning > best) {
+            best = meaning;
+            result.clear();
+        }
+        if (meaning == best) {
+            result.push_back(device);
+        }
+    }
+    return result;
+}
+
+/// The name as a phone tells it over a session; empty when there can be none.
+std::string nameOverSession(const Device& device) {
+    const Connection connection(device);
+    if (connection.status() != 0 || AMDeviceValidatePairing(device.get()) != 0 ||
+        AMDeviceStartSession(device.get()) != 0) {
+        return {};
+    }
+    const std::string name = nameOf(device);
+    AMDeviceStopSession(device.get());
+    return name;
+}
+
+/// Waits for a device that is meant; all that is attached then in `seen`.
+std::optional<AttachedDevice> waitForMeant(Discovery& discovery, const PhoneRequest& request,
+                                           std::vector<AttachedDevice>& seen) {
+    const auto end = std::chrono::steady_clock::now() + request.wait;
+    seen = discovery.attached(request.wait);
+    for (;;) {
+        const auto phones = meantDevices(request, seen);
+        if (phones.size() > 1) {
+            throw Failure(FailureKind::SeveralPhones,
+                          fmt::format("\"{}\" means {} devices that are attached", request.udid,
+                                      phones.size()),
+                          "Say more of the UDID of the one that is meant: --udid UDID.",
+                          described(phones));
+        }
+        if (!phones.empty()) {
+            return phones.front();
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            end - std::chrono::steady_clock::now());
+        const auto event = discovery.next(std::max(left, std::chrono::milliseconds{0}));
+        if (!event) {
+            return std::nullopt;
+        }
+        if (event->arrived) {
+            seen.push_back({event->device, describe(event->device)});
+        } else {
+            std::erase_if(seen, [&](const auto& one) { return one.device == event->device; });
+        }
+    }
+}
+
 Failure noPhone(const PhoneRequest& request, const std::string& message,
                 const std::vector<AttachedDevice>& others) {
     const double seconds = std::chrono::duration<double>(request.wait).count();
@@ -69,9 +147,10 @@ AttachedDevice onlyPhone(Discovery& discovery, const PhoneRequest& request) {
         (about.isIphone() ? iphones : about.reachable ? others : silent).push_back(one);
     }
     if (iphones.size() > 1) {
-        throw Failure(FailureKind::SeveralPhones,
-                      fmt::format("{} phones are attached", iphones.size()),
-                      "Say which one is meant with --udid UDID.", described(iphones));
+        throw Failure(
+            FailureKind::SeveralPhones, fmt::format("{} phones are attached", iphones.size()),
+            "Say which one is meant with --udid: its UDID, the beginning of it, or its name.",
+            described(iphones));
     }
     if (iphones.size() == 1) {
         return iphones.front();
@@ -88,12 +167,13 @@ AttachedDevice onlyPhone(Discovery& discovery, const PhoneRequest& request) {
 
 AttachedDevice namedPhone(Discovery& discovery, const PhoneRequest& request) {
     std::vector<AttachedDevice> seen;
-    if (const auto phone = waitForUdid(discovery, request, seen)) {
+    const auto phone = isWholeUdid(request.udid) ? waitForUdid(discovery, request, seen)
+                                                 : waitForMeant(discovery, request, seen);
+    if (phone) {
         return *phone;
     }
     discovery.requireMuxDaemon();
-    throw noPhone(request, fmt::format("no phone with the UDID {} is attached", request.udid),
-                  seen);
+    throw noDeviceMeant(request, seen);
 }
 
 void requireReachable(const DeviceDescription& about) {
@@ -120,6 +200,35 @@ void requireUsable(const DeviceDescription& about) {
 }
 
 } // namespace
+
+std::vector<AttachedDevice> meantDevices(const PhoneRequest& request,
+                                         std::vector<AttachedDevice> devices) {
+    if (request.udid.empty()) {
+        return devices;
+    }
+    auto meant = surest(request.udid, devices);
+    if (!meant.empty()) {
+        return meant;
+    }
+    for (AttachedDevice& device : devices) {
+        DeviceDescription& about = device.description;
+        if (about.reachable && about.paired && about.name.empty()) {
+            about.name = nameOverSession(device.device);
+        }
+    }
+    return surest(request.udid, devices);
+}
+
+Failure noDeviceMeant(const PhoneRequest& request, const std::vector<AttachedDevice>& others) {
+    return noPhone(request,
+                   request.udid.empty() ? "no device is attached"
+                   : isWholeUdid(request.udid)
+                       ? fmt::format("no phone with the UDID {} is attached", request.udid)
+                       : fmt::format("no phone is attached that is called \"{}\" or whose UDID "
+                                     "begins so (four characters or more)",
+                                     request.udid),
+                   others);
+}
 
 AttachedDevice choosePhone(Discovery& discovery, const PhoneRequest& request) {
     const AttachedDevice phone = chooseDevice(discovery, request);

@@ -8,9 +8,13 @@
 namespace krl::engine {
 namespace {
 
-cf::CFRef<CFMutableDictionaryRef> newEntry(const LocalRingtone& ringtone) {
+cf::CFRef<CFStringRef> newGuid() {
     const auto uuid = cf::adopt(CFUUIDCreate(nullptr));
-    const auto guid = cf::adopt(CFUUIDCreateString(nullptr, uuid.get()));
+    return cf::adopt(CFUUIDCreateString(nullptr, uuid.get()));
+}
+
+cf::CFRef<CFMutableDictionaryRef> newEntry(const LocalRingtone& ringtone,
+                                           const cf::CFRef<CFStringRef>& guid = newGuid()) {
     auto entry = cf::dictionary();
     CFDictionarySetValue(entry.get(), KRTFileKey, guid.get());
     CFDictionarySetValue(entry.get(), KRTRingtoneName, cf::string(ringtone.name).get());
@@ -50,6 +54,24 @@ void compareWith(OpenPhone& phone, const PhoneState& state,
     }
 }
 
+/// The names that a change gives to ringtones which stay on the phone.
+std::vector<std::pair<std::string, std::string>> renamedIn(const PhoneState& state,
+                                                           CFDictionaryRef unchanged) {
+    std::map<std::string, std::string> nameOf;
+    for (const PhoneRingtone& ringtone : state.ringtones) {
+        nameOf[ringtone.file] = ringtone.name;
+    }
+    std::vector<std::pair<std::string, std::string>> renamed;
+    for (const PhoneRingtone& ringtone :
+         ringtonesOf(unchanged).value_or(std::vector<PhoneRingtone>{})) {
+        const auto before = nameOf.find(ringtone.file);
+        if (before != nameOf.end() && before->second != ringtone.name) {
+            renamed.emplace_back(before->second, ringtone.name);
+        }
+    }
+    return renamed;
+}
+
 } // namespace
 
 void addRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& added) {
@@ -64,10 +86,51 @@ void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& 
     }
 }
 
+void replaceRingtones(KRTRingtoneManager& tones, const PhoneState& state,
+                      const std::vector<LocalRingtone>& replacements) {
+    std::map<std::string, const PhoneRingtone*> there;
+    for (const PhoneRingtone& ringtone : state.ringtones) {
+        there[ringtone.name] = &ringtone;
+    }
+    for (const LocalRingtone& ringtone : replacements) {
+        const auto old = there.find(ringtone.name);
+        if (old != there.end() && isMadeOf(*old->second, ringtone)) {
+            continue;
+        }
+        const bool hasGuid = old != there.end() && !old->second->guid.empty();
+        const auto guid = hasGuid ? cf::string(old->second->guid) : newGuid();
+        tones.addRingtone(newEntry(ringtone, guid).get());
+    }
+}
+
+// The list is merged with a catalogue in which the ringtone has the new name: the library drops what
+// the catalogue does not name, without taking it for removed, and takes what it names as on the phone.
+void renameRingtone(KRTRingtoneManager& tones, const std::string& from, const std::string& to) {
+    const auto entries = cf::dictionary();
+    const auto managed = tones.currentRingtonesManaged();
+    for (CFIndex i = 0; i < CFArrayGetCount(managed.get()); ++i) {
+        const auto ringtone =
+            static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(managed.get(), i));
+        const std::string path = cf::textAt(ringtone, KRTRemotePath);
+        const auto entry = cf::adopt(CFDictionaryCreateMutableCopy(nullptr, 0, ringtone));
+        if (cf::textAt(ringtone, KRTRingtoneName) == from) {
+            CFDictionarySetValue(entry.get(), KRTRingtoneName, cf::string(to).get());
+        }
+        CFDictionarySetValue(entries.get(), cf::string(path.substr(path.rfind('/') + 1)).get(),
+                             entry.get());
+    }
+    const auto catalogue = cf::dictionary();
+    CFDictionarySetValue(catalogue.get(), KRTRingtoneKeyName, entries.get());
+    tones.updateRingtoneListFromList(catalogue.get());
+}
+
+bool isMadeOf(const PhoneRingtone& there, const LocalRingtone& wanted) {
+    return wanted.source && there.source == sourceText(*wanted.source, there.size);
+}
+
 bool isSame(const PhoneRingtone& there, const LocalRingtone& wanted) {
-    return wanted.source && !there.source.empty()
-               ? there.source == sourceText(*wanted.source, there.size)
-               : there.size == wanted.size;
+    return wanted.source && !there.source.empty() ? isMadeOf(there, wanted)
+                                                  : there.size == wanted.size;
 }
 
 void makeHold(OpenPhone& phone, const PhoneState& state, const std::vector<LocalRingtone>& wanted,
@@ -111,6 +174,7 @@ PreparedChange prepare(OpenPhone& phone, const PhoneState& state) {
     for (const auto& [name, entry] : cf::pairs(lists.removed)) {
         prepared.removed.insert(cf::text(cf::cast<CFStringRef>(name)));
     }
+    prepared.renamed = renamedIn(state, lists.unchanged);
     prepared.plan = rehearse(phone, state, lists);
     return prepared;
 }

@@ -6,6 +6,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace krl::engine {
@@ -15,8 +16,20 @@ namespace krl::engine {
 void addRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& added);
 void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& names);
 
-/// Whether a ringtone on a phone is the wanted one: made of the same, or, where nothing is written
-/// down of that, as large.
+/// Puts other files in the place of the ringtones of the same names, which keep their GUIDs: whoever
+/// goes by a GUID finds the new file. What the phone does not have is added; what is known to be made of the same stays.
+/// @param state  the phone's, whose ringtones the list holds
+void replaceRingtones(KRTRingtoneManager& tones, const PhoneState& state,
+                      const std::vector<LocalRingtone>& replacements);
+
+/// Gives a ringtone of the phone another name, which none has. Its file and GUID stay, and no file is
+/// sent. Before any other edit of the list.
+void renameRingtone(KRTRingtoneManager& tones, const std::string& from, const std::string& to);
+
+/// Whether a ringtone on a phone is known to be made of the same as the wanted one.
+bool isMadeOf(const PhoneRingtone& there, const LocalRingtone& wanted);
+
+/// Whether it is the wanted one: made of the same, or, where nothing is written down of that, as large.
 bool isSame(const PhoneRingtone& there, const LocalRingtone& wanted);
 
 /// What becomes of ringtones that are not among the wanted ones.
@@ -31,6 +44,7 @@ void makeHold(OpenPhone& phone, const PhoneState& state, const std::vector<Local
 struct PreparedChange {
     std::set<std::string> added;   ///< names
     std::set<std::string> removed; ///< names; one that is replaced is in both
+    std::vector<std::pair<std::string, std::string>> renamed; ///< old names to new ones
     Plan plan;
 };
 

@@ -1,15 +1,13 @@
 #include "engine/restore/Backup.h"
 
+#include "engine/files/FileNames.h"
 #include "engine/files/RegularFile.h"
 #include "engine/state/Catalogue.h"
-#include "engine/values/Text.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <map>
-#include <set>
 
 namespace krl::engine {
 namespace {
@@ -22,31 +20,11 @@ Failure unusable(const fs::path& folder, const std::string& why) {
     return unreadable(folder, why, "Nothing was changed on the phone.");
 }
 
-/// A name for a file here, near to what a person calls it.
-std::string readable(const std::string& name) {
-    // A file system takes 255 bytes; room is left for a number and an extension.
-    constexpr size_t kLongest = 200;
-    std::u32string result;
-    size_t length = 0;
-    for (const char32_t character : codePoints(name)) {
-        const bool fits = character >= 0x20 && character != U'/' && !isUnsafe(character);
-        const std::u32string next(1, fits ? character : U'_');
-        length += utf8(next).size();
-        if (length > kLongest) {
-            break;
-        }
-        result += next;
-    }
-    if (result.empty() || result.front() == U'.') {
-        result.insert(0, 1, U'_');
-    }
-    return utf8(result);
-}
-
 /// The names that a backup's files have in its folder.
 class ReadableNames {
 public:
     explicit ReadableNames(const Catalogue& catalogue) {
+        names_.reserve(kDocument);
         for (const CatalogueEntry& entry : catalogue.entries) {
             if (!entry.malformed && !entry.name.empty()) {
                 titles_[entry.file] = entry.name;
@@ -56,22 +34,15 @@ public:
 
     std::string nameFor(const std::string& file) {
         const size_t point = file.rfind('.');
-        const std::string extension =
-            point == std::string::npos || point == 0 ? "" : readable(file.substr(point + 1));
+        const bool hasExtension = point != std::string::npos && point > 0;
         const auto title = titles_.find(file);
-        const std::string stem =
-            readable(title != titles_.end() ? title->second : file.substr(0, point));
-        const std::string end = extension.empty() ? "" : "." + extension;
-        std::string name = stem + end;
-        for (size_t number = 2; !taken_.insert(name).second; ++number) {
-            name = fmt::format("{} ({}){}", stem, number, end);
-        }
-        return name;
+        return names_.give(title != titles_.end() ? title->second : file.substr(0, point),
+                           hasExtension ? file.substr(point + 1) : "");
     }
 
 private:
     std::map<std::string, std::string> titles_; ///< file on the phone to name
-    std::set<std::string> taken_{kDocument};
+    FileNames names_;
 };
 
 void makeEmptyFolder(const fs::path& folder) {

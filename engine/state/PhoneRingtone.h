@@ -19,8 +19,7 @@ struct PhoneRingtone {
     std::string file;        ///< in the ringtone folder
     std::string placeholder; ///< the name that its placeholder has or would have
     uint64_t size = 0;
-    std::string
-        source; ///< what it was made of (sourceText()); empty when nobody has written it down
+    std::string source = {}; ///< what it was made of (sourceText()); empty when nobody knows
 };
 
 /// How what a ringtone was made of is written down: half the digest of a content, or of a song and

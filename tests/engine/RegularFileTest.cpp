@@ -57,3 +57,9 @@ TEST_F(RegularFiles, AreReadUpToALimitAndNotBeyond) {
 TEST_F(RegularFiles, AFileThatHidesItsSizeIsRead) {
     EXPECT_THAT(RegularFile("/proc/self/status", "").bytes(1U << 20U), HasSubstr("Pid:"));
 }
+
+TEST_F(RegularFiles, AreKnownByTheDigestOfAllTheyHold) {
+    const RegularFile file(path("five", "sound"), "");
+    EXPECT_EQ(file.digest(), digestOf("sound"));
+    EXPECT_EQ(file.bytes(5), "sound") << "it can be read all the same";
+}

@@ -54,7 +54,7 @@ std::vector<std::string> environmentWith(std::map<std::string, std::string> adde
 
 bool takesSongs(const std::vector<std::string>& arguments) {
     return std::any_of(arguments.begin(), arguments.end(), [](const std::string& argument) {
-        return argument == "add" || argument == "sync";
+        return argument == "add" || argument == "replace" || argument == "sync";
     });
 }
 

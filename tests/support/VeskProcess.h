@@ -31,7 +31,7 @@ public:
         unsigned short columns = 80;
         std::map<std::string, std::string> environment; ///< added to this process's own
         std::string program;                            ///< empty: vesk
-        /// Whether add and sync look into files. Those of most tests hold no sound.
+        /// Whether add, replace and sync look into files. Those of most tests hold no sound.
         bool judges = false;
     };
 

@@ -6,6 +6,7 @@
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 using testing::Not;
 using testing::UnorderedElementsAre;
 
@@ -68,6 +69,12 @@ TEST_F(Backups, AreFoldersThatPeopleCanRead) {
     EXPECT_THAT(backupNames(), UnorderedElementsAre("krlvesk-backup.json", "Marimba.m4r",
                                                     "Harp_Lyre.m4r", "\xEF\xBF\xBD_.m4r"));
     EXPECT_EQ(fs::file_size(backup() + "/Marimba.m4r"), std::string("sound of Marimba").size());
+}
+
+TEST_F(Backups, HaveNamesThatEveryFileSystemTellsApart) {
+    putRingtones({{"KDAQ.m4r", "harp", "1"}, {"QJHE.m4r", "HARP", "2"}, {"BQJH.m4r", "con", "3"}});
+    ASSERT_THAT(vesk({"backup", backup()}), ExitsWith(ExitCode::Success));
+    EXPECT_THAT(backupNames(), IsSupersetOf({"harp.m4r", "HARP (2).m4r", "_con.m4r"}));
 }
 
 TEST_F(Backups, BringAWipedPhoneBackByteForByte) {

@@ -136,6 +136,20 @@ TEST_P(EachFirmware, AnEmptyFolderRemovesEverythingOnlyWithYes) {
     EXPECT_THAT(ringtoneFolder(), IsEmpty());
 }
 
+TEST_P(EachFirmware, AllIsRemovedOnlyWithYes) {
+    ASSERT_THAT(vesk({"add", local("bells.mp3"), local("harp.m4r")}), ExitsWith(ExitCode::Success));
+    const auto before = everything();
+    const VeskResult refused = vesk({"remove", "--all"});
+    EXPECT_THAT(refused, ExitsWith(ExitCode::NeedsYes));
+    EXPECT_THAT(refused.err, AllOf(HasSubstr("--yes"), HasSubstr("all 2 ringtones")));
+    EXPECT_EQ(everything(), before);
+    dryThenReal({"remove", "--all", "--yes"});
+    EXPECT_THAT(ringtoneFolder(), IsEmpty());
+    EXPECT_EQ(vesk({"remove", "--all", "--json"}).json().at("result"), "nothing-to-do");
+    EXPECT_THAT(vesk({"undo"}), ExitsWith(ExitCode::Success));
+    EXPECT_THAT(listedNames(), UnorderedElementsAre("bells", "harp"));
+}
+
 TEST_F(VeskTest, MixedRingtonesOn111AreAcceptedByTheCheckAfterEachSync) {
     options.firmware = "1.1.1";
     plugIn();

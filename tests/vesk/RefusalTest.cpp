@@ -68,6 +68,7 @@ TEST_F(Refusal, WrongCommandLinesTouchNoPhone) {
         {"list", "--dry-run"},
         {"add", "a.mp3", "b.mp3", "--name", "x"},
         {"remove", "x", "--yes"},
+        {"remove", "x", "--all", "--yes"},
         {"list", "--udid"},
     };
     for (const auto& line : lines) {
@@ -93,6 +94,10 @@ TEST_F(Refusal, WrongCommandLinesAreToldInWordsOfOurOwnWithTheCommandsHelp) {
         {{"unknown"}, "there is no command \"unknown\"", "vesk"},
         {{"add"}, "\"add\" is given nothing to work on", "vesk add"},
         {{"list", "--unknown"}, "\"list\" does not take \"--unknown\"", "vesk list"},
+        {{"rename"}, "\"rename\" needs OLD and NEW", "vesk rename"},
+        {{"rename", "a"}, "\"rename\" needs OLD and NEW", "vesk rename"},
+        {{"rename", "a", "b", "c"}, "\"rename\" does not take \"c\"", "vesk rename"},
+        {{"replace", "a"}, "\"replace\" needs NAME and FILE", "vesk replace"},
         {{"sync", "a", "b"}, "\"sync\" takes exactly one DIR", "vesk sync"},
         {{"list", "--udid"}, "--udid takes exactly one value", "vesk list"},
         {{"list", "--udid", "a", "--udid", "b"}, "--udid takes exactly one value", "vesk list"},
@@ -101,7 +106,8 @@ TEST_F(Refusal, WrongCommandLinesAreToldInWordsOfOurOwnWithTheCommandsHelp) {
          "vesk list"},
         {{"list", "--json=perhaps"}, "an option that takes no value was given one", "vesk list"},
         {{"list", "--dry-run"},
-         "--dry-run is for add, remove, sync, rebuild, undo and restore",
+         "--dry-run is for watch --sync, add, remove, rename, replace, sync, rebuild, undo and "
+         "restore",
          "vesk list"},
         {{"plugin"}, "\"vesk plugin\" needs a command", "vesk plugin"},
         {{"plugin", "instal"},

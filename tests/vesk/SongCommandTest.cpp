@@ -63,6 +63,16 @@ protected:
         return result;
     }
 
+    /// The ringtones' GUIDs by their names.
+    static std::map<std::string, std::string> guids() {
+        std::map<std::string, std::string> result;
+        const nlohmann::json listed = vesk({"list", "--json"}).json();
+        for (const auto& ringtone : listed.at("ringtones")) {
+            result[ringtone.at("name")] = ringtone.at("guid");
+        }
+        return result;
+    }
+
     std::map<std::string, std::string> results(const VeskResult& result) const {
         std::map<std::string, std::string> results;
         const nlohmann::json document = result.json();
@@ -333,6 +343,43 @@ TEST_F(Songs, AreRemovedHoweverAccentsAreWritten) {
     putRingtones({{"AAAA.m4r", "Cafe\u0301", "guid"}});
     EXPECT_THAT(vesk({"remove", "Caf\u00E9"}), ExitsWith(ExitCode::Success));
     EXPECT_THAT(listedNames(), IsEmpty());
+}
+
+TEST_F(Songs, AreRenamedAndFetchedHoweverAccentsAreWritten) {
+    plugIn();
+    putRingtones({{"AAAA.m4r", "Cafe\u0301", "guid"}, {"BBBB.m4r", "B", "other"}});
+    EXPECT_THAT(vesk({"rename", "B", "Caf\u00E9"}), ExitsWith(ExitCode::NameTaken));
+    EXPECT_THAT(vesk({"get", "Caf\u00E9", "-o", (temporaryFolder() / "out").string()}),
+                ExitsWith(ExitCode::Success));
+    EXPECT_THAT(vesk({"rename", "Caf\u00E9", "Caf\u00E9"}), ExitsWith(ExitCode::Success));
+    EXPECT_EQ(listedNames(), (Names{"B", "Caf\u00E9"})) << "in normal form C from then on";
+}
+
+TEST_F(Songs, ASongReplacesARingtoneUnderItsNameAndGuid) {
+    plugIn();
+    putRingtones({{"AAAA.mp3", "Old", "guid"}, {"BBBB.m4r", "B", "other"}});
+    const VeskResult result = judging({"replace", "Old", song("a.flac", "Title")});
+    EXPECT_THAT(result, ExitsWith(ExitCode::Success));
+    EXPECT_THAT(result.err, HasSubstr("was made a ringtone"));
+    EXPECT_EQ(guids(), (std::map<std::string, std::string>{{"B", "other"}, {"Old", "guid"}}));
+    EXPECT_EQ(filesByName().at("Old").extension(), ".m4r");
+    const VeskResult again = judging({"replace", "Old", local_("a.flac"), "--json"});
+    EXPECT_EQ(again.json().at("result"), "nothing-to-do");
+    EXPECT_THAT(judging({"replace", "None", local_("a.flac")}), ExitsWith(ExitCode::NameNotFound));
+}
+
+TEST_F(Songs, AreAddedInPlaceOfThoseOfTheSameNamesWhenThatIsAsked) {
+    plugIn();
+    putRingtones({{"AAAA.mp3", "Cafe\u0301", "guid"}, {"BBBB.m4r", "B", "other"}});
+    const std::string same = song("same.wav", "Caf\u00E9");
+    const std::string fresh = song("fresh.flac", "Fresh");
+    EXPECT_THAT(judging({"add", same, fresh}), ExitsWith(ExitCode::NameTaken));
+    EXPECT_THAT(judging({"add", "--replace", same, fresh}), ExitsWith(ExitCode::Success));
+    auto now = guids();
+    now.erase("Fresh");
+    EXPECT_EQ(now, (std::map<std::string, std::string>{{"B", "other"}, {"Cafe\u0301", "guid"}}));
+    EXPECT_EQ(listedNames(), (Names{"B", "Cafe\u0301", "Fresh"}));
+    EXPECT_EQ(filesByName().at("Cafe\u0301").extension(), ".wav");
 }
 
 TEST_F(Songs, ADryRunSaysWhatWouldComeAndLeavesNothing) {

@@ -102,6 +102,9 @@ std::string describeChange(const PreparedChange& change, const Repair* repair) {
     part(change.added.size() - replaced, "added");
     part(replaced, "replaced");
     part(change.removed.size() - replaced, "removed");
+    for (const auto& [from, to] : change.renamed) {
+        parts.push_back(fmt::format("\"{}\" renamed to \"{}\"", from, to));
+    }
     part(change.plan.moved, "moved");
     if (repair != nullptr && !repair->ringtones.empty()) {
         parts.push_back(describeRepair(*repair));
@@ -359,6 +362,9 @@ void ChangeCommand::report(const PreparedChange& prepared, const Repair* repair)
          {"spaceNeeded", plan.spaceNeeded},
          {"freeBytes", state_.facts.freeBytes ? Json(*state_.facts.freeBytes) : Json(nullptr)},
          {"ringtones", names}});
+    if (!prepared.renamed.empty()) {
+        document["renamed"] = renamedJson(prepared.renamed);
+    }
     if (repair != nullptr) {
         document["repaired"] = repairJson(*repair);
     }

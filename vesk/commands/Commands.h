@@ -16,8 +16,12 @@ ExitCode runUnpair(const Options& options, Output& output);
 ExitCode runDoctor(const Options& options, Output& output);
 
 ExitCode runList(const Options& options, Output& output);
+ExitCode runGet(const Options& options, Output& output);
+ExitCode runPlay(const Options& options, Output& output);
 ExitCode runAdd(const Options& options, Output& output);
 ExitCode runRemove(const Options& options, Output& output);
+ExitCode runRename(const Options& options, Output& output);
+ExitCode runReplace(const Options& options, Output& output);
 ExitCode runSync(const Options& options, Output& output);
 ExitCode runRebuild(const Options& options, Output& output);
 

@@ -1,6 +1,7 @@
 #include "vesk/commands/Commands.h"
 
 #include "engine/phones/Discovery.h"
+#include "engine/phones/PhoneChoice.h"
 #include "engine/state/PhoneState.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/DeviceTexts.h"
@@ -23,16 +24,17 @@ ExitCode runDevices(const Options& options, Output& output) {
     Discovery discovery;
     Table table({{"UDID"}, {"NAME"}, {"CLASS"}, {"FIRMWARE"}, {"PAIRED"}, {"PROBLEM"}});
     Json devices = Json::array();
-    for (const auto& [device, about] : discovery.attached(options.phone.wait)) {
-        if (isWanted(options, about)) {
-            devices.push_back(deviceJson(about));
-            table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
-                       orUnknown(about.firmware), about.paired ? "yes" : "no",
-                       problemWithHint(about)});
-        }
+    const std::vector<AttachedDevice> attached = discovery.attached(options.phone.wait);
+    for (const auto& [device, about] : meantDevices(options.phone, attached)) {
+        devices.push_back(deviceJson(about));
+        table.add({orUnknown(about.udid), orUnknown(about.name), orUnknown(about.deviceClass),
+                   orUnknown(about.firmware), about.paired ? "yes" : "no", problemWithHint(about)});
     }
     if (devices.empty()) {
         discovery.requireMuxDaemon();
+        if (!attached.empty()) {
+            throw noDeviceMeant(options.phone, attached);
+        }
         throw Failure(FailureKind::NoPhone, "no device is attached",
                       "Plug the phone in and wake it; --wait waits longer.");
     }

@@ -37,8 +37,4 @@ std::string orUnknown(const std::string& text) {
     return text.empty() ? "?" : text;
 }
 
-bool isWanted(const Options& options, const DeviceDescription& about) {
-    return options.phone.udid.empty() || sameUdid(options.phone.udid, about.udid);
-}
-
 } // namespace vesk

@@ -18,7 +18,4 @@ Json deviceJson(const DeviceDescription& about);
 
 std::string orUnknown(const std::string& text);
 
-/// Whether a device is the one that was asked for, or any is.
-bool isWanted(const Options& options, const DeviceDescription& about);
-
 } // namespace vesk

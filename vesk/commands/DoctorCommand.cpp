@@ -34,19 +34,18 @@ void show(const std::string& title, const Findings& findings, Output& output) {
 
 std::vector<AttachedDevice> attachedDevices(const Options& options) {
     Discovery discovery;
-    std::vector<AttachedDevice> devices = discovery.attached(options.phone.wait);
-    std::erase_if(devices, [&](const AttachedDevice& one) {
-        return !options.phone.udid.empty() && !sameUdid(one.description.udid, options.phone.udid);
-    });
-    return devices;
+    return meantDevices(options.phone, discovery.attached(options.phone.wait));
 }
 
 Finding noPhone(const Options& options) {
-    return {"phone", false,
-            options.phone.udid.empty()
-                ? "no phone is attached"
-                : fmt::format("no phone with the UDID {} is attached", options.phone.udid),
-            "Plug the phone in, wake it and try again; try another cable or port."};
+    return {
+        "phone", false,
+        options.phone.udid.empty()
+            ? "no phone is attached"
+            : fmt::format("no phone is attached with \"{}\" as its UDID, the beginning of it or "
+                          "its name",
+                          options.phone.udid),
+        "Plug the phone in, wake it and try again; try another cable or port."};
 }
 
 } // namespace

@@ -2,16 +2,14 @@
 
 #include "audio/preparing/Preparer.h"
 #include "engine/files/RegularFile.h"
+#include "engine/files/WholeFile.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/PreparedTexts.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <utility>
@@ -87,35 +85,6 @@ private:
     std::string output_;
 };
 
-Failure notWritten(const fs::path& place) {
-    return {FailureKind::Unexpected,
-            fmt::format("\"{}\" cannot be written: {}", place.string(), std::strerror(errno)),
-            "Choose another place with --output."};
-}
-
-/// Puts a file into its place when it is whole.
-void write(const fs::path& place, const std::string& bytes) {
-    const fs::path incoming =
-        place.parent_path() / fmt::format(".{}.part", place.filename().string());
-    std::error_code error;
-    if (place.has_parent_path()) {
-        fs::create_directories(place.parent_path(), error);
-    }
-    errno = 0;
-    std::ofstream file(incoming, std::ios::binary);
-    file << bytes;
-    file.close();
-    if (file) {
-        fs::rename(incoming, place, error);
-        errno = error.value();
-    }
-    if (!file || error) {
-        const Failure failure = notWritten(place);
-        fs::remove(incoming, error);
-        throw failure;
-    }
-}
-
 bool holds(const fs::path& place, const std::string& bytes) {
     std::error_code ignored;
     return fs::file_size(place, ignored) == bytes.size() &&
@@ -156,13 +125,11 @@ private:
         const fs::path place = places_.of(outcome.song);
         const bool there = fs::exists(place);
         const bool same = there && holds(place, bytes);
-        if (there && !same && !options_.force) {
-            throw Failure(FailureKind::NameTaken,
-                          fmt::format("\"{}\" is there already", place.string()),
-                          "Choose another place with --output, or write over it with --force.");
-        }
         if (!same) {
-            write(place, bytes);
+            WholeFile file(place);
+            file.add(bytes);
+            file.finish(options_.force ? WholeFile::Existing::IsReplaced
+                                       : WholeFile::Existing::IsKept);
         }
         say(outcome, place, same);
     }

@@ -5,6 +5,7 @@
 #include "engine/values/Text.h"
 #include "vesk/commands/ChangeCommand.h"
 #include "vesk/commands/PhoneJson.h"
+#include "vesk/commands/RingtoneNames.h"
 #include "vesk/commands/SongIntake.h"
 #include "vesk/commands/StrangeKeys.h"
 #include "vesk/commands/UnfinishedJob.h"
@@ -33,45 +34,16 @@ void requireNamesFree(const PhoneState& state, const std::vector<std::string>& n
     if (!taken.empty()) {
         throw Failure(FailureKind::NameTaken,
                       fmt::format("{} already has {}", state.facts.label(), quotedList(taken)),
-                      "Add it under another name (--name), or remove the old one first (vesk "
-                      "remove). Nothing was changed on the phone.");
+                      "Add it under another name (--name), or in place of the old one "
+                      "(--replace). Nothing was changed on the phone.");
     }
 }
 
-/// The names as the phone has them.
-/// @throw Failure when it does not have all of them
-std::vector<std::string> foundNames(const PhoneState& state,
-                                    const std::vector<std::string>& names) {
-    const Spellings spellings(state.ringtones);
-    std::vector<std::string> found;
-    std::vector<std::string> missing;
-    for (const std::string& name : names) {
-        const auto spelled = spellings.of(name);
-        (spelled ? found : missing).push_back(spelled.value_or(name));
-    }
-    if (missing.empty()) {
-        return found;
-    }
-    const std::set<std::string> there = namesOf(state.ringtones);
-    std::vector<std::string> details;
-    for (const std::string& name : missing) {
-        const auto close = closeNames(name, {there.begin(), there.end()});
-        if (!close.empty()) {
-            details.push_back(
-                fmt::format("instead of \"{}\", did you mean {}?", name, quotedList(close)));
-        }
-    }
-    throw Failure(FailureKind::NameNotFound,
-                  fmt::format("{} {} not on {}", quotedList(missing),
-                              missing.size() == 1 ? "is" : "are", state.facts.label()),
-                  "\"vesk list\" shows the names. Nothing was changed on the phone.", details);
-}
-
-void requireYes(const Options& options, const PhoneState& state) {
+/// @param what  what would remove everything, to begin a sentence with
+void requireYes(const Options& options, const PhoneState& state, const std::string& what) {
     if (!options.yes && !options.dryRun && !state.ringtones.empty()) {
         throw Failure(FailureKind::NeedsYes,
-                      fmt::format("\"{}\" has no ringtones: a sync would remove all {} from {}",
-                                  options.arguments.front(),
+                      fmt::format("{} would remove all {} from {}", what,
                                   counted(state.ringtones.size(), "ringtone"), state.facts.label()),
                       "If that is what you want, repeat with --yes. Nothing was changed on the "
                       "phone.");
@@ -90,7 +62,7 @@ WantedRingtones wantedOf(SongIntake& intake, OpenPhone& phone, const PhoneState&
     do {
         wanted.others = intake.hasFailed() ? Others::Stay : Others::Go;
         intake.choose(state, wanted.others);
-        wanted.ringtones = intake.made(phone, state);
+        wanted.ringtones = intake.made(phone, state, SongIntake::Same::BySourceOrSize);
     } while (intake.hasFailed() && wanted.others == Others::Go);
     return wanted;
 }
@@ -150,8 +122,11 @@ ExitCode runAdd(const Options& options, Output& output) {
     return withSongs(options, output, intake, "add", [&](ChangeCommand& command) {
         command.run([&](const PhoneState& state) {
             intake.choose(state, Others::Stay);
-            requireNamesFree(state, intake.names());
-            addRingtones(command.phone().tones(), intake.made(command.phone(), state));
+            if (!options.replace) {
+                requireNamesFree(state, intake.names());
+            }
+            replaceRingtones(command.phone().tones(), state,
+                             intake.made(command.phone(), state, SongIntake::Same::BySource));
         });
     });
 }
@@ -159,7 +134,13 @@ ExitCode runAdd(const Options& options, Output& output) {
 ExitCode runRemove(const Options& options, Output& output) {
     ChangeCommand command(options, output, "remove");
     return command.run([&](const PhoneState& state) {
-        removeRingtones(command.phone().tones(), foundNames(state, options.arguments));
+        std::vector<std::string> names = options.arguments;
+        if (options.all) {
+            requireYes(options, state, "\"remove --all\"");
+            const std::set<std::string> all = namesOf(state.ringtones);
+            names.assign(all.begin(), all.end());
+        }
+        removeRingtones(command.phone().tones(), foundNames(state, names));
     });
 }
 
@@ -176,7 +157,8 @@ ExitCode runSync(const Options& options, Output& output) {
         size_t kept = 0;
         command.run([&](const PhoneState& state) {
             if (folder.songs.empty()) {
-                requireYes(options, state);
+                requireYes(options, state,
+                           fmt::format("\"{}\" has no songs: a sync", options.arguments.front()));
             }
             const auto [wanted, others] = wantedOf(intake, command.phone(), state);
             makeHold(command.phone(), state, wanted, others);

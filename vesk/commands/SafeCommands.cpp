@@ -24,14 +24,10 @@ std::string timeText(uint64_t seconds) {
 }
 
 Json changesJson(const RingtoneChanges& changes) {
-    Json renamed = Json::array();
-    for (const auto& [from, to] : changes.renamed) {
-        renamed.push_back({{"from", from}, {"to", to}});
-    }
     return {{"added", changes.added},
             {"removed", changes.removed},
             {"replaced", changes.replaced},
-            {"renamed", renamed}};
+            {"renamed", renamedJson(changes.renamed)}};
 }
 
 std::string moved(const char* what, uint64_t done, uint64_t total) {
@@ -283,8 +279,9 @@ ExitCode runBackup(const Options& options, Output& output) {
 }
 
 ExitCode runHistory(const Options& options, Output& output) {
-    const std::string udid =
-        options.phone.udid.empty() ? OpenPhone(options.phone).facts().udid : options.phone.udid;
+    const std::string& said = options.phone.udid;
+    const bool isUdid = !said.empty() && (isWholeUdid(said) || knowsPhone(said));
+    const std::string udid = isUdid ? said : OpenPhone(options.phone).facts().udid;
     std::optional<PhoneSafe> safe;
     if (knowsPhone(udid)) {
         safe.emplace(udid);

@@ -59,6 +59,13 @@ void SongIntake::choose(const PhoneState& state, Others others) {
             fail(song.path, failure);
         }
     }
+    if (options_.name) {
+        const auto there = Spellings(state.ringtones).of(*options_.name);
+        for (Wanted& wanted : wanted_) {
+            wanted.ringtone.name = there.value_or(wanted.ringtone.name);
+        }
+        return;
+    }
     std::vector<LocalRingtone*> ringtones;
     for (Wanted& wanted : wanted_) {
         ringtones.push_back(&wanted.ringtone);
@@ -74,7 +81,7 @@ std::vector<std::string> SongIntake::names() const {
     return names;
 }
 
-std::vector<LocalRingtone> SongIntake::made(OpenPhone& phone, const PhoneState& state) {
+std::vector<LocalRingtone> SongIntake::made(OpenPhone& phone, const PhoneState& state, Same same) {
     std::map<std::string, const PhoneRingtone*> there;
     for (const PhoneRingtone& ringtone : state.ringtones) {
         there[ringtone.name] = &ringtone;
@@ -83,7 +90,9 @@ std::vector<LocalRingtone> SongIntake::made(OpenPhone& phone, const PhoneState& 
     std::vector<Wanted*> missing;
     for (Wanted& wanted : wanted_) {
         const auto found = there.find(wanted.ringtone.name);
-        if (found != there.end() && isSame(*found->second, wanted.ringtone)) {
+        if (found != there.end() &&
+            (same == Same::BySource ? isMadeOf(*found->second, wanted.ringtone)
+                                    : isSame(*found->second, wanted.ringtone))) {
             held.insert(wanted.ringtone.name);
         } else if (wanted.isToBeMade()) {
             missing.push_back(&wanted);

@@ -34,8 +34,14 @@ public:
     /// @param others  what becomes of all else that it holds
     void choose(const PhoneState& state, Others others);
 
+    /// By what a ringtone on the phone is known to be the wanted one.
+    enum class Same {
+        BySource,      ///< what is written down of it
+        BySourceOrSize ///< or, where nothing is, its size
+    };
+
     /// Those ringtones, made where the phone does not hold them already.
-    std::vector<LocalRingtone> made(OpenPhone& phone, const PhoneState& state);
+    std::vector<LocalRingtone> made(OpenPhone& phone, const PhoneState& state, Same same);
 
     /// The names that were chosen.
     std::vector<std::string> names() const;

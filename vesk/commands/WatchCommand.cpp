@@ -107,7 +107,7 @@ private:
         bool phoneHasCome = false;
         while (const auto item = news_.next(std::chrono::milliseconds{0})) {
             const AttachedDevice& device = item->device;
-            if (!isWanted(options_, device.description)) {
+            if (meantDevices(options_.phone, {device}).empty()) {
                 continue;
             }
             showEvent(item->arrived, device.description, output_);

@@ -72,6 +72,13 @@ void handle(int /*signal*/) {
         say("vesk: too late to cancel, the sync is being completed; pressing Ctrl-C again leaves "
             "at once, perhaps without a catalogue\n");
         break;
+    case OnInterrupt::FinishPiece:
+        if (noticed.exchange(true)) {
+            leave(
+                "vesk: left at once; an unfinished file \".vesk-….part\" may lie in the folder\n");
+        }
+        say("vesk: cancelling; press Ctrl-C again to leave at once\n");
+        break;
     case OnInterrupt::EndWatching:
         say("");
         _exit(static_cast<int>(ExitCode::Success));

@@ -8,6 +8,7 @@ enum class OnInterrupt {
     FinishStep,       ///< cancel at the next step of a sync; a second one leaves at once
     FinishForcedStep, ///< the same, when an unreadable catalogue has been removed
     FinishSync,       ///< too late to cancel: complete the sync; a second one leaves at once
+    FinishPiece,      ///< cancel within a file that is being fetched; a second one leaves at once
     EndWatching,      ///< leave at once without a word, since that is how watching ends
 };
 
