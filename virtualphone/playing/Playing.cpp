@@ -44,7 +44,8 @@ constexpr double kHighestRate = 48000;
 constexpr double kMostChannels = 2;
 constexpr double kFewestKilobits = 8;
 constexpr double kMostKilobits = 320;
-constexpr double kMostSeconds = 40;
+/// The 40 seconds of media libraries, and what an encoder adds at the ends.
+constexpr double kMostSeconds = 40.999;
 
 template <typename List, typename Value>
 bool contains(const List& list, const Value& value) {
