@@ -9,8 +9,7 @@
 namespace krl::engine {
 
 /// Devices as they come and go, each with what it said when it came: one that is gone cannot be
-/// asked any more. Asking blocks, for as long as a call may take when the device is silent. One at
-/// a time, on one thread.
+/// asked any more. Asking blocks, for as long as a call may take when the device is silent.
 class DeviceNews {
 public:
     struct Item {

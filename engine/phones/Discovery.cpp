@@ -12,7 +12,7 @@ namespace krl::engine {
 
 using std::chrono::milliseconds;
 
-Discovery* Discovery::current_ = nullptr;
+std::vector<Discovery*> Discovery::all_;
 
 Discovery::Discovery() {
     if (AMDeviceNotificationSubscribe == nullptr) {
@@ -22,10 +22,10 @@ Discovery::Discovery() {
                       "libKRLVesk.so.");
     }
     layer::lay();
-    current_ = this;
+    all_.push_back(this);
     const int32_t status = AMDeviceNotificationSubscribe(callback, 0, 0, nullptr, &subscription_);
     if (status != 0) {
-        current_ = nullptr;
+        std::erase(all_, this);
         throw Failure(FailureKind::NoDeviceLayer,
                       fmt::format("attached devices cannot be watched (status {})", status),
                       "Check that the usbmuxd daemon runs: systemctl status usbmuxd");
@@ -34,21 +34,22 @@ Discovery::Discovery() {
 
 Discovery::~Discovery() {
     AMDShutdownNotificationProxy(subscription_);
-    current_ = nullptr;
+    std::erase(all_, this);
 }
 
 void Discovery::callback(am_device_notification_info* info) {
-    if (current_ == nullptr) {
-        return;
-    }
-    auto& devices = current_->devices_;
     const Device device(info->device);
-    if (info->message == kAMDeviceMessageConnected) {
-        devices.push_back(device);
-        current_->events_.push_back({true, device});
-    } else if (info->message == kAMDeviceMessageDisconnected) {
-        devices.erase(std::remove(devices.begin(), devices.end(), device), devices.end());
-        current_->events_.push_back({false, device});
+    for (Discovery* const one : all_) {
+        one->hear(info->message, device);
+    }
+}
+
+void Discovery::hear(uint32_t message, const Device& device) {
+    if (message == kAMDeviceMessageConnected && !isAttached(device)) {
+        devices_.push_back(device);
+        events_.push_back({true, device});
+    } else if (message == kAMDeviceMessageDisconnected && std::erase(devices_, device) > 0) {
+        events_.push_back({false, device});
     }
 }
 

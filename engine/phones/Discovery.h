@@ -17,7 +17,7 @@ struct AttachedDevice {
 };
 
 /// The devices that are attached, by a subscription of its own: unlike the phone manager it also
-/// knows devices that are no iPhones or not paired. One at a time, on one thread.
+/// knows devices that are no iPhones or not paired. All of a process on one thread.
 class Discovery {
 public:
     struct Event {
@@ -47,9 +47,11 @@ public:
 private:
     static void callback(am_device_notification_info* info);
 
-    // The callback is given no context.
-    static Discovery* current_;
+    // The callback is given no context: whichever subscription tells, all of them hear it, and pass
+    // over what they know.
+    static std::vector<Discovery*> all_;
 
+    void hear(uint32_t message, const Device& device);
     int32_t waitForList(std::chrono::milliseconds longest) const;
     bool isAttached(const Device& device) const;
 
