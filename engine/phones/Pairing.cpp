@@ -65,11 +65,11 @@ Pairing pair(const AttachedDevice& phone) {
     const Connection connection(phone.device);
     requireConnection(connection, phone.description);
     if (const int32_t status = AMDevicePair(phone.device.get())) {
-        throw Failure(FailureKind::PairingFailed,
-                      fmt::format("{} was not paired: {}", phone.description.label(),
-                                  statusText(status)),
-                      "Unlock the phone, keep it awake and try again. This computer kept "
-                      "nothing.");
+        throw Failure(
+            FailureKind::PairingFailed,
+            fmt::format("{} was not paired: {}", phone.description.label(), statusText(status)),
+            "Unlock the phone, keep it awake and try again. This computer kept "
+            "nothing.");
     }
     const Pairing pairing{.sessionStatus = trySession(phone.device)};
     rememberPaired(phone.description.udid);
@@ -85,10 +85,10 @@ bool unpair(const AttachedDevice& phone) {
     const Connection connection(phone.device);
     requireConnection(connection, phone.description);
     if (const int32_t status = AMDeviceUnpair(phone.device.get())) {
-        throw Failure(FailureKind::PairingFailed,
-                      fmt::format("{} was not unpaired: {}", phone.description.label(),
-                                  statusText(status)),
-                      "Unlock the phone, keep it awake and try again.");
+        throw Failure(
+            FailureKind::PairingFailed,
+            fmt::format("{} was not unpaired: {}", phone.description.label(), statusText(status)),
+            "Unlock the phone, keep it awake and try again.");
     }
     return true;
 }
