@@ -1,5 +1,6 @@
 #include "desktop/pages/MainWindow.h"
 
+#include "desktop/pages/HistoryWindow.h"
 #include "desktop/pages/Resources.h"
 #include "desktop/pages/Rows.h"
 #include "desktop/session/Translation.h"
@@ -38,6 +39,17 @@ const char* labelOf(Remedy remedy) {
 void removeChildren(GtkBox* box) {
     while (GtkWidget* const child = gtk_widget_get_first_child(GTK_WIDGET(box))) {
         gtk_box_remove(box, child);
+    }
+}
+
+/// Shows a page of a stack, and hides the others from screen readers too.
+void showOnly(GtkStack* stack, const char* name) {
+    GtkWidget* const shown = gtk_stack_get_child_by_name(stack, name);
+    gtk_widget_set_visible(shown, TRUE);
+    gtk_stack_set_visible_child(stack, shown);
+    for (GtkWidget* page = gtk_widget_get_first_child(GTK_WIDGET(stack)); page != nullptr;
+         page = gtk_widget_get_next_sibling(page)) {
+        gtk_widget_set_visible(page, page == shown);
     }
 }
 
@@ -104,12 +116,7 @@ void MainWindow::addActions() {
     addAction("pair", [this] { session_.pair(); });
     addAction("look-again", [this] { session_.lookAgain(); });
     addAction("undo-sync", [this] { session_.undo(); });
-    addAction("history", [this] {
-        adw_leaflet_set_visible_child_name(widget<AdwLeaflet>("leaflet"), "history");
-    });
-    addAction("back", [this] {
-        adw_leaflet_set_visible_child_name(widget<AdwLeaflet>("leaflet"), "ringtones");
-    });
+    addAction("history", [this] { openHistory(GTK_WINDOW(window_.get()), session_); });
     addPhoneAction();
 }
 
@@ -141,7 +148,6 @@ void MainWindow::addKeys() {
     add("<Control>v", "win.paste");
     add("<Control>z", "win.undo-edit");
     add("Delete", "win.remove");
-    add("Escape", "win.back");
     gtk_widget_add_controller(GTK_WIDGET(window_.get()), keys);
 }
 
@@ -238,7 +244,6 @@ void MainWindow::show() {
     showMessage();
     showPage();
     showBottom();
-    showHistory();
     showActions();
 }
 
@@ -256,8 +261,7 @@ void MainWindow::showTitle() {
 
 void MainWindow::showPhones() {
     const std::vector<PhoneChoice> phones = session_.phones();
-    gtk_stack_set_visible_child_name(widget<GtkStack>("title"),
-                                     phones.size() > 1 ? "several" : "one");
+    showOnly(widget<GtkStack>("title"), phones.size() > 1 ? "several" : "one");
     g_menu_remove_all(phoneMenu_.get());
     for (const PhoneChoice& phone : phones) {
         const auto item = adopt(g_menu_item_new(phone.name.c_str(), nullptr));
@@ -270,11 +274,11 @@ void MainWindow::showPhones() {
 
 void MainWindow::showMessage() {
     const std::optional<Message> message = session_.message();
-    gtk_revealer_set_reveal_child(widget<GtkRevealer>("message"), message.has_value());
+    auto* const box = widget<GtkWidget>("message");
+    gtk_widget_set_visible(box, message.has_value());
     if (!message) {
         return;
     }
-    GtkWidget* const box = gtk_revealer_get_child(widget<GtkRevealer>("message"));
     const char* const classes[] = {"message", message->isError ? "error" : "plain", nullptr};
     gtk_widget_set_css_classes(box, const_cast<const char**>(classes));
     gtk_label_set_text(widget<GtkLabel>("message-title"), message->title.c_str());
@@ -322,7 +326,7 @@ void MainWindow::showPage() {
         showFindings();
     }
     gtk_widget_set_visible(widget<GtkWidget>("findings"), !shownFindings_.empty());
-    gtk_stack_set_visible_child_name(widget<GtkStack>("pages"), pageName());
+    showOnly(widget<GtkStack>("pages"), pageName());
 }
 
 void MainWindow::showFindings() {
@@ -345,18 +349,18 @@ void MainWindow::showBottom() {
     const PhoneBook* const book = session_.book();
     const Page page = session_.page();
     const bool isShown = session_.isBusy() || page == Page::List || page == Page::Empty;
-    gtk_revealer_set_reveal_child(widget<GtkRevealer>("bottom"), isShown);
-    auto* const pages = widget<GtkStack>("bottom-pages");
+    auto* const pages = widget<GtkStack>("bottom");
+    gtk_widget_set_visible(GTK_WIDGET(pages), isShown);
     if (session_.isBusy()) {
         if (session_.isBeingCancelled()) {
             gtk_label_set_text(widget<GtkLabel>("work-text"), _("Cancelling…"));
         } else if (std::string(gtk_stack_get_visible_child_name(pages)) != "work") {
             showProgress({});
         }
-        gtk_stack_set_visible_child_name(pages, "work");
+        showOnly(pages, "work");
         return;
     }
-    gtk_stack_set_visible_child_name(pages, "space");
+    showOnly(pages, "space");
     if (book != nullptr) {
         showSpace(*book);
     }
@@ -402,36 +406,6 @@ void MainWindow::showProgress(const WorkProgress& progress) {
     }
 }
 
-void MainWindow::showHistory() {
-    auto* const group = widget<AdwPreferencesGroup>("history");
-    for (GtkWidget* const row : historyRows_) {
-        adw_preferences_group_remove(group, row);
-    }
-    historyRows_.clear();
-    const PhoneBook* const book = session_.book();
-    adw_window_title_set_subtitle(widget<AdwWindowTitle>("history-title"),
-                                  session_.phoneName().c_str());
-    if (book == nullptr || !book->reading()) {
-        return;
-    }
-    bool canUndo = session_.canUndo();
-    const bool isEnabled = session_.page() != Page::Gone && !session_.isBusy();
-    for (const PastJob& job : book->reading()->history) {
-        const bool undoes = canUndo && !job.isUndone;
-        canUndo = canUndo && !undoes;
-        historyRows_.push_back(
-            newJobRow(job, undoes, isEnabled, [this, undoes, before = job.before] {
-                g_action_group_activate_action(G_ACTION_GROUP(window_.get()), "back", nullptr);
-                if (undoes) {
-                    session_.undo();
-                } else {
-                    session_.goBackTo(before);
-                }
-            }));
-        adw_preferences_group_add(group, historyRows_.back());
-    }
-}
-
 void MainWindow::showActions() {
     const PhoneBook* const book = session_.book();
     const Page page = session_.page();
@@ -440,6 +414,9 @@ void MainWindow::showActions() {
     gtk_button_set_label(widget<GtkButton>("sync"),
                          changes == 0 ? _("_Sync")
                                       : fmt::format(fmt::runtime(_("_Sync {}")), changes).c_str());
+    gtk_accessible_update_property(
+        GTK_ACCESSIBLE(widget<GtkButton>("sync")), GTK_ACCESSIBLE_PROPERTY_LABEL,
+        changes == 0 ? _("Sync") : fmt::format(fmt::runtime(_("Sync {}")), changes).c_str(), -1);
     gtk_widget_set_visible(widget<GtkWidget>("sync"), isUsable);
     gtk_widget_set_visible(widget<GtkWidget>("add"), isUsable);
     gtk_widget_set_visible(widget<GtkWidget>("search-toggle"), page == Page::List);

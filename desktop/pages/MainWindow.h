@@ -42,7 +42,6 @@ private:
     void showBottom();
     void showSpace(const PhoneBook& book);
     void showProgress(const WorkProgress& progress);
-    void showHistory();
     void showActions();
     void showToast(const Toast& toast);
     const char* pageName() const;
@@ -60,7 +59,6 @@ private:
     Owned<GMenu> phoneMenu_;
     engine::Findings shownFindings_;
     std::vector<GtkWidget*> findingRows_; ///< of the list of the computer; the list owns them
-    std::vector<GtkWidget*> historyRows_; ///< likewise
     std::shared_ptr<bool> isThere_ = std::make_shared<bool>(true);
     bool willShow_ = false;
 };

@@ -70,6 +70,8 @@ void RowView::update() {
     const std::string mark = markText(shown.mark);
     gtk_label_set_text(widget<GtkLabel>("name"), shown.name.c_str());
     gtk_label_set_text(widget<GtkLabel>("text"), text.c_str());
+    gtk_accessible_update_property(GTK_ACCESSIBLE(gtk_widget_get_parent(widget<GtkWidget>("row"))),
+                                   GTK_ACCESSIBLE_PROPERTY_LABEL, shown.name.c_str(), -1);
     gtk_widget_set_tooltip_text(widget<GtkWidget>("text"),
                                 shown.reason.empty() ? nullptr : shown.reason.c_str());
     auto* const label = widget<GtkWidget>("mark");

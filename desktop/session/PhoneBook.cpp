@@ -8,8 +8,8 @@
 namespace krl::desktop {
 namespace {
 
-// A key is this and what comes behind it.
-constexpr char kPhoneKey = '=';
+// A key is this and what comes behind it: of one name, the phone's comes first.
+constexpr char kPhoneKey = '#';
 constexpr char kSongKey = '+';
 
 uint64_t numberIn(const std::string& key) {

@@ -259,7 +259,8 @@ std::string changesText(const RingtoneChanges& changes) {
         renamed.push_back(to);
     }
     say(_("Renamed to {}"), renamed);
-    return sentences.empty() ? _("No ringtone changed") : joined(sentences);
+    return sentences.empty() ? std::string(_("No ringtone changed"))
+                             : fmt::format("{}", fmt::join(sentences, ". "));
 }
 
 std::string jobText(const PastJob& job) {
