@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace krl::desktop {
@@ -75,9 +76,12 @@ MainWindow::MainWindow(AdwApplication* application, Session& session)
         GTK_APPLICATION_WINDOW(window_.get()),
         reinterpret_cast<GtkShortcutsWindow*>(
             gtk_builder_get_object(shortcuts.get(), "help_overlay")));
+    gtk_search_bar_connect_entry(widget<GtkSearchBar>("search-bar"),
+                                 GTK_EDITABLE(widget<GtkSearchEntry>("search")));
     addActions();
     addKeys();
     acceptDrops();
+    stayWhileBusy();
     list_.onSearched = [this] { showPage(); };
     session_.onChanged = [this] { showSoon(); };
     session_.onProgress = [this](const WorkProgress& progress) { showProgress(progress); };
@@ -134,6 +138,17 @@ void MainWindow::addPhoneAction() {
 void MainWindow::enable(const char* action, bool isEnabled) {
     GAction* const found = g_action_map_lookup_action(G_ACTION_MAP(window_.get()), action);
     g_simple_action_set_enabled(G_SIMPLE_ACTION(found), isEnabled);
+}
+
+/// A sync is not cut off by closing the window.
+void MainWindow::stayWhileBusy() {
+    onEmission(window_.get(), "close-request", [this](const Emission& emission) {
+        const bool stays = session_.isWorking();
+        if (stays) {
+            showToast({.text = _("Wait until the sync is done, or cancel it"), .undo = {}});
+        }
+        g_value_set_boolean(emission.answer, stays);
+    });
 }
 
 /// Keys that text fields have uses for, which get them first.
@@ -279,7 +294,7 @@ void MainWindow::showMessage() {
     if (!message) {
         return;
     }
-    const char* const classes[] = {"message", message->isError ? "error" : "plain", nullptr};
+    const char* const classes[] = {"phone-message", message->isError ? "error" : "plain", nullptr};
     gtk_widget_set_css_classes(box, const_cast<const char**>(classes));
     gtk_label_set_text(widget<GtkLabel>("message-title"), message->title.c_str());
     gtk_label_set_text(widget<GtkLabel>("message-text"), message->text.c_str());
@@ -318,19 +333,26 @@ void MainWindow::showPage() {
     auto* const problemPage = widget<AdwStatusPage>("problem");
     adw_status_page_set_title(problemPage, problem.title.c_str());
     adw_status_page_set_description(problemPage, problem.advice.c_str());
+    adw_status_page_set_icon_name(problemPage, session_.canPair() ? "phone-apple-iphone-symbolic"
+                                                                  : "dialog-warning-symbolic");
     adw_status_page_set_title(
         widget<AdwStatusPage>("gone"),
         fmt::format(fmt::runtime(_("“{}” Is Unplugged")), session_.phoneName()).c_str());
     gtk_widget_set_visible(widget<GtkWidget>("pair"), session_.canPair());
-    if (!areSame(shownFindings_, session_.findings())) {
-        showFindings();
-    }
+    showFindings();
     gtk_widget_set_visible(widget<GtkWidget>("findings"), !shownFindings_.empty());
     showOnly(widget<GtkStack>("pages"), pageName());
 }
 
+/// What is wrong comes first.
 void MainWindow::showFindings() {
-    shownFindings_ = session_.findings();
+    engine::Findings findings = session_.findings();
+    std::stable_partition(findings.begin(), findings.end(),
+                          [](const engine::Finding& finding) { return !finding.good; });
+    if (areSame(shownFindings_, findings)) {
+        return;
+    }
+    shownFindings_ = std::move(findings);
     auto* const list = widget<GtkListBox>("findings");
     removeRows(list);
     auto* const computer = widget<AdwExpanderRow>("computer");

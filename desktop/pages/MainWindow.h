@@ -19,11 +19,15 @@ public:
 
     void present();
 
+    /// Closes it, unless there is something to be waited for.
+    void close() { gtk_window_close(GTK_WINDOW(window_.get())); }
+
 private:
     void addActions();
     void addAction(const char* name, std::function<void()> function);
     void addPhoneAction();
     void enable(const char* action, bool isEnabled);
+    void stayWhileBusy();
     void addKeys();
     void acceptDrops();
 

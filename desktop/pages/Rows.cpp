@@ -16,14 +16,6 @@ std::string escaped(const std::string& text) {
     return taken(g_markup_escape_text(text.c_str(), -1));
 }
 
-/// The text as a sentence of its own begins.
-std::string capitalised(const std::string& text) {
-    const std::string first =
-        taken(g_utf8_strup(text.c_str(), g_utf8_next_char(text.c_str()) - text.c_str()));
-    return first + text.substr(static_cast<size_t>(g_utf8_next_char(text.c_str()) - text.c_str()));
-}
-
-/// "Today, 14:05", or the date.
 std::string timeText(uint64_t seconds) {
     const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> time(
         g_date_time_new_from_unix_local(static_cast<gint64>(seconds)), g_date_time_unref);
@@ -41,8 +33,7 @@ AdwActionRow* newRow(const std::string& title, const std::string& subtitle) {
 
 GtkWidget* newFindingRow(const engine::Finding& finding) {
     AdwActionRow* const row =
-        newRow(finding.text.empty() ? finding.check : capitalised(finding.text),
-               finding.good ? std::string() : adviceFor(finding));
+        newRow(capitalised(finding.text), finding.good ? std::string() : adviceFor(finding));
     GtkWidget* const icon = gtk_image_new_from_icon_name(finding.good ? "emblem-ok-symbolic"
                                                                       : "dialog-warning-symbolic");
     gtk_widget_add_css_class(icon, finding.good ? "success" : "warning");

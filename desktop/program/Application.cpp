@@ -84,7 +84,11 @@ void Application::addActions() {
         g_action_map_add_action(G_ACTION_MAP(application_.get()), G_ACTION(action.get()));
     };
     add("about", [this] { showAbout(); });
-    add("quit", [this] { g_application_quit(G_APPLICATION(application_.get())); });
+    add("quit", [this] {
+        if (window_ != nullptr) {
+            window_->close();
+        }
+    });
     for (const Accelerator& accelerator : kAccelerators) {
         const char* const keys[] = {accelerator.keys, nullptr};
         gtk_application_set_accels_for_action(GTK_APPLICATION(application_.get()),
@@ -114,11 +118,11 @@ void Application::open(const Emission& emission) {
 }
 
 void Application::showAbout() {
-    adw_show_about_window(gtk_application_get_active_window(GTK_APPLICATION(application_.get())),
-                          "application-name", _("Ringtones"), "application-icon", kId, "version",
-                          VESK_VERSION, "comments",
-                          _("Custom ringtones on early iPhones, firmware 1.0 and 1.1"),
-                          "developer-name", "Korvane", "license-type", GTK_LICENSE_CUSTOM, nullptr);
+    adw_show_about_window(
+        gtk_application_get_active_window(GTK_APPLICATION(application_.get())), "application-name",
+        _("Ringtones"), "application-icon", kId, "version", VESK_VERSION, "comments",
+        _("Custom ringtones on early iPhones, firmware 1.0 and 1.1"), "developer-name",
+        "The KRLVesk authors", "license-type", GTK_LICENSE_MIT_X11, nullptr);
 }
 
 } // namespace krl::desktop

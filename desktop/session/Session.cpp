@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace krl::desktop {
@@ -34,7 +35,8 @@ Message errorMessage(const Explanation& explanation) {
 
 Message brokenJobMessage(const std::string& phone) {
     return {.title = fmt::format(fmt::runtime(_("The last sync of “{}” was interrupted")), phone),
-            .text = _("It can be finished, or the phone put back as it was before."),
+            .text = _("It can be finished, or the phone put back as it was before. Until then its "
+                      "list may be incomplete."),
             .details = {},
             .remedies = {Remedy::TakeBack, Remedy::Finish}};
 }
@@ -100,7 +102,7 @@ void Session::removed(const AttachedDevice& device) {
         if (phone.device && phone.device->device == device.device) {
             phone.device.reset();
             phone.isRead = false;
-            if (!phone.work) {
+            if (!phone.work && (key != current_ || !phone.book.hasEdits())) {
                 toast(fmt::format(fmt::runtime(_("“{}” was unplugged")), nameOf(phone.about)));
             }
         }
@@ -344,6 +346,11 @@ std::optional<Message> Session::message() const {
 bool Session::isBusy() const {
     const Phone* current = currentPhone();
     return current != nullptr && current->work;
+}
+
+bool Session::isWorking() const {
+    return std::any_of(known_.begin(), known_.end(),
+                       [](const auto& entry) { return entry.second.work.has_value(); });
 }
 
 bool Session::isBeingCancelled() const {

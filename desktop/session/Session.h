@@ -87,7 +87,11 @@ public:
 
     std::optional<Message> message() const;
 
+    /// Whether there is work under way on the current phone.
     bool isBusy() const;
+
+    /// The same for any phone.
+    bool isWorking() const;
     bool canSync() const;
     bool canUndo() const;
     bool isBeingCancelled() const;

@@ -60,6 +60,14 @@ std::string sendingText(const WorkProgress& progress) {
 
 } // namespace
 
+std::string capitalised(const std::string& text) {
+    std::string result = text;
+    if (!result.empty() && result.front() >= 'a' && result.front() <= 'z') {
+        result.front() = static_cast<char>(result.front() - 'a' + 'A');
+    }
+    return result;
+}
+
 Explanation explained(const Failure& failure, const std::string& phone) {
     const std::string details = failure.what();
     switch (failure.kind()) {
@@ -180,7 +188,7 @@ std::string rowText(const Row& row) {
     case Mark::NameTaken:
         return _("There is a ringtone of this name already");
     case Mark::Unusable:
-        return row.reason;
+        return capitalised(row.reason);
     }
     return {};
 }

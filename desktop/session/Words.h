@@ -9,6 +9,9 @@ namespace krl::desktop {
 
 // What the window says, in the person's language.
 
+/// A text of the engine as a sentence of its own begins.
+std::string capitalised(const std::string& text);
+
 /// A failure for a person: what it means, and what to do.
 struct Explanation {
     std::string title;

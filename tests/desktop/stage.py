@@ -62,7 +62,7 @@ class Stage:
 
     def _start_screen(self, screen):
         reading, writing = os.pipe()
-        self._start("Xvfb", "-displayfd", writing, "-screen", "0", screen, "-nolisten", "tcp",
+        self._start("Xvfb", "-displayfd", writing, "-screen", "0", screen, "-nolisten", "tcp", "-noreset",
                     pass_fds=[writing], stderr=subprocess.DEVNULL)
         os.close(writing)
         with os.fdopen(reading) as pipe:
@@ -240,5 +240,20 @@ class Stage:
         button = self.until(able, f"a button “{name}” to be pressed")
         assert self._atspi.Action.do_action(button, 0), f"“{name}” could not be pressed"
 
-    def picture(self, file):
-        subprocess.run(f"xwd -root -silent | convert xwd:- -trim +repage {file}", shell=True, check=True)
+    # ------------------------------------------------------------ for pictures
+
+    def key(self, *keys):
+        """As from the keyboard."""
+        subprocess.run(["xdotool", "key", *keys], check=True)
+
+    def click(self, x, y):
+        subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], check=True)
+
+    @staticmethod
+    def settle():
+        """So that what slides and fades has arrived. Tests have no use for this."""
+        time.sleep(0.7)
+
+    @staticmethod
+    def picture(file):
+        subprocess.run(f"xwd -root -silent | convert xwd:- {file}", shell=True, check=True)
