@@ -58,7 +58,7 @@ WorkProgress bytesOf(Stage stage, uint64_t done, uint64_t total) {
 /// Passes on how far a change is.
 class Listener : public ChangeListener {
 public:
-    explicit Listener(const WorkWatch& watch) : watch_(watch) {}
+    Listener(const WorkWatch& watch, ChangeDone& done) : watch_(watch), done_(done) {}
 
     void stage(SyncStage stage) override {
         switch (stage) {
@@ -86,11 +86,11 @@ public:
             bytesOf(work == SafeWork::Reading ? Stage::Reading : Stage::PuttingBack, done, total));
     }
 
-    void goesOnWithoutLock() override {}
+    void goesOnWithoutLock() override { done_.hadNoLock = true; }
 
-    void leavesBehind(size_t /*files*/) override {}
+    void leavesBehind(size_t files) override { done_.leftBehind = files; }
 
-    void wasPutRight() override {}
+    void wasPutRight() override { done_.wasPutRight = true; }
 
     void ended() override {}
 
@@ -98,6 +98,7 @@ public:
 
 private:
     const WorkWatch& watch_;
+    ChangeDone& done_;
 };
 
 /// Waits for a change and notes what came of it.
@@ -107,7 +108,9 @@ public:
 
     const ChangeDone& result() const { return result_; }
 
-    std::unique_ptr<ChangeListener> begins() override { return std::make_unique<Listener>(watch_); }
+    std::unique_ptr<ChangeListener> begins() override {
+        return std::make_unique<Listener>(watch_, result_);
+    }
 
     void endedBrokenJob(const SafeKeeping::Recovered& /*job*/) override {}
 
@@ -118,11 +121,11 @@ public:
     void planned(const PlannedChange& /*planned*/) override {}
 
     void done(const PlannedChange& done) override {
-        result_ = {.added = done.change.added.size(),
-                   .removed = done.change.removed.size(),
-                   .putRight = done.repair == nullptr ? 0 : done.repair->ringtones.size(),
-                   .changedAnything = done.change.plan.changesAnything,
-                   .wasTooLateToCancel = *watch_.isCancelled};
+        result_.added = done.change.added.size();
+        result_.removed = done.change.removed.size();
+        result_.putRight = done.repair == nullptr ? 0 : done.repair->ringtones.size();
+        result_.changedAnything = done.change.plan.changesAnything;
+        result_.wasTooLateToCancel = *watch_.isCancelled;
     }
 
 private:

@@ -51,6 +51,9 @@ struct ChangeDone {
     size_t putRight = 0; ///< ringtones that a sync would have lost as they lay there
     bool changedAnything = false;
     bool wasTooLateToCancel = false;
+    bool hadNoLock = false;   ///< another program held the sync lock all the while
+    bool wasPutRight = false; ///< something had not arrived, and has then
+    size_t leftBehind = 0;    ///< files that no catalogue lists and that the phone did not delete
 };
 
 /// How far work on a phone is.

@@ -39,6 +39,7 @@ void PhoneBook::dropFulfilled() {
     if (!reading_) {
         return;
     }
+    rememberLengths();
     const auto there = engine::namesAndSizes(reading_->ringtones);
     std::erase_if(removed_, [&](const std::string& name) { return !there.contains(name); });
     std::erase_if(songs_, [&](const auto& entry) {
@@ -95,6 +96,23 @@ void PhoneBook::bringBack(const std::vector<std::string>& keys) {
     }
 }
 
+void PhoneBook::rememberLengths() {
+    for (const auto& [number, song] : songs_) {
+        if (song.seconds) {
+            seconds_[{song.name, song.size}] = *song.seconds;
+        }
+    }
+}
+
+Row PhoneBook::rowOf(const engine::PhoneRingtone& ringtone) const {
+    const auto seconds = seconds_.find({ringtone.name, ringtone.size});
+    return {.key = kPhoneKey + ringtone.name,
+            .name = ringtone.name,
+            .size = ringtone.size,
+            .seconds = seconds == seconds_.end() ? std::nullopt : std::optional(seconds->second),
+            .mark = removed_.contains(ringtone.name) ? Mark::Removed : Mark::OnPhone};
+}
+
 std::set<uint64_t> PhoneBook::going() const {
     std::set<std::string> taken;
     if (reading_) {
@@ -126,12 +144,7 @@ std::vector<Row> PhoneBook::rows() const {
     std::vector<Row> result;
     if (reading_) {
         for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
-            result.push_back(
-                {.key = kPhoneKey + ringtone.name,
-                 .name = ringtone.name,
-                 .size = ringtone.size,
-                 .seconds = std::nullopt,
-                 .mark = removed_.contains(ringtone.name) ? Mark::Removed : Mark::OnPhone});
+            result.push_back(rowOf(ringtone));
         }
     }
     const std::set<uint64_t> goingSongs = going();

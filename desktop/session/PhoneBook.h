@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace krl::desktop {
@@ -98,11 +99,15 @@ private:
 
     /// Numbers of the songs that go to the phone: ready, and of a name that nobody else has.
     std::set<uint64_t> going() const;
+    void rememberLengths();
+    Row rowOf(const engine::PhoneRingtone& ringtone) const;
     Row rowOf(uint64_t number, const Song& song, const std::set<uint64_t>& going) const;
 
     std::optional<PhoneReading> reading_;
     std::map<uint64_t, Song> songs_; ///< by their numbers, in the order in which they were added
     uint64_t lastSong_ = 0;
+    std::map<std::pair<std::string, uint64_t>, double>
+        seconds_;                   ///< of songs sent, by name and size
     std::set<std::string> removed_; ///< names
 };
 

@@ -503,13 +503,22 @@ void Session::change(bool rebuilds) {
     wanted.rebuilds = rebuilds;
     work<ChangeDone>([wanted](const std::string& udid,
                               const WorkWatch& watch) { return changePhone(udid, wanted, watch); },
-                     [this](const ChangeDone& done) {
-                         if (done.changedAnything) {
-                             toastWithUndo(doneText(done));
-                         } else {
-                             toast(doneText(done));
-                         }
-                     });
+                     [this](const ChangeDone& done) { tell(done); });
+}
+
+void Session::tell(const ChangeDone& done) {
+    if (done.changedAnything) {
+        toastWithUndo(doneText(done));
+    } else {
+        toast(doneText(done));
+    }
+    Phone* const target = currentPhone();
+    if (const std::string note = noteText(done); target != nullptr && !note.empty()) {
+        target->message = Message{.title = _("The sync is complete"),
+                                  .text = note,
+                                  .details = {},
+                                  .remedies = {Remedy::Dismiss}};
+    }
 }
 
 void Session::sync() {

@@ -147,6 +147,7 @@ private:
               std::function<void(const T&)> done);
     void failed(const std::string& key, const engine::Failure& failure);
     void change(bool rebuilds);
+    void tell(const ChangeDone& done);
     void endBrokenJob(engine::Wish wish);
 
     void toast(std::string text) { onToast({std::move(text), {}}); }

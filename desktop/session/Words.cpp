@@ -252,6 +252,25 @@ std::string doneText(const ChangeDone& done) {
     return parts.empty() ? _("Everything is on the phone already") : joined(parts);
 }
 
+std::string noteText(const ChangeDone& done) {
+    std::vector<std::string> notes;
+    if (done.hadNoLock) {
+        notes.push_back(
+            _("Another program was syncing the phone all the while. Close it before the "
+              "next sync."));
+    }
+    if (done.wasPutRight) {
+        notes.push_back(_("Something had not arrived as it should, and was put right."));
+    }
+    if (done.leftBehind > 0) {
+        notes.push_back(_("Some files could not be deleted; the next sync tries again."));
+    }
+    if (done.wasTooLateToCancel) {
+        notes.push_back(_("It was too late to cancel."));
+    }
+    return fmt::format("{}", fmt::join(notes, " "));
+}
+
 std::string changesText(const RingtoneChanges& changes) {
     std::vector<std::string> sentences;
     const auto say = [&](const char* pattern, const std::vector<std::string>& names) {

@@ -42,6 +42,9 @@ std::string progressText(const WorkProgress& progress);
 /// "2 ringtones added, 1 removed".
 std::string doneText(const ChangeDone& done);
 
+/// What else is to be said of it; empty as a rule.
+std::string noteText(const ChangeDone& done);
+
 /// "Added “A” and “B”. Removed “C”."
 std::string changesText(const engine::RingtoneChanges& changes);
 

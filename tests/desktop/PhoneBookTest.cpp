@@ -135,6 +135,14 @@ TEST_F(PhoneBooks, DropEditsThatThePhoneHas) {
     EXPECT_EQ(book.wanted().added.front().name, "Bells");
 }
 
+TEST_F(PhoneBooks, KnowTheLengthOfWhatWasSent) {
+    addReady("Horn", 600);
+    book.take(holding({{"Horn", 600}, {"Harp", 600}}));
+    book.dropFulfilled();
+    EXPECT_EQ(book.rows()[0].seconds, std::nullopt);
+    EXPECT_EQ(book.rows()[1].seconds, 30.0);
+}
+
 TEST_F(PhoneBooks, KeepASongWhoseNamesakeOnThePhoneIsAnother) {
     addReady("Harp", 600);
     book.take(holding({{"Harp", 500}}));

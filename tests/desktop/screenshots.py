@@ -106,16 +106,16 @@ def failed(stage):
     with_ringtones(stage)
     stage.open_in_window(SAMPLES / "sunrise.m4r")
     stage.see("Sync 1", "push button")
-    stage.tell_phone("hold-lock")
+    stage.tell_phone("fault afc/Write#1+=status:18")
     stage.press("Sync 1")
-    stage.see_part("Another program is syncing")
+    stage.see("Details")
 
 
 def searched(stage):
     with_ringtones(stage)
-    stage.press("Search")
-    stage.key("h", "a")
-    stage.see("Harp", "list item")
+    stage.key("ctrl+f")
+    stage.key("h", "a", "r")
+    stage.see_none("Horn", "list item")
 
 
 def several(stage):

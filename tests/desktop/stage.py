@@ -240,6 +240,11 @@ class Stage:
         button = self.until(able, f"a button “{name}” to be pressed")
         assert self._atspi.Action.do_action(button, 0), f"“{name}” could not be pressed"
 
+    def write(self, name, text):
+        """Into a field."""
+        field = self.see(name, "entry")
+        assert self._atspi.EditableText.set_text_contents(field, text)
+
     # ------------------------------------------------------------ for pictures
 
     def key(self, *keys):

@@ -108,6 +108,15 @@ class Edits(Window):
         self.stage.see("1 new (5.3 KiB), 1 to be removed")
 
 
+class Lists(Window):
+    def test_show_what_is_searched_for(self):
+        self.start(HARP, BELLS)
+        self.stage.see("Glöckchen", "list item")
+        self.stage.write("Search ringtones", "HAR")
+        self.stage.see_none("Glöckchen", "list item")
+        self.assertEqual(self.stage.names("list item"), ["Harp"])
+
+
 class Syncs(Window):
     def test_are_undone(self):
         self.start(HARP)
@@ -135,6 +144,16 @@ class Syncs(Window):
         self.stage.see_none("The last sync of “My Phone” was interrupted")
         self.stage.see("3 ringtones")
         self.assert_phone_holds(HARP, SUNRISE, BELLS)
+
+    def test_under_which_another_program_holds_the_lock_say_so(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.stage.see("Sync 1", "push button")
+        self.stage.tell_phone("hold-lock")
+        self.stage.press("Sync 1")
+        self.stage.see_part("Another program was syncing the phone")
+        self.assert_phone_holds(HARP, SUNRISE)
 
     def test_that_find_no_space_change_nothing(self):
         self.start(HARP, phone=["--free-bytes", "7000"])
