@@ -58,6 +58,15 @@ std::string sendingText(const WorkProgress& progress) {
     return progress.secondsLeft ? text + " · " + timeLeftText(*progress.secondsLeft) : text;
 }
 
+/// The engine's own account.
+std::string detailsOf(const Failure& failure) {
+    std::string text = capitalised(failure.what()) + ".";
+    for (const std::string& line : failure.details()) {
+        text += "\n" + line;
+    }
+    return text;
+}
+
 } // namespace
 
 std::string capitalised(const std::string& text) {
@@ -69,7 +78,7 @@ std::string capitalised(const std::string& text) {
 }
 
 Explanation explained(const Failure& failure, const std::string& phone) {
-    const std::string details = failure.what();
+    const std::string details = detailsOf(failure);
     switch (failure.kind()) {
     case FailureKind::PhoneGone:
         return {filled(_("“{}” was unplugged"), phone),
@@ -124,7 +133,9 @@ Explanation explained(const Failure& failure, const std::string& phone) {
         return {_("Cancelled"), failure.what(), {}};
     case FailureKind::SyncFailed:
     case FailureKind::NotAsWanted:
-        return {filled(_("“{}” could not be synced"), phone), failure.advice(), details};
+        return {filled(_("“{}” could not be synced"), phone),
+                _("Your changes are still here. See what is on the phone, and sync again."),
+                details};
     case FailureKind::Unexpected:
     case FailureKind::SeveralPhones:
     case FailureKind::UnsupportedType:

@@ -40,7 +40,7 @@ TEST(Words, TellWhatAFailureMeansAndKeepTheEnginesWords) {
     const Explanation explanation =
         explained({engine::FailureKind::PhoneGone, "\"X\" was pulled out: 1234"}, "X");
     EXPECT_EQ(explanation.title, "“X” was unplugged");
-    EXPECT_EQ(explanation.details, "\"X\" was pulled out: 1234");
+    EXPECT_EQ(explanation.details, "\"X\" was pulled out: 1234.");
 }
 
 TEST(Words, NameNoCommandWhereTheWindowHasAButton) {

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """Pictures of each page of the window: screenshots.py BUILD SAMPLES FOLDER [PAGE]
 
-Without a page it makes all of them, each in a process of its own.
+Without a page it makes all of them, each in a process of its own. Needs x11-apps, imagemagick and
+xdotool; fonts-noto-color-emoji for the sun in a name.
 """
 import os
 import subprocess
@@ -143,6 +144,9 @@ if __name__ == "__main__":
     FOLDER.mkdir(parents=True, exist_ok=True)
     if len(sys.argv) > 4:
         with Stage(BUILD, screen="680x640x24") as stage:
+            settings = stage.folder / "config" / "gtk-4.0" / "settings.ini"
+            settings.parent.mkdir()
+            settings.write_text("[Settings]\ngtk-font-name=Cantarell 11\n")
             next(page for page in PAGES if page.__name__ == sys.argv[4])(stage)
             stage.settle()
             stage.picture(FOLDER / f"{sys.argv[4]}.png")
