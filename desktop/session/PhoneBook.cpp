@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 namespace krl::desktop {
@@ -18,10 +19,27 @@ uint64_t numberIn(const std::string& key) {
     return number;
 }
 
-/// As a person of this language looks names up.
-bool comesBefore(const Row& left, const Row& right) {
-    const int order = std::strcoll(left.name.c_str(), right.name.c_str());
-    return order != 0 ? order < 0 : left.key < right.key;
+/// What a name is compared by, so that names stand as a person of this language looks them up.
+std::string orderOf(const std::string& name) {
+    std::string order(std::strxfrm(nullptr, name.c_str(), 0) + 1, '\0');
+    std::strxfrm(order.data(), name.c_str(), order.size());
+    order.pop_back();
+    return order;
+}
+
+std::vector<Row> sorted(std::vector<Row> rows) {
+    std::vector<std::tuple<std::string, std::string, size_t>> order;
+    order.reserve(rows.size());
+    for (const Row& row : rows) {
+        order.emplace_back(orderOf(row.name), row.key, order.size());
+    }
+    std::sort(order.begin(), order.end());
+    std::vector<Row> result;
+    result.reserve(rows.size());
+    for (const auto& [name, key, index] : order) {
+        result.push_back(std::move(rows[index]));
+    }
+    return result;
 }
 
 template <typename... Functions>
@@ -153,8 +171,13 @@ std::vector<Row> PhoneBook::rows() const {
             result.push_back(rowOf(number, song, goingSongs));
         }
     }
-    std::sort(result.begin(), result.end(), comesBefore);
-    return result;
+    return sorted(std::move(result));
+}
+
+bool PhoneBook::isEmpty() const {
+    return (!reading_ || reading_->ringtones.empty()) &&
+           std::all_of(songs_.begin(), songs_.end(),
+                       [](const auto& entry) { return entry.second.isForgotten; });
 }
 
 EditSum PhoneBook::sum() const {

@@ -77,6 +77,9 @@ public:
     /// Sorted by name.
     std::vector<Row> rows() const;
 
+    /// Whether there are no rows.
+    bool isEmpty() const;
+
     EditSum sum() const;
 
     WantedChange wanted() const;

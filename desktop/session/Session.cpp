@@ -266,7 +266,7 @@ Page Session::page() const {
     if (!current->isRead && !current->work) {
         return Page::Reading;
     }
-    return current->book.rows().empty() ? Page::Empty : Page::List;
+    return current->book.isEmpty() ? Page::Empty : Page::List;
 }
 
 std::vector<PhoneChoice> Session::phones() const {

@@ -59,6 +59,7 @@ TEST_F(PhoneBooks, SortByName) {
     addReady("Harp", 1);
     const std::vector<Row> rows = book.rows();
     ASSERT_THAT(rows, SizeIs(3));
+    EXPECT_FALSE(book.isEmpty());
     EXPECT_EQ(rows[0].name, "Bells");
     EXPECT_EQ(rows[1].name, "Harp");
     EXPECT_EQ(rows[2].name, "Horn");
@@ -101,6 +102,7 @@ TEST_F(PhoneBooks, ForgetASongThatIsTakenOffUntilItIsBroughtBack) {
     const std::string key = keyOf("Harp");
     book.remove({key});
     EXPECT_THAT(book.rows(), IsEmpty());
+    EXPECT_TRUE(book.isEmpty());
     EXPECT_THAT(book.wanted().added, IsEmpty());
     book.bringBack({key});
     EXPECT_THAT(book.wanted().added, SizeIs(1));
