@@ -3,6 +3,7 @@
 
     window_test.py BUILD SAMPLES [unittest's arguments]
 """
+import os
 import sys
 import unittest
 from pathlib import Path
@@ -106,6 +107,13 @@ class Edits(Window):
         self.stage.see("There is a ringtone of this name already")
         self.stage.press("Remove “Harp”")
         self.stage.see("1 new (5.3 KiB), 1 to be removed")
+
+
+class Languages(Window):
+    def test_are_those_of_the_person(self):
+        os.environ["LANGUAGE"] = "de"
+        self.stage.start_window()
+        self.stage.see("Ein iPhone anschließen")
 
 
 class Lists(Window):
