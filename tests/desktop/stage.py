@@ -230,15 +230,21 @@ class Stage:
     def names(self, role):
         return [self.text_of(node) for node in self.nodes() if node.get_role_name() == role]
 
-    def press(self, name):
-        """A button that can be pressed."""
-        def able():
-            node = self._find(name, "push button") or self._find(name, "toggle button")
-            able_now = node is not None and node.get_state_set().contains(self._atspi.StateType.SENSITIVE)
-            return node if able_now else None
+    def can_press(self, name):
+        """The button, when it can be pressed now."""
+        node = self._find(name, "push button") or self._find(name, "toggle button")
+        is_able = node is not None and node.get_state_set().contains(self._atspi.StateType.SENSITIVE)
+        return node if is_able else None
 
-        button = self.until(able, f"a button “{name}” to be pressed")
+    def press(self, name):
+        button = self.until(lambda: self.can_press(name), f"a button “{name}” to be pressed")
         assert self._atspi.Action.do_action(button, 0), f"“{name}” could not be pressed"
+
+    def activate(self, action):
+        """What stands in the main menu."""
+        subprocess.run(["gdbus", "call", "--session", "--dest", "com.korvane.Vesk", "--object-path",
+                        "/com/korvane/Vesk/window/1", "--method", "org.gtk.Actions.Activate", action, "[]", "{}"],
+                       check=True, stdout=subprocess.DEVNULL, timeout=LONGEST)
 
     def write(self, name, text):
         """Into a field."""

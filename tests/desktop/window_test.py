@@ -6,6 +6,7 @@
 import os
 import sys
 import unittest
+import wave
 from pathlib import Path
 
 from stage import Stage
@@ -100,6 +101,22 @@ class Edits(Window):
         self.stage.see("Sync 6", "push button")
         self.assertIn("make", self.stage.names("list item"))
 
+    def test_make_a_ringtone_of_a_song(self):
+        if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
+            self.skipTest("built without FFmpeg")
+        song = self.stage.folder / "Long Walk.wav"
+        with wave.open(str(song), "wb") as file:
+            file.setparams((1, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(range(250)) * 64 * 45)
+        self.start()
+        self.stage.see("No Ringtones Yet")
+        self.stage.open_in_window(song)
+        self.stage.see("Long Walk", "list item")
+        self.stage.press("Sync 1")
+        self.stage.see("1 ringtone added")
+        [ringtone] = self.stage.ringtones_on_phone()
+        self.assertEqual(ringtone[4:8], b"ftyp")
+
     def test_hold_back_what_has_a_name_that_is_taken(self):
         self.start(HARP)
         self.stage.see("Harp", "list item")
@@ -152,6 +169,36 @@ class Syncs(Window):
         self.stage.see_none("The last sync of “My Phone” was interrupted")
         self.stage.see("3 ringtones")
         self.assert_phone_holds(HARP, SUNRISE, BELLS)
+
+    def test_can_be_gone_back_behind(self):
+        self.stage.start_phone()
+        for ringtone in (HARP, SUNRISE, BELLS):
+            self.stage.vesk("add", ringtone)
+        self.stage.start_window()
+        self.stage.see("3 ringtones")
+        self.stage.activate("history")
+        self.stage.see("Added “Glöckchen”", "list item")
+        self.stage.press("Go Back")
+        self.stage.see("1 ringtone")
+        self.assert_phone_holds(HARP)
+
+    def test_of_a_phone_with_a_damaged_list_put_it_right(self):
+        self.stage.start_phone()
+        self.stage.vesk("add", HARP, SUNRISE)
+        catalogue = self.stage.phone_folder / "iTunes_Control" / "iTunes" / "Ringtones.plist"
+        catalogue.write_bytes(catalogue.read_bytes()[:100])
+        self.stage.start_window()
+        self.stage.see("The list of ringtones on “My Phone” is damaged")
+        self.stage.press("Put Right")
+        self.stage.see("2 ringtones")
+        self.assert_phone_holds(HARP, SUNRISE)
+
+    def test_of_an_unknown_firmware_are_not_made(self):
+        self.start(phone=["--firmware", "1.2"])
+        self.stage.see("The ringtones of this phone can only be looked at")
+        self.stage.open_in_window(HARP)
+        self.stage.see("Sync 1", "push button")
+        self.assertFalse(self.stage.can_press("Sync 1"))
 
     def test_under_which_another_program_holds_the_lock_say_so(self):
         self.start(HARP)
