@@ -483,11 +483,8 @@ void Session::work(std::function<T(const std::string&, const WorkWatch&)> action
 
 void Session::failed(const std::string& key, const Failure& failure) {
     Phone& target = *phone(key);
-    if (failure.kind() == FailureKind::Cancelled) {
-        toast(_("Cancelled. The phone is as it was."));
-        return;
-    }
     target.message = errorMessage(explained(failure, nameOf(target.about)));
+    target.message->isError = failure.kind() != FailureKind::Cancelled;
 }
 
 void Session::toastWithUndo(std::string text) {

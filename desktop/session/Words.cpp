@@ -130,7 +130,7 @@ Explanation explained(const Failure& failure, const std::string& phone) {
                   "changed."),
                 details};
     case FailureKind::Cancelled:
-        return {_("Cancelled"), failure.what(), {}};
+        return {_("Cancelled"), _("Your changes are still here."), details};
     case FailureKind::SyncFailed:
     case FailureKind::NotAsWanted:
         return {filled(_("“{}” could not be synced"), phone),

@@ -27,6 +27,13 @@ class Window(unittest.TestCase):
             self.stage.vesk("add", *ringtones)
         self.stage.start_window()
 
+    def song(self, name, seconds):
+        file = self.stage.folder / f"{name}.wav"
+        with wave.open(str(file), "wb") as sound:
+            sound.setparams((1, 2, 8000, 0, "NONE", ""))
+            sound.writeframes(bytes(range(250)) * 64 * seconds)
+        return file
+
     def assert_phone_holds(self, *files):
         self.assertEqual(self.stage.ringtones_on_phone(), sorted(file.read_bytes() for file in files))
 
@@ -104,13 +111,9 @@ class Edits(Window):
     def test_make_a_ringtone_of_a_song(self):
         if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
             self.skipTest("built without FFmpeg")
-        song = self.stage.folder / "Long Walk.wav"
-        with wave.open(str(song), "wb") as file:
-            file.setparams((1, 2, 8000, 0, "NONE", ""))
-            file.writeframes(bytes(range(250)) * 64 * 45)
         self.start()
         self.stage.see("No Ringtones Yet")
-        self.stage.open_in_window(song)
+        self.stage.open_in_window(self.song("Long Walk", seconds=45))
         self.stage.see("Long Walk", "list item")
         self.stage.press("Sync 1")
         self.stage.see("1 ringtone added")
@@ -152,6 +155,19 @@ class Syncs(Window):
         self.stage.press("Undo")
         self.stage.see_part("Undone: ")
         self.stage.see("1 ringtone")
+        self.assert_phone_holds(HARP)
+
+    def test_are_cancelled(self):
+        # They would take longer than anything here is waited for.
+        songs = [self.song(f"Song {number}", seconds=20) for number in range(10)]
+        self.start(HARP, phone=["--link-speed", "16k"])
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(*songs)
+        self.stage.press("Sync 10")
+        self.stage.see_part("Ringtone 1 of 10")
+        self.stage.press("Cancel")
+        self.stage.see("Cancelled")
+        self.stage.see("Sync 10", "push button")
         self.assert_phone_holds(HARP)
 
     def test_that_are_broken_off_are_finished_when_the_phone_is_back(self):
