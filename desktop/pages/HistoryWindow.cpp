@@ -2,48 +2,45 @@
 
 #include "desktop/pages/Resources.h"
 #include "desktop/pages/Rows.h"
-#include "desktop/toolkit/Owned.h"
 
 namespace krl::desktop {
-namespace {
 
-template <typename T>
-T* part(const Owned<GtkBuilder>& builder, const char* name) {
-    return reinterpret_cast<T*>(gtk_builder_get_object(builder.get(), name));
+HistoryWindow::HistoryWindow(GtkWindow* over, Session& session)
+    : session_(session),
+      builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("history.ui")))) {
+    gtk_window_set_transient_for(widget<GtkWindow>("window"), over);
 }
 
-void addJobs(AdwPreferencesGroup* group, GtkWindow* window, Session& session,
-             const std::vector<PastJob>& jobs) {
-    bool canUndo = session.canUndo();
-    for (const PastJob& job : jobs) {
-        const bool isLast = canUndo && !job.isUndone;
-        canUndo = canUndo && !isLast;
-        adw_preferences_group_add(group, newJobRow(job, isLast, !session.isBusy(),
-                                                   [window, &session, isLast, before = job.before] {
-                                                       if (isLast) {
-                                                           session.undo();
-                                                       } else {
-                                                           session.goBackTo(before);
-                                                       }
-                                                       gtk_window_close(window);
-                                                   }));
-    }
-}
-
-} // namespace
-
-void openHistory(GtkWindow* over, Session& session) {
-    const PhoneBook* const book = session.book();
+void HistoryWindow::open() {
+    const PhoneBook* const book = session_.book();
     if (book == nullptr || !book->reading()) {
         return;
     }
-    const auto builder = adopt(gtk_builder_new_from_resource(KRL_RESOURCE("history.ui")));
-    auto* const window = part<GtkWindow>(builder, "window");
-    adw_window_title_set_subtitle(part<AdwWindowTitle>(builder, "title"),
-                                  session.phoneName().c_str());
-    addJobs(part<AdwPreferencesGroup>(builder, "jobs"), window, session, book->reading()->history);
-    gtk_window_set_transient_for(window, over);
-    gtk_window_present(window);
+    adw_window_title_set_subtitle(widget<AdwWindowTitle>("title"), session_.phoneName().c_str());
+    for (GtkWidget* const row : rows_) {
+        adw_preferences_group_remove(widget<AdwPreferencesGroup>("jobs"), row);
+    }
+    rows_.clear();
+    addJobs(book->reading()->history);
+    gtk_window_present(widget<GtkWindow>("window"));
+}
+
+void HistoryWindow::addJobs(const std::vector<PastJob>& jobs) {
+    bool canUndo = session_.canUndo();
+    for (const PastJob& job : jobs) {
+        const bool isLast = canUndo && !job.isUndone;
+        canUndo = canUndo && !isLast;
+        rows_.push_back(
+            newJobRow(job, isLast, !session_.isBusy(), [this, isLast, before = job.before] {
+                gtk_widget_set_visible(widget<GtkWidget>("window"), FALSE);
+                if (isLast) {
+                    session_.undo();
+                } else {
+                    session_.goBackTo(before);
+                }
+            }));
+        adw_preferences_group_add(widget<AdwPreferencesGroup>("jobs"), rows_.back());
+    }
 }
 
 } // namespace krl::desktop

@@ -1,6 +1,5 @@
 #include "desktop/pages/MainWindow.h"
 
-#include "desktop/pages/HistoryWindow.h"
 #include "desktop/pages/Resources.h"
 #include "desktop/pages/Rows.h"
 #include "desktop/session/Translation.h"
@@ -66,7 +65,7 @@ MainWindow::MainWindow(AdwApplication* application, Session& session)
     : session_(session), builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("window.ui")))),
       window_(keep(widget<AdwApplicationWindow>("window"))),
       list_(session, widget<GtkListView>("list"), widget<GtkSearchEntry>("search")),
-      phoneMenu_(adopt(g_menu_new())) {
+      history_(GTK_WINDOW(window_.get()), session), phoneMenu_(adopt(g_menu_new())) {
     gtk_window_set_application(GTK_WINDOW(window_.get()), GTK_APPLICATION(application));
     gtk_widget_add_css_class(GTK_WIDGET(window_.get()), "vesk");
     gtk_menu_button_set_menu_model(widget<GtkMenuButton>("phone-switch"),
@@ -120,7 +119,7 @@ void MainWindow::addActions() {
     addAction("pair", [this] { session_.pair(); });
     addAction("look-again", [this] { session_.lookAgain(); });
     addAction("undo-sync", [this] { session_.undo(); });
-    addAction("history", [this] { openHistory(GTK_WINDOW(window_.get()), session_); });
+    addAction("history", [this] { history_.open(); });
     addPhoneAction();
 }
 

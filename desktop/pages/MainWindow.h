@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/pages/HistoryWindow.h"
 #include "desktop/pages/RingtoneList.h"
 #include "desktop/session/Session.h"
 #include "desktop/toolkit/Owned.h"
@@ -59,6 +60,7 @@ private:
     Owned<GtkBuilder> builder_;
     Owned<AdwApplicationWindow> window_;
     RingtoneList list_;
+    HistoryWindow history_;
     Owned<GtkFileChooserNative> chooser_;
     Owned<GMenu> phoneMenu_;
     engine::Findings shownFindings_;

@@ -80,6 +80,7 @@ def done(stage):
 def history(stage):
     done(stage)
     stage.key("ctrl+h")
+    stage.watched_window = 1
     stage.see("Go Back", "push button")
 
 
@@ -128,12 +129,14 @@ def several(stage):
 def shortcuts(stage):
     with_ringtones(stage)
     stage.key("ctrl+question")
+    stage.watched_window = 1
     stage.see("Look at the phone again")
 
 
 def about(stage):
     with_ringtones(stage)
     subprocess.run(["gapplication", "action", "com.korvane.Vesk", "about"], check=True)
+    stage.watched_window = 1
     stage.see("The KRLVesk authors")
 
 

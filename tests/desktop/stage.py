@@ -27,6 +27,7 @@ class Stage:
         self.processes = []
         self._atspi = None
         self._window = None
+        self.watched_window = 0  # by its place among those that are open
         self._set_environment()
         self._start_screen(screen)
         self._start_bus()
@@ -190,12 +191,11 @@ class Stage:
                 yield from self._walk(child)
 
     def nodes(self):
+        # One window: GTK 4.8 ends when it is asked for one that has gone since they were counted.
         for application in self._applications():
             application.clear_cache()
-            for i in range(application.get_child_count()):
-                window = application.get_child_at_index(i)
-                if window is not None:
-                    yield from self._walk(window)
+            if application.get_child_count() > self.watched_window:
+                yield from self._walk(application.get_child_at_index(self.watched_window))
 
     @staticmethod
     def text_of(node):

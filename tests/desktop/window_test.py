@@ -193,8 +193,10 @@ class Syncs(Window):
         self.stage.start_window()
         self.stage.see("3 ringtones")
         self.stage.activate("history")
+        self.stage.watched_window = 1
         self.stage.see("Added “Glöckchen”", "list item")
         self.stage.press("Go Back")
+        self.stage.watched_window = 0
         self.stage.see("1 ringtone")
         self.assert_phone_holds(HARP)
 
