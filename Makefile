@@ -1,6 +1,6 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
-.PHONY: demo test torture bench check tidy clang hardening format asan tsan quick-asan quick-tsan valgrind fuzz
+.PHONY: demo window test torture bench check tidy clang hardening format asan tsan quick-asan quick-tsan valgrind fuzz
 
 build := build
 install := @scripts/install-packages.sh
@@ -11,6 +11,13 @@ demo:
 	@cmake --preset debug $(if $(wildcard $(build)/debug/CMakeCache.txt),,-DBUILD_TESTING=OFF) >/dev/null
 	@cmake --build --preset debug --target vesk virtualphone KRLVesk
 	@scripts/demo.sh $(build)/debug
+
+# The window over a virtual phone, for a try.
+window:
+	$(install) build
+	@cmake --preset debug $(if $(wildcard $(build)/debug/CMakeCache.txt),,-DBUILD_TESTING=OFF) >/dev/null
+	@cmake --build --preset debug --target vesk vesk-desktop vesk-prepare virtualphone KRLVesk
+	@scripts/window.sh $(build)/debug
 
 test:
 	$(install) tests

@@ -29,6 +29,12 @@ if(NOT GSTREAMER_FOUND)
     message(STATUS "GStreamer not found: no vesk-play, which plays ringtones")
 endif()
 
+# The window. All else is built without it.
+pkg_check_modules(GTK IMPORTED_TARGET gtk4>=4.8 libadwaita-1>=1.2 gio-unix-2.0)
+if(NOT GTK_FOUND)
+    message(STATUS "GTK 4 and libadwaita not found: no vesk-desktop, the window")
+endif()
+
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)

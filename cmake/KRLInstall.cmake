@@ -1,6 +1,6 @@
 # What an installation holds: the library with its resources beside it, the provider in the folder
-# below where it is looked for too, the programs that read tags, make ringtones
-# and play them beside it, the tool with the service that runs it, and what
+# below where it is looked for too, the programs that read tags, make ringtones and play them beside
+# it, the tool with the service that runs it, the window with its entry in menus, and what
 # applications include.
 
 install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -16,6 +16,14 @@ if(TARGET vesk-play)
     install(TARGETS vesk-play RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 endif()
 install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+if(TARGET vesk-desktop)
+    install(TARGETS vesk-desktop RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+    set(data "${PROJECT_SOURCE_DIR}/desktop/data/com.korvane.Vesk")
+    install(FILES "${data}.desktop" DESTINATION "${CMAKE_INSTALL_DATADIR}/applications")
+    install(FILES "${data}.metainfo.xml" DESTINATION "${CMAKE_INSTALL_DATADIR}/metainfo")
+    install(FILES "${data}.svg"
+            DESTINATION "${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps")
+endif()
 # Where the tool stands is known when it is installed.
 install(CODE "
     set(VESK_PROGRAM \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vesk\")

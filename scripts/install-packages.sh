@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # install-packages.sh [WHAT...]: installs the Debian packages that something needs; quick when all are
-# there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare and vesk-play), tests,
-# bench, checks, fuzz, valgrind. Without one: everything.
+# there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare, vesk-play and the
+# window), tests, bench, checks, fuzz, valgrind. Without one: everything.
 set -euo pipefail
 
 build=(
@@ -14,6 +14,10 @@ songs=(
     libavformat-dev libavcodec-dev libavfilter-dev libswresample-dev libavutil-dev
     libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
 )
+# For vesk-desktop; all else is built without them too.
+desktop=(libgtk-4-dev libadwaita-1-dev libglib2.0-dev-bin gettext adwaita-icon-theme)
+# A screen without one, and what reads it as a screen reader does.
+desktop_tests=(xvfb dbus-daemon at-spi2-core python3-gi gir1.2-atspi-2.0 fonts-cantarell)
 tests=(
     libgtest-dev libgmock-dev libimobiledevice-dev libimobiledevice-utils ifuse libglib2.0-dev
     dbus-daemon binutils python3 procps openssl openjdk-17-jdk-headless ffmpeg
@@ -27,8 +31,8 @@ packages=()
 for what in "$@"; do
     case $what in
     demo) packages+=("${build[@]}") ;;
-    build) packages+=("${build[@]}" "${songs[@]}") ;;
-    tests) packages+=("${build[@]}" "${songs[@]}" "${tests[@]}") ;;
+    build) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}") ;;
+    tests) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${tests[@]}" "${desktop_tests[@]}") ;;
     bench) packages+=("${build[@]}" "${songs[@]}" "${tests[@]}" "${bench[@]}") ;;
     valgrind) packages+=(valgrind python3) ;;
     checks) packages+=("${checks[@]}") ;;

@@ -55,11 +55,35 @@ std::vector<DeviceNews::Item> PhoneThread::take() {
     return std::exchange(news_, {});
 }
 
+void PhoneThread::post(std::function<void()> work) {
+    {
+        const std::lock_guard lock(mutex_);
+        posted_.push_back(std::move(work));
+    }
+    CFRunLoopSourceSignal(bell_.get());
+    CFRunLoopWakeUp(loop_.get());
+}
+
+/// Ends the wait for news. Work that runs the run loop itself is left alone: it looks for more
+/// afterwards.
+krl::cf::CFRef<CFRunLoopSourceRef> PhoneThread::newBell() {
+    CFRunLoopSourceContext context = {};
+    context.info = this;
+    context.perform = [](void* self) {
+        if (!static_cast<PhoneThread*>(self)->isWorking_) {
+            CFRunLoopStop(CFRunLoopGetCurrent());
+        }
+    };
+    return krl::cf::adopt(CFRunLoopSourceCreate(nullptr, 0, &context));
+}
+
 void PhoneThread::run() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr); // they are for the program's own threads
     loop_ = krl::cf::retain(CFRunLoopGetCurrent());
+    bell_ = newBell();
+    CFRunLoopAddSource(loop_.get(), bell_.get(), kCFRunLoopDefaultMode);
     std::unique_ptr<DeviceNews> news;
     try {
         news = std::make_unique<DeviceNews>();
@@ -72,9 +96,29 @@ void PhoneThread::run() {
         if (auto item = news->next(std::chrono::hours{24})) {
             deliver(*std::move(item));
         }
+        work();
     }
+    CFRunLoopSourceInvalidate(bell_.get());
     news.reset();
     ended_.set_value();
+}
+
+void PhoneThread::work() {
+    isWorking_ = true;
+    while (const auto work = nextWork()) {
+        (*work)();
+    }
+    isWorking_ = false;
+}
+
+std::optional<std::function<void()>> PhoneThread::nextWork() {
+    const std::lock_guard lock(mutex_);
+    if (posted_.empty() || isEnding_) {
+        return std::nullopt;
+    }
+    auto next = std::move(posted_.front());
+    posted_.pop_front();
+    return next;
 }
 
 void PhoneThread::deliver(DeviceNews::Item item) {

@@ -233,11 +233,19 @@ void PhoneFiles::makeFolder(const std::string& path) {
 }
 
 std::optional<uint64_t> PhoneFiles::freeBytes() {
+    return deviceNumber("FSFreeBytes");
+}
+
+std::optional<uint64_t> PhoneFiles::totalBytes() {
+    return deviceNumber("FSTotalBytes");
+}
+
+std::optional<uint64_t> PhoneFiles::deviceNumber(const char* key) {
     afc_dictionary* information = nullptr;
     require(AFCDeviceInfoOpen(files_, &information), "the phone does not say how much is free");
     Pairs pairs(information);
     while (pairs.next() == 0 && pairs.hasPair()) {
-        if (pairs.key() == "FSFreeBytes") {
+        if (pairs.key() == key) {
             return pairs.number();
         }
     }

@@ -71,10 +71,14 @@ public:
     /// Free bytes of the phone; none when it does not say.
     std::optional<uint64_t> freeBytes();
 
+    /// All bytes of the phone, free or taken; none when it does not say.
+    std::optional<uint64_t> totalBytes();
+
     /// Whether anything has been sent that changes the phone.
     bool hasChanged() const { return hasChanged_; }
 
 private:
+    std::optional<uint64_t> deviceNumber(const char* key);
     void require(int32_t status, const std::string& what) const;
     void requireChange(int32_t status, const std::string& what);
 

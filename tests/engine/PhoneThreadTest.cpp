@@ -1,12 +1,16 @@
 #include "engine/phones/PhoneThread.h"
 
 #include "engine/errors/Failure.h"
+#include "engine/state/OpenPhone.h"
 
 #include "tests/support/VirtualPhoneFixture.h"
 
 #include <gmock/gmock.h>
 
 #include <poll.h>
+
+#include <future>
+#include <string>
 
 using testing::IsEmpty;
 
@@ -84,6 +88,38 @@ TEST_F(PhoneThreads, BeginAnewAfterOneHasEnded) {
         PhoneThread thread;
         EXPECT_TRUE(next(thread).arrived);
     }
+}
+
+TEST_F(PhoneThreads, DoWhatIsPostedInOrder) {
+    PhoneThread thread;
+    std::promise<std::string> done;
+    std::string order;
+    thread.post([&] {
+        order += "a";
+        thread.post([&] { done.set_value(order + "c"); });
+        order += "b";
+    });
+    EXPECT_EQ(done.get_future().get(), "abc");
+}
+
+TEST_F(PhoneThreads, WorkOnAPhoneAndStillTellWhatComesAndGoes) {
+    PhoneThread thread;
+    const DeviceNews::Item here = next(thread);
+    std::promise<std::string> name;
+    std::promise<void> mayEnd;
+    thread.post([&] {
+        OpenPhone phone({.udid = here.device.description.udid});
+        name.set_value(phone.facts().name);
+        mayEnd.get_future().wait();
+    });
+    EXPECT_EQ(name.get_future().get(), "Virtual Phone");
+    bus().plug(makePhone("Another"));
+    mayEnd.set_value();
+    EXPECT_EQ(next(thread).device.description.name, "Another");
+    bus().unplug(id());
+    const DeviceNews::Item gone = next(thread);
+    EXPECT_FALSE(gone.arrived);
+    EXPECT_EQ(gone.device.device, here.device.device);
 }
 
 TEST_F(PhoneThreads, SayWhenThereIsNoDeviceLayer) {

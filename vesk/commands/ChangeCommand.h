@@ -1,19 +1,19 @@
 #pragma once
 
-#include "engine/repair/Repair.h"
+#include "engine/change/ChangeJob.h"
 #include "vesk/invocation/Options.h"
 #include "vesk/terminal/SyncDisplay.h"
 
 #include <functional>
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
 #include <utility>
 
 namespace vesk {
 
 /// Shows or carries out a change of a phone's ringtones and says what came of it.
-class ChangeCommand {
+class ChangeCommand : private ChangeWatcher {
 public:
     /// @param what  the command, as the history has it
     ChangeCommand(const Options& options, Output& output, std::string what);
@@ -32,38 +32,23 @@ public:
     ExitCode rebuild();
 
 private:
-    class Shown;
+    std::unique_ptr<ChangeListener> begins() override;
+    void endedBrokenJob(const SafeKeeping::Recovered& job) override;
+    void beginsAgain(const std::string& reason) override;
+    void read(const PhoneState& state) override;
+    void planned(const PlannedChange& planned) override;
+    void done(const PlannedChange& done) override;
 
-    ExitCode runAttempts(const std::function<void()>& once);
-    void keep();
-    RestoreWatch watch();
-    SafeKeeping& safeKeeping();
-
-    bool needsRebuilding() const;
-    void begin();
-    void attemptOnce(const Edit& edit);
-    void rebuildOnce();
-    void finish(const PreparedChange& prepared);
-    void finishRepaired(const Repair& repair);
-    std::optional<Repair> repair(RepairCause cause, const Edit& edit);
-    void repairInstead(const PreparedChange& losing, const Edit& edit);
-    void rebuildFirst(const Edit& edit);
-    void carryOut(const PreparedChange& prepared);
-    void carryOut(const Repair& repair);
+    void noteWhatADryRunLeaves();
     void showPlan(const Plan& plan);
-    void report(const PreparedChange& prepared, const Repair* repair = nullptr);
-    std::string spaceText(const Plan& plan) const;
-    std::string summary(const PreparedChange& prepared, const Repair* repair) const;
+    void report(const PlannedChange& done);
+    std::string summary(const PlannedChange& done) const;
 
     const Options& options_;
     Output& output_;
-    const std::string what_;
     std::map<std::string, std::function<Json()>> reported_;
     OpenPhone phone_;
-    PhoneState state_;
-    std::optional<SafeKeeping> keeping_;
-    SyncDisplay* display_ = nullptr; ///< while there is one
-    bool mayCancel_ = false;         ///< what the safe does at this moment
+    ChangeJob job_;
 };
 
 } // namespace vesk

@@ -26,29 +26,6 @@ std::string lineFor(const Repair::Ringtone& ringtone) {
 
 } // namespace
 
-std::vector<std::string> lossesOf(const Plan& plan) {
-    std::vector<std::string> details;
-    for (const std::string& name : plan.lost) {
-        details.push_back(
-            fmt::format("\"{}\": its entry in the new catalogue would not find its file", name));
-    }
-    for (const HiddenRingtone& hidden : plan.hidden) {
-        details.push_back(fmt::format("\"{}\" ({}): the catalogue lists it in a form that is taken "
-                                      "for a placeholder, a duplicate or damage",
-                                      hidden.name, hidden.file));
-    }
-    return details;
-}
-
-Failure wouldLose(const PhoneFacts& facts, const Plan& plan, const std::string& why) {
-    const std::vector<std::string> details = lossesOf(plan);
-    return {FailureKind::WouldLoseRingtones,
-            fmt::format("this would lose {} that should stay on {}",
-                        counted(details.size(), "ringtone"), facts.label()),
-            why + " Or repeat with --force to let them go. Nothing was changed on the phone.",
-            details};
-}
-
 void sayRepair(const PhoneFacts& facts, const Repair& repair, bool wouldHappen, Output& output) {
     std::vector<std::string> mended;
     std::vector<std::string> listed;

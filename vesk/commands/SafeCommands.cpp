@@ -1,9 +1,7 @@
 #include "vesk/commands/Commands.h"
 
 #include "engine/restore/Backup.h"
-#include "engine/restore/HeldSyncLock.h"
-#include "engine/restore/Restoration.h"
-#include "engine/restore/RingtoneChanges.h"
+#include "engine/restore/SafePhone.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/PhoneJson.h"
 #include "vesk/commands/UnfinishedJob.h"
@@ -46,100 +44,61 @@ Json stepJson(const RestoreStep& step) {
     return json;
 }
 
-/// A phone, its safe, and what moves between the two.
-class SafePhone {
+/// A phone and its safe, on the terminal.
+class ShownSafe {
 public:
-    SafePhone(const Options& options, Output& output)
-        : options_(options), output_(output), phone_(options.phone), facts_(phone_.facts()),
-          safe_(facts_.udid), display_(output) {}
+    ShownSafe(const Options& options, Output& output)
+        : options_(options), output_(output), phone_(options.phone), display_(output),
+          safe_(phone_, watch(),
+                [this] { display_.stage("Waiting for the phone's sync lock ..."); }) {}
 
-    const PhoneFacts& facts() const { return facts_; }
+    const PhoneFacts& facts() const { return safe_.facts(); }
 
-    PhoneSafe& safe() { return safe_; }
+    PhoneSafe& safe() { return safe_.safe(); }
 
-    /// The phone as it is now, in the safe. Changes nothing on the phone.
     Snapshot look() {
-        return guarded([this] {
-            PhoneFiles files(phone_.phone()._rawDevice());
-            const Snapshot now = Restorer(files, safe_, watch()).look();
-            safe_.writeIndex(indexOf(now));
-            return now;
-        });
+        return shown([this] { return safe_.look(); });
     }
 
     /// Ends a job that was broken off earlier.
     /// @return it, when there was one
     std::optional<Journal> endBrokenJob() {
-        const auto journal = safe_.journal();
+        const auto journal = safe().journal();
         if (!journal) {
             return std::nullopt;
         }
         if (options_.dryRun) {
-            noteUnfinishedJob(facts_.udid, kPlanIsOfPhoneAsItIs, output_);
+            noteUnfinishedJob(facts().udid, kPlanIsOfPhoneAsItIs, output_);
             return std::nullopt;
         }
-        const Ending ending = change([&](Restorer& restorer) {
-            return endJob(safe_, restorer, *journal, Wish::Either, JobTime::Earlier);
-        });
+        const Ending ending = interruptible([&] { return safe_.end(*journal, Wish::Either); });
         output_.warning(endingText(ending, journal->job));
         return ending == Ending::ChangedByOthers ? std::nullopt : journal;
     }
 
-    struct Restored {
-        RestorePlan plan;
-        RingtoneChanges changes;
-    };
-
     /// Carries a restoration out; with --dry-run only works it out.
-    Restored restore(const RestorationRequest& request) {
-        const auto restored = [&](const Restoration& restoration) {
-            return Restored{restoration.plan(),
-                            ringtoneChanges(safe_, restoration.now(), request.target)};
-        };
-        if (options_.dryRun) {
-            return guarded([&] {
-                PhoneFiles files(phone_.phone()._rawDevice());
-                Restorer restorer(files, safe_, watch());
-                return restored(Restoration(safe_, restorer, request));
-            });
-        }
-        return change([&](Restorer& restorer) {
-            Restoration restoration(safe_, restorer, request);
-            restoration.carryOut();
-            return restored(restoration);
-        });
+    SafePhone::Restored restore(const RestorationRequest& request) {
+        return options_.dryRun ? shown([&] { return safe_.plan(request); })
+                               : interruptible([&] { return safe_.restore(request); });
     }
 
 private:
-    /// Under the sync lock. Ctrl-C ends it between two requests.
+    /// Ctrl-C ends it between two requests.
     template <typename Action>
-    std::invoke_result_t<Action, Restorer&> change(Action action) {
-        return guarded([&] {
-            const InterruptScope scope(OnInterrupt::FinishStep);
-            display_.stage("Waiting for the phone's sync lock ...");
-            const HeldSyncLock lock(phone_);
-            PhoneFiles files(phone_.phone()._rawDevice());
-            Restorer restorer(files, safe_, watch());
-            return action(restorer);
-        });
+    std::invoke_result_t<Action> interruptible(Action action) {
+        const InterruptScope scope(OnInterrupt::FinishStep);
+        return shown(action);
     }
 
-    /// A phone that was pulled out is said to be.
     template <typename Action>
-    std::invoke_result_t<Action> guarded(Action action) {
+    std::invoke_result_t<Action> shown(Action action) {
         try {
             auto result = action();
             display_.clear();
             return result;
-        } catch (const PhoneFileFailure& failure) {
+        } catch (const Failure&) {
             display_.clear();
-            if (!phone_.isGone()) {
-                throw;
-            }
-            throw Failure(FailureKind::PhoneGone,
-                          fmt::format("{} was pulled out: {}", facts_.label(), failure.what()),
-                          "Plug it in again and run the same command again: what was broken off is "
-                          "put right first.");
+            throw;
         }
     }
 
@@ -158,9 +117,8 @@ private:
     const Options& options_;
     Output& output_;
     OpenPhone phone_;
-    const PhoneFacts facts_;
-    PhoneSafe safe_;
     ProgressDisplay display_;
+    SafePhone safe_;
 };
 
 Table stepTable(const RestorePlan& plan) {
@@ -217,7 +175,7 @@ std::string jobText(const Job& job) {
 } // namespace
 
 ExitCode runUndo(const Options& options, Output& output) {
-    SafePhone phone(options, output);
+    ShownSafe phone(options, output);
     const auto broken = phone.endBrokenJob();
     if (broken && broken->undoes) {
         // What was broken off is what is asked for again.
@@ -227,22 +185,17 @@ ExitCode runUndo(const Options& options, Output& output) {
         return ExitCode::Success;
     }
     History history = phone.safe().history();
-    const Job* const last = history.last();
-    if (last == nullptr) {
+    auto request = undoingLast(phone.safe());
+    if (!request) {
         throw nothingToUndo(phone.facts());
     }
-    RestorationRequest request{.what = "undo",
-                               .target = phone.safe().snapshot(last->before),
-                               .own = {},
-                               .undoes = true,
-                               .isForced = options.force};
-    request.own.add(phone.safe().snapshot(last->after));
-    report(options, output, phone.facts(), phone.restore(request), jobText(*last));
+    request->isForced = options.force;
+    report(options, output, phone.facts(), phone.restore(*request), jobText(*history.last()));
     return ExitCode::Success;
 }
 
 ExitCode runRestore(const Options& options, Output& output) {
-    SafePhone phone(options, output);
+    ShownSafe phone(options, output);
     const Backup backup = readBackup(phone.safe(), options.arguments.front());
     phone.endBrokenJob();
     if (!sameUdid(backup.udid, phone.facts().udid)) {
@@ -260,7 +213,7 @@ ExitCode runRestore(const Options& options, Output& output) {
 }
 
 ExitCode runBackup(const Options& options, Output& output) {
-    SafePhone phone(options, output);
+    ShownSafe phone(options, output);
     const std::string& folder = options.arguments.front();
     const Backup backup{phone.look(), secondsNow(), phone.facts().udid, phone.facts().name};
     writeBackup(phone.safe(), backup, folder);

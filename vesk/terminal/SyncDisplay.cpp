@@ -39,7 +39,9 @@ void SyncDisplay::wasPutRight() {
     output_.warning("something had not arrived on the phone as it should; it has been put right");
 }
 
-void SyncDisplay::moves(const char* what, uint64_t done, uint64_t total) {
+void SyncDisplay::moves(SafeWork work, uint64_t done, uint64_t total) {
+    const char* const what =
+        work == SafeWork::Reading ? "Reading what the phone holds" : "Putting right";
     display_.stage(fmt::format("{}: {} of {} ...", what, formatBytes(done), formatBytes(total)));
 }
 

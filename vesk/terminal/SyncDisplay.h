@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/sync/SyncListener.h"
+#include "engine/change/ChangeWatcher.h"
 #include "vesk/terminal/Interrupt.h"
 #include "vesk/terminal/ProgressDisplay.h"
 
@@ -8,7 +8,7 @@ namespace vesk {
 
 /// Shows how far a sync is, and cancels it when Ctrl-C was pressed in time. While it lives, Ctrl-C
 /// does not leave at once.
-class SyncDisplay : public SyncListener {
+class SyncDisplay : public ChangeListener {
 public:
     explicit SyncDisplay(Output& output) : output_(output), display_(output) {}
 
@@ -23,8 +23,7 @@ public:
     void goesOnWithoutLock() override;
     void leavesBehind(size_t files) override;
 
-    /// How far the reading into the safe is, or the writing from it.
-    void moves(const char* what, uint64_t done, uint64_t total);
+    void moves(SafeWork work, uint64_t done, uint64_t total) override;
 
     void wasPutRight() override;
 

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "desktop/pages/HistoryWindow.h"
+#include "desktop/pages/RingtoneList.h"
+#include "desktop/session/Session.h"
+#include "desktop/toolkit/Owned.h"
+
+#include <adwaita.h>
+
+namespace krl::desktop {
+
+/// The window: shows what the session knows, and hands on what a person does.
+class MainWindow {
+public:
+    MainWindow(AdwApplication* application, Session& session);
+    ~MainWindow();
+
+    MainWindow(const MainWindow&) = delete;
+    MainWindow& operator=(const MainWindow&) = delete;
+
+    void present();
+
+    /// Closes it, unless there is something to be waited for.
+    void close() { gtk_window_close(GTK_WINDOW(window_.get())); }
+
+private:
+    void addActions();
+    void addAction(const char* name, std::function<void()> function);
+    void addPhoneAction();
+    void enable(const char* action, bool isEnabled);
+    void stayWhileBusy();
+    void addKeys();
+    void acceptDrops();
+
+    void chooseFiles();
+    void paste();
+    void add(GdkFileList* files);
+
+    /// Shows anew what has changed, once for all changes of this moment.
+    void showSoon();
+    void show();
+    void showTitle();
+    void showPhones();
+    void showMessage();
+    void showPage();
+    void showFindings();
+    void showBottom();
+    void showSpace(const PhoneBook& book);
+    void showProgress(const WorkProgress& progress);
+    void showActions();
+    void showToast(const Toast& toast);
+    const char* pageName() const;
+
+    template <typename T>
+    T* widget(const char* name) const {
+        return reinterpret_cast<T*>(gtk_builder_get_object(builder_.get(), name));
+    }
+
+    Session& session_;
+    Owned<GtkBuilder> builder_;
+    Owned<AdwApplicationWindow> window_;
+    RingtoneList list_;
+    HistoryWindow history_;
+    Owned<GtkFileChooserNative> chooser_;
+    Owned<GMenu> phoneMenu_;
+    engine::Findings shownFindings_;
+    std::vector<GtkWidget*> findingRows_; ///< of the list of the computer; the list owns them
+    std::shared_ptr<bool> isThere_ = std::make_shared<bool>(true);
+    bool willShow_ = false;
+};
+
+} // namespace krl::desktop

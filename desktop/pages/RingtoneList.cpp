@@ -1,0 +1,79 @@
+#include "desktop/pages/RingtoneList.h"
+
+#include "desktop/pages/RowView.h"
+#include "desktop/toolkit/Signals.h"
+
+namespace krl::desktop {
+namespace {
+
+/// As text is compared when somebody looks for something.
+std::string folded(const std::string& text) {
+    const std::string normal = taken(g_utf8_normalize(text.c_str(), -1, G_NORMALIZE_ALL));
+    return taken(g_utf8_casefold(normal.c_str(), -1));
+}
+
+} // namespace
+
+RingtoneList::RingtoneList(Session& session, GtkListView* view, GtkSearchEntry* search)
+    : session_(session),
+      filter_(adopt(gtk_custom_filter_new(
+          [](gpointer item, gpointer self) -> gboolean {
+              const std::string name = folded(rowOf(static_cast<VeskRow*>(item)).name);
+              const auto* list = static_cast<const RingtoneList*>(self);
+              return name.find(list->wanted_) != std::string::npos;
+          },
+          this, nullptr))),
+      found_(adopt(newFilter())),
+      selection_(adopt(gtk_multi_selection_new(G_LIST_MODEL(g_object_ref(found_.get()))))) {
+    gtk_list_view_set_model(view, GTK_SELECTION_MODEL(selection_.get()));
+    const auto factory = adopt(newFactory());
+    gtk_list_view_set_factory(view, factory.get());
+    on(search, "search-changed", [this, search] {
+        wanted_ = folded(gtk_editable_get_text(GTK_EDITABLE(search)));
+        gtk_filter_changed(GTK_FILTER(filter_.get()), GTK_FILTER_CHANGE_DIFFERENT);
+        onSearched();
+    });
+}
+
+GtkFilterListModel* RingtoneList::newFilter() {
+    return gtk_filter_list_model_new(static_cast<GListModel*>(g_object_ref(store_.model())),
+                                     GTK_FILTER(g_object_ref(filter_.get())));
+}
+
+GtkListItemFactory* RingtoneList::newFactory() {
+    GtkListItemFactory* const factory = gtk_signal_list_item_factory_new();
+    onEmission(factory, "setup", [this](const Emission& emission) {
+        RowView::setUp(emission.object<GtkListItem>(1), session_);
+    });
+    onEmission(factory, "bind", [](const Emission& emission) {
+        RowView::of(emission.object<GtkListItem>(1)).bind();
+    });
+    onEmission(factory, "unbind", [](const Emission& emission) {
+        RowView::of(emission.object<GtkListItem>(1)).unbind();
+    });
+    return factory;
+}
+
+bool RingtoneList::findsNothing() const {
+    return !wanted_.empty() && g_list_model_get_n_items(G_LIST_MODEL(found_.get())) == 0;
+}
+
+std::vector<std::string> RingtoneList::selected() const {
+    std::vector<std::string> keys;
+    auto* const model = GTK_SELECTION_MODEL(selection_.get());
+    const std::unique_ptr<GtkBitset, decltype(&gtk_bitset_unref)> positions(
+        gtk_selection_model_get_selection(model), gtk_bitset_unref);
+    GtkBitsetIter next;
+    guint position = 0;
+    for (gboolean more = gtk_bitset_iter_init_first(&next, positions.get(), &position);
+         more != FALSE; more = gtk_bitset_iter_next(&next, &position)) {
+        const auto item =
+            adopt(static_cast<VeskRow*>(g_list_model_get_item(G_LIST_MODEL(model), position)));
+        if (!PhoneBook::isRemoved(rowOf(item.get()))) {
+            keys.push_back(rowOf(item.get()).key);
+        }
+    }
+    return keys;
+}
+
+} // namespace krl::desktop

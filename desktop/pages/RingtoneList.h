@@ -1,0 +1,46 @@
+#pragma once
+
+#include "desktop/pages/RowStore.h"
+#include "desktop/session/Session.h"
+
+#include <gtk/gtk.h>
+
+#include <string>
+#include <vector>
+
+namespace krl::desktop {
+
+/// The list of ringtones: rows for what is in sight, a search, and a selection of several.
+class RingtoneList {
+public:
+    /// @param view  is filled; @param search  says what is looked for
+    RingtoneList(Session& session, GtkListView* view, GtkSearchEntry* search);
+
+    RingtoneList(const RingtoneList&) = delete;
+    RingtoneList& operator=(const RingtoneList&) = delete;
+
+    void show(const std::vector<Row>& rows) { store_.set(rows); }
+
+    /// Whether the search finds nothing.
+    bool findsNothing() const;
+
+    /// Keys of what is selected and can be taken off.
+    std::vector<std::string> selected() const;
+
+    /// Told when the search has another result.
+    std::function<void()> onSearched = [] {};
+
+private:
+    GtkFilterListModel* newFilter();
+    GtkListItemFactory* newFactory();
+    void search(const char* text);
+
+    Session& session_;
+    RowStore store_;
+    std::string wanted_; ///< folded, as names are that it is compared with
+    Owned<GtkCustomFilter> filter_;
+    Owned<GtkFilterListModel> found_;
+    Owned<GtkMultiSelection> selection_;
+};
+
+} // namespace krl::desktop

@@ -1,0 +1,109 @@
+#include "desktop/pages/RowView.h"
+
+#include "desktop/pages/Resources.h"
+#include "desktop/session/Translation.h"
+#include "desktop/session/Words.h"
+#include "desktop/toolkit/Signals.h"
+
+#include <fmt/format.h>
+
+namespace krl::desktop {
+namespace {
+
+constexpr char kViewKey[] = "vesk-row-view";
+
+/// The style of a mark, and of the row.
+const char* styleOf(Mark mark) {
+    switch (mark) {
+    case Mark::OnPhone:
+    case Mark::Checking:
+    case Mark::Preparing:
+        return "plain";
+    case Mark::New:
+        return "accent";
+    case Mark::Removed:
+        return "dim-label";
+    case Mark::NameTaken:
+    case Mark::Unusable:
+        return "warning";
+    }
+    return "plain";
+}
+
+} // namespace
+
+void RowView::setUp(GtkListItem* item, Session& session) {
+    g_object_set_data_full(G_OBJECT(item), kViewKey, new RowView(item, session),
+                           [](gpointer view) { delete static_cast<RowView*>(view); });
+}
+
+RowView& RowView::of(GtkListItem* item) {
+    return *static_cast<RowView*>(g_object_get_data(G_OBJECT(item), kViewKey));
+}
+
+RowView::RowView(GtkListItem* item, Session& session)
+    : item_(item), session_(session),
+      builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("row.ui")))) {
+    gtk_list_item_set_child(item_, widget<GtkWidget>("row"));
+    on(widget<GtkButton>("button"), "clicked", [this] { press(); });
+}
+
+void RowView::bind() {
+    shown_ = keep(VESK_ROW(gtk_list_item_get_item(item_)));
+    handler_ = g_signal_connect_swapped(shown_.get(), "changed",
+                                        G_CALLBACK(+[](RowView* self) { self->update(); }), this);
+    update();
+}
+
+void RowView::unbind() {
+    g_signal_handler_disconnect(shown_.get(), handler_);
+    shown_ = {};
+}
+
+const Row& RowView::row() const {
+    return rowOf(shown_.get());
+}
+
+void RowView::update() {
+    const Row& shown = row();
+    const std::string text = rowText(shown);
+    const std::string mark = markText(shown.mark);
+    gtk_label_set_text(widget<GtkLabel>("name"), shown.name.c_str());
+    gtk_label_set_text(widget<GtkLabel>("text"), text.c_str());
+    gtk_accessible_update_property(GTK_ACCESSIBLE(gtk_widget_get_parent(widget<GtkWidget>("row"))),
+                                   GTK_ACCESSIBLE_PROPERTY_LABEL, shown.name.c_str(), -1);
+    gtk_widget_set_tooltip_text(widget<GtkWidget>("text"),
+                                shown.reason.empty() ? nullptr : shown.reason.c_str());
+    auto* const label = widget<GtkWidget>("mark");
+    gtk_label_set_text(GTK_LABEL(label), mark.c_str());
+    gtk_widget_set_visible(label, !mark.empty());
+    const char* const markClasses[] = {"caption-heading", "mark", styleOf(shown.mark), nullptr};
+    gtk_widget_set_css_classes(label, const_cast<const char**>(markClasses));
+    const char* const rowClasses[] = {"ringtone", shown.mark == Mark::Removed ? "removed" : "plain",
+                                      nullptr};
+    gtk_widget_set_css_classes(widget<GtkWidget>("row"), const_cast<const char**>(rowClasses));
+
+    const bool isUnderWay = shown.mark == Mark::Checking || shown.mark == Mark::Preparing;
+    gtk_spinner_set_spinning(widget<GtkSpinner>("spinner"), isUnderWay);
+    gtk_stack_set_visible_child_name(widget<GtkStack>("sign"), isUnderWay ? "spinner" : "icon");
+
+    const bool isRemoved = PhoneBook::isRemoved(shown);
+    auto* const button = widget<GtkButton>("button");
+    gtk_button_set_icon_name(button, isRemoved ? "edit-undo-symbolic" : "user-trash-symbolic");
+    const std::string deed =
+        fmt::format(fmt::runtime(isRemoved ? _("Keep “{}”") : _("Remove “{}”")), shown.name);
+    gtk_widget_set_tooltip_text(GTK_WIDGET(button), isRemoved ? _("Keep") : _("Remove"));
+    gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                   deed.c_str(), -1);
+}
+
+void RowView::press() {
+    const std::string key = row().key;
+    if (PhoneBook::isRemoved(row())) {
+        session_.bringBack({key});
+    } else {
+        session_.remove({key});
+    }
+}
+
+} // namespace krl::desktop

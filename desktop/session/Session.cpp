@@ -1,0 +1,583 @@
+#include "desktop/session/Session.h"
+
+#include "desktop/session/Translation.h"
+#include "engine/phones/Pairing.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace krl::desktop {
+
+using namespace engine;
+
+namespace {
+
+/// A device that does not say its UDID has its own for as long as it is attached.
+std::string keyOf(const AttachedDevice& device) {
+    return device.description.udid.empty()
+               ? fmt::format("device {}", static_cast<const void*>(device.device.get()))
+               : device.description.udid;
+}
+
+std::string nameOf(const DeviceDescription& about) {
+    return about.name.empty() ? _("The phone") : about.name;
+}
+
+Message errorMessage(const Explanation& explanation) {
+    return {.isError = true,
+            .title = explanation.title,
+            .text = explanation.advice,
+            .details = explanation.details,
+            .remedies = {Remedy::Dismiss}};
+}
+
+Message brokenJobMessage(const std::string& phone) {
+    return {.title = fmt::format(fmt::runtime(_("The last sync of “{}” was interrupted")), phone),
+            .text = _("It can be finished, or the phone put back as it was before. Until then its "
+                      "list may be incomplete."),
+            .details = {},
+            .remedies = {Remedy::TakeBack, Remedy::Finish}};
+}
+
+Message damagedMessage(const std::string& phone) {
+    return {.title =
+                fmt::format(fmt::runtime(_("The list of ringtones on “{}” is damaged")), phone),
+            .text = _("It can be put right; the ringtones stay."),
+            .details = {},
+            .remedies = {Remedy::PutRight}};
+}
+
+Message unknownFirmwareMessage() {
+    return {.title = _("The ringtones of this phone can only be looked at"),
+            .text = _("Custom ringtones can be changed on firmware 1.0 and 1.1."),
+            .details = {},
+            .remedies = {}};
+}
+
+/// Whether a phone plays what only firmware through 1.1.2 does.
+bool playsOlderKinds(const std::string& firmware) {
+    return firmware.starts_with("1.0") || firmware.starts_with("1.1.1") ||
+           firmware.starts_with("1.1.2") || firmware == "1.1";
+}
+
+} // namespace
+
+Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noPhones)
+    : mailbox_(mailbox), phones_(phones), noPhones_(std::move(noPhones)), songs_(mailbox) {
+    examineComputer();
+}
+
+// ---------------------------------------------------------------- phones as they come and go
+
+void Session::takeNews() {
+    for (const DeviceNews::Item& item : phones_->takeNews()) {
+        if (item.arrived) {
+            arrived(item.device);
+        } else {
+            removed(item.device);
+        }
+    }
+    changed();
+}
+
+void Session::arrived(const AttachedDevice& device) {
+    const std::string key = keyOf(device);
+    Phone& phone = known_[key];
+    phone.device = device;
+    phone.about = device.description;
+    phone.isRead = false;
+    phone.failure.reset();
+    phone.message.reset();
+    const Phone* current = currentPhone();
+    if (key == current_ || current == nullptr || (!current->device && !current->book.hasEdits())) {
+        current_ = key;
+        read(key, /*afterWork=*/true);
+    }
+}
+
+void Session::removed(const AttachedDevice& device) {
+    for (auto& [key, phone] : known_) {
+        if (phone.device && phone.device->device == device.device) {
+            phone.device.reset();
+            phone.isRead = false;
+            if (!phone.work && (key != current_ || !phone.book.hasEdits())) {
+                toast(fmt::format(fmt::runtime(_("“{}” was unplugged")), nameOf(phone.about)));
+            }
+        }
+    }
+    const Phone* current = currentPhone();
+    if (current != nullptr && !current->device && !current->book.hasEdits() && !current->work) {
+        chooseAnother();
+    }
+}
+
+void Session::chooseAnother() {
+    current_.clear();
+    for (const auto& [key, phone] : known_) {
+        if (phone.device) {
+            choose(key);
+            return;
+        }
+    }
+    examineComputer();
+}
+
+void Session::examineComputer() {
+    if (phones_ == nullptr) {
+        return;
+    }
+    phones_->ask<Findings>(engine::examineComputer, [this](const Outcome<Findings>& outcome) {
+        if (const auto* findings = std::get_if<Findings>(&outcome)) {
+            computer_ = *findings;
+            changed();
+        }
+    });
+}
+
+void Session::choose(const std::string& key) {
+    Phone* const chosen = phone(key);
+    if (chosen == nullptr) {
+        return;
+    }
+    current_ = key;
+    if (chosen->device && !chosen->isRead && !chosen->work) {
+        read(key, /*afterWork=*/false);
+    }
+    changed();
+}
+
+// ---------------------------------------------------------------- reading
+
+void Session::read(const std::string& key, bool afterWork) {
+    Phone& target = *phone(key);
+    if (!target.device || target.isBeingRead) {
+        return;
+    }
+    if (!target.about.reachable || !target.about.isIphone()) {
+        target.failure =
+            Failure(target.about.reachable ? FailureKind::NotAnIphone : FailureKind::CannotOpen,
+                    target.about.label());
+        examine(key);
+        return;
+    }
+    target.isBeingRead = true;
+    phones_->ask<PhoneReading>([udid = target.about.udid] { return readPhone(udid); },
+                               [this, key, afterWork](const Outcome<PhoneReading>& outcome) {
+                                   Phone& readOne = *phone(key);
+                                   readOne.isBeingRead = false;
+                                   if (const auto* reading = std::get_if<PhoneReading>(&outcome)) {
+                                       readOne.isRead = readOne.device.has_value();
+                                       readOne.failure.reset();
+                                       readOne.book.take(*reading);
+                                       if (afterWork) {
+                                           readOne.removals.clear();
+                                           readOne.book.dropFulfilled();
+                                       }
+                                   } else if (readOne.device) {
+                                       readOne.failure = std::get<Failure>(outcome);
+                                       examine(key);
+                                   }
+                                   changed();
+                               });
+}
+
+void Session::examine(const std::string& key) {
+    phones_->ask<Findings>([device = *phone(key)->device] { return examinePhone(device); },
+                           [this, key](const Outcome<Findings>& outcome) {
+                               if (const auto* findings = std::get_if<Findings>(&outcome)) {
+                                   phone(key)->findings = *findings;
+                                   changed();
+                               }
+                           });
+}
+
+void Session::lookAgain() {
+    Phone* const target = currentPhone();
+    if (target == nullptr || !target->device) {
+        examineComputer();
+        return;
+    }
+    target->isBeingRead = true;
+    changed();
+    phones_->ask<DeviceDescription>(
+        [device = target->device->device] { return describe(device); },
+        [this, key = current_](const Outcome<DeviceDescription>& outcome) {
+            Phone& asked = *phone(key);
+            asked.isBeingRead = false;
+            if (const auto* about = std::get_if<DeviceDescription>(&outcome); asked.device) {
+                asked.about = about == nullptr ? asked.about : *about;
+                asked.device->description = asked.about;
+                read(key, /*afterWork=*/false);
+            }
+            changed();
+        });
+}
+
+void Session::pair() {
+    Phone* const target = currentPhone();
+    if (target == nullptr || !target->device || target->isBeingRead) {
+        return;
+    }
+    target->isBeingRead = true;
+    changed();
+    phones_->ask<Pairing>([device = *target->device] { return engine::pair(device); },
+                          [this, key = current_](const Outcome<Pairing>& outcome) {
+                              Phone& asked = *phone(key);
+                              asked.isBeingRead = false;
+                              if (const auto* failure = std::get_if<Failure>(&outcome)) {
+                                  toast(explained(*failure, nameOf(asked.about)).advice);
+                              }
+                              if (key == current_) {
+                                  lookAgain();
+                              }
+                              changed();
+                          });
+}
+
+// ---------------------------------------------------------------- what there is to see
+
+Session::Phone* Session::phone(const std::string& key) {
+    const auto found = known_.find(key);
+    return found == known_.end() ? nullptr : &found->second;
+}
+
+const Session::Phone* Session::currentPhone() const {
+    const auto found = known_.find(current_);
+    return found == known_.end() ? nullptr : &found->second;
+}
+
+Session::Phone* Session::currentPhone() {
+    return phone(current_);
+}
+
+Page Session::page() const {
+    const Phone* current = currentPhone();
+    if (current == nullptr) {
+        return noPhones_ ? Page::Problem : Page::NoPhone;
+    }
+    if (!current->device) {
+        return Page::Gone;
+    }
+    if (current->failure && !current->isBeingRead) {
+        return Page::Problem;
+    }
+    if (!current->isRead && !current->work) {
+        return Page::Reading;
+    }
+    return current->book.isEmpty() ? Page::Empty : Page::List;
+}
+
+std::vector<PhoneChoice> Session::phones() const {
+    std::vector<PhoneChoice> result;
+    for (const auto& [key, phone] : known_) {
+        if (phone.device || phone.book.hasEdits() || key == current_) {
+            result.push_back({.key = key,
+                              .name = nameOf(phone.about),
+                              .isAttached = phone.device.has_value(),
+                              .changes = phone.book.sum().changes()});
+        }
+    }
+    return result;
+}
+
+std::string Session::phoneName() const {
+    const Phone* current = currentPhone();
+    return current == nullptr ? std::string() : nameOf(current->about);
+}
+
+const PhoneBook* Session::book() const {
+    const Phone* current = currentPhone();
+    return current == nullptr ? nullptr : &current->book;
+}
+
+const Findings& Session::findings() const {
+    const Phone* current = currentPhone();
+    return current == nullptr ? computer_ : current->findings;
+}
+
+Explanation Session::problem() const {
+    const Phone* current = currentPhone();
+    if (current != nullptr && current->failure) {
+        return explained(*current->failure, nameOf(current->about));
+    }
+    return noPhones_ ? explained(*noPhones_, {}) : Explanation{};
+}
+
+bool Session::canPair() const {
+    const Phone* current = currentPhone();
+    if (current == nullptr || !current->device || !current->about.isIphone()) {
+        return false;
+    }
+    for (const Finding& finding : current->findings) {
+        if (!finding.good && (finding.check == "pair-record" || finding.check == "pairing")) {
+            return true;
+        }
+    }
+    return current->failure && current->failure->kind() == FailureKind::NotPaired;
+}
+
+std::optional<Message> Session::message() const {
+    const Phone* current = currentPhone();
+    if (current == nullptr || current->work) {
+        return std::nullopt;
+    }
+    if (current->message) {
+        return current->message;
+    }
+    if (!current->device || !current->isRead || !current->book.reading()) {
+        return std::nullopt;
+    }
+    const PhoneReading& reading = *current->book.reading();
+    const std::string name = nameOf(current->about);
+    if (reading.brokenJob) {
+        return brokenJobMessage(name);
+    }
+    if (!isKnownFirmware(reading.facts.firmware)) {
+        return unknownFirmwareMessage();
+    }
+    if (reading.catalogueIsUnreadable) {
+        return damagedMessage(name);
+    }
+    return std::nullopt;
+}
+
+bool Session::isBusy() const {
+    const Phone* current = currentPhone();
+    return current != nullptr && current->work;
+}
+
+bool Session::isWorking() const {
+    return std::any_of(known_.begin(), known_.end(),
+                       [](const auto& entry) { return entry.second.work.has_value(); });
+}
+
+bool Session::isBeingCancelled() const {
+    return isBusy() && *currentPhone()->work->isCancelled;
+}
+
+bool Session::canSync() const {
+    const Phone* current = currentPhone();
+    return current != nullptr && current->device && current->isRead && !current->work &&
+           current->book.sum().changes() > 0 && current->book.fits() &&
+           isKnownFirmware(current->about.firmware);
+}
+
+bool Session::canUndo() const {
+    const Phone* current = currentPhone();
+    if (current == nullptr || !current->isRead || current->work || !current->book.reading()) {
+        return false;
+    }
+    const std::vector<PastJob>& history = current->book.reading()->history;
+    return std::any_of(history.begin(), history.end(),
+                       [](const PastJob& job) { return !job.isUndone; });
+}
+
+// ---------------------------------------------------------------- edits
+
+void Session::add(const std::vector<std::filesystem::path>& places) {
+    if (currentPhone() == nullptr) {
+        toast(_("Plug in an iPhone first"));
+        return;
+    }
+    songs_.listFiles(places,
+                     [this, key = current_](const std::vector<std::filesystem::path>& files) {
+                         for (const std::filesystem::path& file : files) {
+                             takeSong(key, file);
+                         }
+                         if (files.empty()) {
+                             toast(_("There are no files in there"));
+                         }
+                         changed();
+                     });
+}
+
+void Session::takeSong(const std::string& key, const std::filesystem::path& song) {
+    Phone& target = *phone(key);
+    const uint64_t number = target.book.add(song);
+    songs_.take(song, playsOlderKinds(target.about.firmware),
+                [this, key, number](const SongNews& news) {
+                    phone(key)->book.hear(number, news);
+                    changed();
+                });
+}
+
+void Session::remove(const std::vector<std::string>& keys) {
+    Phone* const target = currentPhone();
+    if (target == nullptr || keys.empty()) {
+        return;
+    }
+    std::string name;
+    for (const Row& row : target->book.rows()) {
+        name = row.key == keys.front() ? row.name : name;
+    }
+    target->book.remove(keys);
+    target->removals.push_back(keys);
+    changed();
+    onToast({.text = keys.size() == 1
+                         ? fmt::format(fmt::runtime(_("“{}” removed")), name)
+                         : fmt::format(fmt::runtime(ngettext_("{} ringtone removed",
+                                                              "{} ringtones removed", keys.size())),
+                                       keys.size()),
+             .undo = _("Undo"),
+             .onUndo = [this, key = current_, keys] {
+                 Phone& edited = *phone(key);
+                 edited.book.bringBack(keys);
+                 std::erase(edited.removals, keys);
+                 changed();
+             }});
+}
+
+void Session::undoEdit() {
+    Phone* const target = currentPhone();
+    if (target != nullptr && !target->removals.empty()) {
+        const std::vector<std::string> keys = target->removals.back();
+        target->removals.pop_back();
+        bringBack(keys);
+    }
+}
+
+void Session::bringBack(const std::vector<std::string>& keys) {
+    if (Phone* const target = currentPhone()) {
+        target->book.bringBack(keys);
+        changed();
+    }
+}
+
+// ---------------------------------------------------------------- work
+
+WorkWatch Session::newWatch(const std::string& key) {
+    return {.progress = [this, key](const WorkProgress& progress) {
+        phones_->tell([this, key, progress] {
+            if (key == current_ && isBusy()) {
+                onProgress(progress);
+            }
+        });
+    }};
+}
+
+template <typename T>
+void Session::work(std::function<T(const std::string&, const WorkWatch&)> action,
+                   std::function<void(const T&)> done) {
+    Phone* const target = currentPhone();
+    if (target == nullptr || !target->device || target->work) {
+        return;
+    }
+    target->work = newWatch(current_);
+    target->message.reset();
+    changed();
+    phones_->ask<T>([action = std::move(action), udid = target->about.udid,
+                     watch = *target->work] { return action(udid, watch); },
+                    [this, key = current_, done = std::move(done)](const Outcome<T>& outcome) {
+                        phone(key)->work.reset();
+                        if (const auto* failure = std::get_if<Failure>(&outcome)) {
+                            failed(key, *failure);
+                        } else {
+                            done(std::get<T>(outcome));
+                        }
+                        read(key, /*afterWork=*/true);
+                        changed();
+                    });
+}
+
+void Session::failed(const std::string& key, const Failure& failure) {
+    Phone& target = *phone(key);
+    target.message = errorMessage(explained(failure, nameOf(target.about)));
+    target.message->isError = failure.kind() != FailureKind::Cancelled;
+}
+
+void Session::toastWithUndo(std::string text) {
+    onToast({.text = std::move(text), .undo = _("Undo"), .onUndo = [this, key = current_] {
+                 if (key == current_) {
+                     undo();
+                 }
+             }});
+}
+
+void Session::change(bool rebuilds) {
+    WantedChange wanted = rebuilds ? WantedChange{} : book()->wanted();
+    wanted.rebuilds = rebuilds;
+    work<ChangeDone>([wanted](const std::string& udid,
+                              const WorkWatch& watch) { return changePhone(udid, wanted, watch); },
+                     [this](const ChangeDone& done) { tell(done); });
+}
+
+void Session::tell(const ChangeDone& done) {
+    if (done.changedAnything) {
+        toastWithUndo(doneText(done));
+    } else {
+        toast(doneText(done));
+    }
+    Phone* const target = currentPhone();
+    if (const std::string note = noteText(done); target != nullptr && !note.empty()) {
+        target->message = Message{.title = _("The sync is complete"),
+                                  .text = note,
+                                  .details = {},
+                                  .remedies = {Remedy::Dismiss}};
+    }
+}
+
+void Session::sync() {
+    if (canSync()) {
+        change(/*rebuilds=*/false);
+    }
+}
+
+void Session::cancel() {
+    if (isBusy()) {
+        *currentPhone()->work->isCancelled = true;
+        changed();
+    }
+}
+
+void Session::undo() {
+    if (!canUndo()) {
+        return;
+    }
+    work<RingtoneChanges>(undoLast, [this](const RingtoneChanges& changes) {
+        toast(fmt::format(fmt::runtime(_("Undone: {}")), changesText(changes)));
+    });
+}
+
+void Session::goBackTo(const Digest& before) {
+    work<RingtoneChanges>(
+        [before](const std::string& udid, const WorkWatch& watch) {
+            return desktop::goBackTo(udid, before, watch);
+        },
+        [this](const RingtoneChanges& changes) { toastWithUndo(changesText(changes)); });
+}
+
+void Session::endBrokenJob(Wish wish) {
+    work<std::optional<Ending>>(
+        [wish](const std::string& udid, const WorkWatch& watch) {
+            return desktop::endBrokenJob(udid, wish, watch);
+        },
+        [this](const std::optional<Ending>& ending) {
+            if (ending) {
+                toast(endingText(*ending));
+            }
+        });
+}
+
+void Session::apply(Remedy remedy) {
+    switch (remedy) {
+    case Remedy::Dismiss:
+        if (Phone* const target = currentPhone()) {
+            target->message.reset();
+            changed();
+        }
+        break;
+    case Remedy::Finish:
+        endBrokenJob(Wish::Finish);
+        break;
+    case Remedy::TakeBack:
+        endBrokenJob(Wish::TakeBack);
+        break;
+    case Remedy::PutRight:
+        change(/*rebuilds=*/true);
+        break;
+    }
+}
+
+} // namespace krl::desktop

@@ -1,0 +1,168 @@
+#pragma once
+
+#include "desktop/bridge/PhoneDesk.h"
+#include "desktop/session/PhoneBook.h"
+#include "desktop/session/Words.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace krl::desktop {
+
+/// What fills the window.
+enum class Page {
+    NoPhone,
+    Reading,
+    Problem, ///< the phone cannot be used
+    Gone,    ///< it was pulled out, and there are edits for it
+    Empty,
+    List
+};
+
+/// What can be done about a message.
+enum class Remedy { Dismiss, Finish, TakeBack, PutRight };
+
+/// Something that stays in sight until it is dealt with.
+struct Message {
+    bool isError = false;
+    std::string title;
+    std::string text;
+    std::string details; ///< behind a button; may be empty
+    std::vector<Remedy> remedies;
+};
+
+/// Something that has happened, for a moment.
+struct Toast {
+    std::string text;
+    std::string undo; ///< what its button says; empty without one
+    std::function<void()> onUndo = nullptr;
+};
+
+/// A phone to choose from.
+struct PhoneChoice {
+    std::string key;
+    std::string name;
+    bool isAttached = false;
+    size_t changes = 0; ///< that wait for a sync
+};
+
+/// All that the window knows and does, without the window. On the main loop's thread; never waits.
+class Session {
+public:
+    /// @param phones  null: this computer cannot reach phones, for this reason
+    Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<engine::Failure> noPhones);
+
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // The window is told by these.
+    std::function<void()> onChanged = [] {};
+    std::function<void(const WorkProgress&)> onProgress = [](const WorkProgress&) {};
+    std::function<void(const Toast&)> onToast = [](const Toast&) {};
+
+    /// Devices have come or gone.
+    void takeNews();
+
+    // What there is to see.
+
+    Page page() const;
+    std::vector<PhoneChoice> phones() const;
+
+    const std::string& currentKey() const { return current_; }
+
+    std::string phoneName() const;
+
+    /// Of the current phone; null without one.
+    const PhoneBook* book() const;
+
+    /// What was found out about a phone that cannot be used, or about this computer when there is
+    /// none.
+    const engine::Findings& findings() const;
+    Explanation problem() const;
+    bool canPair() const;
+
+    std::optional<Message> message() const;
+
+    /// Whether there is work under way on the current phone.
+    bool isBusy() const;
+
+    /// The same for any phone.
+    bool isWorking() const;
+    bool canSync() const;
+    bool canUndo() const;
+    bool isBeingCancelled() const;
+
+    // What a person does.
+
+    void choose(const std::string& key);
+    void add(const std::vector<std::filesystem::path>& places);
+    void remove(const std::vector<std::string>& keys);
+    void bringBack(const std::vector<std::string>& keys);
+
+    /// Takes the last removal back that has not been.
+    void undoEdit();
+
+    void sync();
+    void cancel();
+    void pair();
+    void lookAgain();
+    void undo();
+    void goBackTo(const engine::Digest& before);
+    void apply(Remedy remedy);
+
+private:
+    struct Phone {
+        std::optional<engine::AttachedDevice> device; ///< while it is attached
+        engine::DeviceDescription about;
+        PhoneBook book;
+        bool isRead = false; ///< since it came
+        bool isBeingRead = false;
+        std::optional<engine::Failure> failure = {}; ///< it cannot be used
+        engine::Findings findings = {};
+        std::optional<Message> message = {};
+        std::optional<WorkWatch> work = {};                  ///< under way
+        std::vector<std::vector<std::string>> removals = {}; ///< keys, the last at the end
+    };
+
+    Phone* phone(const std::string& key);
+    const Phone* currentPhone() const;
+    Phone* currentPhone();
+    void arrived(const engine::AttachedDevice& device);
+    void removed(const engine::AttachedDevice& device);
+    void chooseAnother();
+    void examineComputer();
+    void read(const std::string& key, bool afterWork);
+    void examine(const std::string& key);
+    void takeSong(const std::string& key, const std::filesystem::path& song);
+    WorkWatch newWatch(const std::string& key);
+
+    /// Has work done on the current phone, unless there is some under way.
+    /// @param done  says what came of it
+    template <typename T>
+    void work(std::function<T(const std::string& udid, const WorkWatch&)> action,
+              std::function<void(const T&)> done);
+    void failed(const std::string& key, const engine::Failure& failure);
+    void change(bool rebuilds);
+    void tell(const ChangeDone& done);
+    void endBrokenJob(engine::Wish wish);
+
+    void toast(std::string text) { onToast({std::move(text), {}}); }
+
+    void toastWithUndo(std::string text);
+
+    void changed() { onChanged(); }
+
+    Mailbox& mailbox_;
+    PhoneDesk* const phones_;
+    const std::optional<engine::Failure> noPhones_;
+    SongDesk songs_;
+    engine::Findings computer_;
+    std::map<std::string, Phone> known_; ///< by UDID, or what stands in its place
+    std::string current_;
+};
+
+} // namespace krl::desktop

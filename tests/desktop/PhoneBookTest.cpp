@@ -1,0 +1,165 @@
+#include "desktop/session/PhoneBook.h"
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace krl::desktop {
+namespace {
+
+PhoneReading holding(const std::map<std::string, uint64_t>& ringtones) {
+    PhoneReading reading;
+    for (const auto& [name, size] : ringtones) {
+        engine::PhoneRingtone ringtone;
+        ringtone.name = name;
+        ringtone.size = size;
+        reading.ringtones.push_back(ringtone);
+    }
+    return reading;
+}
+
+SongIsReady ready(const std::string& name, uint64_t size) {
+    return {{.name = name, .path = "/songs/" + name + ".m4r", .type = "m4r", .size = size}, 30.0};
+}
+
+class PhoneBooks : public ::testing::Test {
+protected:
+    PhoneBook book;
+
+    uint64_t addReady(const std::string& name, uint64_t size) {
+        const uint64_t song = book.add(name + ".m4r");
+        book.hear(song, ready(name, size));
+        return song;
+    }
+
+    std::vector<Mark> marks() const {
+        std::vector<Mark> result;
+        for (const Row& row : book.rows()) {
+            result.push_back(row.mark);
+        }
+        return result;
+    }
+
+    std::string keyOf(const std::string& name) const {
+        for (const Row& row : book.rows()) {
+            if (row.name == name) {
+                return row.key;
+            }
+        }
+        return {};
+    }
+};
+
+} // namespace
+
+TEST_F(PhoneBooks, SortByName) {
+    book.take(holding({{"Horn", 1}, {"Bells", 1}}));
+    addReady("Harp", 1);
+    const std::vector<Row> rows = book.rows();
+    ASSERT_THAT(rows, SizeIs(3));
+    EXPECT_FALSE(book.isEmpty());
+    EXPECT_EQ(rows[0].name, "Bells");
+    EXPECT_EQ(rows[1].name, "Harp");
+    EXPECT_EQ(rows[2].name, "Horn");
+}
+
+TEST_F(PhoneBooks, FollowASongUntilItIsReady) {
+    const uint64_t song = book.add("/songs/track 7.flac");
+    EXPECT_EQ(book.rows().front().name, "track 7");
+    EXPECT_THAT(marks(), ElementsAre(Mark::Checking));
+    EXPECT_EQ(book.sum().underWay, 1U);
+    book.hear(song, SongIsPrepared{});
+    EXPECT_THAT(marks(), ElementsAre(Mark::Preparing));
+    book.hear(song, ready("Seven", 700));
+    EXPECT_THAT(marks(), ElementsAre(Mark::New));
+    EXPECT_EQ(book.rows().front().name, "Seven");
+    EXPECT_EQ(book.sum().addedBytes, 700U);
+    EXPECT_EQ(book.sum().underWay, 0U);
+}
+
+TEST_F(PhoneBooks, SayWhyASongCannotBeUsed) {
+    book.hear(book.add("a.txt"), engine::Failure(engine::FailureKind::UnsupportedType, "no sound"));
+    EXPECT_THAT(marks(), ElementsAre(Mark::Unusable));
+    EXPECT_EQ(book.rows().front().reason, "no sound");
+    EXPECT_EQ(book.sum().changes(), 0U);
+}
+
+TEST_F(PhoneBooks, TakeOffAndBringBack) {
+    book.take(holding({{"Harp", 500}}));
+    book.remove({keyOf("Harp")});
+    EXPECT_THAT(marks(), ElementsAre(Mark::Removed));
+    EXPECT_EQ(book.sum().removedBytes, 500U);
+    EXPECT_THAT(book.wanted().removed, ElementsAre("Harp"));
+    book.bringBack({keyOf("Harp")});
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone));
+    EXPECT_FALSE(book.hasEdits());
+}
+
+TEST_F(PhoneBooks, ForgetASongThatIsTakenOffUntilItIsBroughtBack) {
+    addReady("Harp", 1);
+    const std::string key = keyOf("Harp");
+    book.remove({key});
+    EXPECT_THAT(book.rows(), IsEmpty());
+    EXPECT_TRUE(book.isEmpty());
+    EXPECT_THAT(book.wanted().added, IsEmpty());
+    book.bringBack({key});
+    EXPECT_THAT(book.wanted().added, SizeIs(1));
+}
+
+TEST_F(PhoneBooks, HoldBackANameThatIsTakenUntilItIsFree) {
+    book.take(holding({{"Harp", 500}}));
+    addReady("Harp", 600);
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::NameTaken));
+    EXPECT_THAT(book.wanted().added, IsEmpty());
+    book.remove({keyOf("Harp")});
+    EXPECT_THAT(marks(), ElementsAre(Mark::Removed, Mark::New));
+    EXPECT_THAT(book.wanted().added, SizeIs(1));
+}
+
+TEST_F(PhoneBooks, LetOneOfTwoSongsOfANameGo) {
+    addReady("Harp", 1);
+    addReady("Harp", 2);
+    EXPECT_THAT(marks(), ElementsAre(Mark::New, Mark::NameTaken));
+    EXPECT_THAT(book.wanted().added, SizeIs(1));
+}
+
+TEST_F(PhoneBooks, DropEditsThatThePhoneHas) {
+    book.take(holding({{"Harp", 500}}));
+    book.remove({keyOf("Harp")});
+    addReady("Horn", 600);
+    addReady("Bells", 700);
+    book.take(holding({{"Horn", 600}}));
+    book.dropFulfilled();
+    EXPECT_THAT(book.wanted().removed, IsEmpty());
+    ASSERT_THAT(book.wanted().added, SizeIs(1));
+    EXPECT_EQ(book.wanted().added.front().name, "Bells");
+}
+
+TEST_F(PhoneBooks, KnowTheLengthOfWhatWasSent) {
+    addReady("Horn", 600);
+    book.take(holding({{"Horn", 600}, {"Harp", 600}}));
+    book.dropFulfilled();
+    EXPECT_EQ(book.rows()[0].seconds, std::nullopt);
+    EXPECT_EQ(book.rows()[1].seconds, 30.0);
+}
+
+TEST_F(PhoneBooks, KeepASongWhoseNamesakeOnThePhoneIsAnother) {
+    addReady("Harp", 600);
+    book.take(holding({{"Harp", 500}}));
+    book.dropFulfilled();
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::NameTaken));
+}
+
+TEST_F(PhoneBooks, SayWhetherTheEditsFit) {
+    PhoneReading reading = holding({});
+    reading.facts.freeBytes = 1000;
+    book.take(reading);
+    addReady("Harp", 1000);
+    EXPECT_TRUE(book.fits());
+    addReady("Horn", 1);
+    EXPECT_FALSE(book.fits());
+}
+
+} // namespace krl::desktop

@@ -1,0 +1,240 @@
+#!/usr/bin/python3
+"""The window as a person who cannot see it uses it: by what it says of itself to a screen reader.
+
+    window_test.py BUILD SAMPLES [unittest's arguments]
+"""
+import os
+import sys
+import unittest
+import wave
+from pathlib import Path
+
+from stage import Stage
+
+BUILD, SAMPLES = sys.argv[1], Path(sys.argv[2])
+HARP, BELLS, SUNRISE = SAMPLES / "harp.m4a", SAMPLES / "bells.mp3", SAMPLES / "sunrise.m4r"
+
+
+class Window(unittest.TestCase):
+    def setUp(self):
+        self.stage = Stage(BUILD)
+        self.addCleanup(self.stage.__exit__)
+
+    def start(self, *ringtones, phone=()):
+        """The window over a phone with these ringtones."""
+        self.stage.start_phone(*phone)
+        if ringtones:
+            self.stage.vesk("add", *ringtones)
+        self.stage.start_window()
+
+    def song(self, name, seconds):
+        file = self.stage.folder / f"{name}.wav"
+        with wave.open(str(file), "wb") as sound:
+            sound.setparams((1, 2, 8000, 0, "NONE", ""))
+            sound.writeframes(bytes(range(250)) * 64 * seconds)
+        return file
+
+    def assert_phone_holds(self, *files):
+        self.assertEqual(self.stage.ringtones_on_phone(), sorted(file.read_bytes() for file in files))
+
+
+class Phones(Window):
+    def test_without_one_say_what_to_plug_in(self):
+        self.stage.start_window()
+        self.stage.see("Plug In an iPhone")
+
+    def test_appear_when_they_are_plugged_in(self):
+        self.start(phone=["--unplugged"])
+        self.stage.see("Plug In an iPhone")
+        self.stage.tell_phone("plug")
+        self.stage.see("My Phone")
+        self.stage.see("No Ringtones Yet")
+
+    def test_show_name_firmware_space_and_ringtones(self):
+        self.stage.start_phone("--free-bytes", "500m", "--total-bytes", "1000m")
+        self.stage.vesk("add", HARP, BELLS)
+        self.stage.start_window()
+        self.stage.see("Harp", "list item")
+        self.assertEqual(self.stage.names("list item"), ["Glöckchen", "Harp"])
+        self.stage.see("My Phone")
+        self.stage.see_part("Firmware 1.1.1 · ")
+        self.stage.see("2 ringtones")
+
+    def test_that_are_not_paired_are_paired_by_a_button(self):
+        self.start(phone=["--unpaired", "--session", "ssl3"])
+        self.stage.see("“My Phone” does not know this computer")
+        self.stage.press("Pair")
+        self.stage.see("No Ringtones Yet")
+
+    def test_of_another_kind_are_said_to_be(self):
+        self.start(phone=["--class", "iPod"])
+        self.stage.see("“My Phone” is not an iPhone")
+
+    def test_that_are_unplugged_keep_their_changes(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 1", "push button")
+        self.stage.tell_phone("unplug")
+        self.stage.see("“My Phone” Is Unplugged")
+        self.stage.tell_phone("plug")
+        self.stage.see("Sync 1", "push button")
+        self.stage.see("Keep “Harp”", "push button")
+        self.assert_phone_holds(HARP)
+
+
+class Edits(Window):
+    def test_add_a_file_and_sync_it(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.stage.see("1 new (6.0 KiB)")
+        self.stage.press("Sync 1")
+        self.stage.see("1 ringtone added")
+        self.assert_phone_holds(HARP, SUNRISE)
+        self.stage.see("2 ringtones")
+
+    def test_remove_and_undo(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.see("1 to be removed")
+        self.stage.press("Undo")
+        self.stage.see("1 ringtone")
+        self.stage.see("Remove “Harp”", "push button")
+
+    def test_of_a_folder_bring_what_is_in_it(self):
+        self.start()
+        self.stage.see("No Ringtones Yet")
+        self.stage.open_in_window(SAMPLES)
+        self.stage.see("Sync 6", "push button")
+        self.assertIn("make", self.stage.names("list item"))
+
+    def test_make_a_ringtone_of_a_song(self):
+        if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
+            self.skipTest("built without FFmpeg")
+        self.start()
+        self.stage.see("No Ringtones Yet")
+        self.stage.open_in_window(self.song("Long Walk", seconds=45))
+        self.stage.see("Long Walk", "list item")
+        self.stage.press("Sync 1")
+        self.stage.see("1 ringtone added")
+        [ringtone] = self.stage.ringtones_on_phone()
+        self.assertEqual(ringtone[4:8], b"ftyp")
+
+    def test_hold_back_what_has_a_name_that_is_taken(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(HARP)
+        self.stage.see("There is a ringtone of this name already")
+        self.stage.press("Remove “Harp”")
+        self.stage.see("1 new (5.3 KiB), 1 to be removed")
+
+
+class Languages(Window):
+    def test_are_those_of_the_person(self):
+        os.environ["LANGUAGE"] = "de"
+        self.stage.start_window()
+        self.stage.see("Ein iPhone anschließen")
+
+
+class Lists(Window):
+    def test_show_what_is_searched_for(self):
+        self.start(HARP, BELLS)
+        self.stage.see("Glöckchen", "list item")
+        self.stage.write("Search ringtones", "HAR")
+        self.stage.see_none("Glöckchen", "list item")
+        self.assertEqual(self.stage.names("list item"), ["Harp"])
+
+
+class Syncs(Window):
+    def test_are_undone(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.stage.press("Sync 1")
+        self.stage.see("1 ringtone added")
+        self.stage.press("Undo")
+        self.stage.see_part("Undone: ")
+        self.stage.see("1 ringtone")
+        self.assert_phone_holds(HARP)
+
+    def test_are_cancelled(self):
+        # They would take longer than anything here is waited for.
+        songs = [self.song(f"Song {number}", seconds=20) for number in range(10)]
+        self.start(HARP, phone=["--link-speed", "16k"])
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(*songs)
+        self.stage.press("Sync 10")
+        self.stage.see_part("Ringtone 1 of 10")
+        self.stage.press("Cancel")
+        self.stage.see("Cancelled")
+        self.stage.see("Sync 10", "push button")
+        self.assert_phone_holds(HARP)
+
+    def test_that_are_broken_off_are_finished_when_the_phone_is_back(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE, BELLS)
+        self.stage.see("Sync 2", "push button")
+        self.stage.tell_phone("fault afc/Write#2=unplug")
+        self.stage.press("Sync 2")
+        self.stage.see("“My Phone” Is Unplugged")
+        self.stage.tell_phone("clear-faults")
+        self.stage.tell_phone("plug")
+        self.stage.see("The last sync of “My Phone” was interrupted")
+        self.stage.press("Finish")
+        self.stage.see_none("The last sync of “My Phone” was interrupted")
+        self.stage.see("3 ringtones")
+        self.assert_phone_holds(HARP, SUNRISE, BELLS)
+
+    def test_can_be_gone_back_behind(self):
+        self.stage.start_phone()
+        for ringtone in (HARP, SUNRISE, BELLS):
+            self.stage.vesk("add", ringtone)
+        self.stage.start_window()
+        self.stage.see("3 ringtones")
+        self.stage.activate("history")
+        self.stage.watched_window = 1
+        self.stage.see("Added “Glöckchen”", "list item")
+        self.stage.press("Go Back")
+        self.stage.watched_window = 0
+        self.stage.see("1 ringtone")
+        self.assert_phone_holds(HARP)
+
+    def test_of_a_phone_with_a_damaged_list_put_it_right(self):
+        self.stage.start_phone()
+        self.stage.vesk("add", HARP, SUNRISE)
+        catalogue = self.stage.phone_folder / "iTunes_Control" / "iTunes" / "Ringtones.plist"
+        catalogue.write_bytes(catalogue.read_bytes()[:100])
+        self.stage.start_window()
+        self.stage.see("The list of ringtones on “My Phone” is damaged")
+        self.stage.press("Put Right")
+        self.stage.see("2 ringtones")
+        self.assert_phone_holds(HARP, SUNRISE)
+
+    def test_of_an_unknown_firmware_are_not_made(self):
+        self.start(phone=["--firmware", "1.2"])
+        self.stage.see("The ringtones of this phone can only be looked at")
+        self.stage.open_in_window(HARP)
+        self.stage.see("Sync 1", "push button")
+        self.assertFalse(self.stage.can_press("Sync 1"))
+
+    def test_under_which_another_program_holds_the_lock_say_so(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.stage.see("Sync 1", "push button")
+        self.stage.tell_phone("hold-lock")
+        self.stage.press("Sync 1")
+        self.stage.see_part("Another program was syncing the phone")
+        self.assert_phone_holds(HARP, SUNRISE)
+
+    def test_that_find_no_space_change_nothing(self):
+        self.start(HARP, phone=["--free-bytes", "7000"])
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(BELLS, SUNRISE)
+        self.stage.see("Too much for the phone")
+        self.assert_phone_holds(HARP)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
