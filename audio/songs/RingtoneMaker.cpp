@@ -64,8 +64,8 @@ bool RingtoneMaker::prepares(const Song& song, int firmwareNumber) const {
 
 Wish RingtoneMaker::completed(const Song& song) const {
     Wish wish = recipe_.wish;
-    wish.title = wish.title.empty() ? song.title : wish.title;
-    wish.artist = wish.artist.empty() ? song.artist : wish.artist;
+    wish.title = wish.title.empty() ? song.facts.title : wish.title;
+    wish.artist = wish.artist.empty() ? song.facts.artist : wish.artist;
     return wish;
 }
 

@@ -54,19 +54,15 @@ Song SongReader::read(const fs::path& path, const std::optional<std::string>& na
                                .size = inspection.size,
                                .source = content};
     engine::requireUsableName(asIs.name);
-    return {path,
-            std::move(asIs),
-            content,
-            std::move(inspection.judgement),
-            std::move(inspection.facts.title),
-            std::move(inspection.facts.artist)};
+    return {path, std::move(asIs), content, std::move(inspection.judgement),
+            std::move(inspection.facts)};
 }
 
 Song SongReader::unchecked(const fs::path& path, const std::optional<std::string>& name) {
     engine::LocalRingtone asIs = files_.ringtone(path, name);
     const engine::Digest content = digests_.of(engine::RegularFile(path, kCheckPath));
     asIs.source = content;
-    return {path, std::move(asIs), content, {Verdict::Plays, {}}, {}, {}};
+    return {path, std::move(asIs), content, {Verdict::Plays, {}}, {}};
 }
 
 } // namespace krl::audio

@@ -17,9 +17,8 @@ struct Song {
     std::filesystem::path path;
     engine::LocalRingtone asIs; ///< what would go to a phone without preparing
     engine::Digest content;
-    Judgement judgement; ///< "plays" when it was not looked at
-    std::string title;   ///< in its tags
-    std::string artist;
+    Judgement judgement;    ///< "plays" when it was not looked at
+    tags::AudioFacts facts; ///< nothing when it was not looked at
 };
 
 /// Reads songs of this computer, all with one reader each of tags and sound.

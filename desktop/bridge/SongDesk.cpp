@@ -1,16 +1,11 @@
 #include "desktop/bridge/SongDesk.h"
 
 #include "audio/judging/Inspector.h"
-#include "audio/preparing/Preparer.h"
-#include "engine/files/RegularFile.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
 #include <system_error>
 #include <utility>
 
@@ -23,18 +18,8 @@ using engine::FailureKind;
 
 namespace {
 
-constexpr size_t kThreads = 2;
-
 /// What one drop can bring: more is a mistake, such as the whole computer.
 constexpr size_t kMostFiles = 20000;
-
-fs::path newPrivateFolder() {
-    std::string name = (fs::temp_directory_path() / "vesk-desktop-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), name);
-    }
-    return name;
-}
 
 bool isHidden(const fs::path& path) {
     return path.filename().string().starts_with('.');
@@ -65,13 +50,13 @@ std::optional<double> secondsOf(const tags::AudioFacts& facts) {
 
 } // namespace
 
-SongDesk::SongDesk(Mailbox& mailbox) : mailbox_(mailbox), folder_(newPrivateFolder()) {
+SongDesk::SongDesk(Mailbox& mailbox) : mailbox_(mailbox) {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the main loop
-    for (size_t i = 0; i < kThreads; ++i) {
-        threads_.emplace_back([this] { run(); });
+    for (Tools& tools : tools_) {
+        threads_.emplace_back([this, &tools] { run(tools); });
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
@@ -85,18 +70,15 @@ SongDesk::~SongDesk() {
     for (std::thread& thread : threads_) {
         thread.join();
     }
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
 }
 
-void SongDesk::take(const fs::path& song, bool playsOlderKinds,
-                    std::function<void(SongNews)> tell) {
-    post([this, song, playsOlderKinds, tell = std::move(tell)] {
+void SongDesk::take(const fs::path& song, int firmwareNumber, std::function<void(SongNews)> tell) {
+    post([this, song, firmwareNumber, tell = std::move(tell)](Tools& tools) {
         const auto say = [this, &tell](SongNews news) {
             mailbox_.put([tell, news = std::move(news)] { tell(news); });
         };
         try {
-            say(readySong(song, playsOlderKinds, say));
+            say(readySong(tools, song, firmwareNumber, say));
         } catch (const Failure& failure) {
             say(failure);
         } catch (const std::exception& error) {
@@ -107,7 +89,7 @@ void SongDesk::take(const fs::path& song, bool playsOlderKinds,
 
 void SongDesk::listFiles(const std::vector<fs::path>& places,
                          std::function<void(std::vector<fs::path>)> tell) {
-    post([this, places, tell = std::move(tell)] {
+    post([this, places, tell = std::move(tell)](Tools& /*tools*/) {
         std::vector<fs::path> files;
         for (const fs::path& place : places) {
             std::error_code ignored;
@@ -122,46 +104,28 @@ void SongDesk::listFiles(const std::vector<fs::path>& places,
     });
 }
 
-SongIsReady SongDesk::readySong(const fs::path& song, bool playsOlderKinds,
+SongIsReady SongDesk::readySong(Tools& tools, const fs::path& path, int firmwareNumber,
                                 const std::function<void(SongNews)>& tell) {
-    const audio::Inspection inspection = audio::Inspector().inspect(song);
-    const auto& [verdict, reasons] = inspection.judgement;
-    if (verdict == Verdict::CannotBeUsed) {
-        throw Failure(FailureKind::UnsupportedType, joined(reasons));
+    const audio::Judgement judgement = audio::Inspector().inspect(path).judgement;
+    if (judgement.verdict == Verdict::CannotBeUsed) {
+        throw Failure(FailureKind::UnsupportedType, joined(judgement.reasons));
     }
-    if (verdict == Verdict::Plays ||
-        (verdict == Verdict::PlaysOnOlderFirmware && playsOlderKinds)) {
-        return {engine::LocalFiles().ringtone(song), secondsOf(inspection.facts)};
+    const audio::Song song = tools.reader.read(path);
+    audio::WantedRingtone wanted = tools.maker.wanted(song, firmwareNumber);
+    std::optional<double> seconds = secondsOf(song.facts);
+    if (wanted.isToBeMade()) {
+        tell(SongIsPrepared{});
+        tools.maker.make({&wanted}, [&](const auto& /*wanted*/, const audio::SongOutcome& outcome) {
+            if (outcome.failure) {
+                throw Failure(*outcome.failure);
+            }
+            seconds = outcome.ringtone->prepared.lengthSeconds;
+        });
     }
-    tell(SongIsPrepared{});
-    return prepared(song);
+    return {wanted.ringtone, seconds, wanted.isPrepared};
 }
 
-SongIsReady SongDesk::prepared(const fs::path& song) {
-    const engine::RegularFile file(song, "");
-    const std::string name = engine::LocalFiles().nameFor(song, file.descriptor());
-    const audio::SongOutcome outcome = audio::Preparer().prepare(song, {});
-    if (outcome.failure || !outcome.ringtone) {
-        throw outcome.failure ? *outcome.failure
-                              : Failure(FailureKind::UnreadableFile, "no ringtone came of it");
-    }
-    fs::path place;
-    {
-        const std::lock_guard lock(mutex_);
-        place = folder_ / fmt::format("{}.m4r", ++count_);
-    }
-    std::ofstream written(place, std::ios::binary);
-    written << outcome.ringtone->bytes;
-    written.close();
-    if (!written) {
-        throw Failure(FailureKind::Unexpected,
-                      fmt::format("\"{}\" cannot be written", place.string()));
-    }
-    return {engine::LocalFiles().ringtone(place, name), outcome.ringtone->prepared.lengthSeconds,
-            /*wasPrepared=*/true};
-}
-
-void SongDesk::post(std::function<void()> work) {
+void SongDesk::post(Work work) {
     {
         const std::lock_guard lock(mutex_);
         work_.push_back(std::move(work));
@@ -169,9 +133,9 @@ void SongDesk::post(std::function<void()> work) {
     changed_.notify_one();
 }
 
-void SongDesk::run() {
+void SongDesk::run(Tools& tools) {
     for (;;) {
-        std::function<void()> work;
+        Work work;
         {
             std::unique_lock lock(mutex_);
             changed_.wait(lock, [this] { return isEnding_ || !work_.empty(); });
@@ -181,7 +145,7 @@ void SongDesk::run() {
             work = std::move(work_.front());
             work_.pop_front();
         }
-        work();
+        work(tools);
     }
 }
 

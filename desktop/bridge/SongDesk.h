@@ -1,9 +1,12 @@
 #pragma once
 
+#include "audio/songs/RingtoneMaker.h"
+#include "audio/songs/SongReader.h"
 #include "desktop/bridge/Mailbox.h"
 #include "engine/errors/Failure.h"
 #include "engine/files/LocalFile.h"
 
+#include <array>
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
@@ -41,9 +44,9 @@ public:
     SongDesk(const SongDesk&) = delete;
     SongDesk& operator=(const SongDesk&) = delete;
 
-    /// @param playsOlderKinds  whether the phone plays what only firmware through 1.1.2 does
-    /// @param tell             called by the mailbox, until the song is ready or cannot be used
-    void take(const std::filesystem::path& song, bool playsOlderKinds,
+    /// @param firmwareNumber  of the phone that it is for
+    /// @param tell            called by the mailbox, until the song is ready or cannot be used
+    void take(const std::filesystem::path& song, int firmwareNumber,
               std::function<void(SongNews)> tell);
 
     /// The files of a folder, and of those in it, without hidden ones; a file is itself.
@@ -51,19 +54,27 @@ public:
                    std::function<void(std::vector<std::filesystem::path>)> tell);
 
 private:
-    void post(std::function<void()> work);
-    void run();
-    SongIsReady readySong(const std::filesystem::path& song, bool playsOlderKinds,
-                          const std::function<void(SongNews)>& tell);
-    SongIsReady prepared(const std::filesystem::path& song);
+    /// What a thread works with. What it has made is there for as long as the desk.
+    struct Tools {
+        audio::SongReader reader{audio::Treatment::Prepare, audio::NameSource::Tags};
+        audio::RingtoneMaker maker{audio::Recipe{}};
+    };
+
+    using Work = std::function<void(Tools& tools)>;
+
+    void post(Work work);
+    void run(Tools& tools);
+    static SongIsReady readySong(Tools& tools, const std::filesystem::path& path,
+                                 int firmwareNumber, const std::function<void(SongNews)>& tell);
+
+    static constexpr size_t kThreads = 2;
 
     Mailbox& mailbox_;
-    const std::filesystem::path folder_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<std::function<void()>> work_; ///< under the lock
-    bool isEnding_ = false;                  ///< under the lock
-    size_t count_ = 0;                       ///< under the lock; of ringtones made
+    std::deque<Work> work_; ///< under the lock
+    bool isEnding_ = false; ///< under the lock
+    std::array<Tools, kThreads> tools_;
     std::vector<std::thread> threads_;
 };
 

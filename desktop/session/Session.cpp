@@ -56,12 +56,6 @@ Message unknownFirmwareMessage() {
             .remedies = {}};
 }
 
-/// Whether a phone plays what only firmware through 1.1.2 does.
-bool playsOlderKinds(const std::string& firmware) {
-    return firmware.starts_with("1.0") || firmware.starts_with("1.1.1") ||
-           firmware.starts_with("1.1.2") || firmware == "1.1";
-}
-
 } // namespace
 
 Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noPhones)
@@ -396,7 +390,7 @@ void Session::add(const std::vector<std::filesystem::path>& places) {
 void Session::takeSong(const std::string& key, const std::filesystem::path& song) {
     Phone& target = *phone(key);
     const uint64_t number = target.book.add(song);
-    songs_.take(song, playsOlderKinds(target.about.firmware),
+    songs_.take(song, firmwareNumberOf(target.about.firmware),
                 [this, key, number](const SongNews& news) {
                     phone(key)->book.hear(number, news);
                     changed();

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 
 namespace krl::engine {
 namespace {
@@ -31,6 +32,15 @@ bool isKnownFirmware(const std::string& firmware) {
         return firmware == line || firmware.starts_with(line + ".");
     };
     return isOf("1.0") || isOf("1.1");
+}
+
+int firmwareNumberOf(const std::string& firmware) {
+    constexpr int kUnknown = 1014;
+    int major = 0;
+    int minor = 0;
+    int patch = 0;
+    const int found = std::sscanf(firmware.c_str(), "%3d.%3d.%3d", &major, &minor, &patch);
+    return found < 2 ? kUnknown : major * 1000 + minor * 10 + patch;
 }
 
 bool sameUdid(const std::string& left, const std::string& right) {

@@ -71,6 +71,9 @@ private:
     int32_t status_;
 };
 
+/// A firmware's number as the library has it: 1011 for "1.1.1"; 1014 for what is no version.
+int firmwareNumberOf(const std::string& firmware);
+
 /// Whether custom ringtones are known to work on a firmware: 1.0.x and 1.1.x.
 bool isKnownFirmware(const std::string& firmware);
 
