@@ -3,6 +3,8 @@
 .PHONY: demo window test torture bench check tidy clang hardening format asan tsan quick-asan quick-tsan valgrind fuzz
 
 build := build
+# Tests wait for phones and programs more than they compute.
+jobs := $(shell expr 2 '*' $$(nproc))
 install := @scripts/install-packages.sh
 
 # A tree that has been configured for tests stays so; a fresh one is spared what only tests need.
@@ -23,7 +25,7 @@ test:
 	$(install) tests
 	cmake --preset debug -DBUILD_TESTING=ON
 	cmake --build --preset debug
-	ctest --preset debug -j2
+	ctest --preset debug -j$(jobs)
 
 # The whole suite under a sanitizer.
 asan tsan:
