@@ -34,8 +34,10 @@ Failure noPlace(const fs::path& path, int error) {
 }
 
 /// Its lock, when nobody holds it; below zero otherwise.
-int lockOf(const fs::path& folder) {
-    const int lock = ::open((folder / kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+/// @param flags  whether it is made
+int lockOf(const fs::path& folder, int flags) {
+    const int lock =
+        ::open((folder / kLock).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | flags, 0600);
     if (lock >= 0 && ::flock(lock, LOCK_EX | LOCK_NB) != 0) {
         ::close(lock);
         return -1;
@@ -53,7 +55,7 @@ void removeLeftOnes(const fs::path& parent) {
         }
     }
     for (const fs::path& folder : left) {
-        const int lock = lockOf(folder);
+        const int lock = lockOf(folder, 0); // without one it is none of ours
         if (lock >= 0) {
             fs::remove_all(folder, error);
             ::close(lock);
@@ -65,15 +67,18 @@ void removeLeftOnes(const fs::path& parent) {
 
 OutgoingFolder::OutgoingFolder() {
     std::error_code error;
-    const fs::path parent = engine::placeOfCache().value_or(fs::temp_directory_path(error));
+    const auto cache = engine::placeOfCache();
+    const fs::path parent = cache ? *cache : fs::temp_directory_path(error);
     fs::create_directories(parent, error);
-    removeLeftOnes(parent);
-    std::string path = (parent / kBeginning).string() + "XXXXXX";
+    if (cache) {
+        removeLeftOnes(parent); // what lies elsewhere is not ours to judge
+    }
+    std::string path = (parent / (cache ? "" : "krlvesk-")).string() + kBeginning + "XXXXXX";
     if (::mkdtemp(path.data()) == nullptr) {
         throw noPlace(parent, errno);
     }
     path_ = path;
-    lock_ = lockOf(path_);
+    lock_ = lockOf(path_, O_CREAT | O_EXCL);
     if (lock_ < 0) {
         const int reason = errno;
         fs::remove_all(path_, error);
