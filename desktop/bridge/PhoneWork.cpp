@@ -134,14 +134,13 @@ private:
 };
 
 void requireFree(const PhoneState& state, const WantedChange& wanted) {
-    std::set<std::string> there = namesOf(state.ringtones);
-    for (const std::string& name : wanted.removed) {
-        there.erase(name);
-    }
+    const std::set<std::string> going(wanted.removed.begin(), wanted.removed.end());
+    const Spellings spellings(state.ringtones);
     std::vector<std::string> taken;
     for (const LocalRingtone& ringtone : wanted.added) {
-        if (there.contains(ringtone.name)) {
-            taken.push_back(ringtone.name);
+        const auto there = spellings.of(ringtone.name);
+        if (there && !going.contains(*there)) {
+            taken.push_back(*there);
         }
     }
     if (!taken.empty()) {

@@ -30,15 +30,18 @@ void HistoryWindow::addJobs(const std::vector<PastJob>& jobs) {
     for (const PastJob& job : jobs) {
         const bool isLast = canUndo && !job.isUndone;
         canUndo = canUndo && !isLast;
-        rows_.push_back(
-            newJobRow(job, isLast, !session_.isBusy(), [this, isLast, before = job.before] {
-                gtk_widget_set_visible(widget<GtkWidget>("window"), FALSE);
-                if (isLast) {
-                    session_.undo();
-                } else {
-                    session_.goBackTo(before);
-                }
-            }));
+        rows_.push_back(newJobRow(job, isLast, !session_.isBusy(),
+                                  [this, isLast, before = job.before, key = session_.currentKey()] {
+                                      gtk_widget_set_visible(widget<GtkWidget>("window"), FALSE);
+                                      if (key != session_.currentKey()) {
+                                          return; // that phone has gone meanwhile
+                                      }
+                                      if (isLast) {
+                                          session_.undo();
+                                      } else {
+                                          session_.goBackTo(before);
+                                      }
+                                  }));
         adw_preferences_group_add(widget<AdwPreferencesGroup>("jobs"), rows_.back());
     }
 }

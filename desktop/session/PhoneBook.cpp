@@ -1,5 +1,7 @@
 #include "desktop/session/PhoneBook.h"
 
+#include "engine/values/Text.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -47,6 +49,9 @@ struct Cases : Functions... {
     using Functions::operator()...;
 };
 
+template <typename... Functions>
+Cases(Functions...) -> Cases<Functions...>;
+
 } // namespace
 
 void PhoneBook::take(PhoneReading reading) {
@@ -65,6 +70,21 @@ void PhoneBook::dropFulfilled() {
         const auto found = there.find(song.name);
         return song.isForgotten || (song.mark == Mark::New && found != there.end() &&
                                     found->second == song.size && !removed_.contains(song.name));
+    });
+}
+
+void PhoneBook::carriedOut(const WantedChange& done) {
+    rememberLengths();
+    for (const std::string& name : done.removed) {
+        removed_.erase(name);
+    }
+    std::set<std::pair<std::string, std::string>> sent;
+    for (const engine::LocalRingtone& ringtone : done.added) {
+        sent.emplace(ringtone.path, ringtone.name);
+    }
+    std::erase_if(songs_, [&](const auto& entry) {
+        const auto& ringtone = entry.second.ringtone;
+        return ringtone && sent.contains({ringtone->path, ringtone->name});
     });
 }
 
@@ -132,16 +152,18 @@ Row PhoneBook::rowOf(const engine::PhoneRingtone& ringtone) const {
 }
 
 std::set<uint64_t> PhoneBook::going() const {
-    std::set<std::string> taken;
+    std::set<std::string> taken; // in normal form C: names that look alike are one
     if (reading_) {
-        taken = engine::namesOf(reading_->ringtones);
-    }
-    for (const std::string& name : removed_) {
-        taken.erase(name);
+        for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
+            if (!removed_.contains(ringtone.name)) {
+                taken.insert(engine::composed(ringtone.name));
+            }
+        }
     }
     std::set<uint64_t> result;
     for (const auto& [number, song] : songs_) {
-        if (song.mark == Mark::New && !song.isForgotten && taken.insert(song.name).second) {
+        if (song.mark == Mark::New && !song.isForgotten &&
+            taken.insert(engine::composed(song.name)).second) {
             result.insert(number);
         }
     }

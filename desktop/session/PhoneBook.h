@@ -60,6 +60,9 @@ public:
     /// before one, a song that the phone has may be added for its other sound.
     void dropFulfilled();
 
+    /// What was asked for is on the phone: these edits are none any more.
+    void carriedOut(const WantedChange& done);
+
     /// @return the song's number
     uint64_t add(const std::filesystem::path& song);
 

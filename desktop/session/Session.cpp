@@ -453,7 +453,7 @@ WorkWatch Session::newWatch(const std::string& key) {
 
 template <typename T>
 void Session::work(std::function<T(const std::string&, const WorkWatch&)> action,
-                   std::function<void(const T&)> done) {
+                   std::function<void(const std::string&, const T&)> done) {
     Phone* const target = currentPhone();
     if (target == nullptr || !target->device || target->work) {
         return;
@@ -468,7 +468,7 @@ void Session::work(std::function<T(const std::string&, const WorkWatch&)> action
                         if (const auto* failure = std::get_if<Failure>(&outcome)) {
                             failed(key, *failure);
                         } else {
-                            done(std::get<T>(outcome));
+                            done(key, std::get<T>(outcome));
                         }
                         read(key, /*afterWork=*/true);
                         changed();
@@ -481,8 +481,8 @@ void Session::failed(const std::string& key, const Failure& failure) {
     target.message->isError = failure.kind() != FailureKind::Cancelled;
 }
 
-void Session::toastWithUndo(std::string text) {
-    onToast({.text = std::move(text), .undo = _("Undo"), .onUndo = [this, key = current_] {
+void Session::toastWithUndo(const std::string& key, std::string text) {
+    onToast({.text = std::move(text), .undo = _("Undo"), .onUndo = [this, key] {
                  if (key == current_) {
                      undo();
                  }
@@ -494,21 +494,23 @@ void Session::change(bool rebuilds) {
     wanted.rebuilds = rebuilds;
     work<ChangeDone>([wanted](const std::string& udid,
                               const WorkWatch& watch) { return changePhone(udid, wanted, watch); },
-                     [this](const ChangeDone& done) { tell(done); });
+                     [this, wanted](const std::string& key, const ChangeDone& done) {
+                         phone(key)->book.carriedOut(wanted);
+                         tell(key, done);
+                     });
 }
 
-void Session::tell(const ChangeDone& done) {
+void Session::tell(const std::string& key, const ChangeDone& done) {
     if (done.changedAnything) {
-        toastWithUndo(doneText(done));
+        toastWithUndo(key, doneText(done));
     } else {
         toast(doneText(done));
     }
-    Phone* const target = currentPhone();
-    if (const std::string note = noteText(done); target != nullptr && !note.empty()) {
-        target->message = Message{.title = _("The sync is complete"),
-                                  .text = note,
-                                  .details = {},
-                                  .remedies = {Remedy::Dismiss}};
+    if (const std::string note = noteText(done); !note.empty()) {
+        phone(key)->message = Message{.title = _("The sync is complete"),
+                                      .text = note,
+                                      .details = {},
+                                      .remedies = {Remedy::Dismiss}};
     }
 }
 
@@ -529,9 +531,10 @@ void Session::undo() {
     if (!canUndo()) {
         return;
     }
-    work<RingtoneChanges>(undoLast, [this](const RingtoneChanges& changes) {
-        toast(fmt::format(fmt::runtime(_("Undone: {}")), changesText(changes)));
-    });
+    work<RingtoneChanges>(
+        undoLast, [this](const std::string& /*key*/, const RingtoneChanges& changes) {
+            toast(fmt::format(fmt::runtime(_("Undone: {}")), changesText(changes)));
+        });
 }
 
 void Session::goBackTo(const Digest& before) {
@@ -539,7 +542,9 @@ void Session::goBackTo(const Digest& before) {
         [before](const std::string& udid, const WorkWatch& watch) {
             return desktop::goBackTo(udid, before, watch);
         },
-        [this](const RingtoneChanges& changes) { toastWithUndo(changesText(changes)); });
+        [this](const std::string& key, const RingtoneChanges& changes) {
+            toastWithUndo(key, changesText(changes));
+        });
 }
 
 void Session::endBrokenJob(Wish wish) {
@@ -547,7 +552,7 @@ void Session::endBrokenJob(Wish wish) {
         [wish](const std::string& udid, const WorkWatch& watch) {
             return desktop::endBrokenJob(udid, wish, watch);
         },
-        [this](const std::optional<Ending>& ending) {
+        [this](const std::string& /*key*/, const std::optional<Ending>& ending) {
             if (ending) {
                 toast(endingText(*ending));
             }

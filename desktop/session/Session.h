@@ -141,18 +141,19 @@ private:
     WorkWatch newWatch(const std::string& key);
 
     /// Has work done on the current phone, unless there is some under way.
-    /// @param done  says what came of it
+    /// @param done  says what came of it, of the phone with this key, which may not be the current one
+    ///              any more
     template <typename T>
     void work(std::function<T(const std::string& udid, const WorkWatch&)> action,
-              std::function<void(const T&)> done);
+              std::function<void(const std::string& key, const T&)> done);
     void failed(const std::string& key, const engine::Failure& failure);
     void change(bool rebuilds);
-    void tell(const ChangeDone& done);
+    void tell(const std::string& key, const ChangeDone& done);
     void endBrokenJob(engine::Wish wish);
 
     void toast(std::string text) { onToast({std::move(text), {}}); }
 
-    void toastWithUndo(std::string text);
+    void toastWithUndo(const std::string& key, std::string text);
 
     void changed() { onChanged(); }
 

@@ -79,6 +79,21 @@ TEST_F(PhoneBooks, FollowASongUntilItIsReady) {
     EXPECT_EQ(book.sum().underWay, 0U);
 }
 
+TEST_F(PhoneBooks, HaveNoEditsLeftAfterAReplacementWasCarriedOut) {
+    book.take(holding({{"Harp", 1}}));
+    addReady("Harp", 1);
+    book.remove({keyOf("Harp")});
+    const WantedChange wanted = book.wanted();
+    ASSERT_THAT(wanted.added, SizeIs(1));
+    ASSERT_THAT(wanted.removed, ElementsAre("Harp"));
+    addReady("Horn", 1);
+    book.carriedOut(wanted);
+    book.take(holding({{"Harp", 1}}));
+    book.dropFulfilled();
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::New)) << "what came meanwhile stays";
+    EXPECT_THAT(book.wanted().removed, IsEmpty());
+}
+
 TEST_F(PhoneBooks, SayWhyASongCannotBeUsed) {
     book.hear(book.add("a.txt"), engine::Failure(engine::FailureKind::UnsupportedType, "no sound"));
     EXPECT_THAT(marks(), ElementsAre(Mark::Unusable));
