@@ -89,10 +89,15 @@ std::string FileNames::give(std::string_view title, std::string_view extension) 
     const std::string stem = fileNameFor(title);
     const std::string tail = end.empty() ? "" : "." + utf8(end);
     std::string name = stem + tail;
-    for (size_t number = 2; !taken_.insert(name).second; ++number) {
-        name = fmt::format("{} ({}){}", stem, number, tail);
+    if (taken_.insert(name).second) {
+        return name;
     }
-    return name;
+    for (size_t& number = lastNumber_.try_emplace(name, 1).first->second;;) {
+        std::string numbered = fmt::format("{} ({}){}", stem, ++number, tail);
+        if (taken_.insert(numbered).second) {
+            return numbered;
+        }
+    }
 }
 
 } // namespace krl::engine

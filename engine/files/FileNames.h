@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -24,6 +26,7 @@ private:
     };
 
     std::set<std::string, IgnoringCase> taken_;
+    std::map<std::string, size_t, IgnoringCase> lastNumber_; ///< of those that want a taken name
 };
 
 /// A title as such a name without an extension: without characters that a file system or a terminal

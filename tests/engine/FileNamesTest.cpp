@@ -84,6 +84,16 @@ TEST(FileNames, TellsNamesApartThatDifferInCaseAlone) {
     EXPECT_EQ(names.give("A_B", "m4r"), "A_B (2).m4r");
 }
 
+TEST(FileNames, OfManyTitlesThatWantTheSameNameEachHasItsOwn) {
+    FileNames names;
+    std::set<std::string> given;
+    for (int i = 0; i < 5000; ++i) {
+        given.insert(names.give(std::string(200, 'a') + std::to_string(i), "m4r"));
+    }
+    EXPECT_EQ(given.size(), 5000U);
+    EXPECT_TRUE(given.contains(std::string(200, 'a') + " (5000).m4r"));
+}
+
 TEST(FileNames, NoExtensionMakesANameTooLongOrUnsafe) {
     FileNames names;
     const std::string name = names.give(std::string(300, 'x'), std::string(300, 'y'));
