@@ -107,13 +107,19 @@ private:
         bool phoneHasCome = false;
         while (const auto item = news_.next(std::chrono::milliseconds{0})) {
             const AttachedDevice& device = item->device;
-            if (meantDevices(options_.phone, {device}).empty()) {
+            // One that has gone cannot be asked for its name.
+            const bool isMeant = item->arrived ? !meantDevices(options_.phone, {device}).empty()
+                                               : std::erase(shown_, device.device) > 0;
+            if (!isMeant) {
                 continue;
             }
             showEvent(item->arrived, device.description, output_);
             if (!item->arrived) {
                 std::erase(phones_, device.device);
-            } else if (mayBePhone(device.description)) {
+                continue;
+            }
+            shown_.push_back(device.device);
+            if (mayBePhone(device.description)) {
                 phones_.push_back(device.device);
                 phoneHasCome = true;
             }
@@ -135,7 +141,8 @@ private:
     Output syncOutput_;
     DeviceNews news_;
     std::optional<FolderWatch> folder_;
-    std::vector<Device> phones_; ///< those attached that are meant
+    std::vector<Device> shown_;  ///< those attached that are meant
+    std::vector<Device> phones_; ///< of them those that may be phones
 };
 
 } // namespace
