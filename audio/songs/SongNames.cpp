@@ -32,7 +32,8 @@ public:
            Others others)
         : wanted_(wanted), named_(wanted.size()), spellings_(there) {
         for (const PhoneRingtone& ringtone : there) {
-            bySource_.emplace(ringtone.source.substr(0, ringtone.source.find('-')), &ringtone);
+            bySource_.emplace(ringtone.source.substr(0, ringtone.source.find('-')),
+                              composed(ringtone.name));
             if (others == Others::Stay) {
                 numbersTaken_.insert(composed(ringtone.name));
             }
@@ -66,7 +67,7 @@ private:
         const std::string base = composed(ringtone.name);
         const auto [first, last] = bySource_.equal_range(engine::sourceName(*ringtone.source));
         for (auto there = first; there != last; ++there) {
-            const std::string name = composed(there->second->name);
+            const std::string& name = there->second;
             if ((name == base || isNumbered(name, base)) && !taken_.contains(name)) {
                 this->name(i, name);
                 return;
@@ -93,8 +94,8 @@ private:
     const std::vector<LocalRingtone*>& wanted_;
     std::vector<bool> named_;
     engine::Spellings spellings_;
-    std::multimap<std::string, const PhoneRingtone*> bySource_;
-    std::set<std::string> taken_; ///< in normal form C, as all here
+    std::multimap<std::string, std::string> bySource_; ///< to names
+    std::set<std::string> taken_;                      ///< in normal form C, as all names here
     std::set<std::string> numbersTaken_;
     std::map<std::string, int> lastNumber_;
 };

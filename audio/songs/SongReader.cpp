@@ -1,6 +1,7 @@
 #include "audio/songs/SongReader.h"
 
 #include "engine/files/RegularFile.h"
+#include "engine/values/Text.h"
 
 #include <fmt/format.h>
 
@@ -47,8 +48,8 @@ Song SongReader::read(const fs::path& path, const std::optional<std::string>& na
         requireThatItPlays(path, inspection.judgement);
     }
     const engine::Digest content = digests_.of(engine::RegularFile(path, kCheckPath));
-    engine::LocalRingtone asIs{.name =
-                                   given ? *given : engine::nameAfter(inspection.facts.title, path),
+    engine::LocalRingtone asIs{.name = given ? engine::composed(*given)
+                                             : engine::nameAfter(inspection.facts.title, path),
                                .path = engine::cataloguePath(path),
                                .type = engine::typeOf(path),
                                .size = inspection.size,

@@ -287,6 +287,22 @@ TEST_F(Songs, AsTheyAreNoneIsMade) {
     EXPECT_THAT(result.err, HasSubstr("it is 0:41 long"));
 }
 
+TEST_F(Songs, AsTheyAreASyncRemovesNoRingtoneThatWasMadeOfOne) {
+    plugIn();
+    song("a.flac");
+    ASSERT_THAT(judging({"sync", localFolder()}), ExitsWith(ExitCode::Success));
+    const VeskResult result = judging({"sync", "--as-is", localFolder()});
+    EXPECT_THAT(result, ExitsWith(ExitCode::UnsupportedType));
+    EXPECT_EQ(listedNames(), Names{"a"});
+}
+
+TEST_F(Songs, AGivenNameIsWrittenInNormalFormC) {
+    plugIn();
+    EXPECT_THAT(judging({"add", song("a.wav"), "--name", "Cafe\u0301"}),
+                ExitsWith(ExitCode::Success));
+    EXPECT_EQ(listedNames(), Names{"Caf\u00E9"});
+}
+
 TEST_F(Songs, AsTheyAreAnMp3IsRefusedByFirmwareThatWantsAnM4r) {
     setFirmware("1.1.4");
     plugIn();
@@ -399,8 +415,29 @@ TEST_F(Songs, WhatAProgramThatWasKilledLeftBehindGoes) {
     const fs::path left = temporaryFolder() / "cache" / "krlvesk" / "outgoing-left";
     fs::create_directories(left);
     std::ofstream(left / "song.m4r") << "half";
+    std::ofstream(left / "lock");
     EXPECT_THAT(judging({"add", song("a.flac")}), ExitsWith(ExitCode::Success));
     EXPECT_FALSE(fs::exists(left));
+}
+
+TEST_F(Songs, NoFolderGoesThatIsOfThatNameAndNotOurs) {
+    plugIn();
+    const fs::path other = temporaryFolder() / "cache" / "krlvesk" / "outgoing-photos";
+    const fs::path elsewhere = temporaryFolder() / "tmp" / "outgoing-photos";
+    for (const fs::path& folder : {other, elsewhere}) {
+        fs::create_directories(folder);
+        std::ofstream(folder / "a.jpg") << "picture";
+    }
+    std::ofstream(elsewhere / "lock");
+    EXPECT_THAT(judging({"add", song("a.flac")}), ExitsWith(ExitCode::Success));
+    VeskProcess::Options shell;
+    shell.program = "/bin/sh";
+    const std::string command =
+        fmt::format("TMPDIR={} exec env -u HOME -u XDG_CACHE_HOME {} add {}",
+                    elsewhere.parent_path().string(), KRL_VESK, song("b.flac"));
+    EXPECT_THAT(VeskProcess({"-c", command}, shell).wait(), ExitsWith(ExitCode::Success));
+    EXPECT_TRUE(fs::exists(other / "a.jpg"));
+    EXPECT_TRUE(fs::exists(elsewhere / "a.jpg"));
 }
 
 TEST_F(Songs, AreUndoneLikeAllElse) {

@@ -139,8 +139,7 @@ private:
     Failure pulledOut(const Failure& failure) const {
         return {FailureKind::PhoneGone,
                 fmt::format("{} was pulled out: {}", state_.facts.label(), failure.what()),
-                "Plug it in and run the same command again: what has been fetched is not fetched "
-                "again for nothing, it is there already."};
+                "Plug it in and run the same command again. What has been fetched stays."};
     }
 
     void sayOne(const PhoneRingtone& ringtone, const fs::path& place, Fetched fetched) {

@@ -145,8 +145,8 @@ ExitCode runRemove(const Options& options, Output& output) {
 }
 
 ExitCode runSync(const Options& options, Output& output) {
-    const auto types =
-        options.recipe.treatment == Treatment::Prepare ? SongTypes::All : SongTypes::RingtonesOnly;
+    const auto types = options.recipe.treatment == Treatment::Unchecked ? SongTypes::RingtonesOnly
+                                                                        : SongTypes::All;
     const SongFolder folder = songsIn(options.arguments.front(), types, options.recursive);
     SongIntake intake(options, output);
     intake.read(folder.songs);
