@@ -1,6 +1,5 @@
 #include "engine/files/FileNames.h"
 
-#include "engine/values/Cf.h"
 #include "engine/values/Text.h"
 
 #include <fmt/format.h>
@@ -66,8 +65,8 @@ std::u32string fitting(std::string_view text, size_t longest) {
 
 } // namespace
 
-bool FileNames::IgnoringCase::operator()(const std::string& left, const std::string& right) const {
-    return cf::compareIgnoringCase(left, right) < 0;
+bool FileNames::take(const std::string& name) {
+    return taken_.insert(caseless(name)).second;
 }
 
 std::string fileNameFor(std::string_view title) {
@@ -89,12 +88,12 @@ std::string FileNames::give(std::string_view title, std::string_view extension) 
     const std::string stem = fileNameFor(title);
     const std::string tail = end.empty() ? "" : "." + utf8(end);
     std::string name = stem + tail;
-    if (taken_.insert(name).second) {
+    if (take(name)) {
         return name;
     }
-    for (size_t& number = lastNumber_.try_emplace(name, 1).first->second;;) {
+    for (size_t& number = lastNumber_.try_emplace(caseless(name), 1).first->second;;) {
         std::string numbered = fmt::format("{} ({}){}", stem, ++number, tail);
-        if (taken_.insert(numbered).second) {
+        if (take(numbered)) {
             return numbered;
         }
     }

@@ -13,7 +13,7 @@ namespace krl::engine {
 class FileNames {
 public:
     /// Nothing is given this name.
-    void reserve(const std::string& name) { taken_.insert(name); }
+    void reserve(const std::string& name) { take(name); }
 
     /// A name that was not given away before, not even with other letters in upper case; of those
     /// that want the same one, the later get " (2)", " (3)" and so on.
@@ -21,12 +21,10 @@ public:
     std::string give(std::string_view title, std::string_view extension);
 
 private:
-    struct IgnoringCase {
-        bool operator()(const std::string& left, const std::string& right) const;
-    };
+    bool take(const std::string& name);
 
-    std::set<std::string, IgnoringCase> taken_;
-    std::map<std::string, size_t, IgnoringCase> lastNumber_; ///< of those that want a taken name
+    std::set<std::string> taken_;              ///< without case, as some file systems have it
+    std::map<std::string, size_t> lastNumber_; ///< of those that want a taken name; likewise
 };
 
 /// A title as such a name without an extension: without characters that a file system or a terminal

@@ -4,7 +4,7 @@
 #include "engine/errors/Status.h"
 #include "engine/phones/PairedPhones.h"
 #include "engine/phones/PairingKeeper.h"
-#include "engine/values/Cf.h"
+#include "engine/values/Text.h"
 
 #include <fmt/format.h>
 
@@ -61,7 +61,7 @@ Meaning meaningOf(const std::string& text, const DeviceDescription& about) {
     if (text.size() >= kFewest && sameUdid(text, about.udid.substr(0, text.size()))) {
         return Meaning::BeginningOfUdid;
     }
-    if (about.name.empty() || cf::compareIgnoringCase(text, about.name) != 0) {
+    if (about.name.empty() || caseless(text) != caseless(about.name)) {
         return Meaning::None;
     }
     return text == about.name ? Meaning::Name : Meaning::NameInOtherCase;

@@ -28,12 +28,6 @@ std::string text(CFStringRef string) {
     return utf8(characters);
 }
 
-int compareIgnoringCase(std::string_view left, std::string_view right) {
-    const auto one = string(utf8(codePoints(left)));
-    const auto other = string(utf8(codePoints(right)));
-    return static_cast<int>(CFStringCompare(one.get(), other.get(), kCFCompareCaseInsensitive));
-}
-
 CFRef<CFNumberRef> number(int64_t value) {
     return adopt(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }

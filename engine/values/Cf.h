@@ -34,10 +34,6 @@ inline CFRef<CFMutableDictionaryRef> dictionary() {
     return krl::cf::makeDictionary();
 }
 
-/// Less than zero, zero or more, as one text comes before another, is the same, or comes after it,
-/// with letters that differ in case alone taken for the same. Bytes that are no UTF-8 count as U+FFFD.
-int compareIgnoringCase(std::string_view left, std::string_view right);
-
 /// The string under a key; empty when there is none or it is something else.
 std::string textAt(CFDictionaryRef dictionary, CFStringRef key);
 

@@ -201,6 +201,22 @@ size_t editDistance(std::u32string_view a, std::u32string_view b) {
     return row[b.size()];
 }
 
+std::string normalized(std::string_view utf8, int how) {
+    // Putting many marks of one character in order takes the square of their number.
+    constexpr size_t kLongest = 4096;
+    if (utf8.size() > kLongest) {
+        return std::string(utf8);
+    }
+    utf8proc_uint8_t* result = nullptr;
+    const utf8proc_ssize_t length = utf8proc_map(
+        reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()),
+        static_cast<utf8proc_ssize_t>(utf8.size()), &result, static_cast<utf8proc_option_t>(how));
+    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owner(result, &std::free);
+    return length < 0
+               ? std::string(utf8)
+               : std::string(reinterpret_cast<const char*>(result), static_cast<size_t>(length));
+}
+
 } // namespace
 
 std::u32string codePoints(std::string_view utf8) {
@@ -228,20 +244,11 @@ bool isUtf8(std::string_view bytes) {
 }
 
 std::string composed(std::string_view utf8) {
-    // Putting many marks of one character in order takes the square of their number.
-    constexpr size_t kLongest = 4096;
-    if (utf8.size() > kLongest) {
-        return std::string(utf8);
-    }
-    utf8proc_uint8_t* result = nullptr;
-    const utf8proc_ssize_t length =
-        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()),
-                     static_cast<utf8proc_ssize_t>(utf8.size()), &result,
-                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
-    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owner(result, &std::free);
-    return length < 0
-               ? std::string(utf8)
-               : std::string(reinterpret_cast<const char*>(result), static_cast<size_t>(length));
+    return normalized(utf8, UTF8PROC_STABLE | UTF8PROC_COMPOSE);
+}
+
+std::string caseless(std::string_view utf8) {
+    return normalized(utf8, UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD);
 }
 
 bool isUnsafe(char32_t character) {

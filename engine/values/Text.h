@@ -21,6 +21,10 @@ bool isUtf8(std::string_view bytes);
 /// that look alike are equal in it. What is no UTF-8 or longer than 4 KiB stays as it is.
 std::string composed(std::string_view utf8);
 
+/// The same without a difference between letters in upper and lower case: two texts are equal in it
+/// that only differ in that, or look alike.
+std::string caseless(std::string_view utf8);
+
 /// Whether a terminal might act on a character, or show text in another order because of it, or
 /// shows nothing for it: control characters, bidirectional controls, line separators, tags, fillers
 /// and other invisible marks. Joiners, which emoji and scripts need, are not among them.

@@ -76,6 +76,12 @@ TEST(Text, IsComposedToNormalFormC) {
     EXPECT_EQ(composed("e\u0301\xff"), "e\u0301\xff") << "no UTF-8";
 }
 
+TEST(Text, WithoutCaseIsTheSameInUpperAndLowerCase) {
+    EXPECT_EQ(caseless("Glo\u0308CK"), caseless("gl\u00D6ck"));
+    EXPECT_EQ(caseless("STRASSE"), caseless("stra\u00DFe"));
+    EXPECT_NE(caseless("Horn"), caseless("Harp"));
+}
+
 TEST(Text, OfMoreMarksThanAnyNameHasIsNotPutInOrder) {
     std::string marks = "a";
     for (int i = 0; i < 2000; ++i) {
