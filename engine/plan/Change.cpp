@@ -29,6 +29,12 @@ cf::CFRef<CFMutableDictionaryRef> newEntry(const LocalRingtone& ringtone,
     return entry;
 }
 
+/// The ringtone of that name in the working list.
+std::optional<PhoneRingtone> named(KRTRingtoneManager& tones, const std::string& name) {
+    const auto entry = tones.ringtoneForName(cf::string(name).get());
+    return entry ? std::optional(ringtoneOf(entry.get())) : std::nullopt;
+}
+
 /// The library's own comparison, and what it leaves out.
 void compareWith(OpenPhone& phone, const PhoneState& state,
                  const std::vector<LocalRingtone>& wanted) {
@@ -86,19 +92,14 @@ void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& 
     }
 }
 
-void replaceRingtones(KRTRingtoneManager& tones, const PhoneState& state,
-                      const std::vector<LocalRingtone>& replacements) {
-    std::map<std::string, const PhoneRingtone*> there;
-    for (const PhoneRingtone& ringtone : state.ringtones) {
-        there[ringtone.name] = &ringtone;
-    }
+void replaceRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& replacements) {
     for (const LocalRingtone& ringtone : replacements) {
-        const auto old = there.find(ringtone.name);
-        if (old != there.end() && isMadeOf(*old->second, ringtone)) {
+        const auto old = named(tones, ringtone.name);
+        if (old && isMadeOf(*old, ringtone)) {
             continue;
         }
-        const bool hasGuid = old != there.end() && !old->second->guid.empty();
-        const auto guid = hasGuid ? cf::string(old->second->guid) : newGuid();
+        const bool hasGuid = old && !old->guid.empty();
+        const auto guid = hasGuid ? cf::string(old->guid) : newGuid();
         tones.addRingtone(newEntry(ringtone, guid).get());
     }
 }
@@ -135,28 +136,17 @@ bool isSame(const PhoneRingtone& there, const LocalRingtone& wanted) {
 
 void makeHold(OpenPhone& phone, const PhoneState& state, const std::vector<LocalRingtone>& wanted,
               Others others) {
-    std::map<std::string, const PhoneRingtone*> there;
-    for (const PhoneRingtone& ringtone : state.ringtones) {
-        there[ringtone.name] = &ringtone;
-    }
-    std::vector<LocalRingtone> added;
-    std::vector<LocalRingtone> replaced;
-    for (const LocalRingtone& ringtone : wanted) {
-        const auto now = there.find(ringtone.name);
-        if (now == there.end()) {
-            added.push_back(ringtone);
-        } else if (!isSame(*now->second, ringtone)) {
-            replaced.push_back(ringtone);
-        }
-    }
-    KRTRingtoneManager& tones = phone.tones();
-    if (others == Others::Stay) {
-        addRingtones(tones, added);
-    } else {
+    if (others == Others::Go) {
         compareWith(phone, state, wanted);
     }
     // A comparison tells ringtones apart by name alone.
-    addRingtones(tones, replaced);
+    KRTRingtoneManager& tones = phone.tones();
+    for (const LocalRingtone& ringtone : wanted) {
+        const auto there = named(tones, ringtone.name);
+        if (!there || !isSame(*there, ringtone)) {
+            addRingtones(tones, {ringtone});
+        }
+    }
 }
 
 PreparedChange prepare(OpenPhone& phone, const PhoneState& state) {

@@ -27,7 +27,13 @@ std::string placeholderOf(const std::string& file) {
     return cf::text(name.get()) + ".m4r";
 }
 
-PhoneRingtone phoneRingtone(CFDictionaryRef entry) {
+} // namespace
+
+std::string PhoneFacts::label() const {
+    return fmt::format("\"{}\" (firmware {})", name, firmware.empty() ? "unknown" : firmware);
+}
+
+PhoneRingtone ringtoneOf(CFDictionaryRef entry) {
     PhoneRingtone ringtone;
     ringtone.name = cf::textAt(entry, KRTRingtoneName);
     ringtone.guid = cf::textAt(entry, KRTFileKey);
@@ -39,19 +45,13 @@ PhoneRingtone phoneRingtone(CFDictionaryRef entry) {
     return ringtone;
 }
 
-} // namespace
-
-std::string PhoneFacts::label() const {
-    return fmt::format("\"{}\" (firmware {})", name, firmware.empty() ? "unknown" : firmware);
-}
-
 std::optional<std::vector<PhoneRingtone>> ringtonesOf(CFDictionaryRef list) {
     if (list == nullptr) {
         return std::nullopt;
     }
     std::vector<PhoneRingtone> result;
     for (const auto& [name, entry] : cf::pairs(list)) {
-        result.push_back(phoneRingtone(cf::cast<CFDictionaryRef>(entry)));
+        result.push_back(ringtoneOf(cf::cast<CFDictionaryRef>(entry)));
     }
     return result;
 }

@@ -118,6 +118,9 @@ const CFStringRef kAddedList = CFSTR("added");
 const CFStringRef kRemovedList = CFSTR("removed");
 const CFStringRef kUnchangedList = CFSTR("unchanged");
 
+/// The ringtone of an entry of one of its lists.
+PhoneRingtone ringtoneOf(CFDictionaryRef entry);
+
 /// The ringtones of a list of the library; none when it is null, because the phone's could not be
 /// read.
 std::optional<std::vector<PhoneRingtone>> ringtonesOf(CFDictionaryRef list);

@@ -16,7 +16,7 @@ ExitCode runReplace(const Options& options, Output& output) {
     return command.run([&](const PhoneState& state) {
         foundNames(state, {*named.name});
         intake.choose(state, Others::Stay);
-        replaceRingtones(command.phone().tones(), state,
+        replaceRingtones(command.phone().tones(),
                          intake.made(command.phone(), state, SongIntake::Same::BySource));
     });
 }

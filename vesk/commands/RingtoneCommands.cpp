@@ -125,7 +125,7 @@ ExitCode runAdd(const Options& options, Output& output) {
             if (!options.replace) {
                 requireNamesFree(state, intake.names());
             }
-            replaceRingtones(command.phone().tones(), state,
+            replaceRingtones(command.phone().tones(),
                              intake.made(command.phone(), state, SongIntake::Same::BySource));
         });
     });
