@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 namespace krl::engine {
 namespace {
@@ -32,9 +33,40 @@ void readFolder(OpenPhone& phone, PhoneState& state) {
     }
 }
 
-} // namespace
+/// The files of entries that the library should have seen and has not, whether or not they are there.
+std::vector<std::string> passedOver(const PhoneState& state) {
+    std::set<std::string> files;
+    for (const PhoneRingtone& ringtone : state.ringtones) {
+        files.insert(ringtone.file);
+    }
+    const std::set<std::string> names = namesOf(state.ringtones);
+    std::vector<std::string> passed;
+    for (const CatalogueEntry& entry : state.catalogue.entries) {
+        // Of several with one name it sees one.
+        const bool isVisible = !entry.malformed && !entry.isPlaceholder() && entry.hasPlainFile() &&
+                               !entry.name.empty() && !names.contains(entry.name);
+        if (isVisible && !files.contains(entry.file)) {
+            passed.push_back(entry.file);
+        }
+    }
+    return passed;
+}
 
-PhoneState readRingtones(OpenPhone& phone) {
+/// Whether the library has seen all that is there. It takes a file whose size the phone does not tell
+/// for one that is not there, and says nothing.
+bool isWhole(OpenPhone& phone, const PhoneState& state) {
+    const std::vector<std::string> passed = passedOver(state);
+    if (passed.empty()) {
+        return true;
+    }
+    const auto listed = phone.folderNames().value_or(std::vector<std::string>{});
+    const std::set<std::string> names(listed.begin(), listed.end());
+    return std::none_of(passed.begin(), passed.end(), [&](const std::string& file) {
+        return names.contains(file) && phone.sizeOf(file).has_value();
+    });
+}
+
+PhoneState readOnce(OpenPhone& phone) {
     PhoneState state;
     state.facts = phone.facts();
     state.catalogueFile = phone.catalogueFile();
@@ -43,6 +75,19 @@ PhoneState readRingtones(OpenPhone& phone) {
     }
     if (!state.catalogueIsUnreadable()) {
         state.ringtones = phone.ringtones();
+    }
+    return state;
+}
+
+} // namespace
+
+PhoneState readRingtones(OpenPhone& phone) {
+    PhoneState state = readOnce(phone);
+    if (!isWhole(phone, state)) {
+        state = readOnce(phone);
+        if (!isWhole(phone, state)) {
+            throw phone.readFailure("the ringtones cannot be read");
+        }
     }
     return state;
 }

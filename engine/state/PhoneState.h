@@ -25,7 +25,8 @@ struct PhoneState {
 };
 
 /// Reads the facts, the catalogue and the ringtones: enough to show them. An unreadable catalogue
-/// has none.
+/// has none. What was not read whole is read once more.
+/// @throw Failure when it cannot be read whole
 PhoneState readRingtones(OpenPhone& phone);
 
 /// Reads the folder too: enough to plan a sync.

@@ -6,8 +6,11 @@
 #include <thread>
 
 using testing::AllOf;
+using testing::Contains;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
+using testing::Not;
+using testing::Pair;
 using testing::UnorderedElementsAre;
 
 namespace vesk::testing {
@@ -61,6 +64,63 @@ TEST_F(HeldToPlan, AKeptFileWhoseSizeIsNotToldIsNeverDeleted) {
     }
     // One for each of the two, in the sync itself.
     EXPECT_GE(stopped, 2U);
+}
+
+// The library takes a file whose size is not told for one that is not there: a ringtone that is to be
+// replaced would be compared with nothing, and stay.
+TEST_F(HeldToPlan, ASyncThatSucceedsHasReplacedWhateverSizeIsNotTold) {
+    local("Harp.m4r", "quite another sound");
+    local("Marimba.m4r", "sound of Marimba");
+    size_t met = 0;
+    for (int nth = 1;; ++nth) {
+        SCOPED_TRACE("size query " + std::to_string(nth));
+        ASSERT_LT(nth, 100) << "it never ended";
+        std::filesystem::remove_all(onDisk(kFolder));
+        putTwo();
+        log().clear();
+        fault("afc/FileInfo#" + std::to_string(nth) + "=status:10");
+        const VeskResult result = vesk({"sync", localFolder()});
+        const bool isMet = faultsMet() > 0;
+        phone().faults().clear();
+        if (isMet) {
+            ++met;
+        }
+        if (result.exitCode == 0) {
+            EXPECT_THAT(everything(), Contains(Pair(HasSubstr(kFolder), "quite another sound")));
+        }
+        if (!isMet) {
+            break;
+        }
+    }
+    EXPECT_GT(met, 5U);
+}
+
+TEST_F(HeldToPlan, ARingtoneWhoseSizeIsNotToldIsNotLeftOutOfAList) {
+    putTwo();
+    for (int nth = 1;; ++nth) {
+        SCOPED_TRACE("size query " + std::to_string(nth));
+        ASSERT_LT(nth, 100) << "it never ended";
+        log().clear();
+        fault("afc/FileInfo#" + std::to_string(nth) + "=status:10");
+        const VeskResult result = vesk({"list", "--json"});
+        const bool isMet = faultsMet() > 0;
+        phone().faults().clear();
+        if (result.exitCode == 0) {
+            EXPECT_THAT(result.out, AllOf(HasSubstr("Marimba"), HasSubstr("Harp")));
+        }
+        if (!isMet) {
+            EXPECT_THAT(result, ExitsWith(ExitCode::Success));
+            break;
+        }
+    }
+}
+
+TEST_F(HeldToPlan, AnEntryWithoutAFileIsNothingToReadAgain) {
+    putTwo();
+    std::filesystem::remove(onDisk(std::string(kFolder) + "/QJHE.m4r"));
+    const VeskResult result = vesk({"list"});
+    EXPECT_THAT(result, ExitsWith(ExitCode::Success));
+    EXPECT_THAT(result.out, AllOf(HasSubstr("Marimba"), Not(HasSubstr("Harp"))));
 }
 
 TEST_F(HeldToPlan, WhatAnotherProgramAddsBeforeTheLockIsHadStays) {
