@@ -11,7 +11,7 @@ namespace krl::nss {
 
 namespace {
 
-std::string_view bytesOf(const SECItem& item) {
+std::string_view viewOf(const SECItem& item) {
     return {reinterpret_cast<const char*>(item.data), item.len};
 }
 
@@ -45,11 +45,11 @@ PeerTurn::Places PeerTurn::placesFor(Side side,
     Places places;
     for (const CERTCertificate* certificate : expected) {
         if (certificate != nullptr) {
-            const std::string_view issuer = bytesOf(certificate->derIssuer);
-            const std::string_view serial = bytesOf(certificate->serialNumber);
+            const std::string_view issuer = viewOf(certificate->derIssuer);
+            const std::string_view serial = viewOf(certificate->serialNumber);
             std::string place(side == Side::Client ? "client " : "server ");
             place.append(issuer).append(serial);
-            places[std::move(place)].append(bytesOf(certificate->derCert));
+            places[std::move(place)].append(viewOf(certificate->derCert));
         }
     }
     return places;

@@ -17,7 +17,7 @@ using engine::Failure;
 using engine::FailureKind;
 namespace fs = std::filesystem;
 
-Failure missing(const std::string& why) {
+Failure noPlayer(const std::string& why) {
     return {FailureKind::Unexpected, fmt::format("nothing can be played: {}", why),
             "Install KRLVesk with its program \"vesk-play\", which needs GStreamer."};
 }
@@ -25,10 +25,10 @@ Failure missing(const std::string& why) {
 /// @throw Failure when there is none that can be started
 fs::path present(const fs::path& program) {
     if (program.empty()) {
-        throw missing("the program \"vesk-play\" is missing beside the library");
+        throw noPlayer("the program \"vesk-play\" is missing beside the library");
     }
     if (access(program.c_str(), X_OK) != 0) {
-        throw missing(fmt::format("\"{}\" cannot be started", program.string()));
+        throw noPlayer(fmt::format("\"{}\" cannot be started", program.string()));
     }
     return program;
 }

@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kCheckPath[] =
+constexpr char kCheckFolder[] =
     "Check the path and its permissions. Nothing was changed on the phone.";
 
 /// What people's songs end in besides what phones play. What is not among these is not looked into:
@@ -45,7 +45,7 @@ private:
             take(*entry);
         }
         if (error) {
-            throw engine::unreadable(folder, error.message(), kCheckPath);
+            throw engine::unreadable(folder, error.message(), kCheckFolder);
         }
     }
 
@@ -79,7 +79,7 @@ bool isSongName(const fs::path& file, SongTypes types) {
 SongFolder songsIn(const fs::path& folder, SongTypes types, bool recursive) {
     std::error_code error;
     if (fs::exists(folder, error) && !fs::is_directory(folder, error)) {
-        throw engine::unreadable(folder, "it is not a folder (vesk add takes files)", kCheckPath);
+        throw engine::unreadable(folder, "it is not a folder (vesk add takes files)", kCheckFolder);
     }
     return Search(folder, types, recursive).run();
 }

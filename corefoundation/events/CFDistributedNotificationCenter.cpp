@@ -18,22 +18,22 @@ constexpr size_t kMostPending = 4096;
 using SharedNotification = std::shared_ptr<const DistributedNotification>;
 
 /// An observer, with what has arrived for it and waits for its run loop.
-class Registration {
+class DistributedRegistration {
 public:
-    Registration(const DistributedObserver& added, std::optional<std::string> name,
-                 std::optional<std::string> object)
+    DistributedRegistration(const DistributedObserver& added, std::optional<std::string> name,
+                            std::optional<std::string> object)
         : center_(added.center), observer_(added.observer), callBack_(added.callBack),
           name_(std::move(name)), object_(std::move(object)) {}
 
     /// Has the run loop of this thread call back.
-    static void schedule(const std::shared_ptr<Registration>& registration) {
+    static void schedule(const std::shared_ptr<DistributedRegistration>& registration) {
         CFRunLoopSourceContext context{};
-        context.info = new std::shared_ptr<Registration>(registration);
+        context.info = new std::shared_ptr<DistributedRegistration>(registration);
         context.release = [](const void* info) {
-            delete static_cast<const std::shared_ptr<Registration>*>(info);
+            delete static_cast<const std::shared_ptr<DistributedRegistration>*>(info);
         };
         context.perform = [](void* info) {
-            (*static_cast<std::shared_ptr<Registration>*>(info))->callBackAll();
+            (*static_cast<std::shared_ptr<DistributedRegistration>*>(info))->callBackAll();
         };
         registration->source_ = adopt(CFRunLoopSourceCreate(nullptr, 0, &context));
         CFRunLoopAddSource(CFRunLoopGetCurrent(), registration->source_.get(),
@@ -106,13 +106,13 @@ private:
     std::deque<SharedNotification> pending_;
 };
 
-using Registrations = std::vector<std::shared_ptr<Registration>>;
+using DistributedRegistrations = std::vector<std::shared_ptr<DistributedRegistration>>;
 
 void deliver(const DistributedNotification& notification);
 
 struct Center {
     std::mutex mutex; ///< guards registrations
-    Registrations registrations;
+    DistributedRegistrations registrations;
     DistributedBus bus{deliver};
 };
 
@@ -149,9 +149,9 @@ std::optional<std::string> objectFilterOf(CFStringRef object) {
 } // namespace
 
 void addDistributedObserver(const DistributedObserver& added) {
-    const auto registration =
-        std::make_shared<Registration>(added, filterOf(added.name), objectFilterOf(added.object));
-    Registration::schedule(registration);
+    const auto registration = std::make_shared<DistributedRegistration>(
+        added, filterOf(added.name), objectFilterOf(added.object));
+    DistributedRegistration::schedule(registration);
     {
         const std::lock_guard lock(center().mutex);
         center().registrations.push_back(registration);
@@ -162,10 +162,10 @@ void addDistributedObserver(const DistributedObserver& added) {
 void removeDistributedObserver(const void* observer, CFStringRef name, CFStringRef object) {
     const auto wantedName = filterOf(name);
     const auto wantedObject = objectFilterOf(object);
-    Registrations removed;
+    DistributedRegistrations removed;
     {
         const std::lock_guard lock(center().mutex);
-        Registrations& all = center().registrations;
+        DistributedRegistrations& all = center().registrations;
         const auto first =
             std::stable_partition(all.begin(), all.end(), [&](const auto& registration) {
                 return !registration->wasMadeWith(observer, wantedName, wantedObject);

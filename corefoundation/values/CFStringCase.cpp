@@ -122,7 +122,7 @@ CodePoints unitsOf(const Text& text) {
     return units;
 }
 
-bool isDigit(UTF32Char character) {
+bool isAsciiDigit(UTF32Char character) {
     return character >= '0' && character <= '9';
 }
 
@@ -130,7 +130,7 @@ using Position = CodePoints::const_iterator;
 
 /// The digits of the number at a place, without leading zeros; moves behind them.
 std::span<const UTF32Char> takeNumber(Position& at, Position end) {
-    const Position last = std::find_if_not(at, end, isDigit);
+    const Position last = std::find_if_not(at, end, isAsciiDigit);
     const Position first = std::find_if(at, last, [](UTF32Char digit) { return digit != '0'; });
     at = last;
     return {first, last};
@@ -153,7 +153,7 @@ std::strong_ordering compareWithNumbers(const CodePoints& left, const CodePoints
     Position one = left.begin();
     Position other = right.begin();
     while (one != left.end() && other != right.end()) {
-        const bool bothNumbers = isDigit(*one) && isDigit(*other);
+        const bool bothNumbers = isAsciiDigit(*one) && isAsciiDigit(*other);
         const auto order = bothNumbers ? compareNumbers(takeNumber(one, left.end()),
                                                         takeNumber(other, right.end()))
                                        : *one++ <=> *other++;

@@ -32,12 +32,11 @@ std::set<std::string> unlistedFiles(const PhoneState& phone) {
 
 /// What a file is called after these operations; empty when it is gone.
 std::string nameAfter(const std::vector<Operation>& operations, std::string file) {
-    using Kind = Operation::Kind;
     for (const Operation& operation : operations) {
-        const bool writesOver = operation.kind != Kind::Rename && operation.file == file;
-        const bool movesOver =
-            operation.kind == Kind::Rename && operation.newFile == file && operation.file != file;
-        if (operation.kind == Kind::Rename && operation.file == file) {
+        const bool writesOver = operation.kind != Operation::Kind::Rename && operation.file == file;
+        const bool movesOver = operation.kind == Operation::Kind::Rename &&
+                               operation.newFile == file && operation.file != file;
+        if (operation.kind == Operation::Kind::Rename && operation.file == file) {
             file = operation.newFile;
         } else if (writesOver || movesOver) {
             return {};

@@ -20,7 +20,7 @@ using krl::cf::cast;
 using krl::cf::CFRef;
 using krl::phone::SyncUse;
 
-using Delegate = std::shared_ptr<KRTRingtoneManagerDelegate>;
+using SyncDelegate = std::shared_ptr<KRTRingtoneManagerDelegate>;
 
 namespace {
 
@@ -43,13 +43,13 @@ const CFStringRef kAddedKey = CFSTR("added");
 const CFStringRef kRemovedKey = CFSTR("removed");
 const CFStringRef kUnchangedKey = CFSTR("unchanged");
 
-void tellStep(const Delegate& delegate, int32_t status, int32_t mode) {
+void tellStep(const SyncDelegate& delegate, int32_t status, int32_t mode) {
     if (delegate) {
         delegate->syncStatus(status, mode, 0, 0, nullptr);
     }
 }
 
-void tellError(const Delegate& delegate, const CFRef<CFErrorRef>& error) {
+void tellError(const SyncDelegate& delegate, const CFRef<CFErrorRef>& error) {
     if (delegate) {
         constexpr bool kCanCancel = false;
         delegate->reportError(error.get(), kCanCancel);
@@ -118,7 +118,7 @@ bool KRTRingtoneManager::asyncMode() const {
 
 // syncCurrentListToPhone:
 // NOLINTNEXTLINE(performance-unnecessary-value-param): part of the binary interface
-void KRTRingtoneManager::syncCurrentListToPhone(Delegate delegate) {
+void KRTRingtoneManager::syncCurrentListToPhone(SyncDelegate delegate) {
     if (!ringtonesUpdated()) {
         postCompletion(this);
         return;
@@ -143,12 +143,12 @@ void KRTRingtoneManager::syncCurrentListToPhone(Delegate delegate) {
 }
 
 // _beginSync:
-void KRTRingtoneManager::_beginSync(const Delegate& delegate) noexcept {
+void KRTRingtoneManager::_beginSync(const SyncDelegate& delegate) noexcept {
     const auto self = shared_from_this();
     sync(delegate, std::make_unique<SyncUse>(_manager->phone));
 }
 
-void KRTRingtoneManager::sync(const Delegate& delegate, std::unique_ptr<SyncUse> use) noexcept {
+void KRTRingtoneManager::sync(const SyncDelegate& delegate, std::unique_ptr<SyncUse> use) noexcept {
     if (ringtonesUpdated()) {
         _delegate = delegate.get();
         if (KRTPhoneOpen(_manager->phone) != 1) {

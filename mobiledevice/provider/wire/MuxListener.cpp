@@ -33,7 +33,7 @@ constexpr milliseconds kUntilNews{-1};
 constexpr milliseconds kGoodConnection{1000};
 
 // News of a phone takes less than a kilobyte.
-constexpr size_t kMaxBodyBytes = size_t{64} * 1024 - sizeof(MuxHeader);
+constexpr size_t kMostListenerBodyBytes = size_t{64} * 1024 - sizeof(MuxHeader);
 
 UniqueDescriptor newEvent() {
     UniqueDescriptor event(::eventfd(0, EFD_CLOEXEC));
@@ -125,7 +125,7 @@ PlistRef MuxListener::receive(int socket) const {
     if (!receive(socket, std::as_writable_bytes(std::span(&header, 1)))) {
         return nullptr;
     }
-    const std::optional<size_t> length = muxBodyBytes(header, kMaxBodyBytes);
+    const std::optional<size_t> length = muxBodyBytes(header, kMostListenerBodyBytes);
     if (!length) {
         return nullptr;
     }
