@@ -28,14 +28,15 @@ public:
         const auto failure = carryOutOrTakeBack();
         phone_.disconnect();
         listener_.ended();
-        const bool isCancelled = reports_.answeredCancel() && !reports_.reachedRemovals();
+        const bool isCancelled = reports_.isCancelled() && !reports_.reachedRemovals();
         const bool isDone = !guard_.isStopped() && !isCancelled && !failure;
         const auto ending = settle(isDone ? Wish::Finish : Wish::TakeBack);
-        if (guard_.isStopped()) {
-            throw aftermath_.stopped(guard_.reason(), guard_.hasChanged());
-        }
+        // Calls that a cancel has ended look to the guard like a phone that says other things.
         if (isCancelled) {
             throw aftermath_.cancelled();
+        }
+        if (guard_.isStopped()) {
+            throw aftermath_.stopped(guard_.reason(), guard_.hasChanged());
         }
         if (failure) {
             throw aftermath_.failed(*failure);

@@ -26,8 +26,13 @@ std::set<std::string> SyncReports::filesBegun() const {
     return files;
 }
 
+bool SyncReports::cancels() noexcept {
+    isCancelled_ = isCancelled_ || listener_.cancels();
+    return isCancelled_;
+}
+
 bool SyncReports::answer(const SyncStep& step, bool isStopped) noexcept {
-    answeredCancel_ = answeredCancel_ || isStopped || listener_.cancels();
+    answeredCancel_ = answeredCancel_ || isStopped || cancels();
     try {
         take(step);
     } catch (...) {
@@ -45,7 +50,7 @@ bool SyncReports::pass(uint64_t bytes) noexcept {
     } catch (...) {
         // As above.
     }
-    answeredCancel_ = listener_.cancels();
+    answeredCancel_ = cancels();
     return answeredCancel_;
 }
 

@@ -41,11 +41,13 @@ public:
 
     bool reachedRemovals() const { return reachedRemovals_; }
 
-    bool answeredCancel() const { return answeredCancel_; }
+    /// Whether the listener has cancelled it, before anything else ended it.
+    bool isCancelled() const { return isCancelled_; }
 
 private:
     using Clock = std::chrono::steady_clock;
 
+    bool cancels() noexcept;
     void take(const SyncStep& step);
     void takeUpload(bool begins, const std::string& name);
     void move(uint64_t bytes);
@@ -61,6 +63,7 @@ private:
     uint64_t bytesOfLastFile_ = 0; ///< what is said until the next one is opened
     bool reachedRemovals_ = false;
     bool answeredCancel_ = false;
+    bool isCancelled_ = false;
 };
 
 } // namespace krl::engine

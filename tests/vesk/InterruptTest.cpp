@@ -145,6 +145,20 @@ TEST_P(InterruptAtUpload, WhatHasArrivedIsSaidAndTheOldListStays) {
 
 INSTANTIATE_TEST_SUITE_P(OfFour, InterruptAtUpload, ::testing::Values(1, 2, 4));
 
+TEST_F(Interrupt, AtTheCloseOfAnUploadItIsCancelledToo) {
+    constexpr size_t kBytes = 5000;
+    makeFiles(2, kBytes);
+    // Three closes are of the catalogue, as it is read.
+    hold("Close#4");
+    VeskProcess sync(
+        {"add", localFolder() + "/tone0.m4r", localFolder() + "/tone1.m4r", "--no-backup"});
+    interruptAt(sync, isHeld);
+    const VeskResult result = sync.wait();
+    expectOldState(result, {"Marimba"});
+    EXPECT_EQ(saidUploaded(result.err), 1U);
+    EXPECT_EQ(filesOfSize(kBytes), 1U);
+}
+
 TEST_F(Interrupt, WhileFilesMoveTheyMoveBack) {
     putRingtones({{"Longtone1.m4r", "Long", "1"}, {"KDAQ.m4r", "Marimba", "2"}});
     oldCatalogue_ = contents(kCatalogue);
