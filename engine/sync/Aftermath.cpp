@@ -239,8 +239,9 @@ Failure Aftermath::notAsWanted(const std::map<std::string, uint64_t>& now,
                   "\"vesk undo\" puts back what it held before."
             : catalogueIsUnreadable
                 ? "Its catalogue cannot be read now, so that most commands are refused. \"vesk "
-                  "info\" shows the free space; \"vesk sync FOLDER --force\" puts a folder's "
-                  "ringtones onto it and deletes all others."
+                  "rebuild\" lists the ringtones again whose files are there. \"vesk info\" shows "
+                  "the free space; \"vesk sync FOLDER --force\" puts a folder's ringtones onto it "
+                  "and deletes all others."
                 : "\"vesk info\" shows the free space and \"vesk list\" what it holds: add what "
                   "is missing, remove what should not be there.",
             details};

@@ -153,6 +153,16 @@ TEST_F(Sync, WhatIsAdvisedForAHalfWrittenCatalogueIsNotRefusedThen) {
     EXPECT_EQ(listedNames(), std::set<std::string>{"a"});
 }
 
+TEST_F(Sync, AHalfWrittenCatalogueIsRebuiltAsIsAdvised) {
+    fault("afc/Write#2=status:18");
+    const VeskResult result = vesk({"add", local("a.m4r", "the sound"), "--no-backup"});
+    ASSERT_THAT(result, ExitsWith(ExitCode::NotAsWanted));
+    EXPECT_THAT(result.err, HasSubstr("\"vesk rebuild\" lists the ringtones again"));
+    EXPECT_THAT(vesk({"rebuild"}), ExitsWith(ExitCode::Success));
+    EXPECT_EQ(listedNames().size(), 2U);
+    EXPECT_EQ(ringtoneFolder().size(), 2U);
+}
+
 TEST_F(Sync, WhatIsAdvisedForTheOldCatalogueIsNotRefusedThen) {
     const std::string file = local("a.m4r", "the sound");
     // Two openings read the catalogue, then the lock file, the catalogue once more under the lock, the
