@@ -3,12 +3,7 @@
 
 #include <gmock/gmock.h>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::IsSupersetOf;
-using testing::Not;
-using testing::UnorderedElementsAre;
 
 namespace vesk::testing {
 namespace {

@@ -6,11 +6,6 @@
 
 #include <sys/stat.h>
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-
 namespace vesk::testing {
 namespace {
 

@@ -5,10 +5,6 @@
 
 #include <filesystem>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
-
 namespace vesk::testing {
 namespace {
 

@@ -10,10 +10,6 @@
 #include <string_view>
 #include <thread>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 

@@ -11,10 +11,6 @@
 #include <ostream>
 #include <vector>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using virtualphone::parseFault;
 using virtualphone::SessionKind;
 

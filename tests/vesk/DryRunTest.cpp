@@ -4,13 +4,7 @@
 
 #include <gmock/gmock.h>
 
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
-using testing::UnorderedElementsAre;
 
 namespace vesk::testing {
 namespace {

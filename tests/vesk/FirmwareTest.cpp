@@ -3,14 +3,6 @@
 
 #include <gmock/gmock.h>
 
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::UnorderedElementsAre;
-
 namespace vesk::testing {
 namespace {
 
@@ -28,27 +20,6 @@ protected:
     void SetUp() override {
         options.firmware = GetParam().version;
         plugIn();
-    }
-
-    /// A dry run and then the deed; both must say and do the same.
-    VeskResult dryThenReal(const std::vector<std::string>& arguments) {
-        std::vector<std::string> dry = arguments;
-        dry.insert(dry.end(), {"--dry-run", "--json"});
-        const auto before = everything();
-        const VeskResult planned = vesk(dry);
-        EXPECT_THAT(planned, ExitsWith(ExitCode::Success));
-        EXPECT_EQ(everything(), before) << "a dry run changed the phone";
-        EXPECT_EQ(planned.json().at("result"), "dry-run");
-
-        std::vector<std::string> real = arguments;
-        real.push_back("--json");
-        log().clear();
-        VeskResult done = vesk(real);
-        EXPECT_THAT(done, ExitsWith(ExitCode::Success));
-        EXPECT_EQ(done.json().at("result"), "done");
-        EXPECT_EQ(changesInLog(), changesIn(planned.json().at("operations")));
-        EXPECT_EQ(done.json().at("operations"), planned.json().at("operations"));
-        return done;
     }
 
     size_t filesOfType(const std::string& type) const {

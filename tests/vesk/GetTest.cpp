@@ -5,13 +5,6 @@
 
 #include <csignal>
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::UnorderedElementsAre;
-
 namespace vesk::testing {
 namespace {
 

@@ -5,13 +5,8 @@
 
 #include <thread>
 
-using testing::AllOf;
-using testing::Contains;
-using testing::HasSubstr;
 using testing::IsSupersetOf;
-using testing::Not;
 using testing::Pair;
-using testing::UnorderedElementsAre;
 
 namespace vesk::testing {
 namespace {

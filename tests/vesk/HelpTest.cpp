@@ -8,9 +8,6 @@
 #include <fstream>
 #include <iterator>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 
 namespace vesk::testing {

@@ -7,13 +7,6 @@
 #include <functional>
 #include <regex>
 
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
-using testing::UnorderedElementsAre;
-
 namespace vesk::testing {
 namespace {
 

@@ -3,10 +3,6 @@
 
 #include <gmock/gmock.h>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using virtualphone::parseFault;
 using virtualphone::SessionKind;
 

@@ -13,10 +13,6 @@
 #include <iostream>
 #include <thread>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using virtualphone::parseFault;
 using virtualphone::SessionKind;
 using virtualphone::testing::isInstalled;

@@ -10,8 +10,6 @@
 #include <array>
 #include <random>
 
-using testing::IsEmpty;
-
 namespace vesk::testing {
 namespace {
 

@@ -6,11 +6,6 @@
 #include <csignal>
 #include <thread>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
 namespace vesk::testing {
 namespace {
 

@@ -8,8 +8,6 @@
 #include <filesystem>
 #include <fstream>
 
-using testing::AllOf;
-using testing::HasSubstr;
 using testing::SizeIs;
 namespace fs = std::filesystem;
 

@@ -6,11 +6,7 @@
 
 #include <gmock/gmock.h>
 
-using testing::AllOf;
 using testing::Each;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 namespace vesk::testing {
 namespace {

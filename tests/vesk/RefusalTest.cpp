@@ -9,12 +9,6 @@
 #include <algorithm>
 #include <filesystem>
 
-using testing::AllOf;
-using testing::Contains;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
 namespace fs = std::filesystem;
 
 namespace vesk::testing {

@@ -14,12 +14,7 @@
 #include <string>
 #include <vector>
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::Pair;
-using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 namespace vesk::testing {

@@ -5,15 +5,8 @@
 
 #include <csignal>
 
-using testing::AllOf;
 using testing::AnyOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
-using testing::UnorderedElementsAre;
 
 namespace vesk::testing {
 namespace {

@@ -5,12 +5,6 @@
 
 #include <gmock/gmock.h>
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
 namespace vesk::testing {
 namespace {
 

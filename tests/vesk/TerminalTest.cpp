@@ -10,11 +10,7 @@
 #include <regex>
 #include <set>
 
-using testing::AllOf;
-using testing::Contains;
 using testing::Each;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace vesk::testing {
 namespace {

@@ -146,4 +146,24 @@ std::vector<std::string> VeskTest::changesIn(const nlohmann::json& operations) {
     return changes;
 }
 
+VeskResult VeskTest::dryThenReal(const std::vector<std::string>& arguments) {
+    std::vector<std::string> dry = arguments;
+    dry.insert(dry.end(), {"--dry-run", "--json"});
+    const auto before = everything();
+    const VeskResult planned = vesk(dry);
+    EXPECT_THAT(planned, ExitsWith(ExitCode::Success));
+    EXPECT_EQ(everything(), before) << "a dry run changed the phone";
+    EXPECT_EQ(planned.json().at("result"), "dry-run");
+
+    std::vector<std::string> real = arguments;
+    real.push_back("--json");
+    log().clear();
+    VeskResult done = vesk(real);
+    EXPECT_THAT(done, ExitsWith(ExitCode::Success));
+    EXPECT_EQ(done.json().at("result"), "done");
+    EXPECT_EQ(changesInLog(), changesIn(planned.json().at("operations")));
+    EXPECT_EQ(done.json().at("operations"), planned.json().at("operations"));
+    return done;
+}
+
 } // namespace vesk::testing

@@ -17,6 +17,15 @@
 
 namespace vesk::testing {
 
+// What most tests compare with.
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::UnorderedElementsAre;
+
 /// One entry of a catalogue put onto a phone.
 struct Listed {
     std::string file;
@@ -74,6 +83,9 @@ protected:
 
     /// The same from the operations that vesk said.
     static std::vector<std::string> changesIn(const nlohmann::json& operations);
+
+    /// A dry run and then the deed; both must say and do the same.
+    VeskResult dryThenReal(const std::vector<std::string>& arguments);
 };
 
 MATCHER_P(ExitsWith, code, "") {

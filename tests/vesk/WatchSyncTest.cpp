@@ -12,13 +12,6 @@
 #include <sstream>
 #include <thread>
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::UnorderedElementsAre;
-
 namespace vesk::testing {
 namespace {
 
