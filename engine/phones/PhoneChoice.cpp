@@ -30,14 +30,20 @@ std::vector<std::string> described(const std::vector<AttachedDevice>& phones) {
     return lines;
 }
 
+/// What comes or goes next, before a time.
+std::optional<Discovery::Event> nextUntil(Discovery& discovery,
+                                          std::chrono::steady_clock::time_point end) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        end - std::chrono::steady_clock::now());
+    return discovery.next(std::max(left, std::chrono::milliseconds{0}));
+}
+
 /// The device with this UDID as soon as it is there; all devices in `seen`.
 std::optional<AttachedDevice> waitForUdid(Discovery& discovery, const PhoneRequest& request,
                                           std::vector<AttachedDevice>& seen) {
     const auto end = std::chrono::steady_clock::now() + request.wait;
     while (true) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
-        const auto event = discovery.next(std::max(left, std::chrono::milliseconds{0}));
+        const auto event = nextUntil(discovery, end);
         if (!event) {
             return std::nullopt;
         }
@@ -114,9 +120,7 @@ std::optional<AttachedDevice> waitForMeant(Discovery& discovery, const PhoneRequ
         if (!phones.empty()) {
             return phones.front();
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
-        const auto event = discovery.next(std::max(left, std::chrono::milliseconds{0}));
+        const auto event = nextUntil(discovery, end);
         if (!event) {
             return std::nullopt;
         }
