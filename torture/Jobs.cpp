@@ -84,6 +84,12 @@ std::vector<Job> makeJobs(const fs::path& folder) {
     rename.wanted["Trumpet"] = rename.wanted.at("Horn");
     rename.wanted.erase("Horn");
 
+    // Of one that has a placeholder, by one of another type that has none.
+    Job replace{"replace", {}, {"replace", "--unchecked", "Horn"}, before, Job::Others::Stay};
+    replace.wanted["Horn"] = sound("New horn", 2100);
+    replace.arguments.push_back(
+        localFile(folder / "replace", "New horn.m4r", replace.wanted["Horn"]));
+
     // One stays, one is another size, one is new; the rest goes, and its names are used again.
     Job sync{"sync", {}, {"sync", "--unchecked", (folder / "sync").string()}, {}, Job::Others::Go};
     sync.wanted["Horn"] = before.at("Horn");
@@ -100,7 +106,7 @@ std::vector<Job> makeJobs(const fs::path& folder) {
                       {sync.arguments, {"backup", backup}, {"undo"}},
                       {"restore", backup},
                       sync.wanted};
-    return {add, remove, rename, sync, undo, restore};
+    return {add, remove, rename, replace, sync, undo, restore};
 }
 
 Addition makeAddition(const fs::path& folder, const std::string& name) {
