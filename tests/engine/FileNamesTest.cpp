@@ -6,6 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
+#include <set>
+#include <string>
+
 using namespace krl::engine;
 using testing::EndsWith;
 using testing::Le;
@@ -18,38 +22,51 @@ TEST(FileNameFor, LeavesAGoodTitleAsItIs) {
     }
 }
 
-TEST(FileNameFor, PutsALineWhereACharacterMeansSomethingElse) {
-    EXPECT_EQ(fileNameFor("Harp/Lyre"), "Harp_Lyre");
-    EXPECT_EQ(fileNameFor("a\\b:c*d?e\"f<g>h|i"), "a_b_c_d_e_f_g_h_i");
-    EXPECT_EQ(fileNameFor("line\nbreak\x1b[2J\x7f"), "line_break_[2J_");
-    EXPECT_EQ(fileNameFor("\u202emoor"), "_moor");
-    EXPECT_EQ(fileNameFor("\xff"), "\uFFFD");
+namespace {
+
+struct Title {
+    const char* rule;
+    const char* title;
+    const char* fileName;
+};
+
+void PrintTo(const Title& title, std::ostream* out) {
+    *out << title.rule << ": " << title.title;
 }
 
-TEST(FileNameFor, LeadsNowhereElseAndHidesNothing) {
-    EXPECT_EQ(fileNameFor(""), "_");
-    EXPECT_EQ(fileNameFor("."), "_");
-    EXPECT_EQ(fileNameFor(".."), "_");
-    EXPECT_EQ(fileNameFor("../../etc/passwd"), "_.._.._etc_passwd");
-    EXPECT_EQ(fileNameFor(".hidden"), "_.hidden");
-    EXPECT_EQ(fileNameFor(" .hidden"), "_.hidden");
-    EXPECT_EQ(fileNameFor("   "), "_");
+const Title kTitles[] = {
+    {"a character that means something else", "Harp/Lyre", "Harp_Lyre"},
+    {"a character that means something else", "a\\b:c*d?e\"f<g>h|i", "a_b_c_d_e_f_g_h_i"},
+    {"a character that means something else", "line\nbreak\x1b[2J\x7f", "line_break_[2J_"},
+    {"a character that means something else", "\u202emoor", "_moor"},
+    {"a character that means something else", "\xff", "\uFFFD"},
+    {"leads nowhere else", "", "_"},
+    {"leads nowhere else", ".", "_"},
+    {"leads nowhere else", "..", "_"},
+    {"leads nowhere else", "../../etc/passwd", "_.._.._etc_passwd"},
+    {"hides nothing", ".hidden", "_.hidden"},
+    {"hides nothing", " .hidden", "_.hidden"},
+    {"no point or space at an end", "   ", "_"},
+    {"no point or space at an end", "Wait...", "Wait"},
+    {"no point or space at an end", "  two words . ", "two words"},
+    {"is no device", "CON", "_CON"},
+    {"is no device", "nul.old", "_nul.old"},
+    {"is no device", "aux .", "_aux"},
+    {"is no device", "Prn .x", "_Prn .x"},
+    {"is no device", "com1", "_com1"},
+    {"is no device", "LPT\u00b2", "_LPT\u00b2"},
+    {"is no device", "CONOUT$", "_CONOUT$"},
+};
+
+} // namespace
+
+class FileNameOf : public testing::TestWithParam<Title> {};
+
+TEST_P(FileNameOf, IsOneThatEverySystemTakes) {
+    EXPECT_EQ(fileNameFor(GetParam().title), GetParam().fileName);
 }
 
-TEST(FileNameFor, HasNoPointOrSpaceAtAnEnd) {
-    EXPECT_EQ(fileNameFor("Wait..."), "Wait");
-    EXPECT_EQ(fileNameFor("  two words . "), "two words");
-}
-
-TEST(FileNameFor, IsNoDevice) {
-    EXPECT_EQ(fileNameFor("CON"), "_CON");
-    EXPECT_EQ(fileNameFor("nul.old"), "_nul.old");
-    EXPECT_EQ(fileNameFor("aux ."), "_aux");
-    EXPECT_EQ(fileNameFor("Prn .x"), "_Prn .x");
-    EXPECT_EQ(fileNameFor("com1"), "_com1");
-    EXPECT_EQ(fileNameFor("LPT\u00b2"), "_LPT\u00b2");
-    EXPECT_EQ(fileNameFor("CONOUT$"), "_CONOUT$");
-}
+INSTANTIATE_TEST_SUITE_P(Table, FileNameOf, testing::ValuesIn(kTitles));
 
 TEST(FileNameFor, IsCutBetweenCharactersAndEndsWithNoSpaceThen) {
     std::string title;
@@ -63,25 +80,31 @@ TEST(FileNameFor, IsCutBetweenCharactersAndEndsWithNoSpaceThen) {
     EXPECT_EQ(fileNameFor(std::string(300, 'x')), std::string(200, 'x'));
 }
 
-TEST(FileNames, GivesEachNameOnce) {
+TEST(FileNames, GivesEachNameOnceWhateverItsCase) {
+    struct Given {
+        const char* title;
+        const char* extension;
+        const char* fileName;
+    };
+
     FileNames names;
     names.reserve("krlvesk-backup.json");
-    EXPECT_EQ(names.give("Harp", "m4r"), "Harp.m4r");
-    EXPECT_EQ(names.give("Harp", "mp3"), "Harp.mp3");
-    EXPECT_EQ(names.give("Harp", "m4r"), "Harp (2).m4r");
-    EXPECT_EQ(names.give("Harp (2)", "m4r"), "Harp (2) (2).m4r");
-    EXPECT_EQ(names.give("KRLVesk-Backup", "json"), "KRLVesk-Backup (2).json");
-    EXPECT_EQ(names.give("none", ""), "none");
-}
-
-TEST(FileNames, TellsNamesApartThatDifferInCaseAlone) {
-    FileNames names;
-    EXPECT_EQ(names.give("harp", "m4r"), "harp.m4r");
-    EXPECT_EQ(names.give("HARP", "m4r"), "HARP (2).m4r");
-    EXPECT_EQ(names.give("Glöckchen", "m4r"), "Glöckchen.m4r");
-    EXPECT_EQ(names.give("GLÖCKCHEN", "M4R"), "GLÖCKCHEN (2).M4R");
-    EXPECT_EQ(names.give("a/b", "m4r"), "a_b.m4r");
-    EXPECT_EQ(names.give("A_B", "m4r"), "A_B (2).m4r");
+    for (const auto& [title, extension, fileName] : {
+             Given{"Harp", "m4r", "Harp.m4r"},
+             Given{"Harp", "mp3", "Harp.mp3"},
+             Given{"Harp", "m4r", "Harp (2).m4r"},
+             Given{"Harp (2)", "m4r", "Harp (2) (2).m4r"},
+             Given{"KRLVesk-Backup", "json", "KRLVesk-Backup (2).json"},
+             Given{"none", "", "none"},
+             Given{"lyre", "m4r", "lyre.m4r"},
+             Given{"LYRE", "m4r", "LYRE (2).m4r"},
+             Given{"Glöckchen", "m4r", "Glöckchen.m4r"},
+             Given{"GLÖCKCHEN", "M4R", "GLÖCKCHEN (2).M4R"},
+             Given{"a/b", "m4r", "a_b.m4r"},
+             Given{"A_B", "m4r", "A_B (2).m4r"},
+         }) {
+        EXPECT_EQ(names.give(title, extension), fileName);
+    }
 }
 
 TEST(FileNames, OfManyTitlesThatWantTheSameNameEachHasItsOwn) {
