@@ -36,6 +36,7 @@ Failure doesNotPlayThere(const Song& song) {
 WantedRingtone RingtoneMaker::wanted(const Song& song, int firmwareNumber) const {
     WantedRingtone result{.song = &song, .ringtone = song.asIs};
     if (!prepares(song, firmwareNumber)) {
+        engine::requireUsableSize(song.path, song.asIs.size);
         return result;
     }
     if (recipe_.treatment == Treatment::AsIs) {

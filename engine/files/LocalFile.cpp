@@ -74,8 +74,17 @@ void requireUsableName(const std::string& name) {
     }
 }
 
-LocalRingtone LocalFiles::ringtone(const fs::path& path, const std::optional<std::string>& name) {
+void requireUsableSize(const fs::path& file, uint64_t size) {
     constexpr auto kLargest = static_cast<uint64_t>(std::numeric_limits<int32_t>::max());
+    if (size > kLargest) {
+        throw Failure(
+            FailureKind::FileTooLarge,
+            fmt::format("\"{}\" is too large for a phone: {}", file.string(), formatBytes(size)),
+            "A ringtone must be smaller than 2 GiB.");
+    }
+}
+
+LocalRingtone LocalFiles::ringtone(const fs::path& path, const std::optional<std::string>& name) {
     std::error_code ignored;
     if (fs::is_directory(path, ignored)) {
         throw unreadable(path, "it is a folder (vesk sync takes folders)", kCheckPath);
@@ -92,12 +101,7 @@ LocalRingtone LocalFiles::ringtone(const fs::path& path, const std::optional<std
         throw Failure(FailureKind::EmptyFile, fmt::format("\"{}\" is empty", path.string()),
                       "Make the file anew.");
     }
-    if (file.size() > kLargest) {
-        throw Failure(FailureKind::FileTooLarge,
-                      fmt::format("\"{}\" is too large for a phone: {}", path.string(),
-                                  formatBytes(file.size())),
-                      "A ringtone must be smaller than 2 GiB.");
-    }
+    requireUsableSize(path, file.size());
     const std::string absolute = cataloguePath(path);
     LocalRingtone ringtone{name ? composed(*name) : nameFor(path, file.descriptor()), absolute,
                            type, file.size()};

@@ -60,6 +60,9 @@ std::string cataloguePath(const std::filesystem::path& path);
 /// A ringtone's name after the title in a file's tags, tidied up, or else after the file.
 std::string nameAfter(const std::string& title, const std::filesystem::path& file);
 
+/// @throw Failure when a file is larger than phones take
+void requireUsableSize(const std::filesystem::path& file, uint64_t size);
+
 /// @throw Failure when the text cannot be a ringtone's name
 void requireUsableName(const std::string& name);
 
