@@ -460,7 +460,6 @@ bool asksForJson(int argc, char** argv) {
 } // namespace
 
 int run(int argc, char** argv) {
-
     installInterruptHandlers();
     Options options;
     Parser parser(options);
