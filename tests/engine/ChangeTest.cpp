@@ -9,6 +9,7 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Key;
 using testing::Pair;
 
 namespace krl::engine {
@@ -61,6 +62,51 @@ TEST_F(Change, AReplacementHasTheGuidOfWhatItReplaces) {
     EXPECT_EQ(guids(phone.tones(), kRemovedList),
               (std::map<std::string, std::string>{{"Marimba", "M"}, {"Plain", ""}}));
     EXPECT_THAT(guids(phone.tones(), kUnchangedList), ElementsAre(Pair("Harp", "H")));
+}
+
+TEST_F(Change, AReplacementByTheSameLeavesItAsItIs) {
+    const std::string source = sourceText(digestOf("sound"), 5);
+    put(kCataloguePath, "<plist><dict><key>Ringtones</key><dict><key>KDAQ.m4r</key><dict>"
+                        "<key>Name</key><string>Marimba</string><key>TrackID</key>"
+                        "<integer>1</integer><key>SourceDigest</key><string>" +
+                            source + "</string></dict></dict></dict></plist>");
+    OpenPhone phone({});
+    LocalRingtone replacement = file("Marimba");
+    replacement.source = digestOf("sound");
+    replaceRingtones(phone.tones(), {replacement});
+    EXPECT_THAT(guids(phone.tones(), kAddedList), IsEmpty());
+    replacement.source = digestOf("another sound");
+    replaceRingtones(phone.tones(), {replacement});
+    EXPECT_THAT(guids(phone.tones(), kAddedList), ElementsAre(Key("Marimba")));
+}
+
+TEST_F(Change, OthersGoWhereverTheyCameFromOrStay) {
+    OpenPhone phone({});
+    const PhoneState state = readEverything(phone);
+    makeHold(phone, state, {file("Marimba"), file("New")}, Others::Stay);
+    EXPECT_THAT(guids(phone.tones(), kAddedList), ElementsAre(Key("Marimba"), Key("New")));
+    EXPECT_THAT(guids(phone.tones(), kRemovedList), ElementsAre(Key("Marimba")));
+    makeHold(phone, state, {file("New")});
+    EXPECT_THAT(guids(phone.tones(), kAddedList), ElementsAre(Key("New")));
+    EXPECT_THAT(guids(phone.tones(), kRemovedList),
+                ElementsAre(Key("Harp"), Key("Marimba"), Key("Plain")));
+}
+
+TEST(SameRingtone, IsMadeOfTheSameOrAsLargeWhereNothingIsKnown) {
+    LocalRingtone wanted{"Harp", "/x/harp.m4r", "m4r", 7, digestOf("harp")};
+    PhoneRingtone there;
+    there.size = 7;
+    EXPECT_TRUE(isSame(there, wanted));
+    EXPECT_FALSE(isMadeOf(there, wanted)) << "nothing is written down";
+    there.source = sourceText(digestOf("lyre"), 7);
+    EXPECT_FALSE(isSame(there, wanted)) << "another content, as large";
+    there.source = sourceText(digestOf("harp"), 7);
+    wanted.size = 0; // until it has been made
+    EXPECT_TRUE(isSame(there, wanted));
+    EXPECT_TRUE(isMadeOf(there, wanted));
+    there.size = 6;
+    EXPECT_FALSE(isSame(there, wanted)) << "it is not whole on the phone";
+    EXPECT_FALSE(isMadeOf(there, wanted));
 }
 
 TEST_F(Change, ARenamedRingtoneStaysAndIsNeitherAddedNorRemoved) {

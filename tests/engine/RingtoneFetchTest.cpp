@@ -89,6 +89,24 @@ TEST_F(RingtoneFetch, AFileOfAnotherLengthThanWasSaidIsNone) {
     EXPECT_THAT(names(), IsEmpty());
 }
 
+TEST_F(RingtoneFetch, NothingIsTakenBeyondTheLengthThatWasSaid) {
+    PhoneFiles files(device());
+    uint64_t taken = 0;
+    EXPECT_THROW(
+        readRingtone(files, ringtone(8), [&](std::string_view piece) { taken += piece.size(); }),
+        Failure);
+    EXPECT_LE(taken, 8U);
+}
+
+TEST_F(RingtoneFetch, AnotherContentOfTheSameLengthIsNotTakenForIt) {
+    ASSERT_EQ(fetch(ringtone(9)), Fetched::IsNew);
+    put({.catalogue = {}, .files = {{"ABCD.m4r", "THE SOUND"}}});
+    EXPECT_EQ(failureOf(ringtone(9)), FailureKind::NameTaken);
+    EXPECT_EQ(contents(), "the sound");
+    EXPECT_EQ(fetch(ringtone(9), {.replaces = true}), Fetched::IsNew);
+    EXPECT_EQ(contents(), "THE SOUND");
+}
+
 TEST_F(RingtoneFetch, WhatIsNoFileIsNotReplacedUnasked) {
     fs::create_symlink("nowhere", place());
     EXPECT_EQ(failureOf(ringtone(9)), FailureKind::NameTaken);
