@@ -83,6 +83,15 @@ TEST_F(ContentDigestsTest, AFileThatWasWrittenAMomentAgoIsNotRemembered) {
     EXPECT_TRUE(fs::exists(place_));
 }
 
+TEST_F(ContentDigestsTest, AFileThatIsWrittenWhileItIsReadIsNotRemembered) {
+    const fs::path path = make("a", "first");
+    ContentDigests(place_, [&] {
+        make("a", "and more");
+        return std::chrono::system_clock::now() + std::chrono::hours{1};
+    }).of(RegularFile(path, ""));
+    EXPECT_FALSE(fs::exists(place_));
+}
+
 TEST_F(ContentDigestsTest, ADamagedPlaceIsAnEmptyOne) {
     const fs::path path = make("a", "first");
     digestOf(path);
