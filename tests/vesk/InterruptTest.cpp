@@ -203,6 +203,34 @@ TEST_F(Interrupt, TwiceAtTheCatalogueSaysThatItMayBeIncomplete) {
     EXPECT_EQ(ringtoneFolder().size(), 2U);
 }
 
+TEST_F(Interrupt, WhileARepairIsWorkedOutNothingHasChanged) {
+    put(std::string(kFolder) + "/ABCD.m4r", "a sound that nothing lists");
+    const auto before = everything();
+    // Two opens read the catalogue; then what the phone holds is taken into the safe.
+    hold("Open#4");
+    VeskProcess rebuild({"rebuild"});
+    interruptAt(rebuild, isHeld);
+    const VeskResult result = rebuild.wait();
+    EXPECT_THAT(result, ExitsWith(ExitCode::Cancelled));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("cancelling after this step"),
+                                  HasSubstr("nothing was changed on the phone")));
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(Interrupt, WhileAPhoneIsPutRightItIsPutBack) {
+    put(std::string(kFolder) + "/ABCD.m4r", "a sound that nothing lists");
+    hold("Write#1");
+    VeskProcess rebuild({"rebuild"});
+    interruptAt(rebuild, isHeld);
+    const VeskResult result = rebuild.wait();
+    EXPECT_THAT(result, ExitsWith(ExitCode::Cancelled));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("cancelling after this step"),
+                                  HasSubstr("has been put back as it was before")));
+    EXPECT_EQ(contents(kCatalogue), oldCatalogue_);
+    EXPECT_THAT(ringtoneFolder(), UnorderedElementsAre("ABCD.m4r", "KDAQ.m4r"));
+    EXPECT_TRUE(phone().holdSyncLock()) << "the lock was not given back";
+}
+
 TEST_F(SlowSync, CtrlCBreaksAFileOff) {
     constexpr size_t kBytes = 2'000'000; // a minute and a half on this link
     makeFiles(1, kBytes);
