@@ -1,7 +1,7 @@
 # What an installation holds: the library with its resources beside it, the provider in the folder
 # below where it is looked for too, the programs that read tags, make ringtones and play them beside
-# it, the tool with the service that runs it, the window with its entry in menus, and what
-# applications include.
+# it, the tool with its manual pages, its completions and the service that runs it, the window with
+# its entry in menus, and what applications include.
 
 install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${KRL_RESOURCES}" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -24,6 +24,13 @@ if(TARGET vesk-desktop)
     install(FILES "${data}.svg"
             DESTINATION "${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps")
 endif()
+set(manual "${PROJECT_BINARY_DIR}/manual")
+install(DIRECTORY "${manual}/man1" DESTINATION "${CMAKE_INSTALL_MANDIR}")
+install(FILES "${manual}/bash/vesk"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
+install(FILES "${manual}/zsh/_vesk" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
+install(FILES "${manual}/fish/vesk.fish"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 # Where the tool stands is known when it is installed.
 install(CODE "
     set(VESK_PROGRAM \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vesk\")
