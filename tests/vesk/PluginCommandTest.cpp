@@ -188,6 +188,12 @@ TEST_F(PluginCommand, WorksFromAnInstallation) {
     std::ifstream unit(prefix / "lib/systemd/user/vesk-watch@.service");
     EXPECT_THAT(std::string(std::istreambuf_iterator<char>(unit), {}),
                 HasSubstr("ExecStart=\"" + (prefix / "bin/vesk").string() + "\" watch"));
+    for (const char* file :
+         {"share/man/man1/vesk.1", "share/man/man1/vesk-sync.1",
+          "share/bash-completion/completions/vesk", "share/zsh/site-functions/_vesk",
+          "share/fish/vendor_completions.d/vesk.fish"}) {
+        EXPECT_TRUE(std::filesystem::exists(prefix / file)) << file;
+    }
     const VeskResult inspect =
         VeskProcess({"inspect", KRL_SAMPLES "/bells.mp3"},
                     {.environment = {}, .program = (prefix / "bin/vesk").string()})
