@@ -42,7 +42,8 @@ int giveName(const fs::path& from, const fs::path& to, WholeFile::Existing exist
         if (result == 0 || (errno != EINVAL && errno != ENOSYS)) {
             return result == 0 ? 0 : errno;
         }
-        if (access(to.c_str(), F_OK) == 0) {
+        // A link that leads nowhere is there too.
+        if (faccessat(AT_FDCWD, to.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
             return EEXIST;
         }
     }
