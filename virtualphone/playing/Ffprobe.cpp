@@ -97,6 +97,9 @@ std::optional<std::string> readToTheEnd(int output) {
         if (got == 0) {
             return text;
         }
+        if (got < 0 && errno != EINTR) {
+            return std::nullopt;
+        }
         text.append(bytes, got > 0 ? static_cast<size_t>(got) : 0);
     }
 }
