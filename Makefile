@@ -1,6 +1,10 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
-.PHONY: demo window test torture bench check tidy clang hardening format asan tsan quick-asan quick-tsan valgrind fuzz
+.DEFAULT_GOAL := help
+.PHONY: help demo window test torture bench check tidy clang hardening format asan tsan quick-asan quick-tsan valgrind fuzz
+
+help: ## this list
+	@awk -F ': ## ' '/^[a-z -]+: ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
 
 build := build
 # Tests wait for phones and programs more than they compute.
@@ -11,41 +15,37 @@ install := @scripts/install-packages.sh
 # headers once for several sources, which takes a third of the time.
 fresh := $(if $(wildcard $(build)/debug/CMakeCache.txt),,-DBUILD_TESTING=OFF -DCMAKE_UNITY_BUILD=ON)
 
-demo:
+demo: ## a virtual phone and a whole sync before your eyes
 	$(install) demo
 	@cmake --preset debug $(fresh) >/dev/null
 	@cmake --build --preset debug --target vesk virtualphone KRLVesk
 	@scripts/demo.sh $(build)/debug
 
-# The window over a virtual phone, for a try.
-window:
+window: ## the window over a virtual phone
 	$(install) build
 	@cmake --preset debug $(fresh) >/dev/null
 	@cmake --build --preset debug --target vesk vesk-desktop vesk-prepare virtualphone KRLVesk
 	@scripts/window.sh $(build)/debug
 
-test:
+test: ## build everything and run all tests
 	$(install) tests
 	cmake --preset debug -DBUILD_TESTING=ON -DCMAKE_UNITY_BUILD=OFF
 	cmake --build --preset debug
 	ctest --preset debug -j$(jobs)
 
-# The whole suite under a sanitizer.
-asan tsan:
+asan tsan: ## the whole suite under a sanitizer
 	$(install) tests
 	cmake --preset $@
 	cmake --build --preset $@
 	ctest --preset $@ -j2
 
-# Its fast tests, and those about threads, under a sanitizer.
-quick-asan quick-tsan:
+quick-asan quick-tsan: ## fast tests, and those about threads, under a sanitizer
 	$(install) tests
 	cmake --preset $(@:quick-%=%)
 	cmake --build --preset $(@:quick-%=%) --target quick_tests
 	ctest --preset $(@:quick-%=%) -j2 -L 'fast|threads'
 
-# Its fast tests under valgrind's memcheck: some twenty minutes.
-valgrind:
+valgrind: ## fast tests under memcheck: some twenty minutes
 	$(install) tests valgrind
 	cmake --preset debug -DBUILD_TESTING=ON -DCMAKE_UNITY_BUILD=OFF
 	cmake --build --preset debug --target quick_tests
@@ -53,51 +53,47 @@ valgrind:
 
 # Every writing job, each of its requests met by each misfortune: some hours. A sample: make torture
 # SECONDS=120. The tenth part of all: make torture PART=1/10
-torture:
+torture: ## writing jobs met by every misfortune: hours, or SECONDS=120
 	$(install) tests
 	@cmake --preset release -DKRL_BENCH=OFF -DBUILD_TESTING=ON >/dev/null
 	@cmake --build --preset release --target torture
 	$(build)/release/torture/torture $(if $(SECONDS),--seconds $(SECONDS)) $(if $(PART),--part $(PART))
 
-bench:
+bench: ## speed beside peers that do the same work
 	$(install) bench
 	@cmake --preset release -DKRL_BENCH=ON >/dev/null
 	@cmake --build --preset release --target benchmarks
 	@scripts/bench.sh $(build)/release
 
 # What a machine can check without running anything: rooms, rules and their tests, format.
-check:
+check: ## rooms, rules and format
 	$(install) checks
 	scripts/check_rooms.py
 	scripts/check_contracts.py
 	scripts/format.sh --check
 
-# clang-tidy over the library.
-tidy:
+tidy: ## clang-tidy over the library
 	$(install) tests checks
 	@cmake --preset clang >/dev/null
 	scripts/tidy.sh $(build)/clang
 
-# Everything, built by Clang.
-clang:
+clang: ## everything, built by Clang
 	$(install) tests checks
 	cmake --preset clang
 	cmake --build --preset clang
 
-# What is released, built as it is released: its ELF headers.
-hardening:
+hardening: ## a release build, and its ELF headers
 	$(install) tests
 	cmake --preset release -DKRL_BENCH=OFF
 	cmake --build --preset release --target released
 	ctest --preset release -R '^abi[.]hardening_of_'
 
-# Short runs of the fuzz targets.
-fuzz:
+fuzz: ## short runs of the fuzz targets
 	$(install) fuzz
 	cmake --preset fuzz
 	cmake --build --preset fuzz --target fuzzers
 	scripts/fuzz.sh $(build)/fuzz
 
-format:
+format: ## format all sources
 	$(install) checks
 	@scripts/format.sh
