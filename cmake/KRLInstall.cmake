@@ -3,7 +3,28 @@
 # it, the tool with its manual pages, its completions and the service that runs it, the window with
 # its entry in menus, and what applications include.
 
-install(TARGETS KRLVesk KRLCoreFoundation LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+include(CMakePackageConfigHelpers)
+
+set_target_properties(krl_headers PROPERTIES EXPORT_NAME Headers)
+set_target_properties(KRLCoreFoundation PROPERTIES EXPORT_NAME CoreFoundation)
+install(TARGETS KRLVesk KRLCoreFoundation krl_headers EXPORT KRLVesk
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+        INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+
+# For those who build against it: find_package(KRLVesk), pkg-config krlvesk. Both may be moved as a
+# whole. Versions 0.x promise nothing from one to the next.
+set(package "${CMAKE_INSTALL_LIBDIR}/cmake/KRLVesk")
+install(EXPORT KRLVesk NAMESPACE KRLVesk:: FILE KRLVeskConfig.cmake DESTINATION "${package}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/KRLVeskConfigVersion.cmake"
+    COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/KRLVeskConfigVersion.cmake" DESTINATION "${package}")
+set(pkgconfig "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+    BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${pkgconfig}" OUTPUT_VARIABLE PREFIX_FROM_PKGCONFIG)
+configure_file("${PROJECT_SOURCE_DIR}/packaging/krlvesk.pc.in" "${PROJECT_BINARY_DIR}/krlvesk.pc"
+               @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/krlvesk.pc" DESTINATION "${pkgconfig}")
+
 install(DIRECTORY "${KRL_RESOURCES}" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 if(TARGET MobileDevice)
     install(TARGETS MobileDevice LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")

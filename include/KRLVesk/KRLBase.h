@@ -36,6 +36,10 @@
 #ifndef KRLVESK_KRLBASE_H
 #define KRLVESK_KRLBASE_H
 
+#if defined(__cplusplus) && __cplusplus < 202002L
+#error "KRLVesk needs C++20 (-std=c++20), or C"
+#endif
+
 #include <CoreFoundation/CoreFoundation.h>
 #include <stdbool.h>
 #include <stdint.h>
