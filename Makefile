@@ -1,7 +1,7 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
 .DEFAULT_GOAL := help
-.PHONY: help demo window test torture bench check tidy clang hardening format asan tsan quick-asan quick-tsan valgrind fuzz
+.PHONY: help demo window test torture bench check tidy clang hardening install uninstall format asan tsan quick-asan quick-tsan valgrind fuzz
 
 help: ## this list
 	@awk -F ': ## ' '/^[a-z -]+: ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
@@ -84,7 +84,7 @@ clang: ## everything, built by Clang
 
 hardening: ## a release build, and its ELF headers
 	$(install) tests
-	cmake --preset release -DKRL_BENCH=OFF
+	cmake --preset release -DKRL_BENCH=OFF -DBUILD_TESTING=ON
 	cmake --build --preset release --target released
 	ctest --preset release -R '^abi[.]hardening_of_'
 
@@ -93,6 +93,18 @@ fuzz: ## short runs of the fuzz targets
 	cmake --preset fuzz
 	cmake --build --preset fuzz --target fuzzers
 	scripts/fuzz.sh $(build)/fuzz
+
+# DESTDIR=ROOT puts all of it below another root, as packages want it.
+prefix := $(or $(PREFIX),/usr/local)
+
+install: ## a release into PREFIX, /usr/local unless given
+	$(install) build
+	cmake --preset release -DKRL_BENCH=OFF -DBUILD_TESTING=OFF
+	cmake --build --preset release --target released
+	cmake --install $(build)/release --prefix $(prefix)
+
+uninstall: ## what make install has put there
+	xargs -d '\n' -I FILE rm -f "$(DESTDIR)FILE" <$(build)/release/install_manifest.txt
 
 format: ## format all sources
 	$(install) checks
