@@ -123,9 +123,10 @@ public:
     void done(const PlannedChange& done) override {
         result_.added = done.change.added.size();
         result_.removed = done.change.removed.size();
+        result_.renamed = done.change.renamed.size();
         result_.putRight = done.repair == nullptr ? 0 : done.repair->ringtones.size();
         result_.changedAnything = done.change.plan.changesAnything;
-        result_.wasTooLateToCancel = *watch_.isCancelled;
+        result_.wasTooLateToCancel = result_.changedAnything && *watch_.isCancelled;
     }
 
 private:
@@ -134,9 +135,16 @@ private:
 };
 
 void requireFree(const PhoneState& state, const WantedChange& wanted) {
-    const std::set<std::string> going(wanted.removed.begin(), wanted.removed.end());
+    std::set<std::string> going(wanted.removed.begin(), wanted.removed.end());
     const Spellings spellings(state.ringtones);
     std::vector<std::string> taken;
+    for (const auto& [from, to] : wanted.renamed) {
+        const auto there = spellings.of(to);
+        if (there && *there != from && spellings.of(from)) {
+            taken.push_back(*there);
+        }
+        going.insert(from);
+    }
     for (const LocalRingtone& ringtone : wanted.added) {
         const auto there = spellings.of(ringtone.name);
         if (there && !going.contains(*there)) {
@@ -146,6 +154,16 @@ void requireFree(const PhoneState& state, const WantedChange& wanted) {
     if (!taken.empty()) {
         throw Failure(FailureKind::NameTaken,
                       fmt::format("{} already has {}", state.facts.label(), quotedList(taken)));
+    }
+}
+
+void rename(KRTRingtoneManager& tones, const PhoneState& state,
+            const std::vector<std::pair<std::string, std::string>>& renamed) {
+    const std::set<std::string> there = namesOf(state.ringtones);
+    for (const auto& [from, to] : renamed) {
+        if (there.contains(from)) {
+            renameRingtone(tones, from, to);
+        }
     }
 }
 
@@ -220,6 +238,7 @@ ChangeDone changePhone(const std::string& udid, const WantedChange& wanted,
     ChangeJob job(phone, {.rebuilds = wanted.rebuilds}, "sync", watcher);
     job.run([&](const PhoneState& state) {
         requireFree(state, wanted);
+        rename(phone.tones(), state, wanted.renamed);
         removeRingtones(phone.tones(), stillThere(state, wanted.removed));
         addRingtones(phone.tones(), wanted.added);
     });

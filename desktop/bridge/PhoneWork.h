@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace krl::desktop {
@@ -41,13 +42,17 @@ PhoneReading readPhone(const std::string& udid);
 struct WantedChange {
     std::vector<engine::LocalRingtone> added;
     std::vector<std::string> removed; ///< names; one that is gone already is no failure
-    bool rebuilds = false;            ///< what the catalogue does not list is listed again
+
+    /// Names and those that they are to have, which no ringtone has; nor is one that is gone a failure.
+    std::vector<std::pair<std::string, std::string>> renamed;
+    bool rebuilds = false; ///< what the catalogue does not list is listed again
 };
 
 /// What was done.
 struct ChangeDone {
     size_t added = 0;
     size_t removed = 0;
+    size_t renamed = 0;
     size_t putRight = 0; ///< ringtones that a sync would have lost as they lay there
     bool changedAnything = false;
     bool wasTooLateToCancel = false;

@@ -20,6 +20,7 @@ const char* styleOf(Mark mark) {
     case Mark::Preparing:
         return "plain";
     case Mark::New:
+    case Mark::Renamed:
         return "accent";
     case Mark::Removed:
         return "dim-label";

@@ -29,11 +29,12 @@ std::string orderOf(const std::string& name) {
     return order;
 }
 
-std::vector<Row> sorted(std::vector<Row> rows) {
+/// @param names  by which the rows are sorted
+std::vector<Row> sorted(std::vector<Row> rows, const std::vector<std::string>& names) {
     std::vector<std::tuple<std::string, std::string, size_t>> order;
     order.reserve(rows.size());
     for (const Row& row : rows) {
-        order.emplace_back(orderOf(row.name), row.key, order.size());
+        order.emplace_back(orderOf(names[order.size()]), row.key, order.size());
     }
     std::sort(order.begin(), order.end());
     std::vector<Row> result;
@@ -42,6 +43,15 @@ std::vector<Row> sorted(std::vector<Row> rows) {
         result.push_back(std::move(rows[index]));
     }
     return result;
+}
+
+bool isUsableName(const std::string& name) {
+    try {
+        engine::requireUsableName(name);
+        return true;
+    } catch (const engine::Failure&) {
+        return false;
+    }
 }
 
 template <typename... Functions>
@@ -54,8 +64,25 @@ Cases(Functions...) -> Cases<Functions...>;
 
 } // namespace
 
+std::string tidiedName(const std::string& typed) {
+    constexpr const char* kSpace = " \t\r\n";
+    const size_t first = typed.find_first_not_of(kSpace);
+    return first == std::string::npos
+               ? std::string()
+               : engine::composed(typed.substr(first, typed.find_last_not_of(kSpace) - first + 1));
+}
+
 void PhoneBook::take(PhoneReading reading) {
     reading_ = std::move(reading);
+    dropTakenNames();
+}
+
+/// Names that others have given to ringtones meanwhile cannot be given any more.
+void PhoneBook::dropTakenNames() {
+    std::erase_if(renamed_, [&](const auto& names) {
+        return !removed_.contains(names.first) &&
+               problemOnPhone(kPhoneKey + names.first, names.second) != NameProblem::None;
+    });
 }
 
 void PhoneBook::dropFulfilled() {
@@ -65,9 +92,10 @@ void PhoneBook::dropFulfilled() {
     rememberLengths();
     const auto there = engine::namesAndSizes(reading_->ringtones);
     std::erase_if(removed_, [&](const std::string& name) { return !there.contains(name); });
+    std::erase_if(renamed_, [&](const auto& names) { return !there.contains(names.first); });
     std::erase_if(songs_, [&](const auto& entry) {
         const Song& song = entry.second;
-        const auto found = there.find(song.name);
+        const auto found = there.find(song.nameNow());
         return song.isForgotten || (song.mark == Mark::New && found != there.end() &&
                                     found->second == song.size && !removed_.contains(song.name));
     });
@@ -78,14 +106,32 @@ void PhoneBook::carriedOut(const WantedChange& done) {
     for (const std::string& name : done.removed) {
         removed_.erase(name);
     }
+    for (const auto& [from, to] : done.renamed) {
+        carriedOutRenaming(from, to);
+    }
     std::set<std::pair<std::string, std::string>> sent;
     for (const engine::LocalRingtone& ringtone : done.added) {
         sent.emplace(ringtone.path, ringtone.name);
     }
     std::erase_if(songs_, [&](const auto& entry) {
         const auto& ringtone = entry.second.ringtone;
-        return ringtone && sent.contains({ringtone->path, ringtone->name});
+        return ringtone && sent.contains({ringtone->path, entry.second.nameNow()});
     });
+}
+
+/// What was done about the ringtone meanwhile is about its new name.
+void PhoneBook::carriedOutRenaming(const std::string& from, const std::string& to) {
+    const auto node = renamed_.extract(from);
+    if (!node.empty() && node.mapped() != to) {
+        renamed_[to] = node.mapped();
+    }
+    if (removed_.erase(from) > 0) {
+        removed_.insert(to);
+    }
+    for (auto length = seconds_.lower_bound({from, 0});
+         length != seconds_.end() && length->first.first == from; ++length) {
+        seconds_[{to, length->first.second}] = length->second;
+    }
 }
 
 uint64_t PhoneBook::add(const std::filesystem::path& song) {
@@ -128,6 +174,7 @@ void PhoneBook::bringBack(const std::vector<std::string>& keys) {
     for (const std::string& key : keys) {
         if (key.front() == kPhoneKey) {
             removed_.erase(key.substr(1));
+            dropTakenNames();
         } else if (const auto song = songs_.find(numberIn(key)); song != songs_.end()) {
             song->second.isForgotten = false;
         }
@@ -137,33 +184,128 @@ void PhoneBook::bringBack(const std::vector<std::string>& keys) {
 void PhoneBook::rememberLengths() {
     for (const auto& [number, song] : songs_) {
         if (song.seconds) {
-            seconds_[{song.name, song.size}] = *song.seconds;
+            seconds_[{song.nameNow(), song.size}] = *song.seconds;
         }
     }
 }
 
+bool PhoneBook::isRemoved(const engine::PhoneRingtone& ringtone) const {
+    return removed_.contains(ringtone.name);
+}
+
+const std::string& PhoneBook::nameAfter(const engine::PhoneRingtone& ringtone) const {
+    const auto given = renamed_.find(ringtone.name);
+    return given == renamed_.end() ? ringtone.name : given->second;
+}
+
+/// What stands against a name among the ringtones of the phone. One of them is renamed before any is
+/// removed, and so cannot have the name of one that goes.
+NameProblem PhoneBook::problemOnPhone(const std::string& key, const std::string& name) const {
+    if (!reading_) {
+        return NameProblem::None;
+    }
+    NameProblem problem = NameProblem::None;
+    for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
+        if (kPhoneKey + ringtone.name == key) {
+            continue;
+        }
+        if (!isRemoved(ringtone) && engine::composed(nameAfter(ringtone)) == name) {
+            return NameProblem::Taken;
+        }
+        if (key.front() == kPhoneKey && engine::composed(ringtone.name) == name) {
+            problem = NameProblem::TakenUntilSync;
+        }
+    }
+    return problem;
+}
+
+NameProblem PhoneBook::nameProblem(const std::string& key, const std::string& typed) const {
+    const std::string name = tidiedName(typed);
+    if (name.empty()) {
+        return NameProblem::Empty;
+    }
+    if (!isUsableName(name)) {
+        return NameProblem::Unusable;
+    }
+    for (const uint64_t number : going()) {
+        if (kSongKey + std::to_string(number) != key &&
+            engine::composed(songs_.at(number).nameNow()) == name) {
+            return NameProblem::Taken;
+        }
+    }
+    return problemOnPhone(key, name);
+}
+
+void PhoneBook::rename(const std::string& key, const std::string& typed) {
+    const std::string name = tidiedName(typed);
+    const auto isOwn = [&](const std::string& own) {
+        return typed == own || name == engine::composed(own);
+    };
+    if (key.front() == kPhoneKey) {
+        const std::string own = key.substr(1);
+        if (isOwn(own)) {
+            renamed_.erase(own);
+        } else {
+            renamed_[own] = name;
+        }
+    } else if (const auto song = songs_.find(numberIn(key)); song != songs_.end()) {
+        song->second.givenName = isOwn(song->second.name) ? std::string() : name;
+    }
+}
+
+std::string PhoneBook::nameOf(const std::string& key) const {
+    if (key.front() == kPhoneKey) {
+        const auto given = renamed_.find(key.substr(1));
+        return given == renamed_.end() ? key.substr(1) : given->second;
+    }
+    const auto song = songs_.find(numberIn(key));
+    return song == songs_.end() ? std::string() : song->second.nameNow();
+}
+
+bool PhoneBook::canRename(const Row& row) {
+    switch (row.mark) {
+    case Mark::OnPhone:
+    case Mark::Renamed:
+    case Mark::New:
+    case Mark::NameTaken:
+        return true;
+    case Mark::Removed:
+    case Mark::Checking:
+    case Mark::Preparing:
+    case Mark::Unusable:
+        return false;
+    }
+    return false;
+}
+
 Row PhoneBook::rowOf(const engine::PhoneRingtone& ringtone) const {
     const auto seconds = seconds_.find({ringtone.name, ringtone.size});
-    return {.key = kPhoneKey + ringtone.name,
+    Row row{.key = kPhoneKey + ringtone.name,
             .name = ringtone.name,
             .size = ringtone.size,
-            .seconds = seconds == seconds_.end() ? std::nullopt : std::optional(seconds->second),
-            .mark = removed_.contains(ringtone.name) ? Mark::Removed : Mark::OnPhone};
+            .seconds = seconds == seconds_.end() ? std::nullopt : std::optional(seconds->second)};
+    if (isRemoved(ringtone)) {
+        row.mark = Mark::Removed;
+    } else if (renamed_.contains(ringtone.name)) {
+        row.mark = Mark::Renamed;
+        row.name = nameAfter(ringtone);
+        row.formerName = ringtone.name;
+    }
+    return row;
 }
 
 std::set<uint64_t> PhoneBook::going() const {
     std::set<std::string> taken; // in normal form C: names that look alike are one
     if (reading_) {
         for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
-            if (!removed_.contains(ringtone.name)) {
-                taken.insert(engine::composed(ringtone.name));
+            if (!isRemoved(ringtone)) {
+                taken.insert(engine::composed(nameAfter(ringtone)));
             }
         }
     }
     std::set<uint64_t> result;
     for (const auto& [number, song] : songs_) {
-        if (song.mark == Mark::New && !song.isForgotten &&
-            taken.insert(engine::composed(song.name)).second) {
+        if (song.isReady() && taken.insert(engine::composed(song.nameNow())).second) {
             result.insert(number);
         }
     }
@@ -173,7 +315,7 @@ std::set<uint64_t> PhoneBook::going() const {
 Row PhoneBook::rowOf(uint64_t number, const Song& song, const std::set<uint64_t>& going) const {
     const bool isHeldBack = song.mark == Mark::New && !going.contains(number);
     return {.key = kSongKey + std::to_string(number),
-            .name = song.name,
+            .name = song.nameNow(),
             .size = song.size,
             .seconds = song.seconds,
             .mark = isHeldBack ? Mark::NameTaken : song.mark,
@@ -182,18 +324,21 @@ Row PhoneBook::rowOf(uint64_t number, const Song& song, const std::set<uint64_t>
 
 std::vector<Row> PhoneBook::rows() const {
     std::vector<Row> result;
+    std::vector<std::string> order;
     if (reading_) {
         for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
             result.push_back(rowOf(ringtone));
+            order.push_back(ringtone.name);
         }
     }
     const std::set<uint64_t> goingSongs = going();
     for (const auto& [number, song] : songs_) {
         if (!song.isForgotten) {
             result.push_back(rowOf(number, song, goingSongs));
+            order.push_back(song.name);
         }
     }
-    return sorted(std::move(result));
+    return sorted(std::move(result), order);
 }
 
 bool PhoneBook::isEmpty() const {
@@ -214,9 +359,11 @@ EditSum PhoneBook::sum() const {
     }
     if (reading_) {
         for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
-            if (removed_.contains(ringtone.name)) {
+            if (isRemoved(ringtone)) {
                 ++sum.removed;
                 sum.removedBytes += ringtone.size;
+            } else if (renamed_.contains(ringtone.name)) {
+                ++sum.renamed;
             }
         }
     }
@@ -226,16 +373,20 @@ EditSum PhoneBook::sum() const {
 WantedChange PhoneBook::wanted() const {
     WantedChange result;
     for (const uint64_t number : going()) {
-        result.added.push_back(*songs_.at(number).ringtone);
+        const Song& song = songs_.at(number);
+        result.added.push_back(*song.ringtone);
+        result.added.back().name = song.nameNow();
     }
     result.removed.assign(removed_.begin(), removed_.end());
+    std::copy_if(renamed_.begin(), renamed_.end(), std::back_inserter(result.renamed),
+                 [&](const auto& names) { return !removed_.contains(names.first); });
     return result;
 }
 
 bool PhoneBook::hasEdits() const {
-    return !removed_.empty() || std::any_of(songs_.begin(), songs_.end(), [](const auto& entry) {
-        return !entry.second.isForgotten;
-    });
+    return !removed_.empty() || !renamed_.empty() ||
+           std::any_of(songs_.begin(), songs_.end(),
+                       [](const auto& entry) { return !entry.second.isForgotten; });
 }
 
 bool PhoneBook::fits() const {

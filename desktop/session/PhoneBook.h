@@ -18,6 +18,7 @@ namespace krl::desktop {
 enum class Mark {
     OnPhone,
     Removed,   ///< on the phone until the next sync
+    Renamed,   ///< has another name on the phone until then
     Checking,  ///< a song that is being looked at
     Preparing, ///< a ringtone is being made of it
     New,       ///< goes to the phone with the next sync
@@ -31,7 +32,8 @@ struct Row {
     uint64_t size = 0;
     std::optional<double> seconds;
     Mark mark = Mark::OnPhone;
-    std::string reason = {}; ///< of an unusable one
+    std::string reason = {};     ///< of an unusable one
+    std::string formerName = {}; ///< of a renamed one: what the phone calls it
 
     friend bool operator==(const Row&, const Row&) = default;
 };
@@ -42,10 +44,23 @@ struct EditSum {
     uint64_t addedBytes = 0;
     size_t removed = 0;
     uint64_t removedBytes = 0;
+    size_t renamed = 0;
     size_t underWay = 0; ///< songs that are not ready yet
 
-    size_t changes() const { return added + removed; }
+    size_t changes() const { return added + removed + renamed; }
 };
+
+/// Why a ringtone cannot have a name.
+enum class NameProblem {
+    None,
+    Empty,
+    Unusable,      ///< the phone's catalogue cannot hold it
+    Taken,         ///< another ringtone has it
+    TakenUntilSync ///< the phone has one of this name, which the next sync removes or renames
+};
+
+/// A name as it is kept: without space around it, in normal form C.
+std::string tidiedName(const std::string& typed);
 
 /// One phone's ringtones as they were read, and what a person wants changed about them. Keeps the
 /// edits while the phone is away.
@@ -74,10 +89,23 @@ public:
     /// Takes that back.
     void bringBack(const std::vector<std::string>& keys);
 
+    /// What stands against giving a row this name.
+    NameProblem nameProblem(const std::string& key, const std::string& typed) const;
+
+    /// Gives a row a name against which nothing stands. The name that it has on the phone takes an
+    /// earlier one back.
+    void rename(const std::string& key, const std::string& typed);
+
+    /// What a row shows as its name; empty when there is no such row.
+    std::string nameOf(const std::string& key) const;
+
+    /// Whether a row can be given another name.
+    static bool canRename(const Row& row);
+
     /// Whether a row shows something that can be taken back by itself.
     static bool isRemoved(const Row& row) { return row.mark == Mark::Removed; }
 
-    /// Sorted by name.
+    /// Sorted by name; what is renamed stays in its place until the sync.
     std::vector<Row> rows() const;
 
     /// Whether there are no rows.
@@ -95,16 +123,27 @@ public:
 private:
     struct Song {
         std::string name;
+        std::string givenName = {}; ///< by the person; empty: its own
         uint64_t size = 0;
         std::optional<double> seconds = {};
         Mark mark = Mark::Checking; ///< never NameTaken: that depends on the others
         std::string reason = {};
         std::optional<engine::LocalRingtone> ringtone = {};
         bool isForgotten = false;
+
+        bool isReady() const { return mark == Mark::New && !isForgotten; }
+
+        const std::string& nameNow() const { return givenName.empty() ? name : givenName; }
     };
 
     /// Numbers of the songs that go to the phone: ready, and of a name that nobody else has.
     std::set<uint64_t> going() const;
+    /// The name that a ringtone of the phone has after the next sync.
+    const std::string& nameAfter(const engine::PhoneRingtone& ringtone) const;
+    NameProblem problemOnPhone(const std::string& key, const std::string& name) const;
+    bool isRemoved(const engine::PhoneRingtone& ringtone) const;
+    void dropTakenNames();
+    void carriedOutRenaming(const std::string& from, const std::string& to);
     void rememberLengths();
     Row rowOf(const engine::PhoneRingtone& ringtone) const;
     Row rowOf(uint64_t number, const Song& song, const std::set<uint64_t>& going) const;
@@ -113,8 +152,9 @@ private:
     std::map<uint64_t, Song> songs_; ///< by their numbers, in the order in which they were added
     uint64_t lastSong_ = 0;
     std::map<std::pair<std::string, uint64_t>, double>
-        seconds_;                   ///< of songs sent, by name and size
-    std::set<std::string> removed_; ///< names
+        seconds_;                                ///< of songs sent, by name and size
+    std::set<std::string> removed_;              ///< names
+    std::map<std::string, std::string> renamed_; ///< names on the phone, to new ones
 };
 
 } // namespace krl::desktop

@@ -166,7 +166,7 @@ void Session::read(const std::string& key, bool afterWork) {
                                        readOne.failure.reset();
                                        readOne.book.take(*reading);
                                        if (afterWork) {
-                                           readOne.removals.clear();
+                                           readOne.edits.forget();
                                            readOne.book.dropFulfilled();
                                        }
                                    } else if (readOne.device) {
@@ -407,28 +407,47 @@ void Session::remove(const std::vector<std::string>& keys) {
         name = row.key == keys.front() ? row.name : name;
     }
     target->book.remove(keys);
-    target->removals.push_back(keys);
+    toastEdit(keys.size() == 1
+                  ? fmt::format(fmt::runtime(_("“{}” removed")), name)
+                  : fmt::format(fmt::runtime(ngettext_("{} ringtone removed",
+                                                       "{} ringtones removed", keys.size())),
+                                keys.size()),
+              [keys](PhoneBook& book) { book.bringBack(keys); });
+}
+
+void Session::rename(const std::string& key, const std::string& name) {
+    Phone* const target = currentPhone();
+    if (target == nullptr || target->book.nameProblem(key, name) != NameProblem::None) {
+        return;
+    }
+    const std::string before = target->book.nameOf(key);
+    target->book.rename(key, name);
+    const std::string now = target->book.nameOf(key);
+    if (now == before) {
+        return;
+    }
+    toastEdit(fmt::format(fmt::runtime(_("“{}” is called “{}” now")), before, now),
+              [key, before](PhoneBook& book) {
+                  if (book.nameProblem(key, before) == NameProblem::None) {
+                      book.rename(key, before);
+                  }
+              });
+}
+
+void Session::toastEdit(std::string text, EditHistory::TakeBack takeBack) {
+    const uint64_t number = currentPhone()->edits.add(std::move(takeBack));
     changed();
-    onToast({.text = keys.size() == 1
-                         ? fmt::format(fmt::runtime(_("“{}” removed")), name)
-                         : fmt::format(fmt::runtime(ngettext_("{} ringtone removed",
-                                                              "{} ringtones removed", keys.size())),
-                                       keys.size()),
-             .undo = _("Undo"),
-             .onUndo = [this, key = current_, keys] {
+    onToast({.text = std::move(text), .undo = _("Undo"), .onUndo = [this, key = current_, number] {
                  Phone& edited = *phone(key);
-                 edited.book.bringBack(keys);
-                 std::erase(edited.removals, keys);
+                 edited.edits.takeBack(number, edited.book);
                  changed();
              }});
 }
 
 void Session::undoEdit() {
-    Phone* const target = currentPhone();
-    if (target != nullptr && !target->removals.empty()) {
-        const std::vector<std::string> keys = target->removals.back();
-        target->removals.pop_back();
-        bringBack(keys);
+    if (Phone* const target = currentPhone()) {
+        target->edits.takeLastBack(target->book);
+        changed();
     }
 }
 

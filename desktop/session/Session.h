@@ -1,6 +1,7 @@
 #pragma once
 
 #include "desktop/bridge/PhoneDesk.h"
+#include "desktop/session/EditHistory.h"
 #include "desktop/session/PhoneBook.h"
 #include "desktop/session/Words.h"
 
@@ -103,7 +104,10 @@ public:
     void remove(const std::vector<std::string>& keys);
     void bringBack(const std::vector<std::string>& keys);
 
-    /// Takes the last removal back that has not been.
+    /// Gives a row another name, unless something stands against it.
+    void rename(const std::string& key, const std::string& name);
+
+    /// Takes the last removal or renaming back that has not been.
     void undoEdit();
 
     void sync();
@@ -124,8 +128,8 @@ private:
         std::optional<engine::Failure> failure = {}; ///< it cannot be used
         engine::Findings findings = {};
         std::optional<Message> message = {};
-        std::optional<WorkWatch> work = {};                  ///< under way
-        std::vector<std::vector<std::string>> removals = {}; ///< keys, the last at the end
+        std::optional<WorkWatch> work = {}; ///< under way
+        EditHistory edits = {};
     };
 
     Phone* phone(const std::string& key);
@@ -154,6 +158,9 @@ private:
     void toast(std::string text) { onToast({std::move(text), {}}); }
 
     void toastWithUndo(const std::string& key, std::string text);
+
+    /// Says what was edited of the current phone, with a button that takes it back.
+    void toastEdit(std::string text, EditHistory::TakeBack takeBack);
 
     void changed() { onChanged(); }
 

@@ -171,6 +171,8 @@ std::string markText(Mark mark) {
         return {};
     case Mark::Removed:
         return _("Removed");
+    case Mark::Renamed:
+        return _("Renamed");
     case Mark::Checking:
         return _("Checking");
     case Mark::Preparing:
@@ -192,6 +194,8 @@ std::string rowText(const Row& row) {
         return sizeAndLength(row);
     case Mark::Removed:
         return _("Goes with the next sync");
+    case Mark::Renamed:
+        return filled(_("Was “{}”"), row.formerName) + " · " + sizeAndLength(row);
     case Mark::Checking:
         return _("Looking at the file…");
     case Mark::Preparing:
@@ -200,6 +204,22 @@ std::string rowText(const Row& row) {
         return _("There is a ringtone of this name already");
     case Mark::Unusable:
         return capitalised(row.reason);
+    }
+    return {};
+}
+
+std::string nameProblemText(NameProblem problem) {
+    switch (problem) {
+    case NameProblem::None:
+        return {};
+    case NameProblem::Empty:
+        return _("A ringtone needs a name");
+    case NameProblem::Unusable:
+        return _("The phone cannot hold this name");
+    case NameProblem::Taken:
+        return _("There is a ringtone of this name already");
+    case NameProblem::TakenUntilSync:
+        return _("This name is free after the next sync");
     }
     return {};
 }
@@ -213,6 +233,10 @@ std::string sumText(const EditSum& sum) {
     if (sum.removed > 0) {
         parts.push_back(
             filled(ngettext_("{} to be removed", "{} to be removed", sum.removed), sum.removed));
+    }
+    if (sum.renamed > 0) {
+        parts.push_back(
+            filled(ngettext_("{} to be renamed", "{} to be renamed", sum.renamed), sum.renamed));
     }
     if (sum.underWay > 0) {
         parts.push_back(filled(ngettext_("{} being prepared", "{} being prepared", sum.underWay),
@@ -255,6 +279,9 @@ std::string doneText(const ChangeDone& done) {
     }
     if (done.removed > 0) {
         parts.push_back(filled(ngettext_("{} removed", "{} removed", done.removed), done.removed));
+    }
+    if (done.renamed > 0) {
+        parts.push_back(filled(ngettext_("{} renamed", "{} renamed", done.renamed), done.renamed));
     }
     if (done.putRight > 0) {
         parts.push_back(

@@ -31,6 +31,9 @@ std::string rowText(const Row& row);
 /// "New", "Removed"; empty for what is simply there.
 std::string markText(Mark mark);
 
+/// Why a name cannot be given; empty when nothing stands against it.
+std::string nameProblemText(NameProblem problem);
+
 /// "2 new (10.9 KiB), 1 to be removed".
 std::string sumText(const EditSum& sum);
 

@@ -4,6 +4,7 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 using testing::SizeIs;
 
 namespace krl::desktop {
@@ -175,6 +176,119 @@ TEST_F(PhoneBooks, SayWhetherTheEditsFit) {
     EXPECT_TRUE(book.fits());
     addReady("Horn", 1);
     EXPECT_FALSE(book.fits());
+}
+
+TEST_F(PhoneBooks, RenameUntilTheOldNameIsTypedAgain) {
+    book.take(holding({{"Harp", 500}}));
+    const std::string key = keyOf("Harp");
+    book.rename(key, "  Harfe ");
+    EXPECT_THAT(marks(), ElementsAre(Mark::Renamed));
+    EXPECT_EQ(book.rows().front().name, "Harfe");
+    EXPECT_EQ(book.rows().front().formerName, "Harp");
+    EXPECT_EQ(book.rows().front().key, key);
+    EXPECT_EQ(book.sum().changes(), 1U);
+    EXPECT_THAT(book.wanted().renamed, ElementsAre(Pair("Harp", "Harfe")));
+    EXPECT_TRUE(book.hasEdits());
+    book.rename(key, "Harp");
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone));
+    EXPECT_FALSE(book.hasEdits());
+}
+
+TEST_F(PhoneBooks, KeepNamesComposed) {
+    book.take(holding({{"Cafe\u0301", 1}, {"Horn", 2}}));
+    EXPECT_EQ(book.nameProblem(keyOf("Horn"), "Caf\u00e9"), NameProblem::Taken);
+    book.rename(keyOf("Cafe\u0301"), "Caf\u00e9");
+    EXPECT_FALSE(book.hasEdits()) << "it looks the same";
+    book.rename(keyOf("Horn"), "A\u0308");
+    EXPECT_THAT(book.wanted().renamed, ElementsAre(Pair("Horn", "\u00c4")));
+}
+
+TEST_F(PhoneBooks, LeaveWhatIsRenamedInItsPlace) {
+    book.take(holding({{"Bells", 1}, {"Harp", 1}, {"Horn", 1}}));
+    book.rename(keyOf("Bells"), "Zither");
+    EXPECT_EQ(book.rows().front().name, "Zither");
+}
+
+TEST_F(PhoneBooks, GiveNoNameThatAnotherHas) {
+    book.take(holding({{"Harp", 1}, {"Horn", 1}, {"Bells", 1}}));
+    addReady("Sunrise", 1);
+    const std::string harp = keyOf("Harp");
+    EXPECT_EQ(book.nameProblem(harp, " "), NameProblem::Empty);
+    EXPECT_EQ(book.nameProblem(harp, "a\x1b"), NameProblem::Unusable);
+    EXPECT_EQ(book.nameProblem(harp, "Harp"), NameProblem::None);
+    EXPECT_EQ(book.nameProblem(harp, "Horn"), NameProblem::Taken);
+    EXPECT_EQ(book.nameProblem(harp, "Sunrise"), NameProblem::Taken);
+    EXPECT_EQ(book.nameProblem(keyOf("Sunrise"), "Harp"), NameProblem::Taken);
+    book.remove({keyOf("Horn")});
+    EXPECT_EQ(book.nameProblem(harp, "Horn"), NameProblem::TakenUntilSync);
+    EXPECT_EQ(book.nameProblem(keyOf("Sunrise"), "Horn"), NameProblem::None);
+    book.rename(keyOf("Bells"), "Glocken");
+    EXPECT_EQ(book.nameProblem(harp, "Bells"), NameProblem::TakenUntilSync);
+    EXPECT_EQ(book.nameProblem(harp, "Glocken"), NameProblem::Taken);
+    EXPECT_EQ(book.nameProblem(harp, "Harfe"), NameProblem::None);
+}
+
+TEST_F(PhoneBooks, NameSongs) {
+    book.take(holding({{"Harp", 1}}));
+    addReady("Harp", 600);
+    const std::string key = book.rows()[1].key;
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::NameTaken));
+    book.rename(key, "Harfe");
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::New));
+    EXPECT_EQ(book.nameOf(key), "Harfe");
+    ASSERT_THAT(book.wanted().added, SizeIs(1));
+    EXPECT_EQ(book.wanted().added.front().name, "Harfe");
+    EXPECT_EQ(book.wanted().added.front().path, "/songs/Harp.m4r");
+    book.carriedOut(book.wanted());
+    EXPECT_FALSE(book.hasEdits());
+}
+
+TEST_F(PhoneBooks, LetASongHaveTheOldNameOfAnother) {
+    book.take(holding({{"Harp", 1}}));
+    addReady("Harp", 600);
+    book.rename(keyOf("Harp"), "Old Harp");
+    EXPECT_THAT(marks(), ElementsAre(Mark::Renamed, Mark::New));
+    EXPECT_THAT(book.wanted().added, SizeIs(1));
+}
+
+TEST_F(PhoneBooks, RenameNothingThatIsRemoved) {
+    book.take(holding({{"Harp", 1}, {"Horn", 1}}));
+    const std::string harp = keyOf("Harp");
+    book.rename(harp, "Harfe");
+    book.remove({harp});
+    EXPECT_THAT(marks(), ElementsAre(Mark::Removed, Mark::OnPhone));
+    EXPECT_EQ(book.rows().front().name, "Harp");
+    EXPECT_THAT(book.wanted().renamed, IsEmpty());
+    book.bringBack({harp});
+    EXPECT_THAT(book.wanted().renamed, SizeIs(1)) << "it still has its new name";
+    book.remove({harp});
+    book.rename(keyOf("Horn"), "Harfe");
+    book.bringBack({harp});
+    EXPECT_THAT(book.wanted().renamed, ElementsAre(Pair("Horn", "Harfe")));
+}
+
+TEST_F(PhoneBooks, DropNamesThatAreGivenOnThePhoneMeanwhile) {
+    book.take(holding({{"Harp", 1}, {"Horn", 1}}));
+    book.rename(keyOf("Harp"), "Harfe");
+    book.rename(keyOf("Horn"), "Hupe");
+    book.take(holding({{"Harfe", 1}, {"Horn", 1}, {"Hupe", 7}}));
+    book.dropFulfilled();
+    EXPECT_FALSE(book.hasEdits());
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::OnPhone, Mark::OnPhone));
+}
+
+TEST_F(PhoneBooks, KeepWhatIsEditedWhileANameIsGiven) {
+    addReady("Harp", 500);
+    book.take(holding({{"Harp", 500}}));
+    book.dropFulfilled();
+    book.rename(keyOf("Harp"), "Harfe");
+    const WantedChange wanted = book.wanted();
+    book.rename(keyOf("Harfe"), "Laute");
+    book.carriedOut(wanted);
+    book.take(holding({{"Harfe", 500}}));
+    book.dropFulfilled();
+    EXPECT_THAT(book.wanted().renamed, ElementsAre(Pair("Harfe", "Laute")));
+    EXPECT_EQ(book.rows().front().seconds, 30.0) << "it is as long as it was";
 }
 
 } // namespace krl::desktop

@@ -8,11 +8,13 @@ TEST(Words, SumTheEditsUp) {
     EXPECT_EQ(sumText({}), "");
     EXPECT_EQ(sumText({.added = 2, .addedBytes = 2048, .removed = 1, .underWay = 3}),
               "2 new (2.0 KiB), 1 to be removed, 3 being prepared");
+    EXPECT_EQ(sumText({.renamed = 2}), "2 to be renamed");
 }
 
 TEST(Words, SayWhatASyncHasDone) {
     EXPECT_EQ(doneText({.added = 1}), "1 ringtone added");
     EXPECT_EQ(doneText({.added = 2, .removed = 1}), "2 ringtones added, 1 removed");
+    EXPECT_EQ(doneText({.removed = 1, .renamed = 2}), "1 removed, 2 renamed");
     EXPECT_EQ(doneText({}), "Everything is on the phone already");
 }
 
