@@ -33,7 +33,6 @@ public:
 private:
     GtkFilterListModel* newFilter();
     GtkListItemFactory* newFactory();
-    void search(const char* text);
 
     Session& session_;
     RowStore store_;

@@ -3,9 +3,11 @@
 #include "desktop/pages/Resources.h"
 #include "desktop/session/Translation.h"
 #include "desktop/session/Words.h"
+#include "desktop/toolkit/Keys.h"
 #include "desktop/toolkit/Signals.h"
 
 #include <fmt/format.h>
+#include <gdk/gdkkeysyms.h>
 
 namespace krl::desktop {
 namespace {
@@ -44,8 +46,16 @@ RowView& RowView::of(GtkListItem* item) {
 
 RowView::RowView(GtkListItem* item, Session& session)
     : item_(item), session_(session),
-      builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("row.ui")))) {
+      builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("row.ui")))),
+      name_(widget<GtkLabel>("name"), widget<GtkEntry>("name-entry"), session) {
     gtk_list_item_set_child(item_, widget<GtkWidget>("row"));
+    name_.onChanged = [this] { update(); };
+    name_.onEnded = [this] {
+        update();
+        gtk_widget_grab_focus(widget<GtkWidget>("rename"));
+    };
+    on(widget<GtkButton>("rename"), "clicked", [this] { name_.toggle(); });
+    onKey(widget<GtkWidget>("row"), GDK_KEY_F2, [this] { name_.begin(); });
     on(widget<GtkButton>("button"), "clicked", [this] { press(); });
 }
 
@@ -57,6 +67,7 @@ void RowView::bind() {
 }
 
 void RowView::unbind() {
+    name_.leave();
     g_signal_handler_disconnect(shown_.get(), handler_);
     shown_ = {};
 }
@@ -67,10 +78,14 @@ const Row& RowView::row() const {
 
 void RowView::update() {
     const Row& shown = row();
-    const std::string text = rowText(shown);
+    const std::string problem = nameProblemText(name_.problem());
+    const std::string text = problem.empty() ? rowText(shown) : problem;
     const std::string mark = markText(shown.mark);
-    gtk_label_set_text(widget<GtkLabel>("name"), shown.name.c_str());
+    name_.show(shown);
     gtk_label_set_text(widget<GtkLabel>("text"), text.c_str());
+    const char* const textClasses[] = {"caption", "numeric",
+                                       problem.empty() ? "dim-label" : "error", nullptr};
+    gtk_widget_set_css_classes(widget<GtkWidget>("text"), const_cast<const char**>(textClasses));
     gtk_accessible_update_property(GTK_ACCESSIBLE(gtk_widget_get_parent(widget<GtkWidget>("row"))),
                                    GTK_ACCESSIBLE_PROPERTY_LABEL, shown.name.c_str(), -1);
     gtk_widget_set_tooltip_text(widget<GtkWidget>("text"),
@@ -88,6 +103,7 @@ void RowView::update() {
     gtk_spinner_set_spinning(widget<GtkSpinner>("spinner"), isUnderWay);
     gtk_stack_set_visible_child_name(widget<GtkStack>("sign"), isUnderWay ? "spinner" : "icon");
 
+    updateRename(shown);
     const bool isRemoved = PhoneBook::isRemoved(shown);
     auto* const button = widget<GtkButton>("button");
     gtk_button_set_icon_name(button, isRemoved ? "edit-undo-symbolic" : "user-trash-symbolic");
@@ -96,6 +112,21 @@ void RowView::update() {
     gtk_widget_set_tooltip_text(GTK_WIDGET(button), isRemoved ? _("Keep") : _("Remove"));
     gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    deed.c_str(), -1);
+}
+
+void RowView::updateRename(const Row& shown) {
+    auto* const button = widget<GtkWidget>("rename");
+    const bool isEditing = name_.isEditing();
+    gtk_widget_set_visible(button, PhoneBook::canRename(shown));
+    gtk_widget_set_sensitive(button, !isEditing || name_.problem() == NameProblem::None);
+    gtk_button_set_icon_name(GTK_BUTTON(button),
+                             isEditing ? "object-select-symbolic" : "document-edit-symbolic");
+    gtk_widget_set_tooltip_text(button, isEditing ? _("Take This Name") : _("Rename"));
+    gtk_accessible_update_property(
+        GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
+        isEditing ? _("Take This Name")
+                  : fmt::format(fmt::runtime(_("Rename “{}”")), shown.name).c_str(),
+        -1);
 }
 
 void RowView::press() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/pages/NameField.h"
 #include "desktop/pages/RowObject.h"
 #include "desktop/session/Session.h"
 #include "desktop/toolkit/Owned.h"
@@ -29,6 +30,7 @@ private:
 
     const Row& row() const;
     void update();
+    void updateRename(const Row& shown);
     void press();
 
     template <typename T>
@@ -39,6 +41,7 @@ private:
     GtkListItem* const item_; ///< the owner
     Session& session_;
     Owned<GtkBuilder> builder_;
+    NameField name_;
     Owned<VeskRow> shown_;
     gulong handler_ = 0;
 };

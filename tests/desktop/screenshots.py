@@ -63,6 +63,17 @@ def edits(stage):
     stage.see_part("2 new")
 
 
+def renaming(stage):
+    with_ringtones(stage)
+    stage.press("Rename “Horn”")
+    stage.write("Name of “Horn”", "Bugle")
+    stage.press("Take This Name")
+    stage.see("Rename “Bugle”", "push button")
+    stage.press("Rename “Harp”")
+    stage.write("Name of “Harp”", "Bugle")
+    stage.see_part("already")
+
+
 def syncing(stage):
     with_ringtones(stage, "--link-speed", "1500")
     stage.open_in_window(SAMPLES / "sunrise.m4r", SAMPLES / "tick.wav", SAMPLES / "two-tone.mp3")
@@ -140,7 +151,7 @@ def about(stage):
     stage.see("The KRLVesk authors")
 
 
-PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, syncing, done, history, interrupted,
+PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, syncing, done, history, interrupted,
          gone, failed, searched, several, shortcuts, about]
 
 if __name__ == "__main__":

@@ -246,16 +246,40 @@ class Stage:
                         "/com/korvane/Vesk/window/1", "--method", "org.gtk.Actions.Activate", action, "[]", "{}"],
                        check=True, stdout=subprocess.DEVNULL, timeout=LONGEST)
 
+    def focused(self):
+        """What has the focus: the innermost, for what is within it has it too."""
+        focused = [node for node in self.nodes() if node.get_state_set().contains(self._atspi.StateType.FOCUSED)]
+        return (focused[-1].get_role_name(), self.text_of(focused[-1])) if focused else None
+
+    def tab_to(self, name, role):
+        """Goes from one thing to the next until this one has the focus."""
+        self.see(name, role)
+        self._take_keys()
+        seen = []
+        while len(seen) < 30:
+            before = self.focused()
+            if before == (role, name):
+                return
+            self.key("Tab")
+            seen.append(self.until(lambda: (now := self.focused()) != before and now, "the next focus"))
+        raise NotSeen(f"{role} “{name}” does not get the focus, but {seen}")
+
+    def _take_keys(self):
+        """There is no window manager that would give the window the keys."""
+        found = subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--pid", str(self._window.pid), ""],
+                               check=True, timeout=LONGEST, capture_output=True, text=True)
+        subprocess.run(["xdotool", "windowfocus", "--sync", found.stdout.split()[-1]], check=True, timeout=LONGEST)
+
     def write(self, name, text):
         """Into a field."""
-        field = self.see(name, "entry")
+        field = self.until(lambda: self._find(name, "entry") or self._find(name, "text"), f"a field “{name}”")
         assert self._atspi.EditableText.set_text_contents(field, text)
-
-    # ------------------------------------------------------------ for pictures
 
     def key(self, *keys):
         """As from the keyboard."""
         subprocess.run(["xdotool", "key", *keys], check=True)
+
+    # ------------------------------------------------------------ for pictures
 
     def click(self, x, y):
         subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], check=True)

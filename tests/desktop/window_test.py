@@ -4,6 +4,7 @@
     window_test.py BUILD SAMPLES [unittest's arguments]
 """
 import os
+import plistlib
 import sys
 import unittest
 import wave
@@ -127,6 +128,84 @@ class Edits(Window):
         self.stage.see("There is a ringtone of this name already")
         self.stage.press("Remove “Harp”")
         self.stage.see("1 new (5.3 KiB), 1 to be removed")
+
+
+class Names(Window):
+    def catalogue(self):
+        """The phone's own: names, files and GUIDs."""
+        file = self.stage.phone_folder / "iTunes_Control" / "iTunes" / "Ringtones.plist"
+        entries = plistlib.loads(file.read_bytes())["Ringtones"]
+        return {(entry["Name"], name, entry["GUID"]) for name, entry in entries.items()}
+
+    def rename(self, old, new):
+        self.stage.press(f"Rename “{old}”")
+        self.stage.write(f"Name of “{old}”", new)
+        self.stage.press("Take This Name")
+
+    def test_on_the_phone_are_given_by_a_sync(self):
+        # A later firmware may have its file moved on the phone, for the order in which it reads them.
+        self.start(HARP, BELLS, phone=["--firmware", "1.0"])
+        self.stage.see("Harp", "list item")
+        before = self.catalogue()
+        self.rename("Harp", "Harfe")
+        self.stage.see("Harfe", "list item")
+        self.stage.see_part("Was “Harp” · ")
+        self.stage.see("1 to be renamed")
+        self.assertEqual(self.catalogue(), before)
+        self.stage.press("Sync 1")
+        self.stage.see("1 renamed")
+        after = self.catalogue()
+        self.assertEqual(after, {("Harfe" if name == "Harp" else name, *rest) for name, *rest in before})
+        self.assert_phone_holds(HARP, BELLS)
+        self.stage.press("Undo")
+        self.stage.see_part("Undone: ")
+        self.stage.see("Harp", "list item")
+        self.assertEqual(self.catalogue(), before)
+
+    def test_are_taken_back_before_a_sync(self):
+        self.start(HARP)
+        self.rename("Harp", "Harfe")
+        self.stage.see("“Harp” is called “Harfe” now")
+        self.stage.press("Undo")
+        self.stage.see("Rename “Harp”", "push button")
+        self.stage.see("1 ringtone")
+        self.rename("Harp", "Laute")
+        self.rename("Laute", "Harp")
+        self.stage.see("Rename “Harp”", "push button")
+        self.stage.see("1 ringtone")
+
+    def test_that_others_have_are_refused_where_they_are_typed(self):
+        self.start(HARP, BELLS)
+        self.stage.press("Rename “Harp”")
+        self.stage.write("Name of “Harp”", "Glöckchen")
+        self.stage.see("There is a ringtone of this name already")
+        self.assertFalse(self.stage.can_press("Take This Name"))
+        self.stage.write("Name of “Harp”", " ")
+        self.stage.see("A ringtone needs a name")
+
+    def test_of_songs_let_them_go_beside_what_the_phone_has(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.rename("Sunrise 🌅", "Morning")
+        self.stage.press("Sync 1")
+        self.stage.see("1 ringtone added")
+        self.assertEqual({name for name, *_ in self.catalogue()}, {"Harp", "Morning"})
+        self.assert_phone_holds(HARP, SUNRISE)
+
+    def test_are_edited_with_keys_alone(self):
+        self.start(HARP)
+        self.stage.tab_to("Rename “Harp”", "push button")
+        self.stage.key("F2")
+        self.stage.see("Name of “Harp”")
+        self.stage.key("X", "Return")
+        self.stage.see("“Harp” is called “X” now")
+        self.stage.key("F2")
+        self.stage.see("Name of “X”")
+        self.stage.key("Y", "Escape")
+        self.stage.see("Rename “X”", "push button")
+        self.stage.key("ctrl+z")
+        self.stage.see("Rename “Harp”", "push button")
 
 
 class Languages(Window):
