@@ -1,5 +1,6 @@
 #include "desktop/bridge/PhoneWork.h"
 
+#include "engine/fetch/RingtoneFetch.h"
 #include "engine/values/Text.h"
 
 #include <fmt/format.h>
@@ -229,6 +230,21 @@ PhoneReading readPhone(const std::string& udid) {
             .catalogueIsUnreadable = state.catalogueIsUnreadable(),
             .brokenJob = orNothing<std::optional<Job>>([&] { return unfinishedJob(udid); }),
             .history = orNothing<std::vector<PastJob>>([&] { return pastJobs(udid); })};
+}
+
+std::shared_ptr<NamelessFile> fetchSound(const std::string& udid, const PhoneRingtone& ringtone) {
+    OpenPhone phone({.udid = udid});
+    auto file = std::make_shared<NamelessFile>();
+    try {
+        PhoneFiles files(phone.phone()._rawDevice());
+        readRingtone(files, ringtone, [&](std::string_view piece) { file->add(piece); });
+    } catch (const PhoneFileFailure& failure) {
+        if (phone.isGone()) {
+            throw Failure(FailureKind::PhoneGone, failure.what());
+        }
+        throw;
+    }
+    return file;
 }
 
 ChangeDone changePhone(const std::string& udid, const WantedChange& wanted,

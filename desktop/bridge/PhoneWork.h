@@ -2,6 +2,7 @@
 
 #include "engine/change/ChangeJob.h"
 #include "engine/diagnosis/Diagnosis.h"
+#include "engine/files/NamelessFile.h"
 #include "engine/restore/SafePhone.h"
 #include "engine/state/PhoneState.h"
 
@@ -35,6 +36,10 @@ struct PhoneReading {
     std::optional<engine::Job> brokenJob;
     std::vector<PastJob> history; ///< the newest first
 };
+
+/// Fetches a ringtone's file into one of this computer.
+std::shared_ptr<engine::NamelessFile> fetchSound(const std::string& udid,
+                                                 const engine::PhoneRingtone& ringtone);
 
 PhoneReading readPhone(const std::string& udid);
 

@@ -1,0 +1,111 @@
+#include "desktop/bridge/PlayDesk.h"
+
+#include "audio/playing/Player.h"
+#include "engine/files/RegularFile.h"
+
+#include <csignal>
+#include <utility>
+
+namespace krl::desktop {
+
+using engine::Failure;
+using engine::FailureKind;
+
+namespace {
+
+/// @param goesOn  asked at each news
+/// @return whether it was played to its end
+bool playToEnd(const Sound& sound, int descriptor, const std::string& sink,
+               const std::function<bool()>& goesOn) {
+    audio::Player player(sound.path, descriptor, sink);
+    while (goesOn()) {
+        if (player.next().phase == audio::PlayState::Phase::Ended) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+PlayDesk::PlayDesk(Mailbox& mailbox, std::string sink) : mailbox_(mailbox), sink_(std::move(sink)) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the main loop
+    thread_ = std::thread([this] { run(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+PlayDesk::~PlayDesk() {
+    stop();
+    {
+        const std::lock_guard lock(mutex_);
+        isEnding_ = true;
+    }
+    changed_.notify_one();
+    thread_.join();
+}
+
+void PlayDesk::play(Sound sound, std::function<void(SoundNews)> tell) {
+    {
+        const std::lock_guard lock(mutex_);
+        order_ = {std::move(sound), std::move(tell), ++wanted_};
+    }
+    changed_.notify_one();
+}
+
+void PlayDesk::stop() {
+    const std::lock_guard lock(mutex_);
+    ++wanted_;
+    order_.reset();
+}
+
+void PlayDesk::run() {
+    for (;;) {
+        Order order;
+        {
+            std::unique_lock lock(mutex_);
+            changed_.wait(lock, [this] { return isEnding_ || order_; });
+            if (isEnding_) {
+                return;
+            }
+            order = *std::exchange(order_, std::nullopt);
+        }
+        carryOut(order);
+    }
+}
+
+void PlayDesk::carryOut(const Order& order) {
+    if (auto news = newsOf(order)) {
+        mailbox_.put([this, number = order.number, tell = order.tell, news = std::move(*news)] {
+            if (number == wanted_) {
+                tell(news);
+            }
+        });
+    }
+}
+
+std::optional<SoundNews> PlayDesk::newsOf(const Order& order) const {
+    const auto goesOn = [this, &order] { return order.number == wanted_; };
+    try {
+        std::optional<engine::RegularFile> file;
+        if (order.sound.file == nullptr) {
+            file.emplace(order.sound.path, std::string());
+        }
+        const int descriptor = file ? file->descriptor() : order.sound.file->descriptor();
+        return playToEnd(order.sound, descriptor, sink_, goesOn) ? std::optional(SoundEnded{})
+                                                                 : std::nullopt;
+    } catch (const Failure& failure) {
+        // The one thing that it expects of this computer and not of the file.
+        const bool hasPlayer = !audio::playProgram().empty();
+        if (failure.kind() == FailureKind::Unexpected && hasPlayer) {
+            return NoSoundDevice{};
+        }
+        return failure;
+    } catch (const std::exception& error) {
+        return Failure(FailureKind::Unexpected, error.what());
+    }
+}
+
+} // namespace krl::desktop
