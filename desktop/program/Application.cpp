@@ -31,12 +31,28 @@ constexpr Accelerator kAccelerators[] = {
 
 Application::Application()
     : application_(adopt(adw_application_new(kId, G_APPLICATION_HANDLES_OPEN))) {
+    addOptions();
     on(application_.get(), "startup", [this] { startUp(); });
     on(application_.get(), "activate", [this] { showWindow(); });
     onEmission(application_.get(), "open", [this](const Emission& emission) { open(emission); });
 }
 
 Application::~Application() = default;
+
+void Application::addOptions() {
+    g_application_add_main_option(G_APPLICATION(application_.get()), "sink", 0, G_OPTION_FLAG_NONE,
+                                  G_OPTION_ARG_STRING, _("Where sound goes, in GStreamer's words"),
+                                  _("SINK"));
+    onEmission(application_.get(), "handle-local-options", [this](const Emission& emission) {
+        auto* const options =
+            static_cast<GVariantDict*>(g_value_get_boxed(emission.parameters + 1));
+        const char* sink = nullptr;
+        if (g_variant_dict_lookup(options, "sink", "&s", &sink) != FALSE) {
+            sink_ = sink;
+        }
+        g_value_set_int(emission.answer, -1); // go on
+    });
+}
 
 int Application::run(int argc, char** argv) {
     const int status = g_application_run(G_APPLICATION(application_.get()), argc, argv);
@@ -57,7 +73,7 @@ void Application::startUp() {
     } catch (const engine::Failure& failure) {
         noPhones = failure;
     }
-    session_ = std::make_unique<Session>(*mailbox_, phones_.get(), std::move(noPhones));
+    session_ = std::make_unique<Session>(*mailbox_, phones_.get(), std::move(noPhones), sink_);
     letters_ =
         std::make_unique<DescriptorWatch>(mailbox_->descriptor(), [this] { mailbox_->deliver(); });
     if (phones_ != nullptr) {

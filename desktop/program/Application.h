@@ -11,6 +11,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace krl::desktop {
 
@@ -25,6 +26,7 @@ public:
     int run(int argc, char** argv);
 
 private:
+    void addOptions();
     void startUp();
     void addActions();
     void loadStyle();
@@ -33,6 +35,7 @@ private:
     void showAbout();
 
     Owned<AdwApplication> application_;
+    std::string sink_; ///< where sound goes; empty: where the desktop's goes
 
     // From start-up on; each stands on those before it.
     std::unique_ptr<Mailbox> mailbox_;

@@ -262,6 +262,27 @@ std::string PhoneBook::nameOf(const std::string& key) const {
     return song == songs_.end() ? std::string() : song->second.nameNow();
 }
 
+const engine::PhoneRingtone* PhoneBook::ringtoneOf(const std::string& key) const {
+    if (!reading_ || key.front() != kPhoneKey) {
+        return nullptr;
+    }
+    const auto& ringtones = reading_->ringtones;
+    const auto found = std::find_if(ringtones.begin(), ringtones.end(),
+                                    [&](const auto& one) { return kPhoneKey + one.name == key; });
+    return found == ringtones.end() ? nullptr : &*found;
+}
+
+std::optional<std::filesystem::path> PhoneBook::fileOf(const std::string& key) const {
+    const auto song = key.front() == kSongKey ? songs_.find(numberIn(key)) : songs_.end();
+    return song == songs_.end() || song->second.isForgotten || !song->second.ringtone
+               ? std::nullopt
+               : std::optional<std::filesystem::path>(song->second.ringtone->path);
+}
+
+bool PhoneBook::canPlay(const Row& row) {
+    return canRename(row) || row.mark == Mark::Removed;
+}
+
 bool PhoneBook::canRename(const Row& row) {
     switch (row.mark) {
     case Mark::OnPhone:

@@ -26,6 +26,9 @@ enum class Mark {
     Unusable   ///< cannot be a ringtone
 };
 
+/// What is to be heard of a row.
+enum class Hearing { Nothing, Fetching, Sound };
+
 struct Row {
     std::string key; ///< the same for as long as the row is about the same
     std::string name;
@@ -34,6 +37,7 @@ struct Row {
     Mark mark = Mark::OnPhone;
     std::string reason = {};     ///< of an unusable one
     std::string formerName = {}; ///< of a renamed one: what the phone calls it
+    Hearing hearing = Hearing::Nothing;
 
     friend bool operator==(const Row&, const Row&) = default;
 };
@@ -101,6 +105,15 @@ public:
 
     /// Whether a row can be given another name.
     static bool canRename(const Row& row);
+
+    /// The ringtone of the phone that a row is about; null for a song.
+    const engine::PhoneRingtone* ringtoneOf(const std::string& key) const;
+
+    /// The file that goes to the phone for a song; none before it is ready.
+    std::optional<std::filesystem::path> fileOf(const std::string& key) const;
+
+    /// Whether there is something of a row to be heard.
+    static bool canPlay(const Row& row);
 
     /// Whether a row shows something that can be taken back by itself.
     static bool isRemoved(const Row& row) { return row.mark == Mark::Removed; }

@@ -58,8 +58,12 @@ Message unknownFirmwareMessage() {
 
 } // namespace
 
-Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noPhones)
-    : mailbox_(mailbox), phones_(phones), noPhones_(std::move(noPhones)), songs_(mailbox) {
+Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noPhones,
+                 std::string sink)
+    : mailbox_(mailbox), phones_(phones), noPhones_(std::move(noPhones)), songs_(mailbox),
+      playing_(mailbox, phones, std::move(sink)) {
+    playing_.onChanged = [this] { changed(); };
+    playing_.onProblem = [this](const Playing::Problem& problem) { tell(problem); };
     examineComputer();
 }
 
@@ -168,7 +172,9 @@ void Session::read(const std::string& key, bool afterWork) {
                                        if (afterWork) {
                                            readOne.edits.forget();
                                            readOne.book.dropFulfilled();
+                                           playing_.forget(key);
                                        }
+                                       stopWhatIsGone(key);
                                    } else if (readOne.device) {
                                        readOne.failure = std::get<Failure>(outcome);
                                        examine(key);
@@ -284,6 +290,14 @@ std::string Session::phoneName() const {
 const PhoneBook* Session::book() const {
     const Phone* current = currentPhone();
     return current == nullptr ? nullptr : &current->book;
+}
+
+std::vector<Row> Session::rows() const {
+    std::vector<Row> rows = book() == nullptr ? std::vector<Row>() : book()->rows();
+    for (Row& row : rows) {
+        row.hearing = playing_.hearingOf({current_, row.key});
+    }
+    return rows;
 }
 
 const Findings& Session::findings() const {
@@ -407,6 +421,7 @@ void Session::remove(const std::vector<std::string>& keys) {
         name = row.key == keys.front() ? row.name : name;
     }
     target->book.remove(keys);
+    stopWhatIsGone(current_);
     toastEdit(keys.size() == 1
                   ? fmt::format(fmt::runtime(_("“{}” removed")), name)
                   : fmt::format(fmt::runtime(ngettext_("{} ringtone removed",
@@ -456,6 +471,39 @@ void Session::bringBack(const std::vector<std::string>& keys) {
         target->book.bringBack(keys);
         changed();
     }
+}
+
+// ---------------------------------------------------------------- sound
+
+void Session::play(const std::string& key) {
+    Phone* const target = currentPhone();
+    if (target == nullptr) {
+        return;
+    }
+    const Playing::Place place{current_, key};
+    if (playing_.place() == place) {
+        playing_.stop();
+    } else if (const auto file = target->book.fileOf(key)) {
+        playing_.playFile(place, target->book.nameOf(key), *file);
+    } else if (const PhoneRingtone* const ringtone = target->book.ringtoneOf(key);
+               ringtone != nullptr && target->device) {
+        playing_.playFromPhone(place, target->about.udid, *ringtone);
+    }
+}
+
+void Session::stopWhatIsGone(const std::string& key) {
+    const Playing::Place& place = playing_.place();
+    if (place.phone != key || place.row.empty()) {
+        return;
+    }
+    const PhoneBook& book = phone(key)->book;
+    if (book.ringtoneOf(place.row) == nullptr && !book.fileOf(place.row)) {
+        playing_.stop();
+    }
+}
+
+void Session::tell(const Playing::Problem& problem) {
+    toast(playProblemText(problem, nameOf(phone(problem.place.phone)->about)));
 }
 
 // ---------------------------------------------------------------- work

@@ -3,6 +3,7 @@
 #include "desktop/bridge/PhoneDesk.h"
 #include "desktop/session/EditHistory.h"
 #include "desktop/session/PhoneBook.h"
+#include "desktop/session/Playing.h"
 #include "desktop/session/Words.h"
 
 #include <functional>
@@ -55,7 +56,9 @@ struct PhoneChoice {
 class Session {
 public:
     /// @param phones  null: this computer cannot reach phones, for this reason
-    Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<engine::Failure> noPhones);
+    /// @param sink    where sound goes, in GStreamer's words; empty: where the desktop's goes
+    Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<engine::Failure> noPhones,
+            std::string sink);
 
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -79,6 +82,9 @@ public:
 
     /// Of the current phone; null without one.
     const PhoneBook* book() const;
+
+    /// The rows of the current phone's book, and what is heard.
+    std::vector<Row> rows() const;
 
     /// What was found out about a phone that cannot be used, or about this computer when there is
     /// none.
@@ -106,6 +112,9 @@ public:
 
     /// Gives a row another name, unless something stands against it.
     void rename(const std::string& key, const std::string& name);
+
+    /// Lets a row be heard; one that is, not any more.
+    void play(const std::string& key);
 
     /// Takes the last removal or renaming back that has not been.
     void undoEdit();
@@ -155,6 +164,10 @@ private:
     void tell(const std::string& key, const ChangeDone& done);
     void endBrokenJob(engine::Wish wish);
 
+    /// Ends the sound of a row that is not there any more.
+    void stopWhatIsGone(const std::string& key);
+    void tell(const Playing::Problem& problem);
+
     void toast(std::string text) { onToast({std::move(text), {}}); }
 
     void toastWithUndo(const std::string& key, std::string text);
@@ -168,6 +181,7 @@ private:
     PhoneDesk* const phones_;
     const std::optional<engine::Failure> noPhones_;
     SongDesk songs_;
+    Playing playing_;
     engine::Findings computer_;
     std::map<std::string, Phone> known_; ///< by UDID, or what stands in its place
     std::string current_;

@@ -188,6 +188,9 @@ std::string markText(Mark mark) {
 }
 
 std::string rowText(const Row& row) {
+    if (row.hearing == Hearing::Fetching) {
+        return _("Fetching it from the phone…");
+    }
     switch (row.mark) {
     case Mark::OnPhone:
     case Mark::New:
@@ -220,6 +223,19 @@ std::string nameProblemText(NameProblem problem) {
         return _("There is a ringtone of this name already");
     case NameProblem::TakenUntilSync:
         return _("This name is free after the next sync");
+    }
+    return {};
+}
+
+std::string playProblemText(const Playing::Problem& problem, const std::string& phone) {
+    switch (problem.kind) {
+    case Playing::Problem::Kind::NoDevice:
+        return _("There is no sound device to play on");
+    case Playing::Problem::Kind::NotFetched:
+        return filled(_("“{}” cannot be played: {}"), problem.name,
+                      explained(*problem.failure, phone).title);
+    case Playing::Problem::Kind::NotPlayed:
+        return filled(_("“{}” cannot be played"), problem.name);
     }
     return {};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "desktop/session/PhoneBook.h"
+#include "desktop/session/Playing.h"
 #include "engine/diagnosis/Diagnosis.h"
 
 #include <string>
@@ -33,6 +34,10 @@ std::string markText(Mark mark);
 
 /// Why a name cannot be given; empty when nothing stands against it.
 std::string nameProblemText(NameProblem problem);
+
+/// Why there is nothing to be heard.
+/// @param phone  the phone's name
+std::string playProblemText(const Playing::Problem& problem, const std::string& phone);
 
 /// "2 new (10.9 KiB), 1 to be removed".
 std::string sumText(const EditSum& sum);
