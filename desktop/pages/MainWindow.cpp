@@ -252,7 +252,7 @@ void MainWindow::showSoon() {
 }
 
 void MainWindow::show() {
-    list_.show(session_.book() == nullptr ? std::vector<Row>() : session_.book()->rows());
+    list_.show(session_.rows());
     showTitle();
     showPhones();
     showMessage();

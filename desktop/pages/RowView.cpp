@@ -54,6 +54,7 @@ RowView::RowView(GtkListItem* item, Session& session)
         update();
         gtk_widget_grab_focus(widget<GtkWidget>("rename"));
     };
+    on(widget<GtkButton>("play"), "clicked", [this] { session_.play(row().key); });
     on(widget<GtkButton>("rename"), "clicked", [this] { name_.toggle(); });
     onKey(widget<GtkWidget>("row"), GDK_KEY_F2, [this] { name_.begin(); });
     on(widget<GtkButton>("button"), "clicked", [this] { press(); });
@@ -99,10 +100,7 @@ void RowView::update() {
                                       nullptr};
     gtk_widget_set_css_classes(widget<GtkWidget>("row"), const_cast<const char**>(rowClasses));
 
-    const bool isUnderWay = shown.mark == Mark::Checking || shown.mark == Mark::Preparing;
-    gtk_spinner_set_spinning(widget<GtkSpinner>("spinner"), isUnderWay);
-    gtk_stack_set_visible_child_name(widget<GtkStack>("sign"), isUnderWay ? "spinner" : "icon");
-
+    updateSign(shown);
     updateRename(shown);
     const bool isRemoved = PhoneBook::isRemoved(shown);
     auto* const button = widget<GtkButton>("button");
@@ -112,6 +110,26 @@ void RowView::update() {
     gtk_widget_set_tooltip_text(GTK_WIDGET(button), isRemoved ? _("Keep") : _("Remove"));
     gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    deed.c_str(), -1);
+}
+
+/// What stands before the name: a button that plays, or what the song is at.
+void RowView::updateSign(const Row& shown) {
+    const bool isUnderWay = shown.mark == Mark::Checking || shown.mark == Mark::Preparing;
+    const bool canPlay = PhoneBook::canPlay(shown);
+    const bool isHeard = shown.hearing != Hearing::Nothing;
+    auto* const button = widget<GtkWidget>("play");
+    gtk_widget_set_visible(button, canPlay);
+    gtk_button_set_icon_name(GTK_BUTTON(button), isHeard ? "media-playback-stop-symbolic"
+                                                         : "media-playback-start-symbolic");
+    gtk_widget_set_tooltip_text(button, isHeard ? _("Stop") : _("Play"));
+    gtk_accessible_update_property(
+        GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
+        fmt::format(fmt::runtime(isHeard ? _("Stop “{}”") : _("Play “{}”")), shown.name).c_str(),
+        -1);
+    gtk_spinner_set_spinning(widget<GtkSpinner>("spinner"), isUnderWay);
+    gtk_stack_set_visible_child_name(widget<GtkStack>("sign"), canPlay      ? "play"
+                                                               : isUnderWay ? "spinner"
+                                                                            : "icon");
 }
 
 void RowView::updateRename(const Row& shown) {

@@ -30,6 +30,7 @@ private:
 
     const Row& row() const;
     void update();
+    void updateSign(const Row& shown);
     void updateRename(const Row& shown);
     void press();
 

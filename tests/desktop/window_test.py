@@ -208,6 +208,94 @@ class Names(Window):
         self.stage.see("Rename “Harp”", "push button")
 
 
+class Sounds(Window):
+    SECONDS = 2  # of the short song
+    RATE = 8000
+
+    def setUp(self):
+        super().setUp()
+        self.heard = self.stage.folder / "heard"
+
+    def start(self, *ringtones, sink):
+        if not (Path(BUILD) / "bin" / "vesk-play").exists():
+            self.skipTest("built without GStreamer")
+        self.stage.start_phone()
+        self.stage.vesk("add", "--unchecked", *ringtones)
+        self.stage.start_window("--sink", sink)
+
+    def into_file(self):
+        """A byte for each sample, as fast as it goes."""
+        return f"capsfilter caps=audio/x-raw,format=U8,rate={self.RATE},channels=1 ! filesink location={self.heard}"
+
+    def as_long_as_it_is(self):
+        """The same while it is played."""
+        return ("tee name=t ! queue ! fakesink sync=true t. ! queue ! "
+                f"filesink buffer-mode=unbuffered location={self.heard}")
+
+    def bytes_heard(self):
+        return self.heard.stat().st_size if self.heard.exists() else 0
+
+    def test_of_the_phone_are_played_to_their_end(self):
+        self.start(self.song("Long", seconds=self.SECONDS), sink=self.into_file())
+        self.stage.press("Play “Long”")
+        self.stage.until(lambda: self.bytes_heard() == self.SECONDS * self.RATE, "all that there is to hear")
+        self.stage.see("Play “Long”", "push button")
+
+    def test_are_fetched_once(self):
+        self.start(self.song("Long", seconds=self.SECONDS), sink=self.into_file())
+        self.stage.press("Play “Long”")
+        self.stage.until(lambda: self.bytes_heard() == self.SECONDS * self.RATE, "all that there is to hear")
+        self.stage.see("Play “Long”", "push button")
+        self.heard.unlink()
+        self.stage.tell_phone("fault afc/Open+=status:18")
+        self.stage.press("Play “Long”")
+        self.stage.until(lambda: self.bytes_heard() == self.SECONDS * self.RATE, "it once more")
+
+    def test_are_heard_one_at_a_time_and_stopped(self):
+        self.start(self.song("Long", 600), self.song("Longer", 601), sink=self.as_long_as_it_is())
+        self.stage.press("Play “Long”")
+        self.stage.see("Stop “Long”", "push button")
+        self.stage.until(self.bytes_heard, "a sound")
+        self.stage.press("Play “Longer”")
+        self.stage.see("Stop “Longer”", "push button")
+        self.stage.see("Play “Long”", "push button")
+        self.stage.press("Stop “Longer”")
+        self.stage.see("Play “Longer”", "push button")
+
+    def test_of_songs_are_what_would_be_sent(self):
+        self.start(HARP, sink=self.into_file())
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(self.song("Long Walk", seconds=45))
+        self.stage.press("Play “Long Walk”")
+        self.stage.until(lambda: self.bytes_heard() >= 30 * self.RATE, "thirty seconds of it")
+        self.stage.see("Play “Long Walk”", "push button")
+        self.assertLess(self.bytes_heard(), 31 * self.RATE, "more than the encoding fills up")
+
+    def test_go_on_without_the_phone(self):
+        self.start(self.song("Long", 600), sink=self.as_long_as_it_is())
+        self.stage.press("Play “Long”")
+        self.stage.until(self.bytes_heard, "a sound")
+        self.stage.tell_phone("unplug")
+        self.stage.see("Plug In an iPhone")
+        before = self.bytes_heard()
+        self.stage.until(lambda: self.bytes_heard() > before, "more of it")
+        self.stage.tell_phone("plug")
+        self.stage.see("Stop “Long”", "push button")
+
+    def test_that_were_not_fetched_say_why(self):
+        self.start(HARP, sink=self.into_file())
+        self.stage.see("Harp", "list item")
+        self.stage.tell_phone("fault afc/Read#1=unplug")
+        self.stage.press("Play “Harp”")
+        self.stage.see("“Harp” cannot be played: “My Phone” was unplugged")
+
+    def test_without_a_device_say_so(self):
+        self.start(HARP, sink="no_such_sink")
+        self.stage.press("Play “Harp”")
+        self.stage.see("There is no sound device to play on")
+        self.stage.see("Play “Harp”", "push button")
+
+
 class Languages(Window):
     def test_are_those_of_the_person(self):
         os.environ["LANGUAGE"] = "de"
