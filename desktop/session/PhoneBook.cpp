@@ -64,6 +64,10 @@ Cases(Functions...) -> Cases<Functions...>;
 
 } // namespace
 
+std::string shownText(const std::string& bytes) {
+    return engine::utf8(engine::codePoints(bytes));
+}
+
 std::string tidiedName(const std::string& typed) {
     constexpr const char* kSpace = " \t\r\n";
     const size_t first = typed.find_first_not_of(kSpace);
@@ -134,8 +138,11 @@ void PhoneBook::carriedOutRenaming(const std::string& from, const std::string& t
     }
 }
 
-uint64_t PhoneBook::add(const std::filesystem::path& song) {
-    songs_.emplace(++lastSong_, Song{.name = song.stem().string()});
+uint64_t PhoneBook::add(const std::filesystem::path& song, const std::string& givenName) {
+    const std::string name = tidiedName(givenName);
+    songs_.emplace(++lastSong_, Song{.path = song,
+                                     .name = shownText(song.stem().string()),
+                                     .givenName = isUsableName(name) ? name : std::string()});
     return lastSong_;
 }
 
@@ -402,6 +409,34 @@ WantedChange PhoneBook::wanted() const {
     std::copy_if(renamed_.begin(), renamed_.end(), std::back_inserter(result.renamed),
                  [&](const auto& names) { return !removed_.contains(names.first); });
     return result;
+}
+
+Edits PhoneBook::edits() const {
+    Edits result;
+    result.removed.assign(removed_.begin(), removed_.end());
+    result.renamed.assign(renamed_.begin(), renamed_.end());
+    for (const auto& [number, song] : songs_) {
+        if (!song.isForgotten && song.mark != Mark::Unusable) {
+            result.songs.push_back({song.path, song.givenName});
+        }
+    }
+    return result;
+}
+
+void PhoneBook::restore(const Edits& edits) {
+    removed_.insert(edits.removed.begin(), edits.removed.end());
+    for (const auto& [from, to] : edits.renamed) {
+        const std::string key = kPhoneKey + from;
+        if (nameProblem(key, to) == NameProblem::None) {
+            rename(key, to);
+        }
+    }
+}
+
+void PhoneBook::dropEdits() {
+    removed_.clear();
+    renamed_.clear();
+    songs_.clear();
 }
 
 bool PhoneBook::hasEdits() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/bridge/EditFile.h"
 #include "desktop/bridge/PhoneWork.h"
 #include "desktop/bridge/SongDesk.h"
 
@@ -63,6 +64,9 @@ enum class NameProblem {
     TakenUntilSync ///< the phone has one of this name, which the next sync removes or renames
 };
 
+/// A file's name as text, whatever bytes it is of.
+std::string shownText(const std::string& bytes);
+
 /// A name as it is kept: without space around it, in normal form C.
 std::string tidiedName(const std::string& typed);
 
@@ -82,8 +86,9 @@ public:
     /// What was asked for is on the phone: these edits are none any more.
     void carriedOut(const WantedChange& done);
 
+    /// @param givenName  by the person; empty: its own
     /// @return the song's number
-    uint64_t add(const std::filesystem::path& song);
+    uint64_t add(const std::filesystem::path& song, const std::string& givenName = {});
 
     void hear(uint64_t song, const SongNews& news);
 
@@ -128,6 +133,15 @@ public:
 
     WantedChange wanted() const;
 
+    /// The edits as they are kept. A song that cannot be used is none.
+    Edits edits() const;
+
+    /// Takes kept edits in; their songs are to be added one by one. A name that cannot be is left out.
+    void restore(const Edits& edits);
+
+    /// Drops all edits.
+    void dropEdits();
+
     bool hasEdits() const;
 
     /// Whether the edits fit; true also when the phone does not say what is free.
@@ -135,7 +149,8 @@ public:
 
 private:
     struct Song {
-        std::string name;
+        std::filesystem::path path = {}; ///< of what was added
+        std::string name = {};
         std::string givenName = {}; ///< by the person; empty: its own
         uint64_t size = 0;
         std::optional<double> seconds = {};

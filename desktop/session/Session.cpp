@@ -1,6 +1,7 @@
 #include "desktop/session/Session.h"
 
 #include "desktop/session/Translation.h"
+#include "engine/files/PlaceOfState.h"
 #include "engine/phones/Pairing.h"
 
 #include <fmt/format.h>
@@ -13,13 +14,6 @@ namespace krl::desktop {
 using namespace engine;
 
 namespace {
-
-/// A device that does not say its UDID has its own for as long as it is attached.
-std::string keyOf(const AttachedDevice& device) {
-    return device.description.udid.empty()
-               ? fmt::format("device {}", static_cast<const void*>(device.device.get()))
-               : device.description.udid;
-}
 
 std::string nameOf(const DeviceDescription& about) {
     return about.name.empty() ? _("The phone") : about.name;
@@ -61,10 +55,21 @@ Message unknownFirmwareMessage() {
 Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noPhones,
                  std::string sink)
     : mailbox_(mailbox), phones_(phones), noPhones_(std::move(noPhones)), songs_(mailbox),
-      playing_(mailbox, phones, std::move(sink)) {
+      playing_(mailbox, phones, std::move(sink)), keeper_(mailbox, placeOfState()) {
     playing_.onChanged = [this] { changed(); };
     playing_.onProblem = [this](const Playing::Problem& problem) { tell(problem); };
     examineComputer();
+}
+
+Session::~Session() {
+    keepEdits();
+}
+
+void Session::changed() {
+    onChanged();
+    if (!std::exchange(willKeep_, true)) {
+        mailbox_.put([this] { keepEdits(); });
+    }
 }
 
 // ---------------------------------------------------------------- phones as they come and go
@@ -80,14 +85,24 @@ void Session::takeNews() {
     changed();
 }
 
+/// A device that does not say its UDID is another each time it comes.
+std::string Session::keyOf(const AttachedDevice& device) {
+    return device.description.udid.empty() ? fmt::format("device {}", ++lastNameless_)
+                                           : device.description.udid;
+}
+
 void Session::arrived(const AttachedDevice& device) {
     const std::string key = keyOf(device);
+    const bool isNew = !known_.contains(key);
     Phone& phone = known_[key];
     phone.device = device;
     phone.about = device.description;
     phone.isRead = false;
     phone.failure.reset();
     phone.message.reset();
+    if (isNew) {
+        takeUp(key);
+    }
     const Phone* current = currentPhone();
     if (key == current_ || current == nullptr || (!current->device && !current->book.hasEdits())) {
         current_ = key;
@@ -401,9 +416,10 @@ void Session::add(const std::vector<std::filesystem::path>& places) {
                      });
 }
 
-void Session::takeSong(const std::string& key, const std::filesystem::path& song) {
+void Session::takeSong(const std::string& key, const std::filesystem::path& song,
+                       const std::string& givenName) {
     Phone& target = *phone(key);
-    const uint64_t number = target.book.add(song);
+    const uint64_t number = target.book.add(song, givenName);
     songs_.take(song, firmwareNumberOf(target.about.firmware),
                 [this, key, number](const SongNews& news) {
                     phone(key)->book.hear(number, news);
@@ -471,6 +487,68 @@ void Session::bringBack(const std::vector<std::string>& keys) {
         target->book.bringBack(keys);
         changed();
     }
+}
+
+// ---------------------------------------------------------------- edits from one window to the next
+
+/// Asks for what was edited of a phone before. One that does not say its UDID is never the same again.
+void Session::takeUp(const std::string& key) {
+    const std::string& udid = phone(key)->about.udid;
+    if (!udid.empty()) {
+        keeper_.load(udid, [this, key](const KeptEdits& kept) { restore(key, kept); });
+    }
+}
+
+void Session::restore(const std::string& key, const KeptEdits& kept) {
+    Phone& target = *phone(key);
+    target.kept = kept.edits;
+    if (!kept.missing.empty()) {
+        keep(target, kept.edits);
+    }
+    target.book.restore(kept.edits);
+    if (target.isRead) {
+        target.book.dropFulfilled();
+    }
+    for (const Edits::Song& song : kept.edits.songs) {
+        takeSong(key, song.path, song.name);
+    }
+    const std::string name = nameOf(target.about);
+    if (!kept.edits.isEmpty()) {
+        onToast(
+            {.text = fmt::format(fmt::runtime(_("Your last changes to “{}” are here again")), name),
+             .undo = _("Discard"),
+             .onUndo = [this, key] { dropEdits(key); }});
+    }
+    if (const std::string text = notRestoredText(kept, name); !text.empty()) {
+        toast(text);
+    }
+    changed();
+}
+
+void Session::dropEdits(const std::string& key) {
+    Phone& target = *phone(key);
+    target.book.dropEdits();
+    target.edits.forget();
+    stopWhatIsGone(key);
+    changed();
+}
+
+void Session::keepEdits() {
+    willKeep_ = false;
+    for (auto& [key, phone] : known_) {
+        if (phone.kept && phone.book.edits() != *phone.kept) {
+            keep(phone, phone.book.edits());
+        }
+    }
+}
+
+void Session::keep(Phone& target, Edits edits) {
+    keeper_.save(target.about.udid, edits, [this] {
+        if (!std::exchange(saidThatNothingIsKept_, true)) {
+            toast(_("Your changes cannot be kept when the window is closed"));
+        }
+    });
+    target.kept = std::move(edits);
 }
 
 // ---------------------------------------------------------------- sound

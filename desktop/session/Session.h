@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/bridge/EditDesk.h"
 #include "desktop/bridge/PhoneDesk.h"
 #include "desktop/session/EditHistory.h"
 #include "desktop/session/PhoneBook.h"
@@ -40,7 +41,7 @@ struct Message {
 /// Something that has happened, for a moment.
 struct Toast {
     std::string text;
-    std::string undo; ///< what its button says; empty without one
+    std::string undo; ///< what its button says, which takes it back; empty without one
     std::function<void()> onUndo = nullptr;
 };
 
@@ -59,6 +60,9 @@ public:
     /// @param sink    where sound goes, in GStreamer's words; empty: where the desktop's goes
     Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<engine::Failure> noPhones,
             std::string sink);
+
+    /// Keeps what was edited.
+    ~Session();
 
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -139,18 +143,26 @@ private:
         std::optional<Message> message = {};
         std::optional<WorkWatch> work = {}; ///< under way
         EditHistory edits = {};
+        std::optional<Edits> kept = {}; ///< as they are kept; none before that is known
     };
 
     Phone* phone(const std::string& key);
     const Phone* currentPhone() const;
     Phone* currentPhone();
+    std::string keyOf(const engine::AttachedDevice& device);
     void arrived(const engine::AttachedDevice& device);
     void removed(const engine::AttachedDevice& device);
     void chooseAnother();
     void examineComputer();
     void read(const std::string& key, bool afterWork);
     void examine(const std::string& key);
-    void takeSong(const std::string& key, const std::filesystem::path& song);
+    void takeSong(const std::string& key, const std::filesystem::path& song,
+                  const std::string& givenName = {});
+    void takeUp(const std::string& key);
+    void restore(const std::string& key, const KeptEdits& kept);
+    void dropEdits(const std::string& key);
+    void keepEdits();
+    void keep(Phone& target, Edits edits);
     WorkWatch newWatch(const std::string& key);
 
     /// Has work done on the current phone, unless there is some under way.
@@ -175,16 +187,21 @@ private:
     /// Says what was edited of the current phone, with a button that takes it back.
     void toastEdit(std::string text, EditHistory::TakeBack takeBack);
 
-    void changed() { onChanged(); }
+    /// Tells the window, and keeps the edits once the news of this moment are all heard.
+    void changed();
 
     Mailbox& mailbox_;
     PhoneDesk* const phones_;
     const std::optional<engine::Failure> noPhones_;
     SongDesk songs_;
     Playing playing_;
+    EditDesk keeper_;
+    bool willKeep_ = false;
+    bool saidThatNothingIsKept_ = false;
     engine::Findings computer_;
     std::map<std::string, Phone> known_; ///< by UDID, or what stands in its place
     std::string current_;
+    size_t lastNameless_ = 0; ///< counts devices that do not say their UDID
 };
 
 } // namespace krl::desktop

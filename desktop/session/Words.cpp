@@ -240,6 +240,21 @@ std::string playProblemText(const Playing::Problem& problem, const std::string& 
     return {};
 }
 
+std::string notRestoredText(const KeptEdits& kept, const std::string& phone) {
+    if (kept.isDamaged) {
+        return filled(_("Your last changes to “{}” cannot be read"), phone);
+    }
+    std::vector<std::string> names;
+    for (const std::filesystem::path& song : kept.missing) {
+        names.push_back(shownText(song.filename().string()));
+    }
+    return names.empty()
+               ? std::string()
+               : filled(ngettext_("{} is not there any more and was left out",
+                                  "{} are not there any more and were left out", names.size()),
+                        quoted(names));
+}
+
 std::string sumText(const EditSum& sum) {
     std::vector<std::string> parts;
     if (sum.added > 0) {

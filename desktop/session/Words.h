@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/bridge/EditDesk.h"
 #include "desktop/session/PhoneBook.h"
 #include "desktop/session/Playing.h"
 #include "engine/diagnosis/Diagnosis.h"
@@ -38,6 +39,10 @@ std::string nameProblemText(NameProblem problem);
 /// Why there is nothing to be heard.
 /// @param phone  the phone's name
 std::string playProblemText(const Playing::Problem& problem, const std::string& phone);
+
+/// What of the edits that were kept is not there any more; empty when all is.
+/// @param phone  the phone's name
+std::string notRestoredText(const KeptEdits& kept, const std::string& phone);
 
 /// "2 new (10.9 KiB), 1 to be removed".
 std::string sumText(const EditSum& sum);

@@ -277,6 +277,40 @@ TEST_F(PhoneBooks, DropNamesThatAreGivenOnThePhoneMeanwhile) {
     EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::OnPhone, Mark::OnPhone));
 }
 
+TEST_F(PhoneBooks, BringKeptEditsBack) {
+    book.take(holding({{"Harp", 1}, {"Horn", 2}}));
+    book.remove({keyOf("Harp")});
+    book.rename(keyOf("Horn"), "Hupe");
+    const uint64_t song = book.add("/songs/a.flac", "Given");
+    book.hear(book.add("/songs/no.txt"),
+              engine::Failure(engine::FailureKind::UnsupportedType, "no"));
+    const Edits kept = book.edits();
+    EXPECT_EQ(kept, (Edits{.removed = {"Harp"},
+                           .renamed = {{"Horn", "Hupe"}},
+                           .songs = {{"/songs/a.flac", "Given"}}}));
+    book.hear(song, ready("Seven", 1));
+    EXPECT_EQ(book.edits(), kept) << "what was made of it is made again";
+    PhoneBook other;
+    other.restore(kept);
+    other.add(kept.songs.front().path, kept.songs.front().name);
+    other.take(holding({{"Harp", 1}, {"Horn", 2}}));
+    EXPECT_EQ(other.edits(), kept);
+    other.dropEdits();
+    EXPECT_FALSE(other.hasEdits());
+    EXPECT_TRUE(other.edits().isEmpty());
+}
+
+TEST_F(PhoneBooks, BringNoNameBackThatCannotBe) {
+    book.restore({.removed = {"", "gone"},
+                  .renamed = {{"Harp", "a\x1b"}, {"Harp", ""}, {"Horn", "Same"}, {"Bells", "Same"}},
+                  .songs = {}});
+    book.add("/songs/a.flac", "b\nc");
+    EXPECT_EQ(book.nameOf(book.rows().front().key), "a");
+    book.take(holding({{"Harp", 1}, {"Horn", 2}, {"Bells", 3}}));
+    EXPECT_THAT(book.wanted().renamed, SizeIs(1)) << "one of two of a name";
+    EXPECT_EQ(book.sum().changes(), 1U);
+}
+
 TEST_F(PhoneBooks, KeepWhatIsEditedWhileANameIsGiven) {
     addReady("Harp", 500);
     book.take(holding({{"Harp", 500}}));

@@ -134,6 +134,15 @@ class Stage:
         self._listen()
         return self._window
 
+    def close_window(self):
+        """As a person does, and waits until it is gone."""
+        subprocess.run(["gapplication", "action", "com.korvane.Vesk", "quit"], check=True, timeout=LONGEST)
+        assert self._window.wait(LONGEST) == 0
+
+    def kill_window(self):
+        self._window.kill()
+        self._window.wait()
+
     def open_in_window(self, *files):
         """As a file manager does: a second process hands its files to the first."""
         subprocess.run([self.bin / "vesk-desktop", *files], check=True, timeout=LONGEST)

@@ -296,6 +296,76 @@ class Sounds(Window):
         self.stage.see("Play “Harp”", "push button")
 
 
+class KeptEdits(Window):
+    def start_again(self):
+        self.stage.close_window()
+        self.stage.start_window()
+
+    def test_are_there_again_after_the_window_was_closed(self):
+        self.start(HARP, BELLS)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        Names.rename(self, "Sunrise 🌅", "Morning")
+        Names.rename(self, "Glöckchen", "Bells")
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 3", "push button")
+        self.start_again()
+        self.stage.see("Your last changes to “My Phone” are here again")
+        self.stage.see("1 new (6.0 KiB), 1 to be removed, 1 to be renamed")
+        self.stage.press("Sync 3")
+        self.stage.see("1 ringtone added, 1 removed, 1 renamed")
+        self.assertEqual({name for name, *_ in Names.catalogue(self)}, {"Bells", "Morning"})
+        self.assert_phone_holds(BELLS, SUNRISE)
+        folder = self.stage.folder / "state" / "krlvesk" / "window"
+        self.stage.until(lambda: not any(folder.iterdir()), "nothing that is kept")
+        self.start_again()
+        self.stage.see("2 ringtones")
+
+    def test_can_be_discarded(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 1", "push button")
+        self.start_again()
+        self.stage.press("Discard")
+        self.stage.see("Remove “Harp”", "push button")
+        self.stage.see("1 ringtone")
+
+    def test_are_kept_when_the_window_is_killed(self):
+        self.start(HARP)
+        folder = self.stage.folder / "state" / "krlvesk" / "window"
+        self.stage.press("Remove “Harp”")
+        self.stage.until(lambda: folder.is_dir() and any(folder.glob("*.json")), "what is kept")
+        self.stage.kill_window()
+        self.stage.start_window()
+        self.stage.see("Keep “Harp”", "push button")
+
+    def test_whose_song_is_gone_are_dropped(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        song = self.song("Long Walk", seconds=20)
+        self.stage.open_in_window(song, SUNRISE)
+        self.stage.see("Sync 2", "push button")
+        self.stage.close_window()
+        song.unlink()
+        self.stage.start_window()
+        self.stage.see("“Long Walk.wav” is not there any more and was left out")
+        self.stage.see("Sync 1", "push button")
+        self.start_again()
+        self.stage.see("Your last changes to “My Phone” are here again")
+        self.stage.see("Sync 1", "push button")
+
+    def test_that_are_damaged_are_left_out(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 1", "push button")
+        self.stage.close_window()
+        [file] = (self.stage.folder / "state" / "krlvesk" / "window").iterdir()
+        file.write_bytes(file.read_bytes()[:-20])
+        self.stage.start_window()
+        self.stage.see("Your last changes to “My Phone” cannot be read")
+        self.stage.see("Remove “Harp”", "push button")
+
+
 class Languages(Window):
     def test_are_those_of_the_person(self):
         os.environ["LANGUAGE"] = "de"
