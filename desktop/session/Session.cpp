@@ -628,9 +628,8 @@ void Session::failed(const std::string& key, const Failure& failure) {
 
 void Session::toastWithUndo(const std::string& key, std::string text) {
     onToast({.text = std::move(text), .undo = _("Undo"), .onUndo = [this, key] {
-                 if (key == current_) {
-                     undo();
-                 }
+                 choose(key); // the person may look at another one by now
+                 undo();
              }});
 }
 
