@@ -176,17 +176,31 @@ void MainWindow::acceptDrops() {
     gtk_widget_add_controller(GTK_WIDGET(window_.get()), GTK_EVENT_CONTROLLER(target));
 }
 
-void MainWindow::add(GdkFileList* files) {
+void MainWindow::add(const std::vector<GFile*>& files) {
     std::vector<std::filesystem::path> paths;
-    const std::unique_ptr<GSList, decltype(&g_slist_free)> list(gdk_file_list_get_files(files),
-                                                                g_slist_free);
-    for (const GSList* one = list.get(); one != nullptr; one = one->next) {
-        const std::string path = taken(g_file_get_path(G_FILE(one->data)));
+    for (GFile* const file : files) {
+        const std::string path = taken(g_file_get_path(file));
         if (!path.empty()) {
             paths.emplace_back(path);
         }
     }
-    session_.add(paths);
+    if (paths.size() < files.size()) {
+        showToast(
+            {.text = _("What is not on this computer has to be copied to it first"), .undo = {}});
+    }
+    if (!paths.empty()) {
+        session_.add(paths);
+    }
+}
+
+void MainWindow::add(GdkFileList* files) {
+    const std::unique_ptr<GSList, decltype(&g_slist_free)> list(gdk_file_list_get_files(files),
+                                                                g_slist_free);
+    std::vector<GFile*> added;
+    for (const GSList* one = list.get(); one != nullptr; one = one->next) {
+        added.push_back(G_FILE(one->data));
+    }
+    add(added);
 }
 
 void MainWindow::chooseFiles() {
@@ -207,12 +221,13 @@ void MainWindow::chooseFiles() {
             return;
         }
         const auto files = adopt(gtk_file_chooser_get_files(GTK_FILE_CHOOSER(chooser_.get())));
-        std::vector<std::filesystem::path> paths;
+        std::vector<Owned<GFile>> chosen;
+        std::vector<GFile*> added;
         for (guint i = 0; i < g_list_model_get_n_items(files.get()); ++i) {
-            const auto file = adopt(static_cast<GFile*>(g_list_model_get_item(files.get(), i)));
-            paths.emplace_back(taken(g_file_get_path(file.get())));
+            chosen.push_back(adopt(static_cast<GFile*>(g_list_model_get_item(files.get(), i))));
+            added.push_back(chosen.back().get());
         }
-        session_.add(paths);
+        add(added);
     });
     gtk_native_dialog_show(GTK_NATIVE_DIALOG(chooser_.get()));
 }

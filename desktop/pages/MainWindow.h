@@ -20,6 +20,9 @@ public:
 
     void present();
 
+    /// Adds files, which are lent.
+    void add(const std::vector<GFile*>& files);
+
     /// Closes it, unless there is something to be waited for.
     void close() { gtk_window_close(GTK_WINDOW(window_.get())); }
 

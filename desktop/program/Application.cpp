@@ -122,15 +122,8 @@ void Application::showWindow() {
 void Application::open(const Emission& emission) {
     auto** const files = static_cast<GFile**>(g_value_get_pointer(emission.parameters + 1));
     const int count = g_value_get_int(emission.parameters + 2);
-    std::vector<std::filesystem::path> paths;
-    for (int i = 0; i < count; ++i) {
-        const std::string path = taken(g_file_get_path(files[i]));
-        if (!path.empty()) {
-            paths.emplace_back(path);
-        }
-    }
     showWindow();
-    session_->add(paths);
+    window_->add({files, files + count});
 }
 
 void Application::showAbout() {

@@ -218,7 +218,7 @@ class Stage:
             lines.append(str(error))
         return "\n".join(lines)
 
-    def _find(self, name, role):
+    def find(self, name, role):
         # GTK 4.8 calls a button by its label and by what it shows, one after the other.
         names = (name, f"{name} {name}")
         for node in self.nodes():
@@ -227,10 +227,10 @@ class Stage:
         return None
 
     def see(self, name, role=None):
-        return self.until(lambda: self._find(name, role), f"{role or 'something'} “{name}”")
+        return self.until(lambda: self.find(name, role), f"{role or 'something'} “{name}”")
 
     def see_none(self, name, role=None):
-        self.until(lambda: self._find(name, role) is None, f"the end of “{name}”")
+        self.until(lambda: self.find(name, role) is None, f"the end of “{name}”")
 
     def see_part(self, part):
         return self.until(lambda: next((node for node in self.nodes() if part in self.text_of(node)), None),
@@ -241,7 +241,8 @@ class Stage:
 
     def can_press(self, name):
         """The button, when it can be pressed now."""
-        node = self._find(name, "push button") or self._find(name, "toggle button")
+        roles = ("push button", "toggle button", "menu item")
+        node = next(filter(None, (self.find(name, role) for role in roles)), None)
         is_able = node is not None and node.get_state_set().contains(self._atspi.StateType.SENSITIVE)
         return node if is_able else None
 
@@ -281,8 +282,17 @@ class Stage:
 
     def write(self, name, text):
         """Into a field."""
-        field = self.until(lambda: self._find(name, "entry") or self._find(name, "text"), f"a field “{name}”")
+        field = self.until(lambda: self.find(name, "entry") or self.find(name, "text"), f"a field “{name}”")
         assert self._atspi.EditableText.set_text_contents(field, text)
+
+    def copy(self, *uris):
+        """As a file manager copies files."""
+        text = "".join(uri + "\r\n" for uri in uris)
+        subprocess.run(["xclip", "-selection", "clipboard", "-t", "text/uri-list"], input=text, text=True, check=True,
+                       timeout=LONGEST, stdout=subprocess.DEVNULL)
+
+    def type(self, text):
+        subprocess.run(["xdotool", "type", "--delay", "5", text], check=True, timeout=LONGEST)
 
     def key(self, *keys):
         """As from the keyboard."""

@@ -71,6 +71,42 @@ class Phones(Window):
         self.start(phone=["--class", "iPod"])
         self.stage.see("“My Phone” is not an iPhone")
 
+    def choose_phone(self, name):
+        self.stage.tab_to("Phone", "push button")
+        self.stage.key("space")
+        self.stage.press(name)
+
+    def start_two(self):
+        self.stage.start_phone("--root", self.stage.folder / "other", "--name", "Old Phone")
+        self.stage.vesk("add", "--udid", "My Phone", HARP)
+        self.stage.vesk("add", "--udid", "Old Phone", BELLS)
+        self.stage.start_window()
+        self.stage.see("Phone", "push button")
+        self.choose_phone("My Phone")
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 1", "push button")
+
+    def test_are_chosen_from_the_title(self):
+        self.start_two()
+        self.choose_phone("Old Phone")
+        self.stage.see("Glöckchen", "list item")
+        self.stage.see_none("Sync 1", "push button")
+        # What is said of one is taken back there.
+        self.stage.press("Undo")
+        self.choose_phone("My Phone")
+        self.stage.see("Remove “Harp”", "push button")
+
+    def test_are_gone_back_to_by_the_undo_of_their_sync(self):
+        self.start_two()
+        self.stage.press("Sync 1")
+        self.stage.see("1 removed")
+        self.choose_phone("Old Phone")
+        self.stage.see("Glöckchen", "list item")
+        self.stage.press("Undo")
+        self.stage.see_part("Undone: ")
+        self.stage.see("Harp", "list item")
+        self.assert_phone_holds(HARP)
+
     def test_that_are_unplugged_keep_their_changes(self):
         self.start(HARP)
         self.stage.press("Remove “Harp”")
@@ -108,6 +144,34 @@ class Edits(Window):
         self.stage.open_in_window(SAMPLES)
         self.stage.see("Sync 6", "push button")
         self.assertIn("make", self.stage.names("list item"))
+
+    def test_paste_copied_files(self):
+        self.start(HARP)
+        self.stage.copy(SUNRISE.resolve().as_uri(), BELLS.resolve().as_uri())
+        self.stage.tab_to("Add", "push button")
+        self.stage.key("ctrl+v")
+        self.stage.see("Sync 2", "push button")
+        self.assertEqual(self.stage.names("list item"), ["Glöckchen", "Harp", "Sunrise 🌅"])
+
+    def test_add_chosen_files(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.tab_to("Add", "push button")
+        self.stage.key("space")
+        self.stage.watched_window = 1
+        self.stage.see("Add Ringtones")
+        self.stage.type(str(SUNRISE.resolve()))
+        self.stage.key("Return")
+        self.stage.watched_window = 0
+        self.stage.see("Sync 1", "push button")
+        self.stage.see("Sunrise 🌅", "list item")
+
+    def test_leave_out_files_of_other_computers(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window("sftp://example.invalid/song.mp3", SUNRISE)
+        self.stage.see("What is not on this computer has to be copied to it first")
+        self.stage.see("Sync 1", "push button")
 
     def test_make_a_ringtone_of_a_song(self):
         if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
