@@ -6,6 +6,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 from pathlib import Path
 
@@ -249,6 +250,33 @@ class Stage:
     def press(self, name):
         button = self.until(lambda: self.can_press(name), f"a button “{name}” to be pressed")
         assert self._atspi.Action.do_action(button, 0), f"“{name}” could not be pressed"
+
+    def longest_gap(self):
+        """Asks the main loop again and again, from a thread, until the function that is returned is called, which says
+        how many seconds it took at most to answer."""
+        from gi.repository import Gio
+
+        flags = Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION
+        bus = Gio.DBusConnection.new_for_address_sync(os.environ["DBUS_SESSION_BUS_ADDRESS"], flags, None, None)
+        gaps = []
+        ends = threading.Event()
+
+        def ask():
+            while not ends.wait(0.002):
+                begin = time.monotonic()
+                bus.call_sync("com.korvane.Vesk", "/com/korvane/Vesk/window/1", "org.gtk.Actions", "List", None, None,
+                              Gio.DBusCallFlags.NO_AUTO_START, LONGEST * 1000, None)
+                gaps.append(time.monotonic() - begin)
+
+        thread = threading.Thread(target=ask)
+        thread.start()
+
+        def end():
+            ends.set()
+            thread.join()
+            return max(gaps)
+
+        return end
 
     def activate(self, action):
         """What stands in the main menu."""

@@ -458,6 +458,25 @@ class Syncs(Window):
         self.stage.see("1 ringtone")
         self.assert_phone_holds(HARP)
 
+    def test_of_many_songs_leave_the_window_alive(self):
+        folder = self.stage.folder / "songs"
+        folder.mkdir()
+        for number in range(300):
+            self.song(f"songs/{number:03}", seconds=1)
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        ask = self.stage.longest_gap()
+        self.stage.open_in_window(folder)
+        self.stage.see("Sync 300", "push button")
+        adding = ask()
+        ask = self.stage.longest_gap()
+        self.stage.press("Sync 300")
+        self.stage.see("300 ringtones added")
+        syncing = ask()
+        # As it is: how long it is depends on what else this computer does.
+        print(f"longest gap of the main loop: {adding:.3f} s while songs are added, {syncing:.3f} s in their sync")
+        self.assertEqual(len(self.stage.ringtones_on_phone()), 301)
+
     def test_are_cancelled(self):
         # They would take longer than anything here is waited for.
         songs = [self.song(f"Song {number}", seconds=20) for number in range(10)]
