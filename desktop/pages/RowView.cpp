@@ -33,6 +33,14 @@ const char* styleOf(Mark mark) {
     return "plain";
 }
 
+/// Each change has the toolkit look for what is under the pointer, with all of the list laid out anew.
+void setTooltip(GtkWidget* widget, const std::string& text) {
+    const char* const shown = gtk_widget_get_tooltip_text(widget);
+    if (text != (shown == nullptr ? "" : shown)) {
+        gtk_widget_set_tooltip_text(widget, text.empty() ? nullptr : text.c_str());
+    }
+}
+
 } // namespace
 
 void RowView::setUp(GtkListItem* item, Session& session) {
@@ -89,8 +97,7 @@ void RowView::update() {
     gtk_widget_set_css_classes(widget<GtkWidget>("text"), const_cast<const char**>(textClasses));
     gtk_accessible_update_property(GTK_ACCESSIBLE(gtk_widget_get_parent(widget<GtkWidget>("row"))),
                                    GTK_ACCESSIBLE_PROPERTY_LABEL, shown.name.c_str(), -1);
-    gtk_widget_set_tooltip_text(widget<GtkWidget>("text"),
-                                shown.reason.empty() ? nullptr : shown.reason.c_str());
+    setTooltip(widget<GtkWidget>("text"), shown.reason);
     auto* const label = widget<GtkWidget>("mark");
     gtk_label_set_text(GTK_LABEL(label), mark.c_str());
     gtk_widget_set_visible(label, !mark.empty());
@@ -107,7 +114,7 @@ void RowView::update() {
     gtk_button_set_icon_name(button, isRemoved ? "edit-undo-symbolic" : "user-trash-symbolic");
     const std::string deed =
         fmt::format(fmt::runtime(isRemoved ? _("Keep “{}”") : _("Remove “{}”")), shown.name);
-    gtk_widget_set_tooltip_text(GTK_WIDGET(button), isRemoved ? _("Keep") : _("Remove"));
+    setTooltip(GTK_WIDGET(button), isRemoved ? _("Keep") : _("Remove"));
     gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    deed.c_str(), -1);
 }
@@ -121,7 +128,7 @@ void RowView::updateSign(const Row& shown) {
     gtk_widget_set_visible(button, canPlay);
     gtk_button_set_icon_name(GTK_BUTTON(button), isHeard ? "media-playback-stop-symbolic"
                                                          : "media-playback-start-symbolic");
-    gtk_widget_set_tooltip_text(button, isHeard ? _("Stop") : _("Play"));
+    setTooltip(button, isHeard ? _("Stop") : _("Play"));
     gtk_accessible_update_property(
         GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
         fmt::format(fmt::runtime(isHeard ? _("Stop “{}”") : _("Play “{}”")), shown.name).c_str(),
@@ -139,7 +146,7 @@ void RowView::updateRename(const Row& shown) {
     gtk_widget_set_sensitive(button, !isEditing || name_.problem() == NameProblem::None);
     gtk_button_set_icon_name(GTK_BUTTON(button),
                              isEditing ? "object-select-symbolic" : "document-edit-symbolic");
-    gtk_widget_set_tooltip_text(button, isEditing ? _("Take This Name") : _("Rename"));
+    setTooltip(button, isEditing ? _("Take This Name") : _("Rename"));
     gtk_accessible_update_property(
         GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
         isEditing ? _("Take This Name")
