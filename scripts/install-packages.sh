@@ -17,7 +17,7 @@ songs=(
 # For vesk-desktop; all else is built without them too.
 desktop=(libgtk-4-dev libadwaita-1-dev libglib2.0-dev-bin gettext adwaita-icon-theme)
 # A screen without one, and what reads it as a screen reader does.
-desktop_tests=(xvfb xclip xdotool dbus-daemon at-spi2-core python3-gi gir1.2-atspi-2.0 fonts-cantarell)
+desktop_tests=(xvfb xclip xdotool dbus-daemon at-spi2-core python3-gi gir1.2-atspi-2.0 gir1.2-gtk-4.0 fonts-cantarell)
 tests=(
     libgtest-dev libgmock-dev libimobiledevice-dev libimobiledevice-utils ifuse libglib2.0-dev
     dbus-daemon binutils python3 procps openssl openjdk-17-jdk-headless ffmpeg zsh fish groff-base

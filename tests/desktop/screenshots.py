@@ -124,6 +124,20 @@ def failed(stage):
     stage.see("Details")
 
 
+def taken_up(stage):
+    with_ringtones(stage)
+    stage.press("Remove “Horn”")
+    stage.press("Rename “Harp”")
+    stage.write("Name of “Harp”", "Lyre")
+    stage.press("Take This Name")
+    stage.see("Sync 2", "push button")
+    stage.close_window()
+    stage.start_window("--sink", "fakesink sync=true")
+    stage.see("Your last changes to “My Phone” are here again")
+    stage.press("Play “Lyre”")
+    stage.see("Stop “Lyre”", "push button")
+
+
 def searched(stage):
     with_ringtones(stage)
     stage.key("ctrl+f")
@@ -152,7 +166,7 @@ def about(stage):
 
 
 PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, syncing, done, history, interrupted,
-         gone, failed, searched, several, shortcuts, about]
+         gone, failed, taken_up, searched, several, shortcuts, about]
 
 if __name__ == "__main__":
     FOLDER.mkdir(parents=True, exist_ok=True)

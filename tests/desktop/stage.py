@@ -319,6 +319,21 @@ class Stage:
         subprocess.run(["xclip", "-selection", "clipboard", "-t", "text/uri-list"], input=text, text=True, check=True,
                        timeout=LONGEST, stdout=subprocess.DEVNULL)
 
+    def drag_onto_window(self, uri):
+        """Another window beside ours, and a function that drags the file from it. It may have to be called again: who
+        lets go before the window has said that it takes the file, has not dropped it."""
+        source = self._start(sys.executable, "-B", Path(__file__).with_name("drag_source.py"), uri,
+                             stdout=subprocess.PIPE, text=True)
+        number = source.stdout.readline().strip()
+        subprocess.run(["xdotool", "windowmove", "--sync", number, "760", "300"], check=True, timeout=LONGEST)
+
+        def drag():
+            moves = [f"mousemove {x} 350" for x in range(840, 300, -20)]
+            steps = ["mousemove 860 350", "mousedown 1", *moves, "sleep 0.2", "mouseup 1"]
+            subprocess.run(["xdotool", *" ".join(steps).split()], check=True, timeout=LONGEST)
+
+        return drag
+
     def type(self, text):
         subprocess.run(["xdotool", "type", "--delay", "5", text], check=True, timeout=LONGEST)
 

@@ -153,6 +153,18 @@ class Edits(Window):
         self.stage.see("Sync 2", "push button")
         self.assertEqual(self.stage.names("list item"), ["Glöckchen", "Harp", "Sunrise 🌅"])
 
+    def test_take_dropped_files(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        drag = self.stage.drag_onto_window(SUNRISE.resolve().as_uri())
+
+        def dropped():
+            drag()
+            return self.stage.find("Sunrise 🌅", "list item")
+
+        self.stage.until(dropped, "what was dropped")
+        self.stage.see_part(" new (")
+
     def test_add_chosen_files(self):
         self.start(HARP)
         self.stage.see("Harp", "list item")
