@@ -90,7 +90,8 @@ void PhoneBook::dropTakenNames() {
 }
 
 void PhoneBook::dropFulfilled() {
-    if (!reading_) {
+    // Without its catalogue a phone lists nothing, be its ringtones there or not.
+    if (!reading_ || reading_->brokenJob || reading_->catalogueIsUnreadable) {
         return;
     }
     rememberLengths();

@@ -80,7 +80,8 @@ public:
     const std::optional<PhoneReading>& reading() const { return reading_; }
 
     /// Edits that the phone as it was read last already has are no edits any more. For after a job:
-    /// before one, a song that the phone has may be added for its other sound.
+    /// before one, a song that the phone has may be added for its other sound. None is dropped by a
+    /// list that is not whole.
     void dropFulfilled();
 
     /// What was asked for is on the phone: these edits are none any more.

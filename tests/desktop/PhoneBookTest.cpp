@@ -153,6 +153,27 @@ TEST_F(PhoneBooks, DropEditsThatThePhoneHas) {
     EXPECT_EQ(book.wanted().added.front().name, "Bells");
 }
 
+TEST_F(PhoneBooks, DropNothingWhileTheListIsNotWhole) {
+    book.take(holding({{"Harp", 500}, {"Horn", 600}}));
+    book.remove({keyOf("Harp")});
+    book.rename(keyOf("Horn"), "Hupe");
+    const Edits edits = book.edits();
+    PhoneReading broken = holding({});
+    const engine::Digest state = engine::digestOf("");
+    broken.brokenJob = engine::Job{.what = "sync", .time = 0, .before = state, .after = state};
+    book.take(broken);
+    book.dropFulfilled();
+    EXPECT_EQ(book.edits(), edits);
+    PhoneReading damaged = holding({});
+    damaged.catalogueIsUnreadable = true;
+    book.take(damaged);
+    book.dropFulfilled();
+    EXPECT_EQ(book.edits(), edits);
+    book.take(holding({}));
+    book.dropFulfilled();
+    EXPECT_FALSE(book.hasEdits());
+}
+
 TEST_F(PhoneBooks, KnowTheLengthOfWhatWasSent) {
     addReady("Horn", 600);
     book.take(holding({{"Horn", 600}, {"Harp", 600}}));

@@ -518,6 +518,27 @@ class Syncs(Window):
         self.stage.see("3 ringtones")
         self.assert_phone_holds(HARP, SUNRISE, BELLS)
 
+    def test_that_are_broken_off_and_taken_back_leave_the_edits(self):
+        self.start(HARP, BELLS)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        Names.rename(self, "Glöckchen", "Bells")
+        self.stage.press("Remove “Harp”")
+        self.stage.tell_phone("fault afc/Write#2=unplug")
+        self.stage.press("Sync 3")
+        self.stage.see("“My Phone” Is Unplugged")
+        self.stage.tell_phone("clear-faults")
+        self.stage.tell_phone("plug")
+        self.stage.press("Take Back")
+        self.stage.see_none("The last sync of “My Phone” was interrupted")
+        self.stage.until(lambda: self.stage.can_press("Sync 3"), "the end of the work")
+        self.assert_phone_holds(HARP, BELLS)
+        self.stage.see("Keep “Harp”", "push button")
+        self.stage.press("Sync 3")
+        self.stage.see_none("Sync 3", "push button")
+        self.stage.see("2 ringtones")
+        self.assert_phone_holds(BELLS, SUNRISE)
+
     def test_can_be_gone_back_behind(self):
         self.stage.start_phone()
         for ringtone in (HARP, SUNRISE, BELLS):
