@@ -31,7 +31,7 @@ Failure cannotPrepare(const std::filesystem::path& path, const std::string& prob
 
 /// A file in memory, to be written by another process.
 confined::OpenFile emptyFile() {
-    confined::OpenFile file(memfd_create("ringtone", MFD_CLOEXEC));
+    confined::OpenFile file(memfd_create("vesk-prepare", MFD_CLOEXEC));
     if (!file) {
         throw std::system_error(errno, std::generic_category());
     }
@@ -54,10 +54,13 @@ std::string contentsOf(const confined::OpenFile& file) {
     }
 }
 
-} // namespace
+/// What the program has said, and the file that it has written.
+struct Reply {
+    std::optional<std::string> text; ///< none: it has ended first, or not in time
+    confined::OpenFile file;
+};
 
-Ringtone madeOf(const std::filesystem::path& path, int descriptor, const Wish& wish,
-                const std::filesystem::path& program) {
+Reply replyTo(const std::string& question, int descriptor, const std::filesystem::path& program) {
     // The process itself ends after a minute of computing; on a busy machine that takes longer.
     constexpr std::chrono::minutes kLongest{10};
     if (program.empty()) {
@@ -69,10 +72,15 @@ Ringtone madeOf(const std::filesystem::path& path, int descriptor, const Wish& w
     } catch (const std::system_error& error) {
         throw missing(fmt::format("\"{}\": {}", program.string(), error.code().message()));
     }
-    const confined::OpenFile file = emptyFile();
-    const std::array<int, 2> files{descriptor, file.get()};
-    const auto text = process->ask(encoded(wish), files, kLongestWish, kLongest);
-    const auto answer = text ? decodedAnswer(*text) : std::nullopt;
+    Reply reply{std::nullopt, emptyFile()};
+    const std::array<int, 2> files{descriptor, reply.file.get()};
+    reply.text = process->ask(question, files, kLongestWish, kLongest);
+    return reply;
+}
+
+/// @throw Failure when there is none, or it says that it cannot be done
+template <typename Answer>
+void requireDone(const std::optional<Answer>& answer, const std::filesystem::path& path) {
     if (!answer) {
         throw cannotPrepare(path, "that takes too much memory or time",
                             "It is damaged, or made to do harm. Take another file of the song.");
@@ -80,7 +88,28 @@ Ringtone madeOf(const std::filesystem::path& path, int descriptor, const Wish& w
     if (!answer->problem.empty()) {
         throw cannotPrepare(path, answer->problem, answer->advice);
     }
-    return {answer->prepared, contentsOf(file)};
+}
+
+} // namespace
+
+Ringtone madeOf(const std::filesystem::path& path, int descriptor, const Wish& wish,
+                const std::filesystem::path& program) {
+    const Reply reply = replyTo(encoded(wish), descriptor, program);
+    const auto answer = reply.text ? decodedAnswer(*reply.text) : std::nullopt;
+    requireDone(answer, path);
+    return {answer->prepared, contentsOf(reply.file)};
+}
+
+Peaks peaksOf(const std::filesystem::path& path, int descriptor,
+              const std::filesystem::path& program) {
+    const Reply reply = replyTo(kForPeaks, descriptor, program);
+    const auto answer = reply.text ? decodedPeaksAnswer(*reply.text) : std::nullopt;
+    requireDone(answer, path);
+    const auto peaks = peaksIn(contentsOf(reply.file), *answer);
+    if (!peaks) {
+        throw cannotPrepare(path, "it makes no sense", "Take another file of the song.");
+    }
+    return *peaks;
 }
 
 } // namespace krl::audio

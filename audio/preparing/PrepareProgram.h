@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/judging/DecoderFacts.h"
+#include "audio/preparing/Peaks.h"
 #include "audio/preparing/Wish.h"
 
 #include <filesystem>
@@ -21,5 +22,10 @@ struct Ringtone {
 /// @throw Failure when it cannot be done, with the reason
 Ringtone madeOf(const std::filesystem::path& path, int descriptor, const Wish& wish,
                 const std::filesystem::path& program = prepareProgram());
+
+/// The waveform of an open song, likewise.
+/// @throw Failure when it cannot be decoded, with the reason
+Peaks peaksOf(const std::filesystem::path& path, int descriptor,
+              const std::filesystem::path& program = prepareProgram());
 
 } // namespace krl::audio

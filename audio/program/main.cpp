@@ -1,12 +1,14 @@
 // vesk-prepare: makes ringtones of songs for another program, which survives whatever a malformed
 // file does to this one. Its standard input is a socket of packets (confined/Packets.h): a question
-// is a wish with two open files, the song and an empty one for the ringtone, or kForFacts with the
-// song alone.
+// is a wish with two open files, the song and an empty one for the ringtone, kForPeaks with the same
+// for the peaks, or kForFacts with the song alone.
 
 #include "audio/judging/DecoderFacts.h"
+#include "audio/preparing/Peaks.h"
 #include "audio/preparing/Wish.h"
 #include "audio/program/Ffmpeg.h"
 #include "audio/program/Making.h"
+#include "audio/program/PeakMeter.h"
 #include "audio/program/Source.h"
 #include "confined/Confinement.h"
 #include "confined/Packets.h"
@@ -15,13 +17,14 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <span>
 #include <system_error>
 
 namespace {
 
 using krl::confined::OpenFile;
 
-void writeAll(const OpenFile& file, const std::vector<uint8_t>& bytes) {
+void writeAll(const OpenFile& file, std::span<const char> bytes) {
     for (size_t done = 0; done < bytes.size();) {
         const ssize_t count = write(file.get(), bytes.data() + done, bytes.size() - done);
         if (count < 0) {
@@ -35,10 +38,20 @@ krl::audio::PrepareAnswer answerTo(const krl::audio::Wish& wish, const OpenFile&
                                    const OpenFile& ringtone) {
     try {
         const krl::audio::Made made = krl::audio::make(song.get(), wish);
-        writeAll(ringtone, made.file);
+        writeAll(ringtone, {reinterpret_cast<const char*>(made.file.data()), made.file.size()});
         return {made.prepared};
     } catch (const krl::audio::CannotPrepare& failure) {
         return {{}, failure.what(), failure.advice()};
+    }
+}
+
+krl::audio::PeaksAnswer peaksAnswer(const OpenFile& song, const OpenFile& output) {
+    try {
+        const krl::audio::Peaks peaks = krl::audio::peaksOf(song.get());
+        writeAll(output, krl::audio::bytesOf(peaks.peaks));
+        return {peaks.seconds, peaks.secondsPerPeak};
+    } catch (const krl::audio::CannotPrepare& failure) {
+        return {0, 0, failure.what(), failure.advice()};
     }
 }
 
@@ -54,6 +67,9 @@ krl::tags::AudioFacts factsOf(const OpenFile& song) {
 std::optional<std::string> answerTo(const krl::confined::Packet& question) {
     if (question.text == krl::audio::kForFacts && question.files.size() == 1) {
         return krl::tags::encoded(factsOf(question.files[0]));
+    }
+    if (question.text == krl::audio::kForPeaks && question.files.size() == 2) {
+        return krl::audio::encoded(peaksAnswer(question.files[0], question.files[1]));
     }
     const auto wish = krl::audio::decodedWish(question.text);
     if (!wish || question.files.size() != 2) {
