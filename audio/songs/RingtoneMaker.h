@@ -30,6 +30,9 @@ public:
     explicit RingtoneMaker(Recipe recipe, Preparer preparer = Preparer())
         : recipe_(std::move(recipe)), preparer_(std::move(preparer)) {}
 
+    /// From now on songs become ringtones by this one. What was made by another stays.
+    void follow(Recipe recipe) { recipe_ = std::move(recipe); }
+
     /// What a phone of this firmware is to get.
     /// @throw Failure when the song does not play there and is to go as it is
     WantedRingtone wanted(const Song& song, int firmwareNumber) const;

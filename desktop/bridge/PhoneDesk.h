@@ -1,30 +1,13 @@
 #pragma once
 
 #include "desktop/bridge/Mailbox.h"
-#include "engine/errors/Failure.h"
+#include "desktop/bridge/Outcome.h"
 #include "engine/phones/PhoneThread.h"
 
 #include <functional>
 #include <utility>
-#include <variant>
 
 namespace krl::desktop {
-
-/// What came of a piece of work.
-template <typename T>
-using Outcome = std::variant<T, engine::Failure>;
-
-/// Calls it, and makes of whatever it throws a failure.
-template <typename T>
-Outcome<T> outcomeOf(const std::function<T()>& work) noexcept {
-    try {
-        return work();
-    } catch (const engine::Failure& failure) {
-        return failure;
-    } catch (const std::exception& error) {
-        return engine::Failure(engine::FailureKind::Unexpected, error.what());
-    }
-}
 
 /// Has work done on the thread that knows phones, and the outcome brought to the main loop.
 class PhoneDesk {

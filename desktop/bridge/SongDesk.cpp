@@ -73,17 +73,43 @@ SongDesk::~SongDesk() {
 }
 
 void SongDesk::take(const fs::path& song, int firmwareNumber, std::function<void(SongNews)> tell) {
-    post([this, song, firmwareNumber, tell = std::move(tell)](Tools& tools) {
+    post(making({.song = song, .firmwareNumber = firmwareNumber}, std::move(tell)));
+}
+
+void SongDesk::cut(const SongCut& wanted, int firmwareNumber, std::function<void(SongNews)> tell) {
+    postFirst(making({.song = wanted.song,
+                      .firmwareNumber = firmwareNumber,
+                      .recipe = {.wish = wanted.wish, .preparesAll = true}},
+                     std::move(tell)));
+}
+
+SongDesk::Work SongDesk::making(Order order, std::function<void(SongNews)> tell) {
+    return [this, order = std::move(order), tell = std::move(tell)](Tools& tools) {
         const auto say = [this, &tell](SongNews news) {
             mailbox_.put([tell, news = std::move(news)] { tell(news); });
         };
-        try {
-            say(readySong(tools, song, firmwareNumber, say));
-        } catch (const Failure& failure) {
-            say(failure);
-        } catch (const std::exception& error) {
-            say(Failure(FailureKind::UnreadableFile, error.what()));
-        }
+        const auto made = outcomeOf<SongIsReady>([&] { return readySong(tools, order, say); });
+        std::visit([&](const auto& news) { say(news); }, made);
+    };
+}
+
+void SongDesk::readWaveform(const fs::path& song, std::function<void(Waveform)> tell) {
+    using Peaks = std::shared_ptr<const audio::Peaks>;
+    postFirst([this, song, tell = std::move(tell)](Tools& tools) {
+        Waveform waveform = outcomeOf<Peaks>([&] { return tools.peaks.read(song); });
+        mailbox_.put([tell, waveform = std::move(waveform)] { tell(waveform); });
+    });
+}
+
+void SongDesk::suggest(const fs::path& song, const audio::Wish& wish,
+                       std::function<void(Beginning)> tell) {
+    postFirst([this, song, wish, tell = std::move(tell)](Tools& /*tools*/) {
+        audio::Wish automatic = wish;
+        automatic.automatic = true;
+        Beginning beginning = outcomeOf<double>([&] {
+            return audio::Preparer().prepare(song, automatic).ringtone->prepared.startSeconds;
+        });
+        mailbox_.put([tell, beginning = std::move(beginning)] { tell(beginning); });
     });
 }
 
@@ -104,14 +130,15 @@ void SongDesk::listFiles(const std::vector<fs::path>& places,
     });
 }
 
-SongIsReady SongDesk::readySong(Tools& tools, const fs::path& path, int firmwareNumber,
+SongIsReady SongDesk::readySong(Tools& tools, const Order& order,
                                 const std::function<void(SongNews)>& tell) {
-    const audio::Judgement judgement = audio::Inspector().inspect(path).judgement;
+    const audio::Judgement judgement = audio::Inspector().inspect(order.song).judgement;
     if (judgement.verdict == Verdict::CannotBeUsed) {
         throw Failure(FailureKind::UnsupportedType, joined(judgement.reasons));
     }
-    const audio::Song song = tools.reader.read(path);
-    audio::WantedRingtone wanted = tools.maker.wanted(song, firmwareNumber);
+    const audio::Song song = tools.reader.read(order.song);
+    tools.maker.follow(order.recipe);
+    audio::WantedRingtone wanted = tools.maker.wanted(song, order.firmwareNumber);
     std::optional<double> seconds = secondsOf(song.facts);
     if (wanted.isToBeMade()) {
         tell(SongIsPrepared{});
@@ -129,6 +156,14 @@ void SongDesk::post(Work work) {
     {
         const std::lock_guard lock(mutex_);
         work_.push_back(std::move(work));
+    }
+    changed_.notify_one();
+}
+
+void SongDesk::postFirst(Work work) {
+    {
+        const std::lock_guard lock(mutex_);
+        work_.push_front(std::move(work));
     }
     changed_.notify_one();
 }

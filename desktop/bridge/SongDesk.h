@@ -1,9 +1,10 @@
 #pragma once
 
+#include "audio/preparing/PeaksReader.h"
 #include "audio/songs/RingtoneMaker.h"
 #include "audio/songs/SongReader.h"
 #include "desktop/bridge/Mailbox.h"
-#include "engine/errors/Failure.h"
+#include "desktop/bridge/Outcome.h"
 #include "engine/files/LocalFile.h"
 
 #include <array>
@@ -11,6 +12,7 @@
 #include <deque>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -28,6 +30,13 @@ struct SongIsReady {
     engine::LocalRingtone ringtone;
     std::optional<double> seconds;
     bool wasPrepared = false;
+};
+
+/// A part of a song that is to become a ringtone.
+struct SongCut {
+    std::filesystem::path song;
+    std::string name; ///< of the ringtone
+    audio::Wish wish;
 };
 
 using SongNews = std::variant<SongIsPrepared, SongIsReady, engine::Failure>;
@@ -49,6 +58,21 @@ public:
     void take(const std::filesystem::path& song, int firmwareNumber,
               std::function<void(SongNews)> tell);
 
+    /// Makes a ringtone of a part of a song, also of one that would go as it is. Like what else is
+    /// asked of a song that a person is busy with, it comes before songs that wait.
+    void cut(const SongCut& wanted, int firmwareNumber, std::function<void(SongNews)> tell);
+
+    using Waveform = Outcome<std::shared_ptr<const audio::Peaks>>;
+
+    void readWaveform(const std::filesystem::path& song, std::function<void(Waveform)> tell);
+
+    /// Seconds from a song's beginning.
+    using Beginning = Outcome<double>;
+
+    /// Looks for a good beginning of a ringtone of this length.
+    void suggest(const std::filesystem::path& song, const audio::Wish& wish,
+                 std::function<void(Beginning)> tell);
+
     /// The files of a folder, and of those in it, without hidden ones; a file is itself.
     void listFiles(const std::vector<std::filesystem::path>& places,
                    std::function<void(std::vector<std::filesystem::path>)> tell);
@@ -58,14 +82,24 @@ private:
     struct Tools {
         audio::SongReader reader{audio::Treatment::Prepare, audio::NameSource::Tags};
         audio::RingtoneMaker maker{audio::Recipe{}};
+        audio::PeaksReader peaks{};
     };
 
     using Work = std::function<void(Tools& tools)>;
 
+    /// What a song becomes.
+    struct Order {
+        std::filesystem::path song;
+        int firmwareNumber = 0;
+        audio::Recipe recipe = {};
+    };
+
     void post(Work work);
+    void postFirst(Work work);
+    Work making(Order order, std::function<void(SongNews)> tell);
     void run(Tools& tools);
-    static SongIsReady readySong(Tools& tools, const std::filesystem::path& path,
-                                 int firmwareNumber, const std::function<void(SongNews)>& tell);
+    static SongIsReady readySong(Tools& tools, const Order& order,
+                                 const std::function<void(SongNews)>& tell);
 
     static constexpr size_t kThreads = 2;
 

@@ -1,5 +1,6 @@
 #include "desktop/session/PhoneBook.h"
 
+#include "audio/judging/PlayedFormats.h"
 #include "engine/values/Text.h"
 
 #include <algorithm>
@@ -160,12 +161,42 @@ void PhoneBook::hear(uint64_t number, const SongNews& news) {
                          song.size = ready.ringtone.size;
                          song.seconds = ready.seconds;
                          song.ringtone = ready.ringtone;
+                         song.wish = song.wanted;
+                         if (!ready.wasPrepared) {
+                             song.wish.lengthSeconds = audio::kLongestRingtoneSeconds;
+                         }
                      },
                      [&](const engine::Failure& failure) {
-                         song.mark = Mark::Unusable;
-                         song.reason = failure.what();
+                         song.mark = song.ringtone ? Mark::New : Mark::Unusable;
+                         song.givenName = song.ringtone ? song.nameBefore : song.givenName;
+                         song.reason = song.ringtone ? std::string() : failure.what();
                      }},
                news);
+}
+
+bool PhoneBook::canBeCut(const Row& row) {
+    return row.key.front() == kSongKey && (row.mark == Mark::New || row.mark == Mark::NameTaken);
+}
+
+std::optional<SongCut> PhoneBook::cutOf(const std::string& key) const {
+    const auto found = key.front() == kSongKey ? songs_.find(numberIn(key)) : songs_.end();
+    if (found == songs_.end() || !found->second.isReady()) {
+        return std::nullopt;
+    }
+    const Song& song = found->second;
+    return SongCut{song.path, song.nameNow(), song.wish};
+}
+
+uint64_t PhoneBook::cut(const std::string& key, const SongCut& wanted) {
+    const uint64_t number = numberIn(key);
+    Song& song = songs_.at(number);
+    song.mark = Mark::Preparing;
+    song.wanted = wanted.wish;
+    song.nameBefore = song.givenName;
+    if (isUsableName(tidiedName(wanted.name))) {
+        rename(key, wanted.name);
+    }
+    return number;
 }
 
 void PhoneBook::remove(const std::vector<std::string>& keys) {

@@ -93,6 +93,16 @@ public:
 
     void hear(uint64_t song, const SongNews& news);
 
+    /// Whether a row is about a song that is ready to be added, of which another part can be cut out.
+    static bool canBeCut(const Row& row);
+
+    /// How such a song was cut; none of any other row.
+    std::optional<SongCut> cutOf(const std::string& key) const;
+
+    /// It is being cut anew: what there was of it is kept until then, and for good when that fails.
+    /// @return the song's number
+    uint64_t cut(const std::string& key, const SongCut& wanted);
+
     /// Takes off what is on the phone, and forgets what is not.
     void remove(const std::vector<std::string>& keys);
 
@@ -158,6 +168,9 @@ private:
         Mark mark = Mark::Checking; ///< never NameTaken: that depends on the others
         std::string reason = {};
         std::optional<engine::LocalRingtone> ringtone = {};
+        audio::Wish wish = {};       ///< that it was made by
+        audio::Wish wanted = {};     ///< that it is being made by
+        std::string nameBefore = {}; ///< the given one, before it was cut anew
         bool isForgotten = false;
 
         bool isReady() const { return mark == Mark::New && !isForgotten; }

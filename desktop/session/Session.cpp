@@ -427,6 +427,28 @@ void Session::takeSong(const std::string& key, const std::filesystem::path& song
                 });
 }
 
+std::optional<SongCut> Session::cutOf(const std::string& row) const {
+    return isBusy() || book() == nullptr ? std::nullopt : book()->cutOf(row);
+}
+
+void Session::cut(const std::string& row, const SongCut& wanted) {
+    if (!cutOf(row)) {
+        toast(_("It cannot be changed any more"));
+        return;
+    }
+    Phone& target = *currentPhone();
+    const uint64_t number = target.book.cut(row, wanted);
+    songs_.cut(wanted, firmwareNumberOf(target.about.firmware),
+               [this, key = current_, number](const SongNews& news) {
+                   phone(key)->book.hear(number, news);
+                   if (const auto* failure = std::get_if<Failure>(&news)) {
+                       toast(capitalised(failure->what()));
+                   }
+                   changed();
+               });
+    changed();
+}
+
 void Session::remove(const std::vector<std::string>& keys) {
     Phone* const target = currentPhone();
     if (target == nullptr || keys.empty()) {

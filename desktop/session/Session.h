@@ -120,6 +120,16 @@ public:
     /// Lets a row be heard; one that is, not any more.
     void play(const std::string& key);
 
+    /// How a song of the current phone is cut that is ready to be added; none when nothing can be
+    /// changed about it now.
+    std::optional<SongCut> cutOf(const std::string& row) const;
+
+    /// Cuts it anew, in the background.
+    void cut(const std::string& row, const SongCut& wanted);
+
+    /// What is known of songs.
+    SongDesk& songs() { return songs_; }
+
     /// Takes the last removal or renaming back that has not been.
     void undoEdit();
 

@@ -189,6 +189,60 @@ TEST_F(PhoneBooks, KeepASongWhoseNamesakeOnThePhoneIsAnother) {
     EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::NameTaken));
 }
 
+TEST_F(PhoneBooks, LetASongBeCutThatIsReadyToBeAdded) {
+    book.take(holding({{"Harp", 500}}));
+    const uint64_t song = book.add("/songs/horn.flac");
+    EXPECT_FALSE(PhoneBook::canBeCut(book.rows()[0])) << "on the phone";
+    EXPECT_FALSE(PhoneBook::canBeCut(book.rows()[1])) << "not ready";
+    EXPECT_FALSE(book.cutOf(book.rows()[0].key));
+    EXPECT_FALSE(book.cutOf(book.rows()[1].key));
+    SongIsReady made = ready("Horn", 600);
+    made.wasPrepared = true;
+    book.hear(song, made);
+    EXPECT_TRUE(PhoneBook::canBeCut(book.rows()[1]));
+    const auto cut = book.cutOf(keyOf("Horn"));
+    ASSERT_TRUE(cut);
+    EXPECT_EQ(cut->song, "/songs/horn.flac");
+    EXPECT_EQ(cut->name, "Horn");
+    EXPECT_EQ(cut->wish.startSeconds, 0);
+    EXPECT_EQ(cut->wish.lengthSeconds, 30);
+}
+
+TEST_F(PhoneBooks, TakeASongThatGoesAsItIsForAWholeOne) {
+    addReady("Horn", 600);
+    EXPECT_EQ(book.cutOf(keyOf("Horn"))->wish.lengthSeconds, 40);
+}
+
+TEST_F(PhoneBooks, FollowASongThatIsCutAnew) {
+    const uint64_t song = addReady("Horn", 600);
+    SongCut wanted = *book.cutOf(keyOf("Horn"));
+    wanted.name = "Oboe";
+    wanted.wish.startSeconds = 12;
+    EXPECT_EQ(book.cut(keyOf("Horn"), wanted), song);
+    EXPECT_THAT(marks(), ElementsAre(Mark::Preparing));
+    EXPECT_FALSE(book.cutOf(keyOf("Oboe"))) << "one at a time";
+    EXPECT_THAT(book.wanted().added, IsEmpty());
+    SongIsReady made = ready("Oboe", 700);
+    made.wasPrepared = true;
+    book.hear(song, made);
+    EXPECT_EQ(book.cutOf(keyOf("Oboe"))->wish.startSeconds, 12);
+    EXPECT_EQ(book.wanted().added.front().size, 700U);
+}
+
+TEST_F(PhoneBooks, KeepWhatThereWasWhenASongCannotBeCutAnew) {
+    const uint64_t song = addReady("Horn", 600);
+    SongCut wanted = *book.cutOf(keyOf("Horn"));
+    wanted.name = "Oboe";
+    wanted.wish.startSeconds = 12;
+    book.cut(keyOf("Horn"), wanted);
+    book.hear(song, engine::Failure(engine::FailureKind::UnreadableFile, "it has gone"));
+    EXPECT_THAT(marks(), ElementsAre(Mark::New));
+    EXPECT_EQ(book.rows().front().name, "Horn");
+    EXPECT_EQ(book.rows().front().reason, "");
+    EXPECT_EQ(book.cutOf(keyOf("Horn"))->wish.startSeconds, 0);
+    EXPECT_EQ(book.wanted().added.front().size, 600U);
+}
+
 TEST_F(PhoneBooks, SayWhetherTheEditsFit) {
     PhoneReading reading = holding({});
     reading.facts.freeBytes = 1000;
