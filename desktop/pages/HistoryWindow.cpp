@@ -1,7 +1,7 @@
 #include "desktop/pages/HistoryWindow.h"
 
-#include "desktop/pages/Resources.h"
 #include "desktop/pages/Rows.h"
+#include "desktop/toolkit/Resources.h"
 
 namespace krl::desktop {
 

@@ -1,6 +1,6 @@
 #include "desktop/pages/MainWindow.h"
 
-#include "desktop/pages/Resources.h"
+#include "desktop/toolkit/Resources.h"
 #include "desktop/pages/Rows.h"
 #include "desktop/session/Translation.h"
 #include "desktop/toolkit/Signals.h"

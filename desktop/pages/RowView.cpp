@@ -1,6 +1,6 @@
 #include "desktop/pages/RowView.h"
 
-#include "desktop/pages/Resources.h"
+#include "desktop/toolkit/Resources.h"
 #include "desktop/session/Translation.h"
 #include "desktop/session/Words.h"
 #include "desktop/toolkit/Keys.h"

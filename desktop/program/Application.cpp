@@ -1,7 +1,7 @@
 #include "desktop/program/Application.h"
 
-#include "desktop/pages/Resources.h"
 #include "desktop/session/Translation.h"
+#include "desktop/toolkit/Resources.h"
 
 #include <utility>
 
