@@ -1,8 +1,8 @@
 #include "desktop/pages/MainWindow.h"
 
-#include "desktop/toolkit/Resources.h"
 #include "desktop/pages/Rows.h"
 #include "desktop/session/Translation.h"
+#include "desktop/toolkit/Resources.h"
 #include "desktop/toolkit/Signals.h"
 #include "engine/values/Text.h"
 
@@ -65,7 +65,8 @@ MainWindow::MainWindow(AdwApplication* application, Session& session)
     : session_(session), builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("window.ui")))),
       window_(keep(widget<AdwApplicationWindow>("window"))),
       list_(session, widget<GtkListView>("list"), widget<GtkSearchEntry>("search")),
-      history_(GTK_WINDOW(window_.get()), session), phoneMenu_(adopt(g_menu_new())) {
+      history_(GTK_WINDOW(window_.get()), session), editor_(GTK_WINDOW(window_.get()), session),
+      phoneMenu_(adopt(g_menu_new())) {
     gtk_window_set_application(GTK_WINDOW(window_.get()), GTK_APPLICATION(application));
     gtk_widget_add_css_class(GTK_WIDGET(window_.get()), "vesk");
     gtk_menu_button_set_menu_model(widget<GtkMenuButton>("phone-switch"),
@@ -121,6 +122,17 @@ void MainWindow::addActions() {
     addAction("undo-sync", [this] { session_.undo(); });
     addAction("history", [this] { history_.open(); });
     addPhoneAction();
+    addEditAction();
+}
+
+/// Of a row: by its button, or when it is activated.
+void MainWindow::addEditAction() {
+    const auto action = adopt(g_simple_action_new("edit", G_VARIANT_TYPE_STRING));
+    onEmission(action.get(), "activate", [this](const Emission& emission) {
+        editor_.open(g_variant_get_string(g_value_get_variant(emission.parameters + 1), nullptr));
+    });
+    g_action_map_add_action(G_ACTION_MAP(window_.get()), G_ACTION(action.get()));
+    list_.onActivated = [this](const std::string& row) { editor_.open(row); };
 }
 
 /// Which phone is shown, for the switch.

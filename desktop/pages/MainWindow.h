@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/editor/EditorWindow.h"
 #include "desktop/pages/HistoryWindow.h"
 #include "desktop/pages/RingtoneList.h"
 #include "desktop/session/Session.h"
@@ -30,6 +31,7 @@ private:
     void addActions();
     void addAction(const char* name, std::function<void()> function);
     void addPhoneAction();
+    void addEditAction();
     void enable(const char* action, bool isEnabled);
     void stayWhileBusy();
     void addKeys();
@@ -64,6 +66,7 @@ private:
     Owned<AdwApplicationWindow> window_;
     RingtoneList list_;
     HistoryWindow history_;
+    EditorWindow editor_;
     Owned<GtkFileChooserNative> chooser_;
     Owned<GMenu> phoneMenu_;
     engine::Findings shownFindings_;

@@ -28,6 +28,11 @@ RingtoneList::RingtoneList(Session& session, GtkListView* view, GtkSearchEntry* 
     gtk_list_view_set_model(view, GTK_SELECTION_MODEL(selection_.get()));
     const auto factory = adopt(newFactory());
     gtk_list_view_set_factory(view, factory.get());
+    onEmission(view, "activate", [this](const Emission& emission) {
+        const auto item = adopt(static_cast<VeskRow*>(g_list_model_get_item(
+            G_LIST_MODEL(selection_.get()), g_value_get_uint(emission.parameters + 1))));
+        onActivated(rowOf(item.get()).key);
+    });
     on(search, "search-changed", [this, search] {
         wanted_ = folded(gtk_editable_get_text(GTK_EDITABLE(search)));
         gtk_filter_changed(GTK_FILTER(filter_.get()), GTK_FILTER_CHANGE_DIFFERENT);

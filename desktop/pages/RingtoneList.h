@@ -27,6 +27,9 @@ public:
     /// Keys of what is selected and can be taken off.
     std::vector<std::string> selected() const;
 
+    /// Told of a row that is activated, by Enter or a double click.
+    std::function<void(const std::string& key)> onActivated = [](const std::string&) {};
+
     /// Told when the search has another result.
     std::function<void()> onSearched = [] {};
 

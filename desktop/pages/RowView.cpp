@@ -1,9 +1,9 @@
 #include "desktop/pages/RowView.h"
 
-#include "desktop/toolkit/Resources.h"
 #include "desktop/session/Translation.h"
 #include "desktop/session/Words.h"
 #include "desktop/toolkit/Keys.h"
+#include "desktop/toolkit/Resources.h"
 #include "desktop/toolkit/Signals.h"
 
 #include <fmt/format.h>
@@ -66,6 +66,9 @@ RowView::RowView(GtkListItem* item, Session& session)
     on(widget<GtkButton>("rename"), "clicked", [this] { name_.toggle(); });
     onKey(widget<GtkWidget>("row"), GDK_KEY_F2, [this] { name_.begin(); });
     on(widget<GtkButton>("button"), "clicked", [this] { press(); });
+    on(widget<GtkButton>("edit"), "clicked", [this] {
+        gtk_widget_activate_action(widget<GtkWidget>("edit"), "win.edit", "s", row().key.c_str());
+    });
 }
 
 void RowView::bind() {
@@ -117,6 +120,15 @@ void RowView::update() {
     setTooltip(GTK_WIDGET(button), isRemoved ? _("Keep") : _("Remove"));
     gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    deed.c_str(), -1);
+    updateEdit();
+}
+
+void RowView::updateEdit() {
+    auto* const edit = widget<GtkWidget>("edit");
+    gtk_widget_set_visible(edit, PhoneBook::canBeCut(row()));
+    gtk_accessible_update_property(GTK_ACCESSIBLE(edit), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                   fmt::format(fmt::runtime(_("Edit “{}”")), row().name).c_str(),
+                                   -1);
 }
 
 /// What stands before the name: a button that plays, or what the song is at.

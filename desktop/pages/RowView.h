@@ -32,6 +32,7 @@ private:
     void update();
     void updateSign(const Row& shown);
     void updateRename(const Row& shown);
+    void updateEdit();
     void press();
 
     template <typename T>
