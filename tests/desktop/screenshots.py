@@ -74,6 +74,20 @@ def renaming(stage):
     stage.see_part("already")
 
 
+def editor(stage):
+    with_ringtones(stage)
+    song = stage.folder / "walk.flac"
+    sound = "(0.15+0.5*between(t,62,110)+0.2*sin(t/9))*sin(2*PI*(300+40*floor(2*t))*t)*exp(-3*mod(t,0.5))"
+    subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"aevalsrc='{sound}':s=44100:d=200",
+                    "-metadata", "title=Long Walk", song], check=True)
+    stage.open_in_window(song)
+    stage.press("Edit “Long Walk”")
+    stage.watched_window = 1
+    stage.see("Start 0:00.0")
+    stage.press("Suggest")
+    stage.see_none("Start 0:00.0")
+
+
 def syncing(stage):
     with_ringtones(stage, "--link-speed", "1500")
     stage.open_in_window(SAMPLES / "sunrise.m4r", SAMPLES / "tick.wav", SAMPLES / "two-tone.mp3")
@@ -165,8 +179,8 @@ def about(stage):
     stage.see("The KRLVesk authors")
 
 
-PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, syncing, done, history, interrupted,
-         gone, failed, taken_up, searched, several, shortcuts, about]
+PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, editor, syncing, done, history,
+         interrupted, gone, failed, taken_up, searched, several, shortcuts, about]
 
 if __name__ == "__main__":
     FOLDER.mkdir(parents=True, exist_ok=True)

@@ -3,8 +3,10 @@
 
     window_test.py BUILD SAMPLES [unittest's arguments]
 """
+import array
 import os
 import plistlib
+import subprocess
 import sys
 import unittest
 import wave
@@ -440,6 +442,104 @@ class KeptEdits(Window):
         self.stage.start_window()
         self.stage.see("Your last changes to “My Phone” cannot be read")
         self.stage.see("Remove “Harp”", "push button")
+
+
+class Editors(Window):
+    def setUp(self):
+        super().setUp()
+        if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
+            self.skipTest("built without FFmpeg")
+
+    def open_editor(self):
+        """Of a song with a stroke ten seconds from its beginning."""
+        song = self.stage.folder / "Long Walk.flac"
+        sound = "0.05*sin(2*PI*330*t)+if(between(t,10,10.005),0.8*sin(2*PI*3000*t),0)"
+        subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"aevalsrc='{sound}':s=44100:d=60", song],
+                       check=True)
+        self.start()
+        self.stage.see("No Ringtones Yet")
+        self.stage.open_in_window(song)
+        self.stage.press("Edit “Long Walk”")
+        self.stage.watched_window = 1
+        self.stage.see("Start 0:00.0", "slider")
+        self.stage.see("End 0:30.0", "slider")
+
+    def ringtone_on_phone(self):
+        """Its seconds, and those to its stroke."""
+        self.stage.press("Sync 1")
+        self.stage.see("1 ringtone added")
+        [ringtone] = self.stage.ringtones_on_phone()
+        file = self.stage.folder / "ringtone.m4r"
+        file.write_bytes(ringtone)
+        raw = subprocess.run(["ffmpeg", "-v", "error", "-i", file, "-ac", "1", "-ar", "8000", "-f", "s16le", "-"],
+                             check=True, stdout=subprocess.PIPE).stdout
+        samples = [abs(sample) for sample in array.array("h", raw)]
+        loud = max(samples) / 2
+        stroke = next(i for i, sample in enumerate(samples) if sample > loud)
+        return len(samples) / 8000, stroke / 8000
+
+    def test_cut_another_part_by_the_keyboard(self):
+        self.open_editor()
+        self.stage.key("shift+Right", "shift+Right", "Right", "Right", "Right")
+        self.stage.see("Start 0:02.3", "slider")
+        self.stage.key("Tab", "shift+Left", "Left")
+        self.stage.see("End 0:28.9", "slider")
+        self.stage.see_part("26.6 seconds · about ")
+        self.stage.press("Apply")
+        self.stage.watched_window = 0
+        self.stage.see_part("0:27 · ")
+        seconds, stroke = self.ringtone_on_phone()
+        # An encoder's run-up and last block are 1024 samples each.
+        self.assertAlmostEqual(seconds, 26.6, delta=0.06)
+        self.assertAlmostEqual(stroke, 10 - 2.3, delta=0.04)
+
+    def test_move_all_of_the_cut_and_keep_its_length(self):
+        self.open_editor()
+        self.stage.key("ctrl+shift+Right", "ctrl+Right")
+        self.stage.see("Start 0:01.1", "slider")
+        self.stage.see("End 0:31.1", "slider")
+
+    def test_cut_forty_seconds_at_most(self):
+        self.open_editor()
+        self.stage.key("Tab", "End")
+        self.stage.see("End 1:00.0", "slider")
+        self.stage.see("Start 0:20.0", "slider")
+
+    def test_suggest_a_beginning(self):
+        self.open_editor()
+        self.stage.press("Suggest")
+        self.stage.see_none("Start 0:00.0", "slider")
+        self.stage.see_part("30.0 seconds")
+
+    def test_name_the_ringtone(self):
+        self.open_editor()
+        self.stage.write("Name", "Short Walk")
+        self.stage.press("Apply")
+        self.stage.watched_window = 0
+        self.stage.see("Short Walk", "list item")
+        self.stage.see("Edit “Short Walk”", "push button")
+        self.stage.see("Sync 1", "push button")
+
+    def test_left_by_escape_change_nothing(self):
+        self.open_editor()
+        self.stage.key("shift+Right")
+        self.stage.see("Start 0:01.0", "slider")
+        self.stage.key("Escape")
+        self.stage.watched_window = 0
+        self.stage.see("Long Walk", "list item")
+        seconds, stroke = self.ringtone_on_phone()
+        self.assertAlmostEqual(seconds, 30, delta=0.06)
+        self.assertAlmostEqual(stroke, 10, delta=0.04)
+
+    def test_say_why_a_song_cannot_be_edited(self):
+        self.open_editor()
+        self.stage.key("Escape")
+        self.stage.watched_window = 0
+        (self.stage.folder / "Long Walk.flac").unlink()
+        self.stage.press("Edit “Long Walk”")
+        self.stage.watched_window = 1
+        self.stage.see("This Song Cannot Be Edited")
+        self.stage.see_part("No such file or directory")
 
 
 class Languages(Window):
