@@ -13,15 +13,18 @@ using engine::FailureKind;
 
 namespace {
 
-/// @param goesOn  asked at each news
+/// @param goesOn    asked at each news
+/// @param progress  told of it
 /// @return whether it was played to its end
 bool playToEnd(const Sound& sound, int descriptor, const std::string& sink,
-               const std::function<bool()>& goesOn) {
+               const std::function<bool()>& goesOn, const std::function<void(double)>& progress) {
     audio::Player player(sound.path, descriptor, sink);
     while (goesOn()) {
-        if (player.next().phase == audio::PlayState::Phase::Ended) {
+        const audio::PlayState state = player.next();
+        if (state.phase == audio::PlayState::Phase::Ended) {
             return true;
         }
+        progress(state.positionSeconds);
     }
     return false;
 }
@@ -47,10 +50,11 @@ PlayDesk::~PlayDesk() {
     thread_.join();
 }
 
-void PlayDesk::play(Sound sound, std::function<void(SoundNews)> tell) {
+void PlayDesk::play(Sound sound, std::function<void(SoundNews)> tell,
+                    std::function<void(double)> progress) {
     {
         const std::lock_guard lock(mutex_);
-        order_ = {std::move(sound), std::move(tell), ++wanted_};
+        order_ = {std::move(sound), std::move(tell), std::move(progress), ++wanted_};
     }
     changed_.notify_one();
 }
@@ -78,12 +82,16 @@ void PlayDesk::run() {
 
 void PlayDesk::carryOut(const Order& order) {
     if (auto news = newsOf(order)) {
-        mailbox_.put([this, number = order.number, tell = order.tell, news = std::move(*news)] {
-            if (number == wanted_) {
-                tell(news);
-            }
-        });
+        put(order, [tell = order.tell, news = std::move(*news)] { tell(news); });
     }
+}
+
+void PlayDesk::put(const Order& order, std::function<void()> letter) const {
+    mailbox_.put([this, number = order.number, letter = std::move(letter)] {
+        if (number == wanted_) {
+            letter();
+        }
+    });
 }
 
 std::optional<SoundNews> PlayDesk::newsOf(const Order& order) const {
@@ -94,8 +102,12 @@ std::optional<SoundNews> PlayDesk::newsOf(const Order& order) const {
             file.emplace(order.sound.path, std::string());
         }
         const int descriptor = file ? file->descriptor() : order.sound.file->descriptor();
-        return playToEnd(order.sound, descriptor, sink_, goesOn) ? std::optional(SoundEnded{})
-                                                                 : std::nullopt;
+        const auto progress = [this, &order](double seconds) {
+            put(order, [progress = order.progress, seconds] { progress(seconds); });
+        };
+        return playToEnd(order.sound, descriptor, sink_, goesOn, progress)
+                   ? std::optional(SoundEnded{})
+                   : std::nullopt;
     } catch (const Failure& failure) {
         // The one thing that it expects of this computer and not of the file.
         const bool hasPlayer = !audio::playProgram().empty();

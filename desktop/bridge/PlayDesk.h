@@ -41,8 +41,11 @@ public:
     PlayDesk& operator=(const PlayDesk&) = delete;
 
     /// Ends what is being played, and begins another.
-    /// @param tell  called by the mailbox when it has ended by itself
-    void play(Sound sound, std::function<void(SoundNews)> tell);
+    /// @param tell      called by the mailbox when it has ended by itself
+    /// @param progress  called by the mailbox now and then with how many seconds were heard
+    void play(
+        Sound sound, std::function<void(SoundNews)> tell,
+        std::function<void(double)> progress = [](double) {});
 
     /// Ends what is being played; nothing more is told of it.
     void stop();
@@ -51,9 +54,12 @@ private:
     struct Order {
         Sound sound;
         std::function<void(SoundNews)> tell;
+        std::function<void(double)> progress;
         uint64_t number;
     };
 
+    /// Calls it on the main loop if this order is still the one that is to be heard.
+    void put(const Order& order, std::function<void()> letter) const;
     void run();
     void carryOut(const Order& order);
 

@@ -113,6 +113,19 @@ void SongDesk::suggest(const fs::path& song, const audio::Wish& wish,
     });
 }
 
+void SongDesk::makeSound(const fs::path& song, const audio::Wish& wish,
+                         std::function<void(CutSound)> tell) {
+    using File = std::shared_ptr<engine::NamelessFile>;
+    postFirst([this, song, wish, tell = std::move(tell)](Tools& /*tools*/) {
+        CutSound sound = outcomeOf<File>([&] {
+            const auto file = std::make_shared<engine::NamelessFile>();
+            file->add(audio::Preparer().prepare(song, wish).ringtone->bytes);
+            return file;
+        });
+        mailbox_.put([tell, sound = std::move(sound)] { tell(sound); });
+    });
+}
+
 void SongDesk::listFiles(const std::vector<fs::path>& places,
                          std::function<void(std::vector<fs::path>)> tell) {
     post([this, places, tell = std::move(tell)](Tools& /*tools*/) {

@@ -6,6 +6,7 @@
 #include "desktop/bridge/Mailbox.h"
 #include "desktop/bridge/Outcome.h"
 #include "engine/files/LocalFile.h"
+#include "engine/files/NamelessFile.h"
 
 #include <array>
 #include <condition_variable>
@@ -72,6 +73,12 @@ public:
     /// Looks for a good beginning of a ringtone of this length.
     void suggest(const std::filesystem::path& song, const audio::Wish& wish,
                  std::function<void(Beginning)> tell);
+
+    using CutSound = Outcome<std::shared_ptr<engine::NamelessFile>>;
+
+    /// Makes a part of a song to be heard.
+    void makeSound(const std::filesystem::path& song, const audio::Wish& wish,
+                   std::function<void(CutSound)> tell);
 
     /// The files of a folder, and of those in it, without hidden ones; a file is itself.
     void listFiles(const std::vector<std::filesystem::path>& places,

@@ -26,6 +26,14 @@ uint64_t Cut::estimatedBytes() const {
     return static_cast<uint64_t>(length() * kBytesPerSecond + kIndexAndTags);
 }
 
+audio::Wish Cut::lastSeconds(double seconds) const {
+    audio::Wish wish = wish_;
+    wish.lengthSeconds = std::min(seconds, length());
+    wish.startSeconds = end_ - wish.lengthSeconds;
+    wish.fadeInSeconds = wish.lengthSeconds < length() ? 0 : wish.fadeInSeconds;
+    return wish;
+}
+
 void Cut::moveStart(double to) {
     start_ = std::clamp(rounded(to), 0.0, songSeconds_ - shortest_);
     end_ = std::clamp(end_, start_ + shortest_, start_ + kLongest);

@@ -26,6 +26,9 @@ public:
 
     const audio::Wish& wish() const { return wish_; }
 
+    /// The same for its last few seconds alone.
+    audio::Wish lastSeconds(double seconds) const;
+
     /// Bytes that the ringtone takes, or nearly so.
     uint64_t estimatedBytes() const;
 

@@ -47,6 +47,12 @@ void Playing::playFromPhone(const Place& place, const std::string& udid,
     }
 }
 
+void Playing::playApart(Sound sound, std::function<void(SoundNews)> told,
+                        std::function<void(double)> progress) {
+    begin({}, Hearing::Nothing);
+    desk_.play(std::move(sound), std::move(told), std::move(progress));
+}
+
 void Playing::fetch(const Source& source, const std::string& udid,
                     const engine::PhoneRingtone& ringtone) {
     phones_->ask<File>([udid, ringtone] { return fetchSound(udid, ringtone); },

@@ -50,6 +50,12 @@ public:
     void playFromPhone(const Place& place, const std::string& udid,
                        const engine::PhoneRingtone& ringtone);
 
+    /// Lets a sound be heard that no row is about.
+    /// @param told      when it has ended by itself
+    /// @param progress  now and then, with how many seconds were heard
+    void playApart(Sound sound, std::function<void(SoundNews)> told,
+                   std::function<void(double)> progress);
+
     void stop();
 
     /// What was fetched from a phone may not be what it holds now.

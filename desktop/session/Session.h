@@ -130,6 +130,9 @@ public:
     /// What is known of songs.
     SongDesk& songs() { return songs_; }
 
+    /// What is heard.
+    Playing& playing() { return playing_; }
+
     /// Takes the last removal or renaming back that has not been.
     void undoEdit();
 

@@ -71,6 +71,19 @@ TEST(Cuts, StayWithinTheSong) {
     EXPECT_DOUBLE_EQ(cut.start(), 0);
 }
 
+TEST(Cuts, HaveLastSeconds) {
+    Cut cut = cutOf(100, 10, 30);
+    cut.setFadeIn(2);
+    cut.setFadeOut(3);
+    const audio::Wish last = cut.lastSeconds(5);
+    EXPECT_DOUBLE_EQ(last.startSeconds, 35);
+    EXPECT_DOUBLE_EQ(last.lengthSeconds, 5);
+    EXPECT_EQ(last.fadeInSeconds, 0);
+    EXPECT_EQ(last.fadeOutSeconds, 3);
+    EXPECT_DOUBLE_EQ(cut.lastSeconds(60).startSeconds, 10);
+    EXPECT_EQ(cut.lastSeconds(60).fadeInSeconds, 2);
+}
+
 TEST(Cuts, BoundTheirFades) {
     Cut cut = cutOf(100, 0, 30);
     cut.setFadeIn(-1);
