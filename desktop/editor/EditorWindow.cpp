@@ -1,19 +1,30 @@
 #include "desktop/editor/EditorWindow.h"
 
 #include "desktop/cutting/CutWords.h"
+#include "desktop/session/Translation.h"
 #include "desktop/session/Words.h"
 #include "desktop/toolkit/Resources.h"
 
 namespace krl::desktop {
 
 EditorWindow::EditorWindow(GtkWindow* over, Session& session)
-    : session_(session), builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("editor.ui")))) {
+    : session_(session), builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("editor.ui")))),
+      player_(session) {
     auto* const window = widget<GtkWindow>("window");
     gtk_window_set_transient_for(window, over);
     gtk_widget_add_css_class(GTK_WIDGET(window), "vesk");
     gtk_box_append(widget<GtkBox>("waveform-place"), waveform_.widget());
     waveform_.onMove = [this](Side side, double to) { move(side, to); };
-    on(window, "close-request", [this] { ++*turn_; });
+    waveform_.onPlay = [this] { playOrStop(); };
+    player_.onChanged = [this] { showPlaying(); };
+    player_.onProgress = [this](double time) { waveform_.setPosition(time); };
+    player_.onProblem = [this](const std::string& problem) { say(problem); };
+    on(window, "close-request", [this] {
+        ++*turn_;
+        player_.stop();
+    });
+    on(widget<GtkButton>("play"), "clicked", [this] { playOrStop(); });
+    on(widget<GtkButton>("play-last"), "clicked", [this] { playLast(); });
     on(widget<GtkButton>("apply"), "clicked", [this] { apply(); });
     on(widget<GtkButton>("suggest"), "clicked", [this] { suggest(); });
     on(widget<GtkButton>("zoom-in"), "clicked", [this] { waveform_.zoom(2); });
@@ -85,7 +96,44 @@ std::string EditorWindow::name() const {
 
 // ---------------------------------------------------------------- what a person does
 
+void EditorWindow::playOrStop() {
+    if (player_.isPlaying()) {
+        player_.stop();
+    } else if (cut_) {
+        takeControls();
+        player_.play({song_.song, name(), cut_->wish()}, /*again=*/true);
+    }
+}
+
+void EditorWindow::playLast() {
+    constexpr double kLast = 5;
+    if (cut_) {
+        takeControls();
+        player_.play({song_.song, name(), cut_->lastSeconds(kLast)}, /*again=*/false);
+    }
+}
+
+void EditorWindow::showPlaying() {
+    const bool isPlaying = player_.isPlaying();
+    auto* const button = widget<GtkWidget>("play");
+    gtk_button_set_icon_name(GTK_BUTTON(button), isPlaying ? "media-playback-stop-symbolic"
+                                                           : "media-playback-start-symbolic");
+    gtk_widget_set_tooltip_text(button, isPlaying ? _("Stop") : _("Play"));
+    gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                   isPlaying ? _("Stop") : _("Play"), -1);
+    if (!isPlaying) {
+        waveform_.setPosition(std::nullopt);
+    }
+}
+
+void EditorWindow::say(const std::string& text) {
+    adw_toast_overlay_add_toast(
+        widget<AdwToastOverlay>("toasts"),
+        adw_toast_new(taken(g_markup_escape_text(text.c_str(), -1)).c_str()));
+}
+
 void EditorWindow::move(Side side, double to) {
+    player_.stop(); // what is heard would not be what is seen
     switch (side) {
     case Side::Start:
         cut_->moveStart(to);
@@ -122,6 +170,8 @@ void EditorWindow::takeBeginning(const SongDesk::Beginning& beginning) {
     if (const double* const start = std::get_if<double>(&beginning)) {
         move(Side::Whole, *start);
         waveform_.showCut();
+    } else {
+        say(capitalised(std::get<engine::Failure>(beginning).what()));
     }
 }
 
@@ -131,16 +181,21 @@ void EditorWindow::showSuggesting(bool isSuggesting) {
                                      isSuggesting ? "busy" : "label");
 }
 
-void EditorWindow::apply() {
-    if (!cut_) {
-        return;
-    }
+/// What was typed or switched becomes the cut's.
+void EditorWindow::takeControls() {
     for (const char* const field : {"fade-in", "fade-out"}) {
         gtk_spin_button_update(widget<GtkSpinButton>(field)); // what was just typed
     }
     cut_->setFadeIn(gtk_spin_button_get_value(widget<GtkSpinButton>("fade-in")));
     cut_->setFadeOut(gtk_spin_button_get_value(widget<GtkSpinButton>("fade-out")));
     cut_->setLevel(gtk_switch_get_active(widget<GtkSwitch>("level")));
+}
+
+void EditorWindow::apply() {
+    if (!cut_) {
+        return;
+    }
+    takeControls();
     const SongCut wanted{song_.song, name(), cut_->wish()};
     gtk_window_close(widget<GtkWindow>("window"));
     session_.cut(row_, wanted);

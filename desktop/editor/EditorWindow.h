@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/editor/CutPlayer.h"
 #include "desktop/editor/WaveformView.h"
 #include "desktop/session/Session.h"
 #include "desktop/toolkit/Owned.h"
@@ -30,12 +31,17 @@ private:
     void takeBeginning(const SongDesk::Beginning& beginning);
     void suggest();
     void apply();
+    void playOrStop();
+    void playLast();
+    void takeControls();
 
     void move(Side side, double to);
     void cutChanged();
     void showPage(const char* name);
     void showControls();
     void showSuggesting(bool isSuggesting);
+    void showPlaying();
+    void say(const std::string& text);
     std::string name() const;
 
     /// Of something that is for the song that is open now: not called when it is not open any more.
@@ -56,6 +62,7 @@ private:
     Session& session_;
     Owned<GtkBuilder> builder_;
     WaveformView waveform_;
+    CutPlayer player_;
     std::shared_ptr<unsigned> turn_ = std::make_shared<unsigned>(0); ///< of opening it and closing
     std::string row_;
     SongCut song_;

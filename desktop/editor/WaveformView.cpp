@@ -96,6 +96,9 @@ bool WaveformView::pressed(Side side, unsigned key, unsigned state) {
     case GDK_KEY_End:
         move(cut_->songSeconds());
         return true;
+    case GDK_KEY_space:
+        onPlay();
+        return true;
     case GDK_KEY_plus:
     case GDK_KEY_KP_Add:
         zoom(2);

@@ -31,6 +31,9 @@ public:
     /// Told when a person moves something; whoever is told calls `update`.
     std::function<void(Side side, double to)> onMove = [](Side, double) {};
 
+    /// Told when a person wants to hear it, or not any more.
+    std::function<void()> onPlay = [] {};
+
     GtkWidget* widget() const { return canvas_.get(); }
 
     /// Shows another song.

@@ -450,13 +450,14 @@ class Editors(Window):
         if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
             self.skipTest("built without FFmpeg")
 
-    def open_editor(self):
+    def open_editor(self, *options):
         """Of a song with a stroke ten seconds from its beginning."""
         song = self.stage.folder / "Long Walk.flac"
         sound = "0.05*sin(2*PI*330*t)+if(between(t,10,10.005),0.8*sin(2*PI*3000*t),0)"
         subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"aevalsrc='{sound}':s=44100:d=60", song],
                        check=True)
-        self.start()
+        self.stage.start_phone()
+        self.stage.start_window(*options)
         self.stage.see("No Ringtones Yet")
         self.stage.open_in_window(song)
         self.stage.press("Edit “Long Walk”")
@@ -530,6 +531,37 @@ class Editors(Window):
         seconds, stroke = self.ringtone_on_phone()
         self.assertAlmostEqual(seconds, 30, delta=0.06)
         self.assertAlmostEqual(stroke, 10, delta=0.04)
+
+    RATE = 8000
+    into_file, bytes_heard = Sounds.into_file, Sounds.bytes_heard
+
+    def open_editor_to_hear(self):
+        if not (Path(BUILD) / "bin" / "vesk-play").exists():
+            self.skipTest("built without GStreamer")
+        self.heard = self.stage.folder / "heard"
+        self.open_editor("--sink", self.into_file())
+
+    def test_play_the_last_five_seconds_once(self):
+        self.open_editor_to_hear()
+        self.stage.press("Last 5 s")
+        self.stage.until(lambda: self.bytes_heard() >= 5 * self.RATE, "five seconds of it")
+        self.stage.see("Play", "push button")
+        self.assertLess(self.bytes_heard(), 5.1 * self.RATE, "more than the encoding fills up")
+
+    def test_play_the_cut_over_and_over_until_it_is_stopped(self):
+        self.open_editor_to_hear()
+        self.stage.press("Play")
+        for _ in range(2):
+            self.stage.until(lambda: self.bytes_heard() >= 30 * self.RATE, "all of the cut")
+            self.heard.unlink()
+        self.stage.press("Stop")
+        self.stage.see("Play", "push button")
+
+    def test_say_why_there_is_nothing_to_hear(self):
+        self.open_editor("--sink", "no_such_sink")
+        self.stage.press("Last 5 s")
+        self.stage.see("There is no sound device to play on")
+        self.stage.see("Play", "push button")
 
     def test_say_why_a_song_cannot_be_edited(self):
         self.open_editor()
