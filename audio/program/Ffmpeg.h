@@ -14,6 +14,9 @@ extern "C" {
 
 namespace krl::audio {
 
+/// What is read or written at a time.
+constexpr int kIoBytes = 65536;
+
 /// Why a song cannot be made a ringtone: a sentence about "it" without a full stop, and what to do.
 class CannotPrepare : public std::runtime_error {
 public:

@@ -11,7 +11,6 @@ namespace krl::audio {
 namespace {
 
 constexpr int kBitRate = 160'000;
-constexpr int kIoBytes = 65536;
 
 /// A file in memory and a place in it.
 struct Place {
@@ -129,9 +128,9 @@ Frame frameAt(const Sound& sound, size_t from, int size) {
 }
 
 /// Decodes what was encoded, as a phone will: that may overshoot.
-class PeakMeter {
+class OvershootMeter {
 public:
-    explicit PeakMeter(const AVCodecContext& encoder) {
+    explicit OvershootMeter(const AVCodecContext& encoder) {
         const AVCodec* codec = required(avcodec_find_decoder(encoder.codec_id));
         decoder_.reset(required(avcodec_alloc_context3(codec)));
         const std::unique_ptr<AVCodecParameters, FreeByAddress<avcodec_parameters_free>> parameters(
@@ -162,7 +161,7 @@ private:
     float peak_ = 0;
 };
 
-void encode(AVCodecContext& encoder, const AVFrame* frame, File& file, PeakMeter& meter) {
+void encode(AVCodecContext& encoder, const AVFrame* frame, File& file, OvershootMeter& meter) {
     required(avcodec_send_frame(&encoder, frame));
     const Packet packet = newPacket();
     while (avcodec_receive_packet(&encoder, packet.get()) >= 0) {
@@ -198,7 +197,7 @@ void writeHead(AVFormatContext& muxer, const AVCodecContext& encoder, const std:
 M4rFile m4rFile(const Sound& sound, const std::string& title, const std::string& artist) {
     File file;
     const Codec encoder = openEncoder(file.muxer());
-    PeakMeter meter(*encoder);
+    OvershootMeter meter(*encoder);
     writeHead(file.muxer(), *encoder, title, artist);
     for (size_t from = 0; from < sound.frames(); from += static_cast<size_t>(encoder->frame_size)) {
         encode(*encoder, frameAt(sound, from, encoder->frame_size).get(), file, meter);

@@ -13,19 +13,18 @@
 namespace krl::audio {
 namespace {
 
-constexpr int kIoBytes = 65536;
 constexpr char kAnotherFile[] = "Take another file of the song.";
 
 int descriptorIn(void* opaque) {
     return *static_cast<const int*>(opaque);
 }
 
-int readBytes(void* opaque, uint8_t* bytes, int size) {
+int readSong(void* opaque, uint8_t* bytes, int size) {
     const ssize_t count = ::read(descriptorIn(opaque), bytes, static_cast<size_t>(size));
     return count > 0 ? static_cast<int>(count) : count == 0 ? AVERROR_EOF : AVERROR(errno);
 }
 
-int64_t seekTo(void* opaque, int64_t offset, int whence) {
+int64_t seekInSong(void* opaque, int64_t offset, int whence) {
     if (whence == AVSEEK_SIZE) {
         struct stat status = {};
         return ::fstat(descriptorIn(opaque), &status) == 0 ? status.st_size : AVERROR(errno);
@@ -36,8 +35,8 @@ int64_t seekTo(void* opaque, int64_t offset, int whence) {
 
 Io ioOf(int& descriptor) {
     auto* buffer = static_cast<unsigned char*>(required(av_malloc(kIoBytes)));
-    return Io(required(avio_alloc_context(buffer, kIoBytes, /*write_flag=*/0, &descriptor,
-                                          readBytes, nullptr, seekTo)));
+    return Io(required(avio_alloc_context(buffer, kIoBytes, /*write_flag=*/0, &descriptor, readSong,
+                                          nullptr, seekInSong)));
 }
 
 /// A track that only its buyer's devices decode. FFmpeg would give noise for it.
