@@ -115,7 +115,10 @@ void MainWindow::addActions() {
     addAction("undo-edit", [this] { session_.undoEdit(); });
     addAction("search",
               [this] { gtk_search_bar_set_search_mode(widget<GtkSearchBar>("search-bar"), TRUE); });
-    addAction("sync", [this] { session_.sync(); });
+    addAction("sync", [this] {
+        withdrawOffer(); // what it takes back is going to be on the phone
+        session_.sync();
+    });
     addAction("cancel", [this] { session_.cancel(); });
     addAction("pair", [this] { session_.pair(); });
     addAction("look-again", [this] { session_.lookAgain(); });
@@ -482,11 +485,25 @@ void MainWindow::showActions() {
 void MainWindow::showToast(const Toast& toast) {
     AdwToast* const shown =
         adw_toast_new(taken(g_markup_escape_text(toast.text.c_str(), -1)).c_str());
-    if (!toast.undo.empty()) {
+    if (toast.undo.empty()) {
+        // At once; an offer comes back after it.
+        adw_toast_set_priority(shown, ADW_TOAST_PRIORITY_HIGH);
+    } else {
+        constexpr guint kSecondsToDecide = 15;
+        adw_toast_set_timeout(shown, kSecondsToDecide);
         adw_toast_set_button_label(shown, toast.undo.c_str());
         on(shown, "button-clicked", toast.onUndo);
+        withdrawOffer();
+        offer_ = keep(shown);
     }
     adw_toast_overlay_add_toast(widget<AdwToastOverlay>("toasts"), shown);
+}
+
+void MainWindow::withdrawOffer() {
+    if (offer_) {
+        adw_toast_dismiss(offer_.get());
+        offer_ = {};
+    }
 }
 
 } // namespace krl::desktop

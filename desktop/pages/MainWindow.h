@@ -54,6 +54,7 @@ private:
     void showProgress(const WorkProgress& progress);
     void showActions();
     void showToast(const Toast& toast);
+    void withdrawOffer();
     const char* pageName() const;
 
     template <typename T>
@@ -69,6 +70,7 @@ private:
     EditorWindow editor_;
     Owned<GtkFileChooserNative> chooser_;
     Owned<GMenu> phoneMenu_;
+    Owned<AdwToast> offer_; ///< to take back what was done last
     engine::Findings shownFindings_;
     std::vector<GtkWidget*> findingRows_; ///< of the list of the computer; the list owns them
     std::shared_ptr<bool> isThere_ = std::make_shared<bool>(true);
