@@ -54,6 +54,10 @@ class Stage:
             LC_ALL="C.UTF-8",
             LANGUAGE="en",
         )
+        # What has gone is gone at once, and is not found while it fades.
+        settings = self.folder / "config" / "gtk-4.0" / "settings.ini"
+        settings.parent.mkdir()
+        settings.write_text("[Settings]\ngtk-enable-animations=false\n")
         for name in ("WAYLAND_DISPLAY", "GTK_A11Y", "NO_AT_BRIDGE", "AT_SPI_BUS_ADDRESS"):
             os.environ.pop(name, None)
 
