@@ -1,10 +1,10 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
 .DEFAULT_GOAL := help
-.PHONY: help demo window test torture bench check tidy clang hardening install uninstall format asan tsan quick-asan quick-tsan valgrind fuzz
+.PHONY: help demo window built-window test torture bench check tidy clang hardening install uninstall format asan tsan quick-asan quick-tsan valgrind fuzz
 
 help: ## this list
-	@awk -F ': ## ' '/^[a-z -]+: ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
+	@awk -F ':.* ## ' '/^[a-z -]+:.* ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
 
 build := build
 # Tests wait for phones and programs more than they compute.
@@ -21,11 +21,13 @@ demo: ## a virtual phone and a whole sync before your eyes
 	@cmake --build --preset debug --target vesk virtualphone KRLVesk
 	@scripts/demo.sh $(build)/debug
 
-window: ## the window over a virtual phone
+window: built-window ## the window over a virtual phone
+	@scripts/window.sh $(build)/debug
+
+built-window:
 	$(install) build
 	@cmake --preset debug $(fresh) >/dev/null
-	@cmake --build --preset debug --target vesk vesk-desktop vesk-prepare virtualphone KRLVesk
-	@scripts/window.sh $(build)/debug
+	@cmake --build --preset debug --target vesk vesk-desktop vesk-prepare vesk-play virtualphone KRLVesk
 
 test: ## build everything and run all tests
 	$(install) tests
