@@ -52,12 +52,17 @@ install(FILES "${manual}/bash/vesk"
 install(FILES "${manual}/zsh/_vesk" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 install(FILES "${manual}/fish/vesk.fish"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
-# Where the tool stands is known when it is installed.
+# Where the tool stands is known when it is installed; of several installations at once each has a
+# place of its own to write it down.
 install(CODE "
     set(VESK_PROGRAM \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vesk\")
+    string(MD5 place \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+    set(folder \"${PROJECT_BINARY_DIR}/service/\${place}\")
     configure_file(\"${PROJECT_SOURCE_DIR}/packaging/systemd/vesk-watch@.service.in\"
-                   \"${PROJECT_BINARY_DIR}/vesk-watch@.service\" @ONLY)")
-install(FILES "${PROJECT_BINARY_DIR}/vesk-watch@.service" DESTINATION lib/systemd/user)
+                   \"\${folder}/vesk-watch@.service\" @ONLY)
+    file(INSTALL DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/user\" TYPE FILE
+         FILES \"\${folder}/vesk-watch@.service\")
+    file(REMOVE_RECURSE \"\${folder}\")")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
                   "${PROJECT_SOURCE_DIR}/corefoundation/include/"
                   "${PROJECT_SOURCE_DIR}/mobiledevice/include/"
