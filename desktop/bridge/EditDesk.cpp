@@ -1,8 +1,8 @@
 #include "desktop/bridge/EditDesk.h"
 
+#include "desktop/bridge/Worker.h"
 #include "engine/errors/Failure.h"
 
-#include <csignal>
 #include <system_error>
 #include <utility>
 
@@ -33,12 +33,7 @@ KeptEdits keptIn(const fs::path& file) {
 
 EditDesk::EditDesk(Mailbox& mailbox, std::optional<fs::path> folder)
     : mailbox_(mailbox), folder_(std::move(folder)) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the main loop
-    thread_ = std::thread([this] { run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    thread_ = startWorker([this] { run(); });
 }
 
 EditDesk::~EditDesk() {

@@ -1,9 +1,9 @@
 #include "desktop/bridge/PlayDesk.h"
 
 #include "audio/playing/Player.h"
+#include "desktop/bridge/Worker.h"
 #include "engine/files/RegularFile.h"
 
-#include <csignal>
 #include <utility>
 
 namespace krl::desktop {
@@ -32,12 +32,7 @@ bool playToEnd(const Sound& sound, int descriptor, const std::string& sink,
 } // namespace
 
 PlayDesk::PlayDesk(Mailbox& mailbox, std::string sink) : mailbox_(mailbox), sink_(std::move(sink)) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the main loop
-    thread_ = std::thread([this] { run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    thread_ = startWorker([this] { run(); });
 }
 
 PlayDesk::~PlayDesk() {

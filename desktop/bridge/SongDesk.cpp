@@ -1,11 +1,11 @@
 #include "desktop/bridge/SongDesk.h"
 
 #include "audio/judging/Inspector.h"
+#include "desktop/bridge/Worker.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <csignal>
 #include <system_error>
 #include <utility>
 
@@ -51,14 +51,9 @@ std::optional<double> secondsOf(const tags::AudioFacts& facts) {
 } // namespace
 
 SongDesk::SongDesk(Mailbox& mailbox) : mailbox_(mailbox) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the main loop
     for (Tools& tools : tools_) {
-        threads_.emplace_back([this, &tools] { run(tools); });
+        threads_.push_back(startWorker([this, &tools] { run(tools); }));
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 SongDesk::~SongDesk() {
