@@ -79,7 +79,23 @@ std::string tidiedName(const std::string& typed) {
 
 void PhoneBook::take(PhoneReading reading) {
     reading_ = std::move(reading);
+    dropWhatIsGone();
     dropTakenNames();
+}
+
+/// Without its catalogue a phone lists nothing, be its ringtones there or not.
+bool PhoneBook::isListWhole() const {
+    return reading_ && !reading_->brokenJob && !reading_->catalogueIsUnreadable;
+}
+
+/// What is not on the phone any more, or was not when kept edits came back, waits for no sync: a later
+/// ringtone of that name is another.
+void PhoneBook::dropWhatIsGone() {
+    if (isListWhole()) {
+        const std::set<std::string> there = engine::namesOf(reading_->ringtones);
+        std::erase_if(removed_, [&](const std::string& name) { return !there.contains(name); });
+        std::erase_if(renamed_, [&](const auto& names) { return !there.contains(names.first); });
+    }
 }
 
 /// Names that others have given to ringtones meanwhile cannot be given any more.
@@ -91,19 +107,17 @@ void PhoneBook::dropTakenNames() {
 }
 
 void PhoneBook::dropFulfilled() {
-    // Without its catalogue a phone lists nothing, be its ringtones there or not.
-    if (!reading_ || reading_->brokenJob || reading_->catalogueIsUnreadable) {
+    if (!isListWhole()) {
         return;
     }
     rememberLengths();
+    dropWhatIsGone();
     const auto there = engine::namesAndSizes(reading_->ringtones);
-    std::erase_if(removed_, [&](const std::string& name) { return !there.contains(name); });
-    std::erase_if(renamed_, [&](const auto& names) { return !there.contains(names.first); });
     std::erase_if(songs_, [&](const auto& entry) {
         const Song& song = entry.second;
         const auto found = there.find(song.nameNow());
         return song.isForgotten || (song.mark == Mark::New && found != there.end() &&
-                                    found->second == song.size && !removed_.contains(song.name));
+                                    found->second == song.size && !removed_.contains(found->first));
     });
 }
 

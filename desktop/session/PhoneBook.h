@@ -184,6 +184,8 @@ private:
     const std::string& nameAfter(const engine::PhoneRingtone& ringtone) const;
     NameProblem problemOnPhone(const std::string& key, const std::string& name) const;
     bool isRemoved(const engine::PhoneRingtone& ringtone) const;
+    bool isListWhole() const;
+    void dropWhatIsGone();
     void dropTakenNames();
     void carriedOutRenaming(const std::string& from, const std::string& to);
     void rememberLengths();

@@ -153,6 +153,25 @@ TEST_F(PhoneBooks, DropEditsThatThePhoneHas) {
     EXPECT_EQ(book.wanted().added.front().name, "Bells");
 }
 
+TEST_F(PhoneBooks, KeepASongThatWasGivenTheNameOfWhatIsStillToBeRemoved) {
+    book.take(holding({{"Harp", 500}}));
+    book.remove({keyOf("Harp")});
+    addReady("Horn", 500);
+    book.rename(keyOf("Horn"), "Harp");
+    book.dropFulfilled(); // after a sync that has done nothing
+    ASSERT_THAT(book.wanted().added, SizeIs(1));
+    EXPECT_EQ(book.wanted().added.front().name, "Harp");
+    EXPECT_THAT(book.wanted().removed, ElementsAre("Harp"));
+}
+
+TEST_F(PhoneBooks, TakeNothingOffThatCameAfterItsNamesakeWasGone) {
+    book.restore({.removed = {"Harp"}, .renamed = {{"Horn", "Hupe"}}, .songs = {}});
+    book.take(holding({}));
+    EXPECT_FALSE(book.hasEdits());
+    book.take(holding({{"Harp", 1}, {"Horn", 1}}));
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::OnPhone));
+}
+
 TEST_F(PhoneBooks, DropNothingWhileTheListIsNotWhole) {
     book.take(holding({{"Harp", 500}, {"Horn", 600}}));
     book.remove({keyOf("Harp")});
