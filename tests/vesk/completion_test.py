@@ -99,6 +99,10 @@ class Interactive:
         self.assertEqual(self.completed("vesk add --name-from t"), "vesk add --name-from tags ")
         self.assertEqual(self.completed("vesk watch --sync Mu").rstrip("/ "), "vesk watch --sync Music")
 
+    def test_values_behind_an_equals_sign(self):
+        self.assertEqual(self.completed("vesk add --name-from=t"), "vesk add --name-from=tags ")
+        self.assertEqual(self.completed("vesk --timeout=5 remove Mar"), "vesk --timeout=5 remove Marimba ")
+
     def test_files_where_files_are_wanted(self):
         self.assertEqual(self.completed("vesk add so"), "vesk add song.flac ")
         self.assertEqual(self.completed("vesk sync so"), "vesk sync so")

@@ -49,6 +49,9 @@ _vesk() {
         if [[ $word == -* ]]; then
             if [[ $(_vesk_value "$command" "$word") ]]; then
                 ((++i))
+                if [[ ${COMP_WORDS[i]} == = ]]; then # --option=value is three words
+                    ((++i))
+                fi
             fi
         elif [[ -z $command || $(_vesk_commands "$command") ]]; then
             command+=${command:+ }$word
@@ -56,9 +59,14 @@ _vesk() {
             ((++place))
         fi
     done
-    value=
-    if ((COMP_CWORD > 1)); then
-        value=$(_vesk_value "$command" "${COMP_WORDS[COMP_CWORD - 1]}")
+    i=$((COMP_CWORD - 1)) value=
+    if [[ $cur == = ]]; then
+        cur=
+    elif ((i > 1)) && [[ ${COMP_WORDS[i]} == = ]]; then
+        ((--i))
+    fi
+    if ((i > 0)); then
+        value=$(_vesk_value "$command" "${COMP_WORDS[i]}")
     fi
     if [[ $value ]]; then
         _vesk_suggest ${value%% *} "${value#* }"

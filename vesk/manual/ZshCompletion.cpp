@@ -52,17 +52,18 @@ std::string suggestion(ValueKind kind, const std::string& label) {
 }
 
 /// A specification of _arguments.
+/// A specification of _arguments. A long option's value follows it, or a "=".
 std::string optionWord(const OptionEntry& option) {
-    const std::string value = option.value.empty()
-                                  ? ""
-                                  : fmt::format(":{}:{}", escaped(option.value),
-                                                suggestion(kindOf(option), option.value));
-    const std::string rest = "[" + escaped(option.meaning) + "]" + value;
+    const bool takesValue = !option.value.empty();
+    const std::string value = takesValue ? fmt::format(":{}:{}", escaped(option.value),
+                                                       suggestion(kindOf(option), option.value))
+                                         : "";
+    const std::string rest = (takesValue ? "=[" : "[") + escaped(option.meaning) + "]" + value;
     if (option.names.size() == 1) {
         return quoted(option.names.front() + rest);
     }
-    const std::string names = fmt::format("{}", fmt::join(option.names, ","));
-    return fmt::format("'({})'{{{}}}{}", fmt::join(option.names, " "), names, quoted(rest));
+    return fmt::format("'({})'{{{}}}{}", fmt::join(option.names, " "), fmt::join(option.names, ","),
+                       quoted(rest));
 }
 
 std::string arguments(const std::vector<std::string>& words) {
