@@ -11,6 +11,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Key;
 using testing::Pair;
+using testing::UnorderedElementsAre;
 
 namespace krl::engine {
 namespace {
@@ -133,6 +134,21 @@ TEST_F(Change, ARenamedRingtoneStaysAndIsNeitherAddedNorRemoved) {
     EXPECT_THAT(prepared.plan.lost, IsEmpty());
     EXPECT_EQ(prepared.plan.uploadBytes, 0U);
     EXPECT_EQ(prepared.plan.count(Operation::Kind::Upload), 0U);
+}
+
+TEST_F(Change, SeveralRingtonesAreRenamedAtOnce) {
+    OpenPhone phone({});
+    const PhoneState state = readEverything(phone);
+    renameRingtone(phone.tones(), "Harp", "Lyre");
+    renameRingtone(phone.tones(), "Marimba", "Vibes");
+    removeRingtones(phone.tones(), {"Plain"});
+    EXPECT_EQ(guids(phone.tones(), kUnchangedList),
+              (std::map<std::string, std::string>{{"Lyre", "H"}, {"Vibes", "M"}}));
+    const PreparedChange prepared = prepare(phone, state);
+    EXPECT_THAT(prepared.renamed,
+                UnorderedElementsAre(Pair("Harp", "Lyre"), Pair("Marimba", "Vibes")));
+    EXPECT_THAT(prepared.removed, ElementsAre("Plain"));
+    EXPECT_THAT(prepared.plan.lost, IsEmpty());
 }
 
 } // namespace krl::engine
