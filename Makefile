@@ -104,6 +104,7 @@ install: ## a release into PREFIX, /usr/local unless given
 	cmake --preset release -DKRL_BENCH=OFF -DBUILD_TESTING=OFF
 	cmake --build --preset release --target released
 	cmake --install $(build)/release --prefix $(prefix)
+	@[ -n "$(DESTDIR)" ] || [ "$$(id -u)" -ne 0 ] || ldconfig # programs find new libraries then
 
 uninstall: ## what make install has put there
 	xargs -d '\n' -I FILE rm -f "$(DESTDIR)FILE" <$(build)/release/install_manifest.txt
