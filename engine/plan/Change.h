@@ -17,8 +17,8 @@ void addRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& a
 void removeRingtones(KRTRingtoneManager& tones, const std::vector<std::string>& names);
 
 /// Puts other files in the place of the ringtones of the same names, which keep their GUIDs: whoever
-/// goes by a GUID finds the new file. What the list does not have is added; what is known to be made of the
-/// same stays.
+/// goes by a GUID finds the new file. What the list does not have is added; what is known to be made
+/// of the same stays.
 void replaceRingtones(KRTRingtoneManager& tones, const std::vector<LocalRingtone>& replacements);
 
 /// Gives a ringtone of the phone another name, which none has. Its file and GUID stay, and no file is

@@ -26,8 +26,8 @@ struct PhoneRingtone {
 /// how it was prepared. That tells any two songs of a person apart.
 std::string sourceName(const Digest& digest);
 
-/// What stands in a ringtone's entry of the catalogue: the same, and the ringtone's size,
-/// so that a file that is not whole on the phone is told from it.
+/// What stands in a ringtone's entry of the catalogue: the same, and the ringtone's size, so that a
+/// file that is not whole on the phone is told from it.
 std::string sourceText(const Digest& digest, uint64_t size);
 
 /// Finds the names of ringtones, however accents are written in them.

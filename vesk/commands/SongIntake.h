@@ -15,8 +15,7 @@
 namespace vesk {
 
 /// The songs that a command was given, on their way to ringtones on a phone. What cannot be used is
-/// said, and the others go
-/// on; where it is the only one, each of these throws its Failure.
+/// said, and the others go on; where it is the only one, each of these throws its Failure.
 class SongIntake {
 public:
     SongIntake(const Options& options, Output& output);
