@@ -1,4 +1,5 @@
 /**
+ * @file
  * What all headers of KRLVesk share.
  *
  * Conventions of the procedural interface:
@@ -44,12 +45,15 @@
 #include <stdbool.h>
 #include <stdint.h>
 
+/** Before what the library exports. */
 #define KRL_EXPORT __attribute__((visibility("default")))
-/* What an exported class keeps to itself. */
+/** Before what an exported class keeps to itself. */
 #define KRL_PRIVATE __attribute__((visibility("hidden")))
 
 #ifdef __cplusplus
+/** Before declarations of C functions. */
 #define KRL_BEGIN_C extern "C" {
+/** Behind them. */
 #define KRL_END_C }
 #else
 #define KRL_BEGIN_C

@@ -1,4 +1,5 @@
 /**
+ * @file
  * What the object interface throws, where a method says that it throws at all.
  */
 #ifndef KRLVESK_KRLEXCEPTION_H
@@ -16,11 +17,15 @@ class KRL_EXPORT KRLException : public std::exception {
 public:
     /** @param name, reason  UTF-8; copied */
     KRLException(std::string name, std::string reason);
+    /** A copy. */
     KRLException(const KRLException&);
+    /** A copy. */
     KRLException& operator=(const KRLException&);
     ~KRLException() override;
 
+    /** By which it is told apart; lives as long as the exception. */
     const std::string& name() const noexcept;
+    /** For people; lives as long as the exception. */
     const std::string& reason() const noexcept;
 
     /** The reason; lives as long as the exception. */

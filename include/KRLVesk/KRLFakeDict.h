@@ -1,4 +1,5 @@
 /**
+ * @file
  * The slot hash table of KRTDictionary.h as an object that owns its keys and values.
  */
 #ifndef KRLVESK_KRLFAKEDICT_H

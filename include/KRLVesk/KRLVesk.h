@@ -1,4 +1,7 @@
-/** All of KRLVesk. */
+/**
+ * @file
+ * All of KRLVesk.
+ */
 #ifndef KRLVESK_KRLVESK_H
 #define KRLVESK_KRLVESK_H
 

@@ -1,4 +1,5 @@
 /**
+ * @file
  * The slot hash table: walks its entries in the order in which the dictionaries of firmware 1.1.1
  * do.
  *
@@ -13,7 +14,9 @@
 
 KRL_BEGIN_C
 
+/** A word of the machine. */
 typedef intptr_t KRTWord;
+/** A word of the machine without a sign. */
 typedef uintptr_t KRTUnsignedWord;
 
 /** The table; its fields are not part of the interface. */

@@ -1,4 +1,5 @@
 /**
+ * @file
  * The error record: why the last failing call failed.
  *
  * There is one record for the whole process. It keeps the first failure until KRTErrorClear, so

@@ -1,4 +1,5 @@
 /**
+ * @file
  * One attached phone: its record, its connection, its files, its sync lock and what is known of it.
  *
  * Opening and the file service are counted. Every file operation opens the phone and starts the

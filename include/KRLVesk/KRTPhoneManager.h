@@ -1,4 +1,5 @@
 /**
+ * @file
  * Phones as they come and go.
  *
  * There is one manager in a process. Arrivals and removals are handled, and delegates called, on

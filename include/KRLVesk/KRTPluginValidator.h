@@ -1,4 +1,5 @@
 /**
+ * @file
  * Whether the support plug-in is running inside the desktop media library, and recent enough. It is
  * asked by a distributed notification, to which it answers with another one that carries its
  * version.

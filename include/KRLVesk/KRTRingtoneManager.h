@@ -1,4 +1,5 @@
 /**
+ * @file
  * The ringtones of one phone: what is on it, and how a set of changes gets there.
  *
  * A ringtone is a dictionary with the keys below; a ringtone list is a dictionary from ringtone
@@ -442,6 +443,7 @@ public:
     /** Whether syncs run on a thread of their own; false at first. From any thread; a sync that
      * runs looks at it at each report, to see whether to wait for an answer. */
     void setAsyncMode(bool asyncMode);
+    /** What setAsyncMode has set. From any thread. */
     bool asyncMode() const;
 
     /**

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Start-up: the application's first call.
  *
  * KRTVeskInit finds out whether phones can be reached and sees to it that the support plug-in

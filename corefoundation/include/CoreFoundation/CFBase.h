@@ -1,4 +1,5 @@
 /**
+ * @file
  * What every CoreFoundation object has in common.
  *
  * Conventions of all these headers:
@@ -23,7 +24,9 @@
 #include <stdint.h>
 
 #ifdef __cplusplus
+/** Before each declaration: a C function of this library, also in C++. */
 #define CF_EXPORT extern "C" __attribute__((visibility("default")))
+/** Behind a declaration: the function throws nothing. */
 #define CF_NOEXCEPT noexcept
 #else
 #define CF_EXPORT extern __attribute__((visibility("default")))
@@ -31,12 +34,16 @@
 #endif
 
 #ifndef TRUE
+/** As a Boolean. */
 #define TRUE 1
 #endif
 #ifndef FALSE
+/** As a Boolean. */
 #define FALSE 0
 #endif
 
+/** @{ */
+/** A number whose size does not depend on the machine. */
 typedef unsigned char Boolean;
 typedef uint8_t UInt8;
 typedef int8_t SInt8;
@@ -48,13 +55,20 @@ typedef uint64_t UInt64;
 typedef int64_t SInt64;
 typedef float Float32;
 typedef double Float64;
+/** @} */
+
 /** One UTF-16 code unit. */
 typedef UInt16 UniChar;
+/** One Unicode scalar value. */
 typedef UInt32 UTF32Char;
 
+/** A count, or a place counted from 0. */
 typedef long CFIndex;
+/** Bits that are set together. */
 typedef unsigned long CFOptionFlags;
+/** The type of an object, see CFGetTypeID. */
 typedef unsigned long CFTypeID;
+/** What CFHash gives: equal for equal objects. */
 typedef unsigned long CFHashCode;
 
 /** Any object. */
@@ -63,16 +77,22 @@ typedef const void* CFTypeRef;
  *  dictionary. */
 typedef CFTypeRef CFPropertyListRef;
 
+/** Where memory would come from; see the conventions above. */
 typedef const struct __CFAllocator* CFAllocatorRef;
+/** The type of kCFNull. */
 typedef const struct __CFNull* CFNullRef;
+/** A text, see CFString.h. */
 typedef const struct __CFString* CFStringRef;
+/** A text that can be changed. */
 typedef struct __CFString* CFMutableStringRef;
 
+/** A part of a sequence. */
 typedef struct {
-    CFIndex location;
-    CFIndex length;
+    CFIndex location; /**< of the first item, counted from 0 */
+    CFIndex length;   /**< how many items */
 } CFRange;
 
+/** The range of length items from location on. */
 static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
     CFRange range;
     range.location = location;
@@ -80,13 +100,16 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
     return range;
 }
 
+/** How the first of two values stands to the second. */
 typedef CFIndex CFComparisonResult;
 
+/** Less, equal, greater. */
 enum { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
 
 /** The index that stands for "not there". */
 static const CFIndex kCFNotFound = -1;
 
+/** Compares two values; context is what its caller was given for it. */
 typedef CFComparisonResult (*CFComparatorFunction)(const void* value1, const void* value2,
                                                    void* context);
 
@@ -95,13 +118,14 @@ typedef CFComparisonResult (*CFComparatorFunction)(const void* value1, const voi
  * compiler lays out the objects of CFSTR.
  */
 struct CFObjectHeader {
-    uint16_t typeID;
-    uint16_t flags;
-    uint32_t retainCount;
+    uint16_t typeID;      /**< what kind of object it is */
+    uint16_t flags;       /**< of that kind */
+    uint32_t retainCount; /**< references, unless it is immortal */
 };
 
 /** NULL: the default allocator. */
 CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;
+/** The same. */
 CF_EXPORT const CFAllocatorRef kCFAllocatorSystemDefault;
 /** As a deallocator: the bytes are freed with free. */
 CF_EXPORT const CFAllocatorRef kCFAllocatorMalloc;
@@ -111,7 +135,9 @@ CF_EXPORT const CFAllocatorRef kCFAllocatorNull;
 /** The object that stands for "nothing" where an object is asked for. Immortal. */
 CF_EXPORT const CFNullRef kCFNull;
 
+/** The type of allocators. */
 CF_EXPORT CFTypeID CFAllocatorGetTypeID(void) CF_NOEXCEPT;
+/** The type of kCFNull. */
 CF_EXPORT CFTypeID CFNullGetTypeID(void) CF_NOEXCEPT;
 
 /** The object's type, to be compared with the result of CFStringGetTypeID and the like. */

@@ -1,12 +1,17 @@
-/** Folders of resources that belong to a library or program. */
+/**
+ * @file
+ * Folders of resources that belong to a library or program.
+ */
 #ifndef COREFOUNDATION_CFBUNDLE_H
 #define COREFOUNDATION_CFBUNDLE_H
 
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFURL.h>
 
+/** A folder of resources. */
 typedef struct __CFBundle* CFBundleRef;
 
+/** The type of bundles. */
 CF_EXPORT CFTypeID CFBundleGetTypeID(void) CF_NOEXCEPT;
 
 /** @return NULL when there is no folder. The caller releases it. */

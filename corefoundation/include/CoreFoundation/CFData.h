@@ -1,12 +1,18 @@
-/** Sequences of bytes. */
+/**
+ * @file
+ * Sequences of bytes.
+ */
 #ifndef COREFOUNDATION_CFDATA_H
 #define COREFOUNDATION_CFDATA_H
 
 #include <CoreFoundation/CFBase.h>
 
+/** Bytes. */
 typedef const struct __CFData* CFDataRef;
+/** Bytes that can be changed. */
 typedef struct __CFData* CFMutableDataRef;
 
+/** The type of data. */
 CF_EXPORT CFTypeID CFDataGetTypeID(void) CF_NOEXCEPT;
 
 /** Copies the bytes. @param bytes may be NULL when length is 0. */
@@ -27,6 +33,7 @@ CF_EXPORT CFMutableDataRef CFDataCreateMutable(CFAllocatorRef allocator, CFIndex
 CF_EXPORT CFMutableDataRef CFDataCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
                                                    CFDataRef data);
 
+/** How many bytes there are. */
 CF_EXPORT CFIndex CFDataGetLength(CFDataRef data) CF_NOEXCEPT;
 /** The bytes, valid until the data changes its length or goes. Never NULL unless the data was made
  *  without a copy of NULL. */

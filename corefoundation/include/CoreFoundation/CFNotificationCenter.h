@@ -1,13 +1,19 @@
-/** Notifications from anyone to anyone, in this process or among the user's processes. */
+/**
+ * @file
+ * Notifications from anyone to anyone, in this process or among the user's processes.
+ */
 #ifndef COREFOUNDATION_CFNOTIFICATIONCENTER_H
 #define COREFOUNDATION_CFNOTIFICATIONCENTER_H
 
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFDictionary.h>
 
+/** Where notifications are posted and observed. */
 typedef struct __CFNotificationCenter* CFNotificationCenterRef;
+/** What a notification is about. */
 typedef CFStringRef CFNotificationName;
 
+/** Told of a notification; observer is what was registered with it. All else is lent. */
 typedef void (*CFNotificationCallback)(CFNotificationCenterRef center, void* observer,
                                        CFNotificationName name, const void* object,
                                        CFDictionaryRef userInfo);
@@ -15,6 +21,7 @@ typedef void (*CFNotificationCallback)(CFNotificationCenterRef center, void* obs
 /** Makes no difference here. */
 typedef CFIndex CFNotificationSuspensionBehavior;
 
+/** All the same here. */
 enum {
     CFNotificationSuspensionBehaviorDrop = 1,
     CFNotificationSuspensionBehaviorCoalesce = 2,
@@ -22,6 +29,7 @@ enum {
     CFNotificationSuspensionBehaviorDeliverImmediately = 4
 };
 
+/** The type of notification centers. */
 CF_EXPORT CFTypeID CFNotificationCenterGetTypeID(void) CF_NOEXCEPT;
 
 /** The process's own centre: delivers to all observers, in the order in which they were added, on
@@ -71,6 +79,7 @@ CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void* obse
 CF_EXPORT void CFNotificationCenterRemoveObserver(CFNotificationCenterRef center,
                                                   const void* observer, CFNotificationName name,
                                                   const void* object) CF_NOEXCEPT;
+/** Ends all that was registered for an observer at the center. */
 CF_EXPORT void CFNotificationCenterRemoveEveryObserver(CFNotificationCenterRef center,
                                                        const void* observer) CF_NOEXCEPT;
 

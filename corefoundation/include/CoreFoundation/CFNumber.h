@@ -1,29 +1,36 @@
-/** Numbers and booleans. */
+/**
+ * @file
+ * Numbers and booleans.
+ */
 #ifndef COREFOUNDATION_CFNUMBER_H
 #define COREFOUNDATION_CFNUMBER_H
 
 #include <CoreFoundation/CFBase.h>
 
+/** True or false, as an object. */
 typedef const struct __CFBoolean* CFBooleanRef;
 
-/** Immortal. */
+/** True. Immortal. */
 CF_EXPORT const CFBooleanRef kCFBooleanTrue;
+/** False. Immortal. */
 CF_EXPORT const CFBooleanRef kCFBooleanFalse;
 
+/** The type of booleans. */
 CF_EXPORT CFTypeID CFBooleanGetTypeID(void) CF_NOEXCEPT;
+/** What it says. */
 CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean) CF_NOEXCEPT;
 
+/** How a number is handed in or out. */
 typedef CFIndex CFNumberType;
 
+/** Types of numbers: of a fixed size first, then those of C. */
 enum {
-    /* Fixed sizes */
     kCFNumberSInt8Type = 1,
     kCFNumberSInt16Type = 2,
     kCFNumberSInt32Type = 3,
     kCFNumberSInt64Type = 4,
     kCFNumberFloat32Type = 5,
     kCFNumberFloat64Type = 6,
-    /* The types of C */
     kCFNumberCharType = 7,
     kCFNumberShortType = 8,
     kCFNumberIntType = 9,
@@ -34,8 +41,10 @@ enum {
     kCFNumberCFIndexType = 14
 };
 
+/** A number. */
 typedef const struct __CFNumber* CFNumberRef;
 
+/** The type of numbers. */
 CF_EXPORT CFTypeID CFNumberGetTypeID(void) CF_NOEXCEPT;
 
 /**
@@ -58,6 +67,7 @@ CF_EXPORT CFNumberType CFNumberGetType(CFNumberRef number) CF_NOEXCEPT;
 CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type,
                                    void* valuePtr) CF_NOEXCEPT;
 
+/** Whether it was made of a floating-point number. */
 CF_EXPORT Boolean CFNumberIsFloatType(CFNumberRef number) CF_NOEXCEPT;
 /** By value. NaN comes after every negative number and before all others. @param context NULL. */
 CF_EXPORT CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber,

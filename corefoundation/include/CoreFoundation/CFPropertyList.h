@@ -1,4 +1,7 @@
-/** Trees of objects as XML documents. */
+/**
+ * @file
+ * Trees of objects as XML documents.
+ */
 #ifndef COREFOUNDATION_CFPROPERTYLIST_H
 #define COREFOUNDATION_CFPROPERTYLIST_H
 
@@ -12,8 +15,10 @@ enum {
     kCFPropertyListMutableContainersAndLeaves = 2 /**< strings (not keys) and data too */
 };
 
+/** How a property list is written down. */
 typedef CFIndex CFPropertyListFormat;
 
+/** As XML; there is no other. */
 enum { kCFPropertyListXMLFormat_v1_0 = 100 };
 
 /**

@@ -1,4 +1,5 @@
 /**
+ * @file
  * One reference to a CoreFoundation object, given back when the CFRef goes.
  *
  *     auto name = adopt(CFStringCreateWithCString(nullptr, utf8, kCFStringEncodingUTF8)); // create
@@ -17,17 +18,22 @@
 
 namespace krl::cf {
 
+/** One reference. T is a reference type such as CFStringRef. */
 template <typename T>
 class CFRef {
     static_assert(std::is_pointer_v<T>, "T is a reference type such as CFStringRef");
 
 public:
+    /** No object. */
     CFRef() noexcept = default;
 
+    /** No object. */
     CFRef(std::nullptr_t) noexcept {}
 
+    /** One more reference to the object of another. */
     CFRef(const CFRef& other) noexcept : ref_(other.ref_) { CFRetain(ref_); }
 
+    /** The reference of another, which has none then. */
     CFRef(CFRef&& other) noexcept : ref_(std::exchange(other.ref_, nullptr)) {}
 
     /** From a reference to something more special: CFMutableStringRef to CFStringRef. */
@@ -35,10 +41,12 @@ public:
     requires std::is_convertible_v<U, T> CFRef(const CFRef<U>& other)
     noexcept : ref_(other.get()) { CFRetain(ref_); }
 
+    /** Likewise, taking the reference over. */
     template <typename U>
     requires std::is_convertible_v<U, T> CFRef(CFRef<U>&& other)
     noexcept : ref_(other.leak()) {}
 
+    /** Lets go of what it held. */
     CFRef& operator=(CFRef other) noexcept {
         std::swap(ref_, other.ref_);
         return *this;
@@ -53,13 +61,16 @@ public:
         return ref;
     }
 
+    /** The object, lent; null when there is none. */
     T get() const noexcept { return ref_; }
 
+    /** Whether there is an object. */
     explicit operator bool() const noexcept { return ref_ != nullptr; }
 
     /** Hands the reference out; somebody else releases it. */
     [[nodiscard]] T leak() noexcept { return std::exchange(ref_, nullptr); }
 
+    /** Lets go of the object. */
     void reset() noexcept { *this = CFRef(); }
 
     /** For functions that hand a new reference out through a pointer. What was held goes first. */
@@ -71,10 +82,12 @@ public:
     /** The reference counts itself. */
     friend void CFRelease(const CFRef& ref) = delete;
 
+    /** Whether both are the same object; see CFEqual for equal ones. */
     friend bool operator==(const CFRef& left, const CFRef& right) noexcept {
         return left.ref_ == right.ref_;
     }
 
+    /** Whether there is no object. */
     friend bool operator==(const CFRef& left, std::nullptr_t) noexcept {
         return left.ref_ == nullptr;
     }
@@ -96,9 +109,11 @@ template <typename T>
     return CFRef<T>::adopting(object);
 }
 
+/** The type of objects that a reference type is for; for those that follow. */
 template <typename T>
 CFTypeID typeIDOf() = delete;
 
+/** @cond */
 template <>
 inline CFTypeID typeIDOf<CFArrayRef>() {
     return CFArrayGetTypeID();
@@ -148,6 +163,8 @@ template <>
 inline CFTypeID typeIDOf<CFUUIDRef>() {
     return CFUUIDGetTypeID();
 }
+
+/** @endcond */
 
 /** The object as what it is said to be, or null when it is something else (or null). For objects
  * that came from outside: cast<CFStringRef>(CFDictionaryGetValue(entry, key)). */

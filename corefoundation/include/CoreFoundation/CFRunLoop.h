@@ -1,4 +1,5 @@
 /**
+ * @file
  * Run loops: each thread has one, made when it is first asked for. It waits until there is work and
  * calls back on its thread.
  *
@@ -12,8 +13,11 @@
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFDate.h>
 
+/** The loop of one thread. */
 typedef struct __CFRunLoop* CFRunLoopRef;
+/** Something that can be asked for from anywhere and is done by a loop. */
 typedef struct __CFRunLoopSource* CFRunLoopSourceRef;
+/** Something that a loop does at a time. */
 typedef struct __CFRunLoopTimer* CFRunLoopTimerRef;
 /** A name under which sources and timers are grouped. */
 typedef CFStringRef CFRunLoopMode;
@@ -26,13 +30,15 @@ CF_EXPORT const CFRunLoopMode kCFRunLoopCommonModes;
 /** Why a run ended. */
 typedef SInt32 CFRunLoopRunResult;
 
+/** Reasons, see CFRunLoopRunInMode. */
 enum {
-    kCFRunLoopRunFinished = 1, /**< the mode cannot be run (kCFRunLoopCommonModes) */
-    kCFRunLoopRunStopped = 2,
-    kCFRunLoopRunTimedOut = 3,
-    kCFRunLoopRunHandledSource = 4
+    kCFRunLoopRunFinished = 1,     /**< the mode cannot be run (kCFRunLoopCommonModes) */
+    kCFRunLoopRunStopped = 2,      /**< CFRunLoopStop was called */
+    kCFRunLoopRunTimedOut = 3,     /**< its time is over */
+    kCFRunLoopRunHandledSource = 4 /**< it handled a source, and was to return then */
 };
 
+/** The type of run loops. */
 CF_EXPORT CFTypeID CFRunLoopGetTypeID(void) CF_NOEXCEPT;
 /** This thread's loop. */
 CF_EXPORT CFRunLoopRef CFRunLoopGetCurrent(void) CF_NOEXCEPT;
@@ -60,6 +66,7 @@ CF_EXPORT CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterv
 CF_EXPORT void CFRunLoopStop(CFRunLoopRef loop) CF_NOEXCEPT;
 /** Makes a waiting loop look for work. */
 CF_EXPORT void CFRunLoopWakeUp(CFRunLoopRef loop) CF_NOEXCEPT;
+/** Whether the loop waits for work right now. */
 CF_EXPORT Boolean CFRunLoopIsWaiting(CFRunLoopRef loop) CF_NOEXCEPT;
 
 /**
@@ -75,11 +82,11 @@ CF_EXPORT int CFRunLoopGetPollDescriptor(CFRunLoopRef loop) CF_NOEXCEPT;
 typedef struct {
     CFIndex version; /**< 0 */
     void* info;      /**< handed to all functions below, each of which may be NULL */
-    const void* (*retain)(const void* info);
-    void (*release)(const void* info);
-    CFStringRef (*copyDescription)(const void* info);
-    Boolean (*equal)(const void* info1, const void* info2);
-    CFHashCode (*hash)(const void* info);
+    const void* (*retain)(const void* info);                /**< called once, at the making */
+    void (*release)(const void* info);                      /**< called once, at the end */
+    CFStringRef (*copyDescription)(const void* info);       /**< for CFCopyDescription */
+    Boolean (*equal)(const void* info1, const void* info2); /**< for CFEqual */
+    CFHashCode (*hash)(const void* info);                   /**< for CFHash */
     /** Called on the adding thread when the source comes to a mode of a loop. */
     void (*schedule)(void* info, CFRunLoopRef loop, CFRunLoopMode mode);
     /** Called on the removing thread when it leaves; not when the loop itself comes to its end. */
@@ -88,6 +95,7 @@ typedef struct {
     void (*perform)(void* info);
 } CFRunLoopSourceContext;
 
+/** The type of sources. */
 CF_EXPORT CFTypeID CFRunLoopSourceGetTypeID(void) CF_NOEXCEPT;
 /**
  * @param order    sources of one round are handled by rising order.
@@ -99,8 +107,10 @@ CF_EXPORT CFRunLoopSourceRef CFRunLoopSourceCreate(CFAllocatorRef allocator, CFI
 /** Does nothing when the source is there already or is no longer valid. The loop retains it. */
 CF_EXPORT void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source,
                                   CFRunLoopMode mode) CF_NOEXCEPT;
+/** Does nothing when the source is not there. */
 CF_EXPORT void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source,
                                      CFRunLoopMode mode) CF_NOEXCEPT;
+/** Whether the source is in the mode of the loop. */
 CF_EXPORT Boolean CFRunLoopContainsSource(CFRunLoopRef loop, CFRunLoopSourceRef source,
                                           CFRunLoopMode mode) CF_NOEXCEPT;
 /** Asks for the source to be handled once by a loop that it was added to, and wakes that loop.
@@ -109,18 +119,22 @@ CF_EXPORT void CFRunLoopSourceSignal(CFRunLoopSourceRef source) CF_NOEXCEPT;
 /** Takes the source out of all loops, for good. Its perform function is not called any more, unless
  *  it is running on another thread right now. */
 CF_EXPORT void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source) CF_NOEXCEPT;
+/** False after CFRunLoopSourceInvalidate. */
 CF_EXPORT Boolean CFRunLoopSourceIsValid(CFRunLoopSourceRef source) CF_NOEXCEPT;
 
+/** What a timer hands to its function. */
 typedef struct {
     CFIndex version; /**< 0 */
-    void* info;
-    const void* (*retain)(const void* info);
-    void (*release)(const void* info);
-    CFStringRef (*copyDescription)(const void* info);
+    void* info; /**< handed to the function of the timer and to those below, which may be NULL */
+    const void* (*retain)(const void* info);          /**< called once, at the making */
+    void (*release)(const void* info);                /**< called once, at the end */
+    CFStringRef (*copyDescription)(const void* info); /**< for CFCopyDescription */
 } CFRunLoopTimerContext;
 
+/** Called when the timer fires. */
 typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void* info);
 
+/** The type of timers. */
 CF_EXPORT CFTypeID CFRunLoopTimerGetTypeID(void) CF_NOEXCEPT;
 /**
  * @param fireDate  when to fire first, by CFAbsoluteTimeGetCurrent at the time of this call;
@@ -139,9 +153,12 @@ CF_EXPORT CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbs
  *  loop retains it. */
 CF_EXPORT void CFRunLoopAddTimer(CFRunLoopRef loop, CFRunLoopTimerRef timer,
                                  CFRunLoopMode mode) CF_NOEXCEPT;
+/** Does nothing when the timer is not there. */
 CF_EXPORT void CFRunLoopRemoveTimer(CFRunLoopRef loop, CFRunLoopTimerRef timer,
                                     CFRunLoopMode mode) CF_NOEXCEPT;
+/** Takes the timer out of its loop, for good. It fires no more. */
 CF_EXPORT void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) CF_NOEXCEPT;
+/** False after CFRunLoopTimerInvalidate, and when a timer without interval has fired. */
 CF_EXPORT Boolean CFRunLoopTimerIsValid(CFRunLoopTimerRef timer) CF_NOEXCEPT;
 
 #endif

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Texts: sequences of UTF-16 code units. ASCII texts take one byte a unit.
  *
  * All positions and lengths are in UTF-16 code units, all comparisons and searches are literal: a
@@ -15,10 +16,13 @@
 /** Encodings: these two and no other. */
 typedef UInt32 CFStringEncoding;
 
+/** Numbers of the two encodings. */
 enum { kCFStringEncodingASCII = 0x0600, kCFStringEncodingUTF8 = 0x08000100 };
 
+/** How texts are compared: 0, or these together. */
 typedef CFOptionFlags CFStringCompareFlags;
 
+/** Ways to compare. */
 enum {
     /** Letters that differ only in case are equal; full case folding, so sharp s equals "ss". */
     kCFCompareCaseInsensitive = 1,
@@ -28,10 +32,10 @@ enum {
 
 /** The record of a string; only the library and CFSTR look inside. */
 struct __CFString {
-    struct CFObjectHeader header;
-    CFIndex length;
-    const void* contents;
-    CFIndex capacity;
+    struct CFObjectHeader header; /**< as of every object */
+    CFIndex length;               /**< in code units */
+    const void* contents;         /**< ASCII or UTF-16 */
+    CFIndex capacity;             /**< of contents, where it is the string's own */
 };
 
 /** Values of CFObjectHeader for CFSTR. */
@@ -70,6 +74,7 @@ inline constexpr __CFString constantString{
 
 } // namespace krl::cf::detail
 
+/** A constant string of an ASCII literal, see above. */
 #define CFSTR(cStr) (&::krl::cf::detail::constantString<"" cStr>)
 
 #else
@@ -86,6 +91,7 @@ inline constexpr __CFString constantString{
 
 #endif
 
+/** The type of texts. */
 CF_EXPORT CFTypeID CFStringGetTypeID(void) CF_NOEXCEPT;
 
 /**
@@ -119,22 +125,26 @@ CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, con
 CF_EXPORT CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator,
                                                CFDictionaryRef formatOptions, CFStringRef format,
                                                ...);
+/** As CFStringCreateWithFormat, of arguments that have been taken up. */
 CF_EXPORT CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef allocator,
                                                            CFDictionaryRef formatOptions,
                                                            CFStringRef format, va_list arguments);
 
 /** An immutable copy; the string itself, with one more reference, when it is immutable. */
 CF_EXPORT CFStringRef CFStringCreateCopy(CFAllocatorRef allocator, CFStringRef string);
+/** A part of a text. */
 CF_EXPORT CFStringRef CFStringCreateWithSubstring(CFAllocatorRef allocator, CFStringRef string,
                                                   CFRange range);
 
 /** An empty mutable string. @param maxLength a hint; the string may grow beyond it. */
 CF_EXPORT CFMutableStringRef CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength);
+/** A copy that can be changed. @param maxLength a hint, as above. */
 CF_EXPORT CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex maxLength,
                                                        CFStringRef string);
 
 /** @param appendedString may be the string itself. */
 CF_EXPORT void CFStringAppend(CFMutableStringRef string, CFStringRef appendedString);
+/** Appends code units, which may hold unpaired surrogates. */
 CF_EXPORT void CFStringAppendCharacters(CFMutableStringRef string, const UniChar* chars,
                                         CFIndex numChars);
 /** Appends nothing when cStr is invalid in the encoding. */
@@ -144,7 +154,9 @@ CF_EXPORT void CFStringAppendCString(CFMutableStringRef string, const char* cStr
 CF_EXPORT void CFStringAppendFormat(CFMutableStringRef string, CFDictionaryRef formatOptions,
                                     CFStringRef format, ...);
 
+/** How many code units the text has. */
 CF_EXPORT CFIndex CFStringGetLength(CFStringRef string) CF_NOEXCEPT;
+/** One code unit. */
 CF_EXPORT UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex idx) CF_NOEXCEPT;
 /** @param buffer room for range.length units. */
 CF_EXPORT void CFStringGetCharacters(CFStringRef string, CFRange range,

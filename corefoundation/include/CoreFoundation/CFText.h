@@ -1,4 +1,7 @@
-/** Texts of CoreFoundation from and to UTF-8. For C++ only; all of it is in this header. */
+/**
+ * @file
+ * Texts of CoreFoundation from and to UTF-8. For C++ only; all of it is in this header.
+ */
 #ifndef COREFOUNDATION_CFTEXT_H
 #define COREFOUNDATION_CFTEXT_H
 

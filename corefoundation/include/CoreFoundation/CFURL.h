@@ -1,4 +1,5 @@
 /**
+ * @file
  * Locations of files and folders. A URL holds a path in its escaped form ("%20" for a space); its
  * components come back unescaped.
  */
@@ -7,12 +8,16 @@
 
 #include <CoreFoundation/CFBase.h>
 
+/** How a path is written. */
 typedef CFIndex CFURLPathStyle;
 
+/** With slashes; there is no other. */
 enum { kCFURLPOSIXPathStyle = 0 };
 
+/** A location. */
 typedef const struct __CFURL* CFURLRef;
 
+/** The type of URLs. */
 CF_EXPORT CFTypeID CFURLGetTypeID(void) CF_NOEXCEPT;
 
 /**
@@ -45,6 +50,7 @@ CF_EXPORT Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean resolve
 CF_EXPORT CFStringRef CFURLGetString(CFURLRef url) CF_NOEXCEPT;
 /** The escaped path, with the slash at its end that a folder has. */
 CF_EXPORT CFStringRef CFURLCopyPath(CFURLRef url);
+/** Whether the path ends in a slash. */
 CF_EXPORT Boolean CFURLHasDirectoryPath(CFURLRef url) CF_NOEXCEPT;
 
 /** The text after the last slash; "/" for the root. */

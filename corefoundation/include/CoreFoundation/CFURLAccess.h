@@ -1,4 +1,7 @@
-/** Reading what a URL names. */
+/**
+ * @file
+ * Reading what a URL names.
+ */
 #ifndef COREFOUNDATION_CFURLACCESS_H
 #define COREFOUNDATION_CFURLACCESS_H
 

@@ -1,12 +1,19 @@
-/** Universally unique identifiers. */
+/**
+ * @file
+ * Universally unique identifiers.
+ */
 #ifndef COREFOUNDATION_CFUUID_H
 #define COREFOUNDATION_CFUUID_H
 
 #include <CoreFoundation/CFBase.h>
 
+/** A universally unique identifier. */
 typedef const struct __CFUUID* CFUUIDRef;
 
+/** Its 16 bytes, in the order in which they are written. */
 typedef struct {
+    /** @{ */
+    /** A byte; the number says which. */
     UInt8 byte0;
     UInt8 byte1;
     UInt8 byte2;
@@ -23,12 +30,15 @@ typedef struct {
     UInt8 byte13;
     UInt8 byte14;
     UInt8 byte15;
+    /** @} */
 } CFUUIDBytes;
 
+/** The type of UUIDs. */
 CF_EXPORT CFTypeID CFUUIDGetTypeID(void) CF_NOEXCEPT;
 
 /** A new random one (version 4). */
 CF_EXPORT CFUUIDRef CFUUIDCreate(CFAllocatorRef allocator);
+/** The one of these bytes. */
 CF_EXPORT CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes);
 /**
  * Reads the form that CFUUIDCreateString gives, in braces or not, with digits of either case.
@@ -39,6 +49,7 @@ CF_EXPORT CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBy
 CF_EXPORT CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef allocator, CFStringRef uuidStr);
 /** "68753A44-4D6F-1226-9C60-0050E4C00067": upper case. */
 CF_EXPORT CFStringRef CFUUIDCreateString(CFAllocatorRef allocator, CFUUIDRef uuid);
+/** Its bytes. */
 CF_EXPORT CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) CF_NOEXCEPT;
 
 #endif

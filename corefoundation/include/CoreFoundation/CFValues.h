@@ -1,4 +1,7 @@
-/** Dictionaries and URLs of CoreFoundation in a line. For C++ only; all of it is in this header. */
+/**
+ * @file
+ * Dictionaries and URLs of CoreFoundation in a line. For C++ only; all of it is in this header.
+ */
 #ifndef COREFOUNDATION_CFVALUES_H
 #define COREFOUNDATION_CFVALUES_H
 
@@ -10,8 +13,9 @@
 
 namespace krl::cf {
 
+/** A key and its value. */
 struct Pair {
-    CFTypeRef key;
+    CFTypeRef key;   /**< null likewise */
     CFTypeRef value; /**< null only where the dictionary's callbacks let one in */
 };
 

@@ -1,4 +1,5 @@
 /**
+ * @file
  * All of the CoreFoundation subset. CFRef.h, which is for C++, is included on its own.
  */
 #ifndef COREFOUNDATION_COREFOUNDATION_H

@@ -1,4 +1,5 @@
 /**
+ * @file
  * MobileDevice: how this library reaches a phone.
  *
  * Every function of the platform's device framework that the library calls is a variable of
@@ -28,6 +29,7 @@
 extern "C" {
 #endif
 
+/** Before each declaration. */
 #define MOBILEDEVICE_EXTERN extern __attribute__((visibility("default")))
 
 /** One plugging-in of a phone. Counted: AMDeviceRetain, AMDeviceRelease. */
@@ -48,11 +50,13 @@ typedef uint64_t afc_file_ref;
 /** What happened to a device. Other numbers exist and are to be ignored. */
 enum { kAMDeviceMessageConnected = 1, kAMDeviceMessageDisconnected = 2 };
 
+/** What a subscription is told. */
 typedef struct am_device_notification_info {
     am_device* device; /**< lent for the length of the callback: retain it to keep it */
     uint32_t message;  /**< kAMDeviceMessageConnected, kAMDeviceMessageDisconnected */
 } am_device_notification_info;
 
+/** Called for each arrival and removal, on the run loop of the thread that subscribed. */
 typedef void (*am_device_notification_callback)(am_device_notification_info* info);
 
 /** Statuses of the file service, as the phone sends them. A provider itself answers with
@@ -95,9 +99,10 @@ enum {
     X(InvalidPairRecord, -31)                                                                      \
     X(ServiceProhibited, -34)
 
-/** Its statuses: kAMDInvalidHostID and so on. */
+/** One of its statuses. */
 #define MOBILEDEVICE_LOCKDOWN_STATUS(name, status) kAMD##name = (status),
 
+/** Statuses of the phone's gate keeper: kAMDInvalidHostID and so on. */
 enum { MOBILEDEVICE_LOCKDOWN_ERRORS(MOBILEDEVICE_LOCKDOWN_STATUS) };
 
 /** Statuses that a provider makes itself. All others are the phone's: those of its file service and
@@ -292,6 +297,7 @@ MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryOpen)(afc_connection* connection, cons
 MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryRead)(afc_connection* connection,
                                                 afc_directory* directory, char** name);
 
+/** Ends the reading of a directory. */
 MOBILEDEVICE_EXTERN int32_t (*AFCDirectoryClose)(afc_connection* connection,
                                                  afc_directory* directory);
 
@@ -315,12 +321,14 @@ MOBILEDEVICE_EXTERN int32_t (*AFCFileRefRead)(afc_connection* connection, afc_fi
 MOBILEDEVICE_EXTERN int32_t (*AFCFileRefWrite)(afc_connection* connection, afc_file_ref file,
                                                const void* bytes, uint32_t count);
 
+/** Closes a file, which frees its lock. */
 MOBILEDEVICE_EXTERN int32_t (*AFCFileRefClose)(afc_connection* connection, afc_file_ref file);
 
 /** Takes an exclusive lock on an open file without waiting: kAFCWouldBlock while another open file
  *  holds it. Closing the file or its connection frees it. */
 MOBILEDEVICE_EXTERN int32_t (*AFCFileRefLock)(afc_connection* connection, afc_file_ref file);
 
+/** Gives the lock back. */
 MOBILEDEVICE_EXTERN int32_t (*AFCFileRefUnlock)(afc_connection* connection, afc_file_ref file);
 
 /** Key-value pairs about a path: "st_size", "st_ifmt" and others. */
@@ -334,6 +342,7 @@ MOBILEDEVICE_EXTERN int32_t (*AFCDeviceInfoOpen)(afc_connection* connection, afc
 /** The next pair; null key and value at the end. The strings live until the iterator is closed. */
 MOBILEDEVICE_EXTERN int32_t (*AFCKeyValueRead)(afc_dictionary* info, char** key, char** value);
 
+/** Ends the reading of pairs. */
 MOBILEDEVICE_EXTERN int32_t (*AFCKeyValueClose)(afc_dictionary* info);
 
 #ifdef __cplusplus

@@ -1,4 +1,5 @@
 /**
+ * @file
  * What a provider of MobileDevice is: a shared object that exports one function,
  * MobileDeviceProviderTable, which hands over a table of all functions of MobileDevice.h.
  *
@@ -61,11 +62,13 @@ extern "C" {
     X(AMDeviceGetTransferredBytes)                                                                 \
     X(AMDeviceWaitForAttached)
 
+/** X(function) for every function of a table, in its order. */
 #define MOBILEDEVICE_FUNCTIONS(X)                                                                  \
     MOBILEDEVICE_REQUIRED_FUNCTIONS(X)                                                             \
     MOBILEDEVICE_OPTIONAL_FUNCTIONS(X)
 
 #ifdef __cplusplus
+/** One entry of the table. */
 #define MOBILEDEVICE_TABLE_ENTRY(function) decltype(::function) function;
 #else
 #define MOBILEDEVICE_TABLE_ENTRY(function) __typeof__(function) function;
@@ -78,9 +81,10 @@ typedef struct MobileDeviceTable {
     MOBILEDEVICE_FUNCTIONS(MOBILEDEVICE_TABLE_ENTRY)
 } MobileDeviceTable;
 
-/** The type of the one function that a provider exports, and its name. The table lives as long as
+/** The type of the one function that a provider exports. The table lives as long as
  *  the process; null says that the provider cannot work here. */
 typedef const MobileDeviceTable* (*MobileDeviceProviderTableFunction)(void);
+/** The name of that function. */
 #define MOBILEDEVICE_PROVIDER_TABLE_NAME "MobileDeviceProviderTable"
 
 /** To be defined by a provider. */
