@@ -1,7 +1,7 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
 .DEFAULT_GOAL := help
-.PHONY: help demo window built-window test torture bench check tidy clang hardening install uninstall format asan tsan quick-asan quick-tsan valgrind fuzz
+.PHONY: help demo window built-window test torture bench check reference tidy clang hardening install uninstall format asan tsan quick-asan quick-tsan valgrind fuzz
 
 help: ## this list
 	@awk -F ':.* ## ' '/^[a-z -]+:.* ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
@@ -68,11 +68,14 @@ bench: ## speed beside peers that do the same work
 	@scripts/bench.sh $(build)/release
 
 # What a machine can check without running anything: rooms, rules and their tests, format.
-check: ## rooms, rules and format
-	$(install) checks
+check: reference ## rooms, rules, format, and that the reference is whole
 	scripts/check_rooms.py
 	scripts/check_contracts.py
 	scripts/format.sh --check
+
+reference: ## what the public headers say, as pages: build/reference/index.html
+	$(install) checks
+	doxygen docs/reference/Doxyfile
 
 tidy: ## clang-tidy over the library
 	$(install) tests checks

@@ -23,7 +23,7 @@ tests=(
     dbus-daemon binutils python3 procps openssl openjdk-17-jdk-headless ffmpeg zsh fish groff-base
 )
 bench=(libbenchmark-dev libimobiledevice-dev)
-checks=(clang-14 clang-format-14 clang-tidy-14 python3 git)
+checks=(clang-14 clang-format-14 clang-tidy-14 python3 git doxygen)
 fuzz=(clang-14 libclang-rt-14-dev)
 
 [ $# -gt 0 ] || set -- build tests bench checks fuzz valgrind
