@@ -36,7 +36,7 @@ for what in "$@"; do
     bench) packages+=("${build[@]}" "${songs[@]}" "${tests[@]}" "${bench[@]}") ;;
     valgrind) packages+=(valgrind python3) ;;
     checks) packages+=("${checks[@]}") ;;
-    fuzz) packages+=("${build[@]}" "${fuzz[@]}") ;;
+    fuzz) packages+=("${build[@]}" "${songs[@]}" "${fuzz[@]}") ;;
     *)
         echo "unknown: $what" >&2
         exit 2
