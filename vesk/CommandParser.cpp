@@ -208,6 +208,11 @@ private:
         app_.add_flag("-n,--dry-run", options_.dryRun, "Show every change on the phone, make none");
         app_.add_option("--udid", options_.phone.udid,
                         "The phone to use: its UDID, the beginning of it, or its name")
+            ->check(CLI::Validator(
+                [](const std::string& text) {
+                    return text.empty() ? "no phone is called by nothing" : std::string();
+                },
+                ""))
             ->type_name("UDID");
         timeout_ = app_.add_option("--timeout", seconds_.timeout,
                                    "How long the phone may be silent before a call fails [10]")

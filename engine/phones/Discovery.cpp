@@ -79,7 +79,7 @@ std::vector<AttachedDevice> Discovery::attached(milliseconds first) {
             result.push_back({event.device, describe(event.device)});
         }
     };
-    if (waitForList(first) == 0) {
+    if (awaitList(first) == 0) {
         while (const auto event = next(milliseconds{0})) {
             take(*event);
         }
@@ -96,16 +96,17 @@ std::vector<AttachedDevice> Discovery::attached(milliseconds first) {
     return result;
 }
 
-// The mux reports attached devices in one go; without its list nothing says which is the last.
-int32_t Discovery::waitForList(milliseconds longest) const {
-    const auto timeoutMs = static_cast<uint32_t>(std::max(longest, milliseconds{1}).count());
+// The mux reports attached devices in one go; without its list nothing says which is the last. A
+// daemon that is there answers at once: whoever waits for no phone to come hears of those that have.
+int32_t Discovery::awaitList(milliseconds longest) const {
+    constexpr milliseconds kMoment{1000};
+    const auto timeoutMs = static_cast<uint32_t>(std::max(longest, kMoment).count());
     return AMDeviceWaitForAttached == nullptr ? kAMDTimedOut
                                               : AMDeviceWaitForAttached(subscription_, timeoutMs);
 }
 
 void Discovery::requireMuxDaemon() const {
-    constexpr milliseconds kMoment{100};
-    if (waitForList(kMoment) == kAMDNoMuxDaemon) {
+    if (awaitList(milliseconds{0}) == kAMDNoMuxDaemon) {
         throw Failure(FailureKind::NoDeviceLayer, "no usbmux daemon (usbmuxd) can be reached",
                       "On Debian the daemon starts with a phone: plug one in. Is the package "
                       "usbmuxd installed? vesk doctor looks further.");

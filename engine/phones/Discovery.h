@@ -36,6 +36,10 @@ public:
     /// loop is stopped.
     std::optional<Event> next(std::chrono::milliseconds wait);
 
+    /// Waits, for so long and a moment at least, until all that is attached is among what comes next.
+    /// @return the device layer's status
+    int32_t awaitList(std::chrono::milliseconds longest) const;
+
     /// What is attached. If nothing is, waits for a first device for as long as `first`, then until
     /// nothing has arrived for a moment. That is also how long is waited for the daemon's list.
     std::vector<AttachedDevice> attached(std::chrono::milliseconds first);
@@ -52,7 +56,6 @@ private:
     static std::vector<Discovery*> all_;
 
     void hear(uint32_t message, const Device& device);
-    int32_t waitForList(std::chrono::milliseconds longest) const;
     bool isAttached(const Device& device) const;
 
     am_device_notification* subscription_ = nullptr;

@@ -42,6 +42,7 @@ std::optional<Discovery::Event> nextUntil(Discovery& discovery,
 std::optional<AttachedDevice> waitForUdid(Discovery& discovery, const PhoneRequest& request,
                                           std::vector<AttachedDevice>& seen) {
     const auto end = std::chrono::steady_clock::now() + request.wait;
+    discovery.awaitList(request.wait);
     while (true) {
         const auto event = nextUntil(discovery, end);
         if (!event) {

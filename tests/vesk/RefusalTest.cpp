@@ -64,6 +64,7 @@ TEST_F(Refusal, WrongCommandLinesTouchNoPhone) {
         {"remove", "x", "--yes"},
         {"remove", "x", "--all", "--yes"},
         {"list", "--udid"},
+        {"list", "--udid", ""},
     };
     for (const auto& line : lines) {
         log().clear();

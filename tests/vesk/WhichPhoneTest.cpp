@@ -46,6 +46,16 @@ TEST_F(WhichPhone, TheBeginningOfAUdidMeansThePhone) {
     EXPECT_EQ(meant(udid("abce")), udid("abce"));
 }
 
+TEST_F(WhichPhone, WhatIsAttachedIsFoundWithoutWaitingForMore) {
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_THAT(vesk({"info", "--wait", "0"}), ExitsWith(ExitCode::Success));
+        EXPECT_THAT(vesk({"info", "--wait", "0", "--udid", udid("abcd1")}),
+                    ExitsWith(ExitCode::Success));
+        EXPECT_THAT(vesk({"info", "--wait", "0", "--udid", "Kitchen"}),
+                    ExitsWith(ExitCode::Success));
+    }
+}
+
 TEST_F(WhichPhone, ANameMeansThePhoneExactOrElseInAnyCase) {
     plugInAnother("other", "Büro", "abce");
     EXPECT_EQ(meant("Kitchen"), udid("abcd1"));

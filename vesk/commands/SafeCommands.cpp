@@ -86,7 +86,7 @@ private:
     /// Ctrl-C ends it between two requests.
     template <typename Action>
     std::invoke_result_t<Action> interruptible(Action action) {
-        const InterruptScope scope(OnInterrupt::FinishStep);
+        const DeedScope scope(OnInterrupt::FinishStep);
         return shown(action);
     }
 

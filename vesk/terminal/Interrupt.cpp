@@ -79,6 +79,10 @@ void handle(int /*signal*/) {
         }
         say("vesk: cancelling; press Ctrl-C again to leave at once\n");
         break;
+    case OnInterrupt::LeaveUnreported:
+        leave("vesk: left before it was said what has become of the phone's ringtones; \"vesk "
+              "list\" shows them\n");
+        break;
     case OnInterrupt::EndWatching:
         say("");
         _exit(static_cast<int>(ExitCode::Success));

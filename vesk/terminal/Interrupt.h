@@ -9,6 +9,7 @@ enum class OnInterrupt {
     FinishForcedStep, ///< the same, when an unreadable catalogue has been removed
     FinishSync,       ///< too late to cancel: complete the sync; a second one leaves at once
     FinishPiece,      ///< cancel within a file that is being fetched; a second one leaves at once
+    LeaveUnreported,  ///< something may have been written: leave at once, say nothing of it
     EndWatching,      ///< leave at once without a word, since that is how watching ends
 };
 
@@ -32,6 +33,23 @@ public:
 
     InterruptScope(const InterruptScope&) = delete;
     InterruptScope& operator=(const InterruptScope&) = delete;
+
+private:
+    const OnInterrupt before_;
+};
+
+/// The same for a scope that may change the phone, and has yet to say so when it is over.
+class DeedScope {
+public:
+    explicit DeedScope(OnInterrupt reaction) : before_(setOnInterrupt(reaction)) {}
+
+    ~DeedScope() {
+        setOnInterrupt(before_ == OnInterrupt::LeaveAtOnce ? OnInterrupt::LeaveUnreported
+                                                           : before_);
+    }
+
+    DeedScope(const DeedScope&) = delete;
+    DeedScope& operator=(const DeedScope&) = delete;
 
 private:
     const OnInterrupt before_;

@@ -32,7 +32,7 @@ public:
     bool cancels() noexcept override { return interrupted(); }
 
 private:
-    InterruptScope scope_{OnInterrupt::FinishStep};
+    DeedScope scope_{OnInterrupt::FinishStep};
     Output& output_;
     ProgressDisplay display_;
 };
