@@ -1,7 +1,7 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
 .DEFAULT_GOAL := help
-.PHONY: help demo window built-window test torture bench check reference tidy clang hardening install uninstall format asan tsan quick-asan quick-tsan valgrind fuzz
+.PHONY: help demo window built-window test torture bench check reference tidy clang hardening install uninstall release format asan tsan quick-asan quick-tsan valgrind fuzz
 
 help: ## this list
 	@awk -F ':.* ## ' '/^[a-z -]+:.* ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
@@ -111,6 +111,12 @@ install: ## a release into PREFIX, /usr/local unless given
 
 uninstall: ## what make install has put there
 	xargs -d '\n' -I FILE rm -f "$(DESTDIR)FILE" <$(build)/release/install_manifest.txt
+
+# Nothing is published by this: it says whether a version is ready, and makes what is to be published.
+release: ## checks of a version, its packages and its archive: build/release
+	@scripts/check_release.py >/dev/null
+	$(MAKE) check test package package-test
+	scripts/release.sh $(build)/release
 
 format: ## format all sources
 	$(install) checks
