@@ -82,7 +82,10 @@ public:
 
     void reportError(CFErrorRef error, bool) override {
         hasFailed = true;
-        std::cerr << "failed: code " << CFErrorGetCode(error) << std::endl;
+        const auto code = static_cast<int32_t>(CFErrorGetCode(error));
+        const char* const words = KRTErrorTextForStatus(code);
+        std::cerr << "failed: code " << code << (words != nullptr ? ", " : "")
+                  << (words != nullptr ? words : "") << std::endl;
     }
 
     bool hasFailed = false;

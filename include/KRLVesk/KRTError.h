@@ -45,6 +45,17 @@ KRL_EXPORT const char* KRTErrorGetFile(void);
 /** The stored code. Not a test for failure: 0 is a valid code. */
 KRL_EXPORT int KRTErrorGetCode(void);
 
+/**
+ * A status of the device layer in words, for people who look for a fault: "object exists", "timed out:
+ * the phone does not answer". In English, without a point at the end. From any thread.
+ *
+ * The code of the record is such a status unless the function that failed says what it means; its own
+ * small numbers are not told apart here.
+ *
+ * @return a string with static lifetime; NULL for 0, which is success, and for numbers without a name
+ */
+KRL_EXPORT const char* KRTErrorTextForStatus(int32_t status);
+
 /** Empties the record: line 0, file NULL, code 0. */
 KRL_EXPORT void KRTErrorClear(void);
 

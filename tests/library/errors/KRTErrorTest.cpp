@@ -1,9 +1,11 @@
 #include "library/errors/ErrorReport.h"
 
 #include <KRLVesk/KRTError.h>
+#include <MobileDevice/MobileDevice.h>
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <type_traits>
 
@@ -133,6 +135,39 @@ TEST_F(ErrorRecord, ReporterRecordsTheLineOfItsCallAndItsModule) {
 
 TEST(ErrorDomain, IsTheLibrarysOwnAtFirst) {
     EXPECT_TRUE(CFEqual(KRTErrorDomain, CFSTR("com.korvane.vesk")));
+}
+
+TEST(StatusText, EachStatusThatHasANameHasWordsOfItsOwn) {
+    std::set<std::string> texts;
+    size_t count = 0;
+    const auto expectWords = [&](int32_t status) {
+        const char* const text = KRTErrorTextForStatus(status);
+        ASSERT_NE(text, nullptr) << status;
+        EXPECT_STRNE(text, "") << status;
+        texts.insert(text);
+        ++count;
+    };
+#define KRL_EXPECT_WORDS(name, status) expectWords(status);
+    MOBILEDEVICE_LOCKDOWN_ERRORS(KRL_EXPECT_WORDS)
+#undef KRL_EXPECT_WORDS
+    for (const int32_t status : {kAFCUnknownError, kAFCInvalidArgument, kAFCObjectNotFound,
+                                 kAFCObjectIsDirectory, kAFCPermissionDenied, kAFCNotConnected,
+                                 kAFCTimedOut, kAFCObjectExists, kAFCNoSpaceLeft, kAFCWouldBlock}) {
+        expectWords(status);
+    }
+    for (int32_t status = kAMDInvalidHandle; status <= kAMDWrongDevice; ++status) {
+        expectWords(status);
+    }
+    // A silent phone is one in the same words, whichever service was asked.
+    EXPECT_EQ(texts.size(), count - 1);
+    EXPECT_STREQ(KRTErrorTextForStatus(kAFCObjectExists), "object exists");
+}
+
+TEST(StatusText, SuccessAndNumbersWithoutANameHaveNone) {
+    for (const int32_t status :
+         {0, -1, -10, -35, 24, 63, kAMDWrongDevice + 1, INT32_MIN, INT32_MAX}) {
+        EXPECT_EQ(KRTErrorTextForStatus(status), nullptr) << status;
+    }
 }
 
 } // namespace
