@@ -12,7 +12,7 @@ install(TARGETS KRLVesk KRLCoreFoundation krl_headers EXPORT KRLVesk
         INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 
 # For those who build against it: find_package(KRLVesk), pkg-config krlvesk. Both may be moved as a
-# whole. Versions 0.x promise nothing from one to the next.
+# whole. Another minor version of 0.x may want other sources (docs/packaging.md).
 set(package "${CMAKE_INSTALL_LIBDIR}/cmake/KRLVesk")
 install(EXPORT KRLVesk NAMESPACE KRLVesk:: FILE KRLVeskConfig.cmake DESTINATION "${package}")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/KRLVeskConfigVersion.cmake"

@@ -21,7 +21,7 @@ protected:
     // With what it looks for in its own folder.
     Loader() {
         copyTo(KRL_LIBRARY, "");
-        copyTo(fs::path(KRL_LIBRARY).parent_path() / "libKRLCoreFoundation.so", "");
+        copyTo(KRL_COREFOUNDATION, "");
     }
 
     // Puts a shared object where the library stands, or in a folder there.

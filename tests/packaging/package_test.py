@@ -50,6 +50,13 @@ class Installed(unittest.TestCase):
         run("sh", "-c", f'gcc "$0" {flags.strip()} -o "$1"', EXAMPLE, program,
             env=self.environment)
         self.assertIn("Marimba", self.listed(program))
+        self.assertIn("[libKRLVesk.so.0]", run("readelf", "-dW", program))
+
+    def test_libraries_are_loaded_by_their_sonames(self):
+        for name in ("libKRLVesk.so", "libKRLCoreFoundation.so"):
+            self.assertTrue((self.libraries / name).is_symlink())
+            self.assertTrue((self.libraries / f"{name}.0").is_symlink())
+            self.assertIn(f"soname: [{name}.0]", run("readelf", "-dW", self.libraries / name))
 
     def test_pkg_config_knows_the_version(self):
         version = run("pkg-config", "--modversion", "krlvesk", env=self.environment)
