@@ -5,7 +5,7 @@
 set -euo pipefail
 
 build=(
-    g++ cmake ninja-build pkg-config make unzip
+    g++ cmake ninja-build pkg-config make unzip python3
     libsystemd-dev libplist-dev libusbmuxd-dev libnss3-dev libtag1-dev libseccomp-dev libcli11-dev libfmt-dev
     nlohmann-json3-dev nettle-dev libutf8proc-dev
 )

@@ -3,6 +3,7 @@
 #
 # It looks for libraries in exactly RUNPATH ("" for none), its tables of addresses are read-only once
 # it runs, and neither stack nor data can be run. KIND "program": it is loaded at any address.
+# KIND "stripped": names nothing that the dynamic linker does not ask for.
 # KIND "guarded": compiled with guards on the stack; "fortified": with checked calls of the C library.
 set -euo pipefail
 export LC_ALL=C
@@ -30,6 +31,9 @@ for kind in "$@"; do
     case $kind in
     program)
         grep -q '(FLAGS_1).*PIE' <<<"$dynamic" || fail "is loaded at a fixed address"
+        ;;
+    stripped)
+        readelf -SW "$binary" | grep -E ' \.(symtab|debug_)' && fail "is not stripped"
         ;;
     guarded)
         grep -q '__stack_chk_fail' <<<"$undefined" || fail "has no guards on the stack"
