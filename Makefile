@@ -1,7 +1,7 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
 .DEFAULT_GOAL := help
-.PHONY: help demo window built-window test torture bench check reference tidy clang hardening install uninstall release format asan tsan quick-asan quick-tsan valgrind fuzz
+.PHONY: help demo window built-window test torture bench check reference tidy clang hardening abi install uninstall release format asan tsan quick-asan quick-tsan valgrind fuzz
 
 help: ## this list
 	@awk -F ':.* ## ' '/^[a-z -]+:.* ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
@@ -87,11 +87,20 @@ clang: ## everything, built by Clang
 	cmake --preset clang
 	cmake --build --preset clang
 
-hardening: ## a release build, and its ELF headers
+hardening: ## a release build: its ELF headers, its names
 	$(install) tests
 	cmake --preset release -DKRL_BENCH=OFF -DBUILD_TESTING=ON
 	cmake --build --preset release --target released
-	ctest --preset release -R '^abi[.]hardening_of_'
+	ctest --preset release -R '^abi[.](hardening|exported_names)_of_'
+
+# A change of what programs rely on is written down in the commit that makes it.
+abi: ## the dumps that the ABI is held against, anew
+	$(install) tests
+	cmake --preset debug -DBUILD_TESTING=ON -DCMAKE_UNITY_BUILD=OFF
+	cmake --build --preset debug --target KRLVesk
+	tests/library/abi/abi_test.sh write $(build)/debug/bin/libKRLVesk.so.0 tests/library/abi/libKRLVesk.abi
+	tests/library/abi/abi_test.sh write $(build)/debug/bin/libKRLCoreFoundation.so.0 \
+	    tests/library/abi/libKRLCoreFoundation.abi
 
 fuzz: ## short runs of the fuzz targets
 	$(install) fuzz

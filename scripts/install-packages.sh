@@ -20,7 +20,7 @@ desktop=(libgtk-4-dev libadwaita-1-dev libglib2.0-dev-bin gettext adwaita-icon-t
 desktop_tests=(xvfb xclip xdotool dbus-daemon at-spi2-core python3-gi gir1.2-atspi-2.0 gir1.2-gtk-4.0 fonts-cantarell)
 tests=(
     libgtest-dev libgmock-dev libimobiledevice-dev libimobiledevice-utils ifuse libglib2.0-dev
-    dbus-daemon systemd binutils python3 procps openssl openjdk-17-jdk-headless ffmpeg zsh fish groff-base
+    abigail-tools dbus-daemon systemd binutils python3 procps openssl openjdk-17-jdk-headless ffmpeg zsh fish groff-base
 )
 bench=(libbenchmark-dev libimobiledevice-dev)
 checks=(clang-14 clang-format-14 clang-tidy-14 python3 git doxygen)
