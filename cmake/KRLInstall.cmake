@@ -1,7 +1,7 @@
 # What an installation holds: the library with its resources beside it, the provider in the folder
 # below where it is looked for too, the programs that read tags, make ringtones and play them beside
 # it, the tool with its manual pages, its completions and the service that runs it, the window with
-# its entry in menus, and what applications include.
+# its entry in menus, the virtual phone to try all of it on, and what applications include.
 
 include(CMakePackageConfigHelpers)
 
@@ -36,7 +36,7 @@ endif()
 if(TARGET vesk-play)
     install(TARGETS vesk-play RUNTIME DESTINATION "${CMAKE_INSTALL_LIBDIR}/KRLVesk")
 endif()
-install(TARGETS vesk RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+install(TARGETS vesk virtualphone RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 if(TARGET vesk-desktop)
     install(TARGETS vesk-desktop RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
     set(data "${PROJECT_SOURCE_DIR}/desktop/data/com.korvane.Vesk")
