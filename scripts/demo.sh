@@ -13,7 +13,7 @@ work=$(mktemp -d)
 phone=$work/phone
 music=$work/music
 export USBMUXD_SOCKET_ADDRESS=UNIX:$work/usbmux
-export XDG_STATE_HOME=$work/state
+export XDG_STATE_HOME=$work/state XDG_CACHE_HOME=$work/cache
 
 phone_process=
 finish() {

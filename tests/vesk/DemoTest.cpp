@@ -14,6 +14,7 @@ protected:
         VeskProcess::Options options;
         options.program = KRL_DEMO;
         options.terminal = terminal;
+        options.environment["XDG_CACHE_HOME"] = temporary + "/cache";
         options.environment["TMPDIR"] = temporary;
         return VeskProcess({KRL_BUILD_FOLDER}, options).wait();
     }
