@@ -1,7 +1,7 @@
 # The commands of daily life. Each installs what it needs (Debian packages) and is quick when all is
 # there.
 .DEFAULT_GOAL := help
-.PHONY: help demo window built-window test torture bench check reference tidy clang hardening abi install uninstall release format asan tsan quick-asan quick-tsan valgrind fuzz
+.PHONY: help demo window built-window test torture bench check reference tidy clang hardening abi install uninstall package package-test package-twice release format asan tsan quick-asan quick-tsan valgrind fuzz
 
 help: ## this list
 	@awk -F ':.* ## ' '/^[a-z -]+:.* ## / { printf "  make %-22s %s\n", $$1, $$2 }' Makefile
@@ -120,6 +120,19 @@ install: ## a release into PREFIX, /usr/local unless given
 
 uninstall: ## what make install has put there
 	xargs -d '\n' -I FILE rm -f "$(DESTDIR)FILE" <$(build)/release/install_manifest.txt
+
+package: ## Debian packages, into build/packages
+	$(install) package
+	scripts/package.sh $(build)/packages
+	lintian --fail-on error,warning $(build)/packages/*.changes
+
+package-test: ## the packages in a clean root: installed, used, removed
+	$(install) package
+	scripts/package-test.sh $(build)/packages
+
+package-twice: ## two builds of the packages, byte for byte
+	$(install) package
+	scripts/package-twice.sh $(build)/packages-twice
 
 # Nothing is published by this: it says whether a version is ready, and makes what is to be published.
 release: ## checks of a version, its packages and its archive: build/release

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # install-packages.sh [WHAT...]: installs the Debian packages that something needs; quick when all are
 # there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare, vesk-play and the
-# window), tests, bench, checks, fuzz, valgrind. Without one: everything.
+# window), package (Debian packages and their tests), tests, bench, checks, fuzz, valgrind. Without one: everything.
 set -euo pipefail
 
 build=(
@@ -24,15 +24,18 @@ tests=(
 )
 bench=(libbenchmark-dev libimobiledevice-dev)
 checks=(clang-14 clang-format-14 clang-tidy-14 python3 git doxygen)
+# Beside what debian/control asks for, which is in the lists above.
+package=(debhelper dpkg-dev git help2man lintian mmdebstrap)
 fuzz=(clang-14 libclang-rt-14-dev)
 
-[ $# -gt 0 ] || set -- build tests bench checks fuzz valgrind
+[ $# -gt 0 ] || set -- build package tests bench checks fuzz valgrind
 packages=()
 for what in "$@"; do
     case $what in
     demo) packages+=("${build[@]}") ;;
     build) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}") ;;
     tests) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${tests[@]}" "${desktop_tests[@]}") ;;
+    package) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${package[@]}") ;;
     bench) packages+=("${build[@]}" "${songs[@]}" "${tests[@]}" "${bench[@]}") ;;
     valgrind) packages+=(valgrind python3) ;;
     checks) packages+=("${checks[@]}") ;;

@@ -62,6 +62,11 @@ class Installed(unittest.TestCase):
         version = run("pkg-config", "--modversion", "krlvesk", env=self.environment)
         self.assertRegex(version, r"^0\.\d+\.\d+$")
 
+    def test_packages_have_the_version_of_the_project(self):
+        version = run("pkg-config", "--modversion", "krlvesk", env=self.environment).strip()
+        changes = (SOURCE / "debian" / "changelog").read_text()
+        self.assertTrue(changes.startswith(f"krlvesk ({version}) "), changes.splitlines()[0])
+
     def test_a_project_finds_it_by_cmake(self):
         project = self.folder / "project"
         run("cmake", "-S", SOURCE / "tests" / "packaging" / "consumer", "-B", project,
