@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/errors/Failure.h"
+#include "engine/errors/FailureCodes.h"
 #include "vesk/invocation/Engine.h"
 
 #include <optional>
@@ -10,51 +10,51 @@
 
 namespace vesk {
 
-/// What the process exits with. The numbers are part of the interface (docs/vesk.md, vesk --help):
-/// never reuse or renumber one.
+/// What the process exits with: the code of the failure, or a number of vesk's own. The numbers are
+/// part of the interface (docs/vesk.md, vesk --help): never reuse or renumber one.
 enum class ExitCode : int {
     Success = 0,
-    Unexpected = 1,
+    Unexpected = codeOf(FailureKind::Unexpected).number,
     Usage = 2,
 
     // Which phone
-    NoPhone = 10,
-    SeveralPhones = 11,
-    NotPaired = 12,
-    CannotOpen = 13,
-    NotAnIphone = 14,
-    NoDeviceLayer = 15,
-    PairingFailed = 16,
+    NoPhone = codeOf(FailureKind::NoPhone).number,
+    SeveralPhones = codeOf(FailureKind::SeveralPhones).number,
+    NotPaired = codeOf(FailureKind::NotPaired).number,
+    CannotOpen = codeOf(FailureKind::CannotOpen).number,
+    NotAnIphone = codeOf(FailureKind::NotAnIphone).number,
+    NoDeviceLayer = codeOf(FailureKind::NoDeviceLayer).number,
+    PairingFailed = codeOf(FailureKind::PairingFailed).number,
 
     // What was asked for
-    UnsupportedType = 20,
-    UnreadableFile = 21,
-    EmptyFile = 22,
-    FileTooLarge = 23,
-    BadName = 24,
-    NameTaken = 25,
-    SameNameTwice = 26,
-    NameNotFound = 27,
-    NeedsYes = 28,
+    UnsupportedType = codeOf(FailureKind::UnsupportedType).number,
+    UnreadableFile = codeOf(FailureKind::UnreadableFile).number,
+    EmptyFile = codeOf(FailureKind::EmptyFile).number,
+    FileTooLarge = codeOf(FailureKind::FileTooLarge).number,
+    BadName = codeOf(FailureKind::BadName).number,
+    NameTaken = codeOf(FailureKind::NameTaken).number,
+    SameNameTwice = codeOf(FailureKind::SameNameTwice).number,
+    NameNotFound = codeOf(FailureKind::NameNotFound).number,
+    NeedsYes = codeOf(FailureKind::NeedsYes).number,
 
     // What the phone's state forbids
-    NoSpace = 30,
-    CatalogueUnreadable = 31,
-    WouldLoseRingtones = 32,
-    UnknownFirmware = 33,
-    CannotKeep = 34,
-    NothingKept = 35,
-    ChangedByOthers = 36,
+    NoSpace = codeOf(FailureKind::NoSpace).number,
+    CatalogueUnreadable = codeOf(FailureKind::CatalogueUnreadable).number,
+    WouldLoseRingtones = codeOf(FailureKind::WouldLoseRingtones).number,
+    UnknownFirmware = codeOf(FailureKind::UnknownFirmware).number,
+    CannotKeep = codeOf(FailureKind::CannotKeep).number,
+    NothingKept = codeOf(FailureKind::NothingKept).number,
+    ChangedByOthers = codeOf(FailureKind::ChangedByOthers).number,
 
     // How a sync went
-    SyncFailed = 40,
-    PhoneGone = 41,
-    NotAsWanted = 42,
-    CannotBegin = 43,
+    SyncFailed = codeOf(FailureKind::SyncFailed).number,
+    PhoneGone = codeOf(FailureKind::PhoneGone).number,
+    NotAsWanted = codeOf(FailureKind::NotAsWanted).number,
+    CannotBegin = codeOf(FailureKind::CannotBegin).number,
 
     // vesk check
     NotAccepted = 50,
-    NotACatalogue = 51,
+    NotACatalogue = codeOf(FailureKind::NotACatalogue).number,
 
     // vesk inspect
     NotPlayed = 52,
@@ -67,7 +67,7 @@ enum class ExitCode : int {
     // vesk doctor
     ProblemsFound = 70,
 
-    Cancelled = 130,
+    Cancelled = codeOf(FailureKind::Cancelled).number,
 };
 
 /// All that is said of an exit code, once.
