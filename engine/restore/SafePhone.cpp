@@ -86,4 +86,9 @@ std::optional<RestorationRequest> undoingLast(PhoneSafe& safe) {
     return request;
 }
 
+Failure nothingToUndo(const PhoneFacts& facts) {
+    return {FailureKind::NothingKept, fmt::format("there is nothing to undo on {}", facts.label()),
+            "Five jobs are kept for each phone (vesk history). Nothing was changed on the phone."};
+}
+
 } // namespace krl::engine

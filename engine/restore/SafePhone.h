@@ -58,4 +58,7 @@ private:
 /// @return none when there is none
 std::optional<RestorationRequest> undoingLast(PhoneSafe& safe);
 
+/// What to say then.
+Failure nothingToUndo(const PhoneFacts& facts);
+
 } // namespace krl::engine

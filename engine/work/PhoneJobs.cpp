@@ -57,7 +57,7 @@ RingtoneChanges undoLast(const std::string& udid, const WorkWatch& watch) {
     }
     const auto request = undoingLast(phone.safe().safe());
     if (!request) {
-        throw Failure(FailureKind::NothingKept, "there is nothing to undo");
+        throw nothingToUndo(phone.safe().facts());
     }
     return phone.safe().restore(*request).changes;
 }

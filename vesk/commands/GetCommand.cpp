@@ -1,10 +1,10 @@
 #include "vesk/commands/Commands.h"
 
+#include "engine/change/NameRefusals.h"
 #include "engine/fetch/RingtoneFetch.h"
 #include "engine/state/PhoneState.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/PhoneJson.h"
-#include "vesk/commands/RingtoneNames.h"
 #include "vesk/commands/UnfinishedJob.h"
 #include "vesk/terminal/Interrupt.h"
 #include "vesk/terminal/ProgressDisplay.h"

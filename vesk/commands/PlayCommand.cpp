@@ -1,12 +1,12 @@
 #include "vesk/commands/Commands.h"
 
 #include "audio/playing/Player.h"
+#include "engine/change/NameRefusals.h"
 #include "engine/fetch/RingtoneFetch.h"
 #include "engine/files/NamelessFile.h"
 #include "engine/files/RegularFile.h"
 #include "engine/state/PhoneState.h"
 #include "engine/values/Text.h"
-#include "vesk/commands/RingtoneNames.h"
 #include "vesk/terminal/Interrupt.h"
 #include "vesk/terminal/ProgressDisplay.h"
 

@@ -1,7 +1,7 @@
 #include "vesk/commands/Commands.h"
 
+#include "engine/change/NameRefusals.h"
 #include "vesk/commands/ChangeCommand.h"
-#include "vesk/commands/RingtoneNames.h"
 #include "vesk/commands/SongIntake.h"
 
 namespace vesk {

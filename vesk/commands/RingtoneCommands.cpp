@@ -1,11 +1,11 @@
 #include "vesk/commands/Commands.h"
 
 #include "audio/songs/SongFolder.h"
+#include "engine/change/NameRefusals.h"
 #include "engine/plan/Change.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/ChangeCommand.h"
 #include "vesk/commands/PhoneJson.h"
-#include "vesk/commands/RingtoneNames.h"
 #include "vesk/commands/SongIntake.h"
 #include "vesk/commands/StrangeKeys.h"
 #include "vesk/commands/UnfinishedJob.h"
@@ -26,28 +26,9 @@ using krl::audio::Treatment;
 
 namespace {
 
-void requireNamesFree(const PhoneState& state, const std::vector<std::string>& names) {
-    const std::set<std::string> there = namesOf(state.ringtones);
-    std::vector<std::string> taken;
-    std::copy_if(names.begin(), names.end(), std::back_inserter(taken),
-                 [&](const std::string& name) { return there.contains(name); });
-    if (!taken.empty()) {
-        throw Failure(FailureKind::NameTaken,
-                      fmt::format("{} already has {}", state.facts.label(), quotedList(taken)),
-                      "Add it under another name (--name), or in place of the old one "
-                      "(--replace). Nothing was changed on the phone.");
-    }
-}
-
-/// @param what  what would remove everything, to begin a sentence with
-void requireYes(const Options& options, const PhoneState& state, const std::string& what) {
-    if (!options.yes && !options.dryRun && !state.ringtones.empty()) {
-        throw Failure(FailureKind::NeedsYes,
-                      fmt::format("{} would remove all {} from {}", what,
-                                  counted(state.ringtones.size(), "ringtone"), state.facts.label()),
-                      "If that is what you want, repeat with --yes. Nothing was changed on the "
-                      "phone.");
-    }
+/// Whether everything may be removed.
+bool isConsented(const Options& options) {
+    return options.yes || options.dryRun;
 }
 
 struct WantedRingtones {
@@ -136,7 +117,9 @@ ExitCode runRemove(const Options& options, Output& output) {
     return command.run([&](const PhoneState& state) {
         std::vector<std::string> names = options.arguments;
         if (options.all) {
-            requireYes(options, state, "\"remove --all\"");
+            if (!isConsented(options)) {
+                requireYes(state, "\"remove --all\"");
+            }
             const std::set<std::string> all = namesOf(state.ringtones);
             names.assign(all.begin(), all.end());
         }
@@ -156,8 +139,8 @@ ExitCode runSync(const Options& options, Output& output) {
     return withSongs(options, output, intake, "sync", [&](ChangeCommand& command) {
         size_t kept = 0;
         command.run([&](const PhoneState& state) {
-            if (folder.songs.empty()) {
-                requireYes(options, state,
+            if (folder.songs.empty() && !isConsented(options)) {
+                requireYes(state,
                            fmt::format("\"{}\" has no songs: a sync", options.arguments.front()));
             }
             const auto [wanted, others] = wantedOf(intake, command.phone(), state);

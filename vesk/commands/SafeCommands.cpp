@@ -163,11 +163,6 @@ void report(const Options& options, Output& output, const PhoneFacts& facts,
     }
 }
 
-Failure nothingToUndo(const PhoneFacts& facts) {
-    return {FailureKind::NothingKept, fmt::format("there is nothing to undo on {}", facts.label()),
-            "Five jobs are kept for each phone (vesk history). Nothing was changed on the phone."};
-}
-
 std::string jobText(const Job& job) {
     return fmt::format("before \"vesk {}\" of {}", job.what, timeText(job.time));
 }
