@@ -102,8 +102,13 @@ void Preparer::prepareAll(const std::vector<fs::path>& songs, const Wish& wish,
     for (size_t i = 0; i < std::min(most, songs.size()); ++i) {
         workers.emplace_back(work);
     }
-    for (auto& outcome : outcomes) {
-        done(outcome.get_future().get());
+    try {
+        for (auto& outcome : outcomes) {
+            done(outcome.get_future().get());
+        }
+    } catch (...) {
+        next = songs.size(); // nobody waits for those that have not begun
+        throw;
     }
 }
 

@@ -15,9 +15,10 @@ ExitCode runReplace(const Options& options, Output& output) {
     command.alsoReports("songs", [&] { return intake.json(); });
     return command.run([&](const PhoneState& state) {
         foundNames(state, {*named.name});
-        intake.choose(state, Others::Stay);
-        replaceRingtones(command.phone().tones(),
-                         intake.made(command.phone(), state, SongIntake::Same::BySource));
+        intake.songs().choose(state, Others::Stay);
+        replaceRingtones(
+            command.phone().tones(),
+            intake.songs().made(command.phone(), state, krl::audio::SongIntake::Same::BySource));
     });
 }
 

@@ -23,29 +23,13 @@ using krl::audio::SongFolder;
 using krl::audio::songsIn;
 using krl::audio::SongTypes;
 using krl::audio::Treatment;
+using Same = krl::audio::SongIntake::Same;
 
 namespace {
 
 /// Whether everything may be removed.
 bool isConsented(const Options& options) {
     return options.yes || options.dryRun;
-}
-
-struct WantedRingtones {
-    std::vector<LocalRingtone> ringtones;
-    Others others = Others::Go;
-};
-
-/// What a phone is to hold. What is there besides goes only when all songs can be used: one that
-/// cannot be used now may be there from a time when it could.
-WantedRingtones wantedOf(SongIntake& intake, OpenPhone& phone, const PhoneState& state) {
-    WantedRingtones wanted;
-    do {
-        wanted.others = intake.hasFailed() ? Others::Stay : Others::Go;
-        intake.choose(state, wanted.others);
-        wanted.ringtones = intake.made(phone, state, SongIntake::Same::BySourceOrSize);
-    } while (intake.hasFailed() && wanted.others == Others::Go);
-    return wanted;
 }
 
 size_t countBesides(const PhoneState& state, const std::vector<std::string>& names) {
@@ -59,7 +43,7 @@ size_t countBesides(const PhoneState& state, const std::vector<std::string>& nam
 /// Goes to a phone with songs, when there are any, and says what became of each.
 ExitCode withSongs(const Options& options, Output& output, const SongIntake& intake,
                    const char* what, const std::function<void(ChangeCommand&)>& change) {
-    if (intake.isEmpty() && intake.hasFailed()) {
+    if (intake.isInVain()) {
         output.document({{"songs", intake.json()}});
         return intake.code();
     }
@@ -102,12 +86,12 @@ ExitCode runAdd(const Options& options, Output& output) {
     intake.read({options.arguments.begin(), options.arguments.end()});
     return withSongs(options, output, intake, "add", [&](ChangeCommand& command) {
         command.run([&](const PhoneState& state) {
-            intake.choose(state, Others::Stay);
+            intake.songs().choose(state, Others::Stay);
             if (!options.replace) {
-                requireNamesFree(state, intake.names());
+                requireNamesFree(state, intake.songs().names());
             }
             replaceRingtones(command.phone().tones(),
-                             intake.made(command.phone(), state, SongIntake::Same::BySource));
+                             intake.songs().made(command.phone(), state, Same::BySource));
         });
     });
 }
@@ -143,9 +127,9 @@ ExitCode runSync(const Options& options, Output& output) {
                 requireYes(state,
                            fmt::format("\"{}\" has no songs: a sync", options.arguments.front()));
             }
-            const auto [wanted, others] = wantedOf(intake, command.phone(), state);
+            const auto [wanted, others] = intake.songs().all(command.phone(), state);
             makeHold(command.phone(), state, wanted, others);
-            kept = others == Others::Stay ? countBesides(state, intake.names()) : 0;
+            kept = others == Others::Stay ? countBesides(state, intake.songs().names()) : 0;
         });
         if (kept > 0) {
             output.warning(fmt::format("{} that no usable song of the folder is for {} left on the "

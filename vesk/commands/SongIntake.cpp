@@ -1,144 +1,47 @@
 #include "vesk/commands/SongIntake.h"
 
-#include "audio/songs/SongNames.h"
-#include "engine/values/Text.h"
 #include "vesk/commands/PreparedTexts.h"
-#include "vesk/terminal/ProgressDisplay.h"
 
 #include <fmt/format.h>
-
-#include <algorithm>
-#include <optional>
-#include <set>
 
 namespace vesk {
 
 namespace fs = std::filesystem;
-using krl::audio::Song;
 using krl::audio::SongOutcome;
-using krl::audio::SongReader;
-
-namespace {
-
-void warnOfUnreadableTags(const std::vector<std::string>& files, Output& output) {
-    if (!files.empty()) {
-        output.warning(fmt::format("{} no readable tags; the file name is taken:",
-                                   files.size() == 1 ? "a file has"
-                                                     : fmt::format("{} files have", files.size())),
-                       files);
-    }
-}
-
-} // namespace
 
 SongIntake::SongIntake(const Options& options, Output& output)
-    : options_(options), output_(output), maker_(options.recipe) {}
+    : options_(options), output_(output), display_(output),
+      songs_(options.recipe, options.nameSource, *this) {}
 
 void SongIntake::read(const std::vector<fs::path>& songs) {
-    SongReader reader(options_.recipe.treatment, options_.nameSource);
     given_ = songs;
+    std::vector<krl::audio::SongIntake::Given> given;
     for (const fs::path& song : songs) {
-        try {
-            songs_.push_back(reader.read(song, options_.name));
-        } catch (const Failure& failure) {
-            fail(song, failure);
-        }
+        given.push_back({song, options_.name});
     }
-    warnOfUnreadableTags(reader.unreadableTags(), output_);
+    songs_.read(given);
 }
 
-void SongIntake::choose(const PhoneState& state, Others others) {
-    wanted_.clear();
-    for (const Song& song : songs_) {
-        if (failed_.contains(song.path)) {
-            continue;
-        }
-        try {
-            wanted_.push_back(maker_.wanted(song, state.facts.firmwareNumber));
-        } catch (const Failure& failure) {
-            fail(song.path, failure);
-        }
+void SongIntake::hasUnreadableTags(const std::vector<std::string>& files) {
+    if (!files.empty()) {
+        output_.warning(fmt::format("{} no readable tags; the file name is taken:",
+                                    files.size() == 1 ? "a file has"
+                                                      : fmt::format("{} files have", files.size())),
+                        files);
     }
-    if (options_.name) {
-        const auto there = Spellings(state.ringtones).of(*options_.name);
-        for (Wanted& wanted : wanted_) {
-            wanted.ringtone.name = there.value_or(wanted.ringtone.name);
-        }
-        return;
-    }
-    std::vector<LocalRingtone*> ringtones;
-    for (Wanted& wanted : wanted_) {
-        ringtones.push_back(&wanted.ringtone);
-    }
-    krl::audio::nameApart(ringtones, state.ringtones, others);
 }
 
-std::vector<std::string> SongIntake::names() const {
-    std::vector<std::string> names;
-    for (const Wanted& wanted : wanted_) {
-        names.push_back(wanted.ringtone.name);
+void SongIntake::makes(size_t done, size_t total) {
+    if (done < total) {
+        display_.stage(fmt::format("Making ringtone {} of {}", done + 1, total));
+    } else {
+        display_.clear();
     }
-    return names;
 }
 
-std::vector<LocalRingtone> SongIntake::made(OpenPhone& phone, const PhoneState& state, Same same) {
-    std::map<std::string, const PhoneRingtone*> there;
-    for (const PhoneRingtone& ringtone : state.ringtones) {
-        there[ringtone.name] = &ringtone;
-    }
-    std::set<std::string> held;
-    std::vector<Wanted*> missing;
-    for (Wanted& wanted : wanted_) {
-        const auto found = there.find(wanted.ringtone.name);
-        if (found != there.end() &&
-            (same == Same::BySource ? isMadeOf(*found->second, wanted.ringtone)
-                                    : isSame(*found->second, wanted.ringtone))) {
-            held.insert(wanted.ringtone.name);
-        } else if (wanted.isToBeMade()) {
-            missing.push_back(&wanted);
-        }
-    }
-    if (!missing.empty()) {
-        // That may take minutes, in which no phone needs to be kept waiting.
-        phone.disconnect();
-        make(missing);
-    }
-    std::vector<LocalRingtone> result;
-    for (const Wanted& wanted : wanted_) {
-        const bool isHeld = held.contains(wanted.ringtone.name);
-        if (isHeld || !wanted.isToBeMade()) {
-            result.push_back(wanted.ringtone);
-            Json& told = told_[wanted.song->path];
-            told["ringtone"] = wanted.ringtone.name;
-            told["result"] = isHeld ? "already-there" : wanted.isPrepared ? "prepared" : "as-is";
-        }
-    }
-    return result;
-}
-
-void SongIntake::make(const std::vector<Wanted*>& missing) {
-    ProgressDisplay display(output_);
-    size_t next = 0;
-    const auto showNext = [&] {
-        if (++next <= missing.size()) {
-            display.stage(fmt::format("Making ringtone {} of {}", next, missing.size()));
-        }
-    };
-    showNext();
-    maker_.make(missing, [&](const Wanted& wanted, const SongOutcome& outcome) {
-        display.clear();
-        if (outcome.failure) {
-            fail(outcome.song, *outcome.failure);
-        } else {
-            sayMade(wanted, outcome);
-        }
-        showNext();
-    });
-    display.clear();
-}
-
-void SongIntake::sayMade(const Wanted& wanted, const SongOutcome& outcome) {
-    const Song& song = *wanted.song;
+void SongIntake::made(const Wanted& wanted, const SongOutcome& outcome) {
+    display_.clear();
+    const krl::audio::Song& song = *wanted.song;
     const auto& prepared = outcome.ringtone->prepared;
     warnOfPrepared(song.path.string(), prepared, output_);
     const auto& reasons = song.judgement.reasons;
@@ -150,20 +53,18 @@ void SongIntake::sayMade(const Wanted& wanted, const SongOutcome& outcome) {
     told["prepared"] = preparedJson(prepared);
 }
 
-void SongIntake::fail(const fs::path& song, const Failure& failure) {
-    if (given_.size() == 1) {
-        throw Failure(failure);
-    }
-    failed_.insert(song);
+void SongIntake::goes(const Wanted& wanted, bool isHeld) {
+    Json& told = told_[wanted.song->path];
+    told["ringtone"] = wanted.ringtone.name;
+    told["result"] = isHeld ? "already-there" : wanted.isPrepared ? "prepared" : "as-is";
+}
+
+void SongIntake::failed(const fs::path& song, const Failure& failure) {
+    display_.clear();
     const ExitCode code = exitCodeOf(failure.kind());
     code_ = code_ == ExitCode::Success ? code : code_;
     output_.failureOfOne(failure);
     told_[song] = {{"error", errorJson(failure, code)}};
-}
-
-bool SongIntake::isEmpty() const {
-    return std::all_of(songs_.begin(), songs_.end(),
-                       [this](const Song& song) { return failed_.contains(song.path); });
 }
 
 Json SongIntake::json() const {
