@@ -1,17 +1,14 @@
 #include "vesk/commands/Commands.h"
 
 #include "audio/preparing/Preparer.h"
-#include "engine/files/RegularFile.h"
-#include "engine/files/WholeFile.h"
+#include "audio/preparing/RingtonePlace.h"
 #include "engine/values/Text.h"
 #include "vesk/commands/PreparedTexts.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -19,7 +16,9 @@ namespace vesk {
 namespace {
 
 namespace fs = std::filesystem;
+using krl::audio::PlacesOfSongs;
 using krl::audio::Preparer;
+using krl::audio::putRingtone;
 using krl::audio::SongOutcome;
 
 constexpr char kEnding[] = ".m4r";
@@ -27,15 +26,6 @@ constexpr char kEnding[] = ".m4r";
 bool isFolder(const std::string& path) {
     std::error_code ignored;
     return path.ends_with('/') || fs::is_directory(path, ignored);
-}
-
-/// What a file is whatever path leads to it; nothing when there is none.
-using Identity = std::optional<std::pair<dev_t, ino_t>>;
-
-Identity identityOf(const fs::path& path) {
-    struct stat status = {};
-    return ::stat(path.c_str(), &status) == 0 ? Identity({status.st_dev, status.st_ino})
-                                              : std::nullopt;
 }
 
 /// Where each song's ringtone goes.
@@ -49,22 +39,10 @@ public:
                                              options.arguments.size()),
                                  "Give a folder for several songs: --output FOLDER/");
         }
-        std::map<Identity, std::string> songs;
-        for (const std::string& song : options.arguments) {
-            songs.emplace(identityOf(song), song);
-        }
-        songs.erase(std::nullopt);
+        const PlacesOfSongs songs({options.arguments.begin(), options.arguments.end()});
         std::map<fs::path, std::string> songAt;
         for (const std::string& song : options.arguments) {
-            const auto over = songs.find(identityOf(of(song)));
-            if (over != songs.end()) {
-                throw Failure(FailureKind::NameTaken,
-                              fmt::format("the ringtone of \"{}\" would be written over the song "
-                                          "\"{}\"",
-                                          song, over->second),
-                              "Choose another place with --output: not even with --force a song is "
-                              "written over.");
-            }
+            songs.requireOther(song, of(song));
             const auto [there, fresh] = songAt.emplace(of(song), song);
             if (!fresh) {
                 throw Failure(FailureKind::SameNameTwice,
@@ -84,12 +62,6 @@ public:
 private:
     std::string output_;
 };
-
-bool holds(const fs::path& place, const std::string& bytes) {
-    std::error_code ignored;
-    return fs::file_size(place, ignored) == bytes.size() &&
-           krl::engine::RegularFile(place, "").bytes(bytes.size()) == bytes;
-}
 
 /// Says what becomes of the songs, one after the other.
 class PrepareRun {
@@ -123,14 +95,7 @@ private:
     void put(const SongOutcome& outcome) {
         const auto& [prepared, bytes] = *outcome.ringtone;
         const fs::path place = places_.of(outcome.song);
-        const bool there = fs::exists(place);
-        const bool same = there && holds(place, bytes);
-        if (!same) {
-            WholeFile file(place);
-            file.add(bytes);
-            file.finish(options_.force ? WholeFile::Existing::IsReplaced
-                                       : WholeFile::Existing::IsKept);
-        }
+        const bool same = !putRingtone(place, bytes, options_.force);
         say(outcome, place, same);
     }
 
