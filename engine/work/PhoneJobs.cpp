@@ -26,6 +26,21 @@ private:
     SafePhone safe_;
 };
 
+RingtoneChanges undo(const std::string& udid, const WorkWatch& watch, bool isForced) {
+    SafeWorkplace phone(udid, watch);
+    const auto broken = phone.safe().safe().journal();
+    const auto ending = phone.endBrokenJob(Wish::Either);
+    if (broken && broken->undoes && ending != Ending::ChangedByOthers) {
+        return {}; // what was broken off is what is asked for again
+    }
+    auto request = undoingLast(phone.safe().safe());
+    if (!request) {
+        throw nothingToUndo(phone.safe().facts());
+    }
+    request->isForced = isForced;
+    return phone.safe().restore(*request).changes;
+}
+
 } // namespace
 
 std::vector<PastJob> pastJobs(const std::string& udid) {
@@ -49,17 +64,11 @@ std::optional<Ending> endBrokenJob(const std::string& udid, Wish wish, const Wor
 }
 
 RingtoneChanges undoLast(const std::string& udid, const WorkWatch& watch) {
-    SafeWorkplace phone(udid, watch);
-    const auto broken = phone.safe().safe().journal();
-    const auto ending = phone.endBrokenJob(Wish::Either);
-    if (broken && broken->undoes && ending != Ending::ChangedByOthers) {
-        return {}; // what was broken off is what is asked for again
-    }
-    const auto request = undoingLast(phone.safe().safe());
-    if (!request) {
-        throw nothingToUndo(phone.safe().facts());
-    }
-    return phone.safe().restore(*request).changes;
+    return undo(udid, watch, /*isForced=*/false);
+}
+
+RingtoneChanges undoLastByForce(const std::string& udid, const WorkWatch& watch) {
+    return undo(udid, watch, /*isForced=*/true);
 }
 
 RingtoneChanges goBackTo(const std::string& udid, const Digest& before, const WorkWatch& watch) {

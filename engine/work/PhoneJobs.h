@@ -32,6 +32,9 @@ std::optional<Ending> endBrokenJob(const std::string& udid, Wish wish, const Wor
 /// Takes the last job back that is not undone.
 RingtoneChanges undoLast(const std::string& udid, const WorkWatch& watch);
 
+/// The same, and what others have done since with it.
+RingtoneChanges undoLastByForce(const std::string& udid, const WorkWatch& watch);
+
 /// Puts the phone into the state that it had before a job.
 /// @param before  that state, by the job's account
 RingtoneChanges goBackTo(const std::string& udid, const Digest& before, const WorkWatch& watch);
