@@ -57,7 +57,9 @@ std::optional<Discovery::Event> Discovery::next(milliseconds wait) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point end = Clock::now() + wait;
     do {
-        const std::chrono::duration<double> left = std::max(end - Clock::now(), Clock::duration{});
+        // What was heard while somebody else ran the loop has waited long enough.
+        const std::chrono::duration<double> left =
+            events_.empty() ? std::max(end - Clock::now(), Clock::duration{}) : Clock::duration{};
         if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, left.count(),
                                /*returnAfterSourceHandled=*/true) == kCFRunLoopRunStopped) {
             break;

@@ -105,6 +105,9 @@ void PhoneThread::run() {
 
 void PhoneThread::work() {
     isWorking_ = true;
+    // The bell may have stopped a loop that returned with news all the same: work that runs one is
+    // not to be stopped by that.
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, /*returnAfterSourceHandled=*/true);
     while (const auto work = nextWork()) {
         (*work)();
     }

@@ -57,6 +57,20 @@ TEST_F(PhoneThreads, HandOverWhatComesAndGoes) {
     EXPECT_EQ(gone.device.description.name, "Virtual Phone");
 }
 
+TEST_F(PhoneThreads, HandOverWhatHasComeDuringWork) {
+    PhoneThread thread;
+    next(thread);
+    const auto other = makePhone("Another");
+    thread.post([&] {
+        Discovery discovery;
+        bus().plug(other);
+        for (size_t arrived = 0; arrived < 2;) {
+            arrived += discovery.next(std::chrono::minutes{1}).has_value() ? 1U : 0U;
+        }
+    });
+    EXPECT_EQ(next(thread).device.description.udid, other->udid());
+}
+
 TEST_F(PhoneThreads, LetTheCallerGoOnWhileADeviceIsSilent) {
     phone().faults().goSilent();
     PhoneThread thread;
