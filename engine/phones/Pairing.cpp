@@ -3,6 +3,7 @@
 #include "engine/errors/Failure.h"
 #include "engine/errors/Status.h"
 #include "engine/phones/PairedPhones.h"
+#include "engine/phones/PairingKeeper.h"
 
 #include <fmt/format.h>
 
@@ -79,6 +80,7 @@ Pairing pair(const AttachedDevice& phone) {
 bool unpair(const AttachedDevice& phone) {
     requirePairing(reinterpret_cast<const void*>(AMDeviceUnpair));
     forgetPaired(phone.description.udid);
+    letPairingGo(phone.device.get());
     if (!phone.description.paired) {
         return false;
     }

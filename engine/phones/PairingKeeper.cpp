@@ -47,6 +47,11 @@ public:
         kept_.try_emplace(device);
     }
 
+    void letGo(am_device* device) {
+        const std::lock_guard lock(mutex_);
+        kept_.erase(device);
+    }
+
     int32_t isPaired(am_device* device) {
         const int32_t paired = isPaired_(device);
         return paired == 0 && isMended(device) ? isPaired_(device) : paired;
@@ -150,6 +155,10 @@ PairingKeeper& keeper() {
 
 void keepPairing(am_device* device) {
     keeper().keep(device);
+}
+
+void letPairingGo(am_device* device) {
+    keeper().letGo(device);
 }
 
 std::vector<std::string> takePairingNotes() {

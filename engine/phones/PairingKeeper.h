@@ -15,6 +15,9 @@ namespace krl::engine {
 /// on, while no other thread uses it.
 void keepPairing(am_device* device);
 
+/// Has it made again no more: the person ends it.
+void letPairingGo(am_device* device);
+
 /// What there is to say of pairings that were ended, since this was last asked. Any thread.
 std::vector<std::string> takePairingNotes();
 
