@@ -1,0 +1,122 @@
+#pragma once
+
+#include "engine/errors/Failure.h"
+#include "engine/work/WorkProgress.h"
+
+#include <pybind11/pybind11.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <variant>
+
+namespace krl::python {
+
+/// How far a piece of work is.
+struct Report {
+    std::string stage; ///< "making", "sending" and so on
+    engine::WorkProgress progress;
+};
+
+/// A piece of work on the phones' thread, and who waits for it in Python. The work has a side that
+/// touches nothing of Python; so whoever holds Python's lock may wait for the thread.
+class Job {
+public:
+    /// What came of the work, to be made a Python value of by who has Python's lock.
+    using Result = std::function<pybind11::object()>;
+
+    /// Whether who waits may leave the work to itself.
+    enum class Kind { Reads, Writes };
+
+    /// @param ring  called, by any thread, when there is news for one who does not wait
+    Job(Kind kind, std::function<void()> ring) : kind_(kind), ring_(std::move(ring)) {}
+
+    // The work's side.
+
+    /// Hands a report over and waits until it was heard, so that what is cancelled because of it is
+    /// cancelled there. At once when nobody listens any more.
+    void report(Report report);
+
+    bool isCancelled() const { return *cancelled_; }
+
+    /// What the engine hears of, and is cancelled by.
+    engine::WorkWatch watch();
+
+    // How it has ended. The first one counts.
+
+    void finish(Result result);
+    void fail(engine::Failure failure);
+
+    // Python's side. Each is called with its lock.
+
+    /// Waits, and calls with each report. What is thrown meanwhile, by a signal's handler too,
+    /// cancels the work; it is thrown on once the work has ended, with a note of what came of it.
+    /// @param progress  a callable, or None
+    /// @param cancel    what has is_set(), or None
+    pybind11::object run(const pybind11::object& progress, const pybind11::object& cancel);
+
+    /// Nobody waits: the reports and the end are rung for. What has come before is rung for now.
+    void listen();
+
+    /// The report that has not been heard, if there is one.
+    std::optional<Report> unheard();
+
+    /// It has been heard.
+    void heard();
+
+    /// Any thread, with or without the lock.
+    bool isDone() const;
+
+    /// Of work that is done.
+    /// @throw the failure as Python's exception
+    pybind11::object result() const;
+
+    /// Reports are not made from now on.
+    void cancel();
+
+    // The hub's.
+
+    Kind kind() const { return kind_; }
+
+    /// Waits for its end. Without Python's lock.
+    void waitForEnd();
+
+private:
+    using Outcome = std::variant<Result, engine::Failure>;
+
+    void end(Outcome outcome);
+    void waitForNews();
+    void noteOutcome(const pybind11::error_already_set& error) const;
+
+    const Kind kind_;
+    const std::function<void()> ring_;
+    const std::shared_ptr<std::atomic<bool>> cancelled_ =
+        std::make_shared<std::atomic<bool>>(false);
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    bool isRungFor_ = false;         ///< under the lock
+    std::optional<Report> report_;   ///< under the lock
+    std::optional<Outcome> outcome_; ///< under the lock
+};
+
+/// Sets the exception that a failure is in Python, and throws it.
+[[noreturn]] void raise(const engine::Failure& failure);
+
+/// Whether this thread is inside of a callback of a job: the phones' thread waits for it.
+bool isHearing();
+
+/// That it is, for a scope.
+class Hearing {
+public:
+    Hearing();
+    ~Hearing();
+    Hearing(const Hearing&) = delete;
+    Hearing& operator=(const Hearing&) = delete;
+};
+
+} // namespace krl::python
