@@ -1,0 +1,114 @@
+#pragma once
+
+#include "engine/phones/PhoneThread.h"
+#include "python/core/Job.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace krl::python {
+
+/// What makes a descriptor readable, from any thread. Jobs keep it, and not the hub: that must not
+/// end on its own thread.
+class Bell {
+public:
+    Bell();
+    ~Bell();
+    Bell(const Bell&) = delete;
+    Bell& operator=(const Bell&) = delete;
+
+    int descriptor() const { return event_; }
+
+    void ring();
+    void take();
+
+private:
+    const int event_; ///< an eventfd
+};
+
+/// The phones' thread with one descriptor for all that comes from it. One at a time.
+class Hub : public std::enable_shared_from_this<Hub> {
+public:
+    /// @throw Failure when there is no device layer or no mux daemon
+    /// @throw pybind11's runtime error when there is one already
+    static std::shared_ptr<Hub> open();
+
+    ~Hub();
+    Hub(const Hub&) = delete;
+    Hub& operator=(const Hub&) = delete;
+
+    /// Readable while there is news of phones, or of jobs that are rung for. Nothing is to be read
+    /// from it.
+    /// @throw pybind11's value error when closed, as each of these
+    int descriptor() const;
+
+    std::vector<engine::DeviceNews::Item> takeNews();
+
+    /// Takes the bell's ringing: all jobs that are rung for are to be looked at.
+    void takeBell();
+
+    /// Has work done.
+    /// @param work  called on the phones' thread, without Python's lock
+    std::shared_ptr<Job> start(Job::Kind kind, std::function<Job::Result(Job&)> work);
+
+    bool isClosed() const;
+
+    /// Cancels all work, waits for the end of what writes to a phone, and ends the thread. Without
+    /// Python's lock, any number of times.
+    void close();
+
+    /// The same for the one that there is, and waits until nobody is inside of a call of it.
+    static void closeAtExit();
+
+    /// Somebody is inside of a call, for a scope.
+    class Visit {
+    public:
+        explicit Visit(Hub& hub) : hub_(hub) { ++hub_.visitors_; }
+
+        ~Visit() {
+            --hub_.visitors_;
+            hub_.visitors_.notify_all();
+        }
+
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+
+    private:
+        Hub& hub_;
+    };
+
+    /// Somebody who is inside has gone out into a callback, which may take as long as it likes.
+    class Outing {
+    public:
+        explicit Outing(Hub& hub) : hub_(hub) {
+            --hub_.visitors_;
+            hub_.visitors_.notify_all();
+        }
+
+        ~Outing() { ++hub_.visitors_; }
+
+        Outing(const Outing&) = delete;
+        Outing& operator=(const Outing&) = delete;
+
+    private:
+        Hub& hub_;
+    };
+
+private:
+    Hub();
+
+    std::shared_ptr<engine::PhoneThread> openThread() const;
+    std::vector<std::shared_ptr<Job>> jobsUnderWay() const;
+
+    const std::shared_ptr<Bell> bell_;
+    const int descriptor_; ///< an epoll of the bell's and the thread's
+    std::atomic<int> visitors_{0};
+    mutable std::mutex mutex_;
+    std::shared_ptr<engine::PhoneThread> thread_; ///< under the lock; null when closed
+    std::vector<std::weak_ptr<Job>> jobs_;        ///< under the lock
+};
+
+} // namespace krl::python
