@@ -35,6 +35,19 @@ if(NOT GTK_FOUND)
     message(STATUS "GTK 4 and libadwaita not found: no vesk-desktop, the window")
 endif()
 
+# The Python module, for the Python of the system, whose headers are installed: another one in PATH is
+# not meant. -DPython_EXECUTABLE chooses. All else is built without it.
+if(NOT Python_EXECUTABLE)
+    find_program(Python_EXECUTABLE python3 PATHS /usr/bin NO_DEFAULT_PATH)
+endif()
+find_package(Python COMPONENTS Interpreter Development.Module)
+if(Python_Development.Module_FOUND)
+    find_package(pybind11 CONFIG)
+endif()
+if(NOT pybind11_FOUND)
+    message(STATUS "pybind11 or Python's headers not found: no Python module")
+endif()
+
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)

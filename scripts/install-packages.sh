@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # install-packages.sh [WHAT...]: installs the Debian packages that something needs; quick when all are
-# there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare, vesk-play and the
-# window), package (Debian packages and their tests), tests, bench, checks, fuzz, valgrind. Without one: everything.
+# there. WHAT is any of: build (programs and library), demo (the same without vesk-prepare, vesk-play, the
+# window and the Python module), package (Debian packages and their tests), tests, bench, checks, fuzz,
+# valgrind. Without one: everything.
 set -euo pipefail
 
 build=(
@@ -16,6 +17,10 @@ songs=(
 )
 # For vesk-desktop; all else is built without them too.
 desktop=(libgtk-4-dev libadwaita-1-dev libglib2.0-dev-bin gettext adwaita-icon-theme)
+# For the Python module; all else is built without them too.
+python=(pybind11-dev python3-dev)
+# A wheel of it, an environment to install that into, and what checks its types.
+python_tests=(python3-wheel python3-venv mypy)
 # A screen without one, and what reads it as a screen reader does.
 desktop_tests=(xvfb xclip xdotool dbus-daemon at-spi2-core python3-gi gir1.2-atspi-2.0 gir1.2-gtk-4.0 fonts-cantarell)
 tests=(
@@ -33,9 +38,12 @@ packages=()
 for what in "$@"; do
     case $what in
     demo) packages+=("${build[@]}") ;;
-    build) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}") ;;
-    tests) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${tests[@]}" "${desktop_tests[@]}") ;;
-    package) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${package[@]}") ;;
+    build) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${python[@]}") ;;
+    tests)
+        packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${python[@]}")
+        packages+=("${tests[@]}" "${desktop_tests[@]}" "${python_tests[@]}")
+        ;;
+    package) packages+=("${build[@]}" "${songs[@]}" "${desktop[@]}" "${python[@]}" "${package[@]}") ;;
     bench) packages+=("${build[@]}" "${songs[@]}" "${tests[@]}" "${bench[@]}") ;;
     valgrind) packages+=(valgrind python3) ;;
     checks) packages+=("${checks[@]}") ;;

@@ -1,0 +1,196 @@
+// The extension module krlvesk._core. The package beside it is what people import.
+
+#include "engine/errors/FailureCodes.h"
+#include "engine/values/Text.h"
+#include "python/core/Calls.h"
+#include "python/core/Songs.h"
+#include "python/core/Values.h"
+
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace py = pybind11;
+using namespace krl::python;
+using krl::engine::FailureKind;
+using py::arg;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+WantedChange wantedOf(const std::vector<std::pair<std::string, std::optional<std::string>>>& songs,
+                      const Texts& removed,
+                      const std::vector<std::pair<std::string, std::string>>& renamed,
+                      const std::optional<std::string>& folder) {
+    WantedChange wanted;
+    for (const auto& [path, name] : songs) {
+        wanted.songs.push_back({path, name});
+    }
+    wanted.removed = removed;
+    wanted.renamed = renamed;
+    wanted.folder = folder;
+    return wanted;
+}
+
+std::shared_ptr<Hub> openHub() {
+    try {
+        return Hub::open();
+    } catch (const krl::engine::Failure& failure) {
+        raise(failure);
+    }
+}
+
+py::list newsOf(Hub& hub) {
+    py::list list;
+    for (const auto& [arrived, device] : hub.takeNews()) {
+        list.append(py::make_tuple(arrived, valueOf(device.description)));
+    }
+    return list;
+}
+
+py::object runJob(Hub& hub, Job& job, const py::object& progress, const py::object& cancel) {
+    const Hub::Visit visit(hub);
+    if (progress.is_none()) {
+        return job.run(progress, cancel);
+    }
+    const py::cpp_function outside([&](const py::object& report) {
+        const Hub::Outing outing(hub);
+        progress(report);
+    });
+    return job.run(outside, cancel);
+}
+
+/// @return whether there was a report
+bool tell(Job& job, const py::object& progress) {
+    const auto report = job.unheard();
+    if (!report) {
+        return false;
+    }
+    try {
+        if (!progress.is_none()) {
+            const Hearing hearing;
+            progress(valueOf(*report));
+        }
+    } catch (...) {
+        job.cancel();
+        job.heard();
+        throw;
+    }
+    job.heard();
+    return true;
+}
+
+py::list failureCodes() {
+    py::list list;
+    for (int kind = 0; kind <= static_cast<int>(FailureKind::Cancelled); ++kind) {
+        const auto [number, name] = krl::engine::codeOf(static_cast<FailureKind>(kind));
+        list.append(py::make_tuple(number, name));
+    }
+    return list;
+}
+
+void defineHub(py::module_& m) {
+    py::class_<Hub, std::shared_ptr<Hub>>(m, "Hub")
+        .def("descriptor", &Hub::descriptor)
+        .def("news", &newsOf)
+        .def("take_bell", &Hub::takeBell)
+        .def("is_closed", &Hub::isClosed)
+        .def("close", &Hub::close, py::call_guard<py::gil_scoped_release>())
+        .def("run", &runJob, arg("job"), arg("progress") = py::none(), arg("cancel") = py::none())
+        .def("find", &find, arg("text"), arg("seconds"))
+        .def("info", &info, arg("udid"))
+        .def("ringtones", &ringtones, arg("udid"))
+        .def("history", &history, arg("udid"))
+        .def(
+            "fetch",
+            [](Hub& hub, const std::string& udid, const std::optional<Texts>& names,
+               const std::string& folder, bool replaces) {
+                return fetchAll(hub, udid, {names, folder, replaces});
+            },
+            arg("udid"), arg("names"), arg("folder"), arg("replace"))
+        .def("plan", &planOf, arg("change"))
+        .def("sync", &syncOf, arg("change"))
+        .def("undo", &undo, arg("udid"), arg("force"))
+        .def("go_back", &goBack, arg("udid"), arg("before"))
+        .def("pair", &pair, arg("udid"))
+        .def("unpair", &unpair, arg("udid"));
+}
+
+void defineJob(py::module_& m) {
+    py::class_<Job, std::shared_ptr<Job>>(m, "Job")
+        .def("listen", &Job::listen)
+        .def("tell", &tell, arg("progress"))
+        .def("is_done", &Job::isDone)
+        .def("result", &Job::result)
+        .def("cancel", &Job::cancel);
+}
+
+void defineChange(py::module_& m) {
+    py::class_<ChangeOfPhone, std::shared_ptr<ChangeOfPhone>>(m, "Change")
+        .def(py::init([](const std::string& udid,
+                         const std::vector<std::pair<std::string, std::optional<std::string>>>& add,
+                         const Texts& remove,
+                         const std::vector<std::pair<std::string, std::string>>& rename,
+                         const std::optional<std::string>& folder, bool whole, bool recursive,
+                         bool yes, bool replace, bool force, bool rebuild, bool backup,
+                         bool prepare) {
+                 WantedChange wanted = wantedOf(add, remove, rename, folder);
+                 wanted.isWhole = whole;
+                 wanted.isRecursive = recursive;
+                 wanted.isConsented = yes;
+                 wanted.replaces = replace;
+                 wanted.isForced = force;
+                 wanted.rebuilds = rebuild;
+                 wanted.keeps = backup;
+                 wanted.recipe.treatment =
+                     prepare ? krl::audio::Treatment::Prepare : krl::audio::Treatment::AsIs;
+                 return std::make_shared<ChangeOfPhone>(udid, std::move(wanted));
+             }),
+             arg("udid"), py::kw_only(), arg("add"), arg("remove"), arg("rename"), arg("folder"),
+             arg("whole"), arg("recursive"), arg("yes"), arg("replace"), arg("force"),
+             arg("rebuild"), arg("backup"), arg("prepare"));
+}
+
+void defineSongs(py::module_& m) {
+    m.def("inspect", &inspect, arg("path"));
+    m.def("seconds", &seconds, arg("text"));
+    m.def(
+        "prepare",
+        [](const std::string& song, const std::string& place, std::optional<double> start,
+           double length, double fadeIn, double fadeOut, bool level, const std::string& title,
+           const std::string& artist, bool replace) {
+            return prepare(song, place,
+                           {.startSeconds = start.value_or(0),
+                            .lengthSeconds = length,
+                            .fadeInSeconds = fadeIn,
+                            .fadeOutSeconds = fadeOut,
+                            .automatic = !start,
+                            .level = level,
+                            .title = title,
+                            .artist = artist},
+                           replace);
+        },
+        arg("song"), arg("place"), py::kw_only(), arg("start"), arg("length"), arg("fade_in"),
+        arg("fade_out"), arg("level"), arg("title"), arg("artist"), arg("replace"));
+}
+
+} // namespace
+
+PYBIND11_MODULE(_core, m) {
+    m.doc() = "The engine of KRLVesk, for the package krlvesk.";
+    m.attr("version") = KRL_VERSION;
+    m.def("open", &openHub);
+    m.def("failure_codes", &failureCodes);
+    m.def("printable", &krl::engine::forTerminal, arg("text"));
+    m.def("size_text", &krl::engine::formatBytes, arg("size"));
+    defineHub(m);
+    defineJob(m);
+    defineChange(m);
+    defineSongs(m);
+    py::module_::import("atexit").attr("register")(py::cpp_function(&Hub::closeAtExit));
+}
