@@ -1,0 +1,257 @@
+#!/usr/bin/env python3
+"""Phones as they come and go, what they say, and who waits for them.
+
+    phones_test.py BUILD SOURCE [unittest's arguments]
+"""
+import gc
+import os
+import select
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+from support import LONGEST, SAMPLES, PhoneTest, krlvesk, main
+
+
+class Arrival(PhoneTest):
+    def test_a_phone_that_is_attached_arrives(self):
+        event = next(self.open())
+        self.assertTrue(event.arrived)
+        self.assertEqual((event.phone.name, event.phone.device_class, event.phone.firmware, event.phone.paired),
+                         ("My Phone", "iPhone", "1.1.1", True))
+
+    def test_a_phone_that_is_pulled_out_goes(self):
+        phones = self.open()
+        arrived = next(phones)
+        self.phone.tell("unplug")
+        gone = next(phones)
+        self.assertFalse(gone.arrived)
+        self.assertEqual(gone.phone, arrived.phone)
+        self.assertEqual(gone.phone.name, "My Phone")
+
+    def test_what_is_attached_is_known(self):
+        phones = self.open()
+        phone = next(phones).phone
+        self.assertEqual(phones.attached, [phone])
+        self.phone.tell("unplug")
+        next(phones)
+        self.assertEqual(phones.attached, [])
+
+    def test_the_descriptor_is_readable_until_the_news_is_taken(self):
+        phones = self.open()
+        self.assertEqual(select.select([phones], [], [], LONGEST)[0], [phones])
+        self.assertEqual([event.arrived for event in phones.dispatch()], [True])
+        self.assertEqual(select.select([phones], [], [], 0)[0], [])
+        self.assertEqual(phones.dispatch(), [])
+
+    def test_who_waits_for_no_event_for_long_gets_none(self):
+        phones = self.open()
+        next(phones)
+        self.assertIsNone(phones.next_event(timeout=0.01))
+
+    def test_a_loop_ends_when_another_thread_closes(self):
+        phones = krlvesk.Phones()
+        seen = []
+        first = threading.Event()
+
+        def listen():
+            for event in phones:
+                seen.append(event.arrived)
+                first.set()
+
+        thread = threading.Thread(target=listen)
+        thread.start()
+        self.assertTrue(first.wait(LONGEST))
+        phones.close()
+        thread.join(LONGEST)
+        self.assertFalse(thread.is_alive())
+        self.assertEqual(seen, [True])
+
+
+class Asked(PhoneTest):
+    def test_the_only_phone_is_found(self):
+        phone = self.open().find()
+        self.assertEqual(phone.name, "My Phone")
+
+    def test_there_is_one_at_a_time(self):
+        self.open()
+        with self.assertRaisesRegex(RuntimeError, "one at a time"):
+            krlvesk.Phones()
+
+    def test_a_phone_is_found_by_its_name(self):
+        self.assertEqual(self.open().find("my phone").name, "My Phone")
+
+    def test_it_says_what_it_is(self):
+        info = self.open().find().info()
+        self.assertEqual((info.name, info.firmware, info.older_layout, info.catalogue, info.ringtones),
+                         ("My Phone", "1.1.1", True, "none", 0))
+        self.assertIsNone(info.unfinished_job)
+
+    def test_its_ringtones_are_those_that_vesk_lists(self):
+        self.put("harp.m4a", "sunrise.m4r")
+        said = self.vesk("list")[1]["ringtones"]
+        ringtones = self.open().find().ringtones()
+        self.assertEqual([(one.name, one.guid, one.file, one.size) for one in ringtones],
+                         [(one["name"], one["guid"], one["file"], one["bytes"]) for one in said])
+        self.assertEqual([one.type for one in ringtones], ["m4a", "m4r"])
+
+    def test_one_that_is_not_there_is_refused_as_by_vesk(self):
+        with self.assertRaises(krlvesk.NoPhoneError) as caught:
+            self.open().find("Nobody's")
+        self.assert_refused_as_by_vesk(caught.exception, "list", "--udid", "Nobody's")
+
+    def test_one_that_was_pulled_out_is_not_asked(self):
+        phones = self.open()
+        phone = phones.find()
+        self.phone.tell("unplug")
+        with self.assertRaises(krlvesk.WhichPhoneError):
+            phone.ringtones()
+
+    def test_ringtones_are_fetched_whole(self):
+        self.put("harp.m4a")
+        phone = self.open().find()
+        reports = []
+        fetched = phone.fetch("Harp", self.folder / "out", progress=reports.append)
+        self.assertEqual([one.path for one in fetched], [self.folder / "out" / "Harp.m4a"])
+        self.assertEqual(fetched[0].path.read_bytes(), (SAMPLES / "harp.m4a").read_bytes())
+        self.assertFalse(fetched[0].already_there)
+        self.assertEqual(reports[-1].fraction, 1)
+        self.assertTrue(phone.fetch(folder=self.folder / "out")[0].already_there)
+
+    def test_a_fetch_is_refused_as_by_vesk(self):
+        self.put("harp.m4a")
+        with self.assertRaises(krlvesk.NameNotFoundError) as caught:
+            self.open().find().fetch("Hart", self.folder)
+        self.assert_refused_as_by_vesk(caught.exception, "get", "Hart", "--output", self.folder)
+
+
+class Unpaired(PhoneTest):
+    options = ("--unpaired",)
+
+    def test_it_can_be_paired_and_unpaired(self):
+        phones = self.open()
+        phone = next(phones).phone
+        self.assertFalse(phone.paired)
+        self.assertTrue(phone.pair())
+        self.assertEqual(phones.find(), phone)
+        self.assertFalse(phone.pair())
+        self.assertTrue(phone.unpair())
+        with self.assertRaises(krlvesk.NotPairedError) as caught:
+            phones.find()
+        self.assert_refused_as_by_vesk(caught.exception, "list")
+
+
+class Several(PhoneTest):
+    def setUp(self):
+        other = tempfile.mkdtemp(prefix="krlvesk-")
+        self.addCleanup(shutil.rmtree, other, ignore_errors=True)
+        self.options = ("--root", other, "--name", "Other Phone")
+        super().setUp()
+
+    def test_who_does_not_say_which_is_refused_as_by_vesk(self):
+        phones = self.open()
+        with self.assertRaises(krlvesk.SeveralPhonesError) as caught:
+            phones.find()
+        self.assert_refused_as_by_vesk(caught.exception, "list")
+        self.assertEqual(phones.find("Other Phone").name, "Other Phone")
+
+
+class Closed(PhoneTest):
+    def test_what_is_closed_says_so(self):
+        with krlvesk.Phones() as phones:
+            phone = phones.find()
+        self.assertTrue(phones.closed)
+        for call in (phones.fileno, phones.dispatch, phones.find, phone.info, phone.ringtones, phone.history):
+            with self.subTest(call=call), self.assertRaisesRegex(ValueError, "closed"):
+                call()
+        phones.close()
+        self.assertIsNone(phones.next_event())
+
+    def test_phones_can_be_opened_again(self):
+        for _ in range(3):
+            with krlvesk.Phones() as phones:
+                self.assertEqual(phones.find().name, "My Phone")
+
+    def test_objects_may_outlive_each_other(self):
+        phone = krlvesk.Phones().find()
+        gc.collect()
+        self.assertEqual(phone.info().name, "My Phone")
+        plan = phone.plan(add=SAMPLES / "harp.m4a")
+        del phone
+        gc.collect()
+        self.assertEqual(plan.sync().added, 1)
+        del plan
+        gc.collect()
+        with krlvesk.Phones():
+            pass
+
+    def test_a_program_may_end_with_them_open(self):
+        for end in ("", "import os, signal; signal.raise_signal(signal.SIGINT)", "raise SystemExit(3)"):
+            with self.subTest(end=end):
+                program = ("import krlvesk\nphones = krlvesk.Phones()\nphone = phones.find()\n"
+                           "phone.ringtones()\n" + end)
+                done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=LONGEST)
+                self.assertGreaterEqual(done.returncode, -2)  # no crash: what Ctrl-C ends is ended by SIGINT
+                self.assertNotIn(b"terminate", done.stderr)
+
+    def test_a_program_may_end_while_a_thread_waits(self):
+        self.phone.tell("silence")
+        program = ("import krlvesk, threading\nphones = krlvesk.Phones()\nbegun = threading.Event()\n"
+                   "def listen():\n    begun.set()\n    phones.find(wait=60)\n"
+                   "threading.Thread(target=listen, daemon=True).start()\nbegun.wait()\n")
+        done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=LONGEST)
+        self.assertEqual(done.returncode, 0, done.stderr)
+
+
+    def test_a_program_may_end_while_a_callback_never_returns(self):
+        song = str(SAMPLES / "harp.m4a")
+        program = ("import krlvesk, threading\nphone = krlvesk.Phones().find()\nbegun = threading.Event()\n"
+                   "def hear(progress):\n    begun.set()\n    threading.Event().wait()\n"
+                   f"threading.Thread(target=lambda: phone.plan(add={song!r}).sync(hear), daemon=True).start()\n"
+                   "begun.wait()\n")
+        done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=LONGEST)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(self.open().find().ringtones(), [])
+
+
+class Threads(PhoneTest):
+    def test_any_thread_may_ask(self):
+        self.put("harp.m4a")
+        phone = self.open().find()
+        answers = []
+        threads = [threading.Thread(target=lambda: answers.append(phone.ringtones())) for _ in range(8)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join(LONGEST)
+        self.assertEqual([[one.name for one in answer] for answer in answers], [["Harp"]] * 8)
+
+    def test_others_run_while_one_waits(self):
+        """The phone answers when another thread of Python has told it to."""
+        phone = self.open().find()
+        self.phone.tell("silence")
+        ready = threading.Event()
+
+        def talk():
+            ready.wait()
+            self.phone.tell("talk")
+
+        talker = threading.Thread(target=talk)
+        talker.start()
+        ready.set()
+        self.assertEqual(phone.info().name, "My Phone")
+        talker.join(LONGEST)
+
+
+class NoDaemon(unittest.TestCase):
+    def test_no_phone_is_found_without_a_mux(self):
+        os.environ["USBMUXD_SOCKET_ADDRESS"] = "UNIX:/nowhere/usbmux"
+        with krlvesk.Phones() as phones, self.assertRaises(krlvesk.WhichPhoneError):
+            phones.find(wait=0.01)
+
+
+if __name__ == "__main__":
+    main()
