@@ -3,9 +3,12 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace krl::desktop {
 namespace {
@@ -38,7 +41,13 @@ void Mailbox::deliver() {
         const std::lock_guard lock(mutex_);
         eventfd_t count = 0;
         ::eventfd_read(event_, &count);
-        letters.swap(letters_);
+        const size_t taken = std::min(letters_.size(), kMostAtOnce);
+        const auto end = letters_.begin() + static_cast<std::ptrdiff_t>(taken);
+        letters.assign(std::make_move_iterator(letters_.begin()), std::make_move_iterator(end));
+        letters_.erase(letters_.begin(), end);
+        if (!letters_.empty()) {
+            ::eventfd_write(event_, 1);
+        }
     }
     for (const Letter& letter : letters) {
         letter();

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <deque>
 #include <functional>
 #include <mutex>
-#include <vector>
 
 namespace krl::desktop {
 
@@ -23,13 +24,16 @@ public:
     /// Any thread.
     void put(Letter letter);
 
-    /// Calls what is in it. What one of them puts in waits for the next time.
+    /// The letters of one delivery, so that a flood of them leaves the main loop time for all else.
+    static constexpr size_t kMostAtOnce = 16;
+
+    /// Calls what is in it, as far as that goes. What one of them puts in waits for the next time.
     void deliver();
 
 private:
     const int event_; ///< an eventfd
     std::mutex mutex_;
-    std::vector<Letter> letters_; ///< under the lock
+    std::deque<Letter> letters_; ///< under the lock
 };
 
 } // namespace krl::desktop

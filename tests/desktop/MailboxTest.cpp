@@ -42,6 +42,20 @@ TEST(Mailbox, KeepsForTheNextTimeWhatALetterPutsIn) {
     EXPECT_THAT(seen, ElementsAre(1));
 }
 
+TEST(Mailbox, DeliversAFloodBitByBit) {
+    Mailbox mailbox;
+    size_t seen = 0;
+    for (size_t i = 0; i < Mailbox::kMostAtOnce + 1; ++i) {
+        mailbox.put([&] { ++seen; });
+    }
+    mailbox.deliver();
+    EXPECT_EQ(seen, Mailbox::kMostAtOnce);
+    EXPECT_TRUE(isReadable(mailbox.descriptor()));
+    mailbox.deliver();
+    EXPECT_EQ(seen, Mailbox::kMostAtOnce + 1);
+    EXPECT_FALSE(isReadable(mailbox.descriptor()));
+}
+
 TEST(Mailbox, TakesLettersFromOtherThreads) {
     Mailbox mailbox;
     int count = 0;
