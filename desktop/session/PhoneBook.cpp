@@ -77,22 +77,22 @@ std::string tidiedName(const std::string& typed) {
                : engine::composed(typed.substr(first, typed.find_last_not_of(kSpace) - first + 1));
 }
 
-void PhoneBook::take(PhoneReading reading) {
-    reading_ = std::move(reading);
+void PhoneBook::take(std::shared_ptr<const Holdings> holdings) {
+    holdings_ = std::move(holdings);
     dropWhatIsGone();
     dropTakenNames();
 }
 
 /// Without its catalogue a phone lists nothing, be its ringtones there or not.
 bool PhoneBook::isListWhole() const {
-    return reading_ && !reading_->brokenJob && !reading_->catalogueIsUnreadable;
+    return reading() != nullptr && !reading()->brokenJob && !reading()->catalogueIsUnreadable;
 }
 
 /// What is not on the phone any more, or was not when kept edits came back, waits for no sync: a later
 /// ringtone of that name is another.
 void PhoneBook::dropWhatIsGone() {
     if (isListWhole()) {
-        const std::set<std::string> there = engine::namesOf(reading_->ringtones);
+        const std::set<std::string> there = engine::namesOf(reading()->ringtones);
         std::erase_if(removed_, [&](const std::string& name) { return !there.contains(name); });
         std::erase_if(renamed_, [&](const auto& names) { return !there.contains(names.first); });
     }
@@ -112,7 +112,7 @@ void PhoneBook::dropFulfilled() {
     }
     rememberLengths();
     dropWhatIsGone();
-    const auto there = engine::namesAndSizes(reading_->ringtones);
+    const auto there = engine::namesAndSizes(reading()->ringtones);
     std::erase_if(songs_, [&](const auto& entry) {
         const Song& song = entry.second;
         const auto found = there.find(song.nameNow());
@@ -254,11 +254,11 @@ const std::string& PhoneBook::nameAfter(const engine::PhoneRingtone& ringtone) c
 /// What stands against a name among the ringtones of the phone. One of them is renamed before any is
 /// removed, and so cannot have the name of one that goes.
 NameProblem PhoneBook::problemOnPhone(const std::string& key, const std::string& name) const {
-    if (!reading_) {
+    if (reading() == nullptr) {
         return NameProblem::None;
     }
     NameProblem problem = NameProblem::None;
-    for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
+    for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
         if (kPhoneKey + ringtone.name == key) {
             continue;
         }
@@ -316,13 +316,8 @@ std::string PhoneBook::nameOf(const std::string& key) const {
 }
 
 const engine::PhoneRingtone* PhoneBook::ringtoneOf(const std::string& key) const {
-    if (!reading_ || key.front() != kPhoneKey) {
-        return nullptr;
-    }
-    const auto& ringtones = reading_->ringtones;
-    const auto found = std::find_if(ringtones.begin(), ringtones.end(),
-                                    [&](const auto& one) { return kPhoneKey + one.name == key; });
-    return found == ringtones.end() ? nullptr : &*found;
+    return holdings_ == nullptr || key.front() != kPhoneKey ? nullptr
+                                                            : holdings_->find(key.substr(1));
 }
 
 std::optional<std::filesystem::path> PhoneBook::fileOf(const std::string& key) const {
@@ -370,8 +365,8 @@ Row PhoneBook::rowOf(const engine::PhoneRingtone& ringtone) const {
 
 std::set<uint64_t> PhoneBook::going() const {
     std::set<std::string> taken; // in normal form C: names that look alike are one
-    if (reading_) {
-        for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
+    if (reading() != nullptr) {
+        for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
             if (!isRemoved(ringtone)) {
                 taken.insert(engine::composed(nameAfter(ringtone)));
             }
@@ -399,8 +394,8 @@ Row PhoneBook::rowOf(uint64_t number, const Song& song, const std::set<uint64_t>
 std::vector<Row> PhoneBook::rows() const {
     std::vector<Row> result;
     std::vector<std::string> order;
-    if (reading_) {
-        for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
+    if (reading() != nullptr) {
+        for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
             result.push_back(rowOf(ringtone));
             order.push_back(ringtone.name);
         }
@@ -416,7 +411,7 @@ std::vector<Row> PhoneBook::rows() const {
 }
 
 bool PhoneBook::isEmpty() const {
-    return (!reading_ || reading_->ringtones.empty()) &&
+    return (reading() == nullptr || reading()->ringtones.empty()) &&
            std::all_of(songs_.begin(), songs_.end(),
                        [](const auto& entry) { return entry.second.isForgotten; });
 }
@@ -431,8 +426,8 @@ EditSum PhoneBook::sum() const {
         const bool isUnderWay = song.mark == Mark::Checking || song.mark == Mark::Preparing;
         sum.underWay += isUnderWay && !song.isForgotten ? 1U : 0U;
     }
-    if (reading_) {
-        for (const engine::PhoneRingtone& ringtone : reading_->ringtones) {
+    if (reading() != nullptr) {
+        for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
             if (isRemoved(ringtone)) {
                 ++sum.removed;
                 sum.removedBytes += ringtone.size;
@@ -492,8 +487,8 @@ bool PhoneBook::hasEdits() const {
 }
 
 bool PhoneBook::fits() const {
-    return !reading_ || !reading_->facts.freeBytes ||
-           sum().addedBytes <= *reading_->facts.freeBytes;
+    return reading() == nullptr || !reading()->facts.freeBytes ||
+           sum().addedBytes <= *reading()->facts.freeBytes;
 }
 
 } // namespace krl::desktop

@@ -3,6 +3,7 @@
 #include "desktop/bridge/EditFile.h"
 #include "desktop/bridge/PhoneWork.h"
 #include "desktop/bridge/SongDesk.h"
+#include "desktop/session/Holdings.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -75,9 +76,12 @@ std::string tidiedName(const std::string& typed);
 class PhoneBook {
 public:
     /// Takes in what the phone holds.
-    void take(PhoneReading reading);
+    void take(std::shared_ptr<const Holdings> holdings);
 
-    const std::optional<PhoneReading>& reading() const { return reading_; }
+    /// The phone as it was read last; null before it was.
+    const PhoneReading* reading() const {
+        return holdings_ == nullptr ? nullptr : &holdings_->reading();
+    }
 
     /// Edits that the phone as it was read last already has are no edits any more. For after a job:
     /// before one, a song that the phone has may be added for its other sound. None is dropped by a
@@ -192,7 +196,7 @@ private:
     Row rowOf(const engine::PhoneRingtone& ringtone) const;
     Row rowOf(uint64_t number, const Song& song, const std::set<uint64_t>& going) const;
 
-    std::optional<PhoneReading> reading_;
+    std::shared_ptr<const Holdings> holdings_;
     std::map<uint64_t, Song> songs_; ///< by their numbers, in the order in which they were added
     uint64_t lastSong_ = 0;
     std::map<std::pair<std::string, uint64_t>, double>

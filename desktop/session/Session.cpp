@@ -176,26 +176,28 @@ void Session::read(const std::string& key, bool afterWork) {
         return;
     }
     target.isBeingRead = true;
-    phones_->ask<PhoneReading>([udid = target.about.udid] { return readPhone(udid); },
-                               [this, key, afterWork](const Outcome<PhoneReading>& outcome) {
-                                   Phone& readOne = *phone(key);
-                                   readOne.isBeingRead = false;
-                                   if (const auto* reading = std::get_if<PhoneReading>(&outcome)) {
-                                       readOne.isRead = readOne.device.has_value();
-                                       readOne.failure.reset();
-                                       readOne.book.take(*reading);
-                                       if (afterWork) {
-                                           readOne.edits.forget();
-                                           readOne.book.dropFulfilled();
-                                           playing_.forget(key);
-                                       }
-                                       stopWhatIsGone(key);
-                                   } else if (readOne.device) {
-                                       readOne.failure = std::get<Failure>(outcome);
-                                       examine(key);
-                                   }
-                                   changed();
-                               });
+    using Read = std::shared_ptr<const Holdings>;
+    phones_->ask<Read>(
+        [udid = target.about.udid] { return std::make_shared<const Holdings>(readPhone(udid)); },
+        [this, key, afterWork](const Outcome<Read>& outcome) {
+            Phone& readOne = *phone(key);
+            readOne.isBeingRead = false;
+            if (const auto* holdings = std::get_if<Read>(&outcome)) {
+                readOne.isRead = readOne.device.has_value();
+                readOne.failure.reset();
+                readOne.book.take(*holdings);
+                if (afterWork) {
+                    readOne.edits.forget();
+                    readOne.book.dropFulfilled();
+                    playing_.forget(key);
+                }
+                stopWhatIsGone(key);
+            } else if (readOne.device) {
+                readOne.failure = std::get<Failure>(outcome);
+                examine(key);
+            }
+            changed();
+        });
 }
 
 void Session::examine(const std::string& key) {
