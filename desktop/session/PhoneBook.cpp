@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
-#include <tuple>
 #include <utility>
 
 namespace krl::desktop {
@@ -16,34 +14,14 @@ namespace {
 constexpr char kPhoneKey = '#';
 constexpr char kSongKey = '+';
 
+std::string songKey(uint64_t number) {
+    return kSongKey + std::to_string(number);
+}
+
 uint64_t numberIn(const std::string& key) {
     uint64_t number = 0;
     std::from_chars(key.data() + 1, key.data() + key.size(), number);
     return number;
-}
-
-/// What a name is compared by, so that names stand as a person of this language looks them up.
-std::string orderOf(const std::string& name) {
-    std::string order(std::strxfrm(nullptr, name.c_str(), 0) + 1, '\0');
-    std::strxfrm(order.data(), name.c_str(), order.size());
-    order.pop_back();
-    return order;
-}
-
-/// @param names  by which the rows are sorted
-std::vector<Row> sorted(std::vector<Row> rows, const std::vector<std::string>& names) {
-    std::vector<std::tuple<std::string, std::string, size_t>> order;
-    order.reserve(rows.size());
-    for (const Row& row : rows) {
-        order.emplace_back(orderOf(names[order.size()]), row.key, order.size());
-    }
-    std::sort(order.begin(), order.end());
-    std::vector<Row> result;
-    result.reserve(rows.size());
-    for (const auto& [name, key, index] : order) {
-        result.push_back(std::move(rows[index]));
-    }
-    return result;
 }
 
 bool isUsableName(const std::string& name) {
@@ -77,33 +55,235 @@ std::string tidiedName(const std::string& typed) {
                : engine::composed(typed.substr(first, typed.find_last_not_of(kSpace) - first + 1));
 }
 
+// ---------------------------------------------------------------- what follows from the edits
+
+/// Changes a song, and what follows from it.
+template <typename Function>
+void PhoneBook::changeSong(uint64_t number, const Function& function) {
+    Song& song = songs_.at(number);
+    touch(songKey(number));
+    const std::string nameBefore = engine::composed(song.nameNow());
+    const std::string placedBy = song.name;
+    count(song, /*isThere=*/false);
+    readySongs_[nameBefore].erase(number);
+    function(song);
+    count(song, /*isThere=*/true);
+    const std::string nameNow = engine::composed(song.nameNow());
+    if (song.isReady()) {
+        readySongs_[nameNow].insert(number);
+    }
+    if (song.place == nullptr || song.name != placedBy) {
+        song.place = newPlace(song.name, songKey(number));
+    }
+    settle(nameBefore);
+    settle(nameNow);
+}
+
+PhoneBook::Songs::iterator PhoneBook::eraseSong(Songs::iterator song) {
+    changeSong(song->first, [](Song& gone) { gone.isForgotten = true; });
+    ++version_;
+    return songs_.erase(song);
+}
+
+/// Changes what is to become of a ringtone of the phone, and what follows from it.
+template <typename Function>
+void PhoneBook::changeRingtone(const std::string& name, const Function& function) {
+    touch(phoneKey(name));
+    const std::string nameBefore = engine::composed(nameAfter(name));
+    count(name, /*isThere=*/false);
+    function();
+    count(name, /*isThere=*/true);
+    settle(nameBefore);
+    settle(engine::composed(nameAfter(name)));
+    ++version_;
+}
+
+void PhoneBook::setRemoved(const std::string& name, bool isRemoved) {
+    changeRingtone(name, [&] {
+        if (isRemoved) {
+            removed_.insert(name);
+        } else {
+            removed_.erase(name);
+        }
+    });
+}
+
+void PhoneBook::setNewName(const std::string& from, const std::string& to) {
+    changeRingtone(from, [&] {
+        if (const auto node = renamed_.extract(from); !node.empty()) {
+            const auto others = renamedTo_.find(engine::composed(node.mapped()));
+            others->second.erase(from);
+            if (others->second.empty()) {
+                renamedTo_.erase(others);
+            }
+        }
+        if (!to.empty()) {
+            renamed_[from] = to;
+            renamedTo_[engine::composed(to)].insert(from);
+        }
+    });
+}
+
+void PhoneBook::count(const Song& song, bool isThere) {
+    const size_t one = isThere ? 1 : static_cast<size_t>(-1);
+    songsShown_ += song.isForgotten ? 0 : one;
+    sum_.underWay += song.isUnderWay() ? one : 0;
+}
+
+void PhoneBook::count(const std::string& name, bool isThere) {
+    const auto* const ringtone = holdings_ == nullptr ? nullptr : holdings_->find(name);
+    const size_t one = isThere ? 1 : static_cast<size_t>(-1);
+    if (ringtone == nullptr) {
+        return;
+    }
+    if (removed_.contains(name)) {
+        sum_.removed += one;
+        sum_.removedBytes += one * ringtone->size;
+    } else if (renamed_.contains(name)) {
+        sum_.renamed += one;
+    }
+}
+
+void PhoneBook::countAnew() {
+    sum_ = {};
+    songsShown_ = 0;
+    going_.clear();
+    for (const auto& [number, song] : songs_) {
+        count(song, /*isThere=*/true);
+    }
+    for (const std::string& name : removed_) {
+        count(name, /*isThere=*/true);
+    }
+    for (const auto& [name, to] : renamed_) {
+        if (!removed_.contains(name)) {
+            count(name, /*isThere=*/true);
+        }
+    }
+    std::vector<std::string> names;
+    for (const auto& [name, numbers] : readySongs_) {
+        names.push_back(name);
+    }
+    for (const std::string& name : names) {
+        settle(name);
+    }
+}
+
+/// Finds who goes to the phone under a name: the song that was added first, if nobody has it there.
+void PhoneBook::settle(const std::string& composedName) {
+    uint64_t before = 0;
+    uint64_t now = 0;
+    if (const auto node = going_.extract(composedName); !node.empty()) {
+        before = node.mapped().song;
+        --sum_.added;
+        sum_.addedBytes -= node.mapped().size;
+    }
+    const auto ready = readySongs_.find(composedName);
+    if (ready != readySongs_.end() && ready->second.empty()) {
+        readySongs_.erase(ready);
+    } else if (ready != readySongs_.end() && !isTakenOnPhone(composedName)) {
+        now = *ready->second.begin();
+        const uint64_t size = songs_.at(now).size;
+        going_.emplace(composedName, Going{now, size});
+        ++sum_.added;
+        sum_.addedBytes += size;
+    }
+    if (before != now) {
+        touch(songKey(before));
+        touch(songKey(now));
+    }
+}
+
+/// @param besides  the name on the phone of one that is left out
+bool PhoneBook::isTakenOnPhone(const std::string& composedName, const std::string* besides) const {
+    if (holdings_ == nullptr) {
+        return false;
+    }
+    const auto stays = [&](const std::string& name) {
+        return !removed_.contains(name) && (besides == nullptr || name != *besides);
+    };
+    for (const engine::PhoneRingtone* const ringtone : holdings_->likeNamed(composedName)) {
+        if (stays(ringtone->name) && !renamed_.contains(ringtone->name)) {
+            return true;
+        }
+    }
+    const auto given = renamedTo_.find(composedName);
+    return given != renamedTo_.end() &&
+           std::any_of(given->second.begin(), given->second.end(), [&](const std::string& name) {
+               return stays(name) && holdings_->find(name) != nullptr;
+           });
+}
+
+void PhoneBook::touch(const std::string& key) {
+    if (!areAllTouched_) {
+        touched_.try_emplace(key, placeOf(key));
+    }
+}
+
+RowChanges PhoneBook::takeChanges() {
+    RowChanges changes{.areAll = std::exchange(areAllTouched_, false)};
+    for (auto& [key, before] : touched_) {
+        PlacePointer now = placeOf(key);
+        if (before != nullptr || now != nullptr) {
+            changes.rows.push_back({std::move(before), std::move(now)});
+        }
+    }
+    touched_.clear();
+    return changes;
+}
+
+PlacePointer PhoneBook::placeOf(const std::string& key) const {
+    if (key.front() == kPhoneKey) {
+        return holdings_ == nullptr ? nullptr : holdings_->placeOf(key.substr(1));
+    }
+    const auto song = songOf(key);
+    return song == songs_.end() || song->second.isForgotten ? nullptr : song->second.place;
+}
+
+PhoneBook::Songs::const_iterator PhoneBook::songOf(const std::string& key) const {
+    return key.front() == kSongKey ? songs_.find(numberIn(key)) : songs_.end();
+}
+
+// ---------------------------------------------------------------- what the phone holds
+
 void PhoneBook::take(std::shared_ptr<const Holdings> holdings) {
     holdings_ = std::move(holdings);
+    areAllTouched_ = true;
+    touched_.clear();
+    countAnew();
     dropWhatIsGone();
     dropTakenNames();
 }
 
 /// Without its catalogue a phone lists nothing, be its ringtones there or not.
 bool PhoneBook::isListWhole() const {
-    return reading() != nullptr && !reading()->brokenJob && !reading()->catalogueIsUnreadable;
+    return holdings_ != nullptr && !reading()->brokenJob && !reading()->catalogueIsUnreadable;
 }
 
 /// What is not on the phone any more, or was not when kept edits came back, waits for no sync: a later
 /// ringtone of that name is another.
 void PhoneBook::dropWhatIsGone() {
-    if (isListWhole()) {
-        const std::set<std::string> there = engine::namesOf(reading()->ringtones);
-        std::erase_if(removed_, [&](const std::string& name) { return !there.contains(name); });
-        std::erase_if(renamed_, [&](const auto& names) { return !there.contains(names.first); });
+    if (!isListWhole()) {
+        return;
+    }
+    for (const std::string& name : std::set<std::string>(removed_)) {
+        if (holdings_->find(name) == nullptr) {
+            setRemoved(name, false);
+        }
+    }
+    for (const auto& [from, to] : std::map<std::string, std::string>(renamed_)) {
+        if (holdings_->find(from) == nullptr) {
+            setNewName(from, {});
+        }
     }
 }
 
 /// Names that others have given to ringtones meanwhile cannot be given any more.
 void PhoneBook::dropTakenNames() {
-    std::erase_if(renamed_, [&](const auto& names) {
-        return !removed_.contains(names.first) &&
-               problemOnPhone(kPhoneKey + names.first, names.second) != NameProblem::None;
-    });
+    for (const auto& [from, to] : std::map<std::string, std::string>(renamed_)) {
+        if (!removed_.contains(from) && problemOnPhone(phoneKey(from), to) != NameProblem::None) {
+            setNewName(from, {});
+        }
+    }
 }
 
 void PhoneBook::dropFulfilled() {
@@ -112,19 +292,37 @@ void PhoneBook::dropFulfilled() {
     }
     rememberLengths();
     dropWhatIsGone();
-    const auto there = engine::namesAndSizes(reading()->ringtones);
-    std::erase_if(songs_, [&](const auto& entry) {
-        const Song& song = entry.second;
-        const auto found = there.find(song.nameNow());
-        return song.isForgotten || (song.mark == Mark::New && found != there.end() &&
-                                    found->second == song.size && !removed_.contains(found->first));
-    });
+    const auto isThere = [&](const std::string& name, uint64_t size) {
+        const auto* const ringtone = holdings_->find(name);
+        return ringtone != nullptr && ringtone->size == size && !removed_.contains(name);
+    };
+    for (auto next = songs_.begin(); next != songs_.end();) {
+        Song& song = next->second;
+        if (!song.sentName.empty() && isThere(song.sentName, song.size)) {
+            handOver(song);
+            next = eraseSong(next);
+            continue;
+        }
+        song.sentName.clear();
+        const bool isFulfilled = song.mark == Mark::New && isThere(song.nameNow(), song.size);
+        next = song.isForgotten || isFulfilled ? eraseSong(next) : std::next(next);
+    }
+}
+
+void PhoneBook::begin(const WantedChange& wanted) {
+    for (const engine::LocalRingtone& ringtone : wanted.added) {
+        const auto found = going_.find(engine::composed(ringtone.name));
+        if (found != going_.end()) {
+            songs_.at(found->second.song).sentName = ringtone.name;
+        }
+    }
+    ++version_;
 }
 
 void PhoneBook::carriedOut(const WantedChange& done) {
     rememberLengths();
     for (const std::string& name : done.removed) {
-        removed_.erase(name);
+        setRemoved(name, false);
     }
     for (const auto& [from, to] : done.renamed) {
         carriedOutRenaming(from, to);
@@ -133,20 +331,35 @@ void PhoneBook::carriedOut(const WantedChange& done) {
     for (const engine::LocalRingtone& ringtone : done.added) {
         sent.emplace(ringtone.path, ringtone.name);
     }
-    std::erase_if(songs_, [&](const auto& entry) {
-        const auto& ringtone = entry.second.ringtone;
-        return ringtone && sent.contains({ringtone->path, entry.second.nameNow()});
-    });
+    for (auto next = songs_.begin(); next != songs_.end();) {
+        const Song& song = next->second;
+        const bool wasSent = song.ringtone && sent.contains({song.ringtone->path, song.sentName});
+        if (wasSent) {
+            handOver(song);
+        }
+        next = wasSent ? eraseSong(next) : std::next(next);
+    }
+}
+
+/// A song has become a ringtone of the phone: what was done about it since it was sent is about that.
+void PhoneBook::handOver(const Song& song) {
+    if (song.isForgotten) {
+        setRemoved(song.sentName, true);
+    } else if (song.nameNow() != song.sentName) {
+        setNewName(song.sentName, song.nameNow());
+    }
 }
 
 /// What was done about the ringtone meanwhile is about its new name.
 void PhoneBook::carriedOutRenaming(const std::string& from, const std::string& to) {
-    const auto node = renamed_.extract(from);
-    if (!node.empty() && node.mapped() != to) {
-        renamed_[to] = node.mapped();
+    if (const auto given = renamed_.find(from); given != renamed_.end()) {
+        const std::string wanted = given->second;
+        setNewName(from, {});
+        setNewName(to, wanted == to ? std::string() : wanted);
     }
-    if (removed_.erase(from) > 0) {
-        removed_.insert(to);
+    if (removed_.contains(from)) {
+        setRemoved(from, false);
+        setRemoved(to, true);
     }
     for (auto length = seconds_.lower_bound({from, 0});
          length != seconds_.end() && length->first.first == from; ++length) {
@@ -154,38 +367,47 @@ void PhoneBook::carriedOutRenaming(const std::string& from, const std::string& t
     }
 }
 
+// ---------------------------------------------------------------- edits
+
 uint64_t PhoneBook::add(const std::filesystem::path& song, const std::string& givenName) {
     const std::string name = tidiedName(givenName);
-    songs_.emplace(++lastSong_, Song{.path = song,
-                                     .name = shownText(song.stem().string()),
-                                     .givenName = isUsableName(name) ? name : std::string()});
-    return lastSong_;
+    const uint64_t number = ++lastSong_;
+    // Not there before it is shown.
+    songs_[number].isForgotten = true;
+    changeSong(number, [&](Song& added) {
+        added = {.path = song,
+                 .name = shownText(song.stem().string()),
+                 .givenName = isUsableName(name) ? name : std::string()};
+    });
+    ++version_;
+    return number;
 }
 
 void PhoneBook::hear(uint64_t number, const SongNews& news) {
-    const auto found = songs_.find(number);
-    if (found == songs_.end()) {
+    if (!songs_.contains(number)) {
         return;
     }
-    Song& song = found->second;
-    std::visit(Cases{[&](const SongIsPrepared&) { song.mark = Mark::Preparing; },
-                     [&](const SongIsReady& ready) {
-                         song.mark = Mark::New;
-                         song.name = ready.ringtone.name;
-                         song.size = ready.ringtone.size;
-                         song.seconds = ready.seconds;
-                         song.ringtone = ready.ringtone;
-                         song.wish = song.wanted;
-                         if (!ready.wasPrepared) {
-                             song.wish.lengthSeconds = audio::kLongestRingtoneSeconds;
-                         }
-                     },
-                     [&](const engine::Failure& failure) {
-                         song.mark = song.ringtone ? Mark::New : Mark::Unusable;
-                         song.givenName = song.ringtone ? song.nameBefore : song.givenName;
-                         song.reason = song.ringtone ? std::string() : failure.what();
-                     }},
-               news);
+    changeSong(number, [&](Song& song) {
+        std::visit(Cases{[&](const SongIsPrepared&) { song.mark = Mark::Preparing; },
+                         [&](const SongIsReady& ready) {
+                             song.mark = Mark::New;
+                             song.name = ready.ringtone.name;
+                             song.size = ready.ringtone.size;
+                             song.seconds = ready.seconds;
+                             song.ringtone = ready.ringtone;
+                             song.wish = song.wanted;
+                             if (!ready.wasPrepared) {
+                                 song.wish.lengthSeconds = audio::kLongestRingtoneSeconds;
+                             }
+                         },
+                         [&](const engine::Failure& failure) {
+                             ++version_;
+                             song.mark = song.ringtone ? Mark::New : Mark::Unusable;
+                             song.givenName = song.ringtone ? song.nameBefore : song.givenName;
+                             song.reason = song.ringtone ? std::string() : failure.what();
+                         }},
+                   news);
+    });
 }
 
 bool PhoneBook::canBeCut(const Row& row) {
@@ -193,7 +415,7 @@ bool PhoneBook::canBeCut(const Row& row) {
 }
 
 std::optional<SongCut> PhoneBook::cutOf(const std::string& key) const {
-    const auto found = key.front() == kSongKey ? songs_.find(numberIn(key)) : songs_.end();
+    const auto found = songOf(key);
     if (found == songs_.end() || !found->second.isReady()) {
         return std::nullopt;
     }
@@ -203,10 +425,11 @@ std::optional<SongCut> PhoneBook::cutOf(const std::string& key) const {
 
 uint64_t PhoneBook::cut(const std::string& key, const SongCut& wanted) {
     const uint64_t number = numberIn(key);
-    Song& song = songs_.at(number);
-    song.mark = Mark::Preparing;
-    song.wanted = wanted.wish;
-    song.nameBefore = song.givenName;
+    changeSong(number, [&](Song& song) {
+        song.mark = Mark::Preparing;
+        song.wanted = wanted.wish;
+        song.nameBefore = song.givenName;
+    });
     if (isUsableName(tidiedName(wanted.name))) {
         rename(key, wanted.name);
     }
@@ -215,22 +438,23 @@ uint64_t PhoneBook::cut(const std::string& key, const SongCut& wanted) {
 
 void PhoneBook::remove(const std::vector<std::string>& keys) {
     for (const std::string& key : keys) {
-        if (key.front() == kPhoneKey) {
-            removed_.insert(key.substr(1));
-        } else if (const auto song = songs_.find(numberIn(key)); song != songs_.end()) {
-            song->second.isForgotten = true;
-        }
+        setGone(key, true);
     }
 }
 
 void PhoneBook::bringBack(const std::vector<std::string>& keys) {
     for (const std::string& key : keys) {
-        if (key.front() == kPhoneKey) {
-            removed_.erase(key.substr(1));
-            dropTakenNames();
-        } else if (const auto song = songs_.find(numberIn(key)); song != songs_.end()) {
-            song->second.isForgotten = false;
-        }
+        setGone(key, false);
+    }
+    dropTakenNames();
+}
+
+void PhoneBook::setGone(const std::string& key, bool isGone) {
+    if (key.front() == kPhoneKey) {
+        setRemoved(key.substr(1), isGone);
+    } else if (songOf(key) != songs_.end()) {
+        changeSong(numberIn(key), [&](Song& song) { song.isForgotten = isGone; });
+        ++version_;
     }
 }
 
@@ -242,34 +466,27 @@ void PhoneBook::rememberLengths() {
     }
 }
 
-bool PhoneBook::isRemoved(const engine::PhoneRingtone& ringtone) const {
-    return removed_.contains(ringtone.name);
-}
-
-const std::string& PhoneBook::nameAfter(const engine::PhoneRingtone& ringtone) const {
-    const auto given = renamed_.find(ringtone.name);
-    return given == renamed_.end() ? ringtone.name : given->second;
+const std::string& PhoneBook::nameAfter(const std::string& ringtone) const {
+    const auto given = renamed_.find(ringtone);
+    return given == renamed_.end() ? ringtone : given->second;
 }
 
 /// What stands against a name among the ringtones of the phone. One of them is renamed before any is
 /// removed, and so cannot have the name of one that goes.
 NameProblem PhoneBook::problemOnPhone(const std::string& key, const std::string& name) const {
-    if (reading() == nullptr) {
+    if (holdings_ == nullptr) {
         return NameProblem::None;
     }
-    NameProblem problem = NameProblem::None;
-    for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
-        if (kPhoneKey + ringtone.name == key) {
-            continue;
-        }
-        if (!isRemoved(ringtone) && engine::composed(nameAfter(ringtone)) == name) {
-            return NameProblem::Taken;
-        }
-        if (key.front() == kPhoneKey && engine::composed(ringtone.name) == name) {
-            problem = NameProblem::TakenUntilSync;
-        }
+    const bool isOfPhone = key.front() == kPhoneKey;
+    const std::string own = key.substr(1);
+    if (isTakenOnPhone(name, isOfPhone ? &own : nullptr)) {
+        return NameProblem::Taken;
     }
-    return problem;
+    const auto& like = holdings_->likeNamed(name);
+    return isOfPhone && std::any_of(like.begin(), like.end(),
+                                    [&](const auto* one) { return one->name != own; })
+               ? NameProblem::TakenUntilSync
+               : NameProblem::None;
 }
 
 NameProblem PhoneBook::nameProblem(const std::string& key, const std::string& typed) const {
@@ -280,11 +497,9 @@ NameProblem PhoneBook::nameProblem(const std::string& key, const std::string& ty
     if (!isUsableName(name)) {
         return NameProblem::Unusable;
     }
-    for (const uint64_t number : going()) {
-        if (kSongKey + std::to_string(number) != key &&
-            engine::composed(songs_.at(number).nameNow()) == name) {
-            return NameProblem::Taken;
-        }
+    const auto going = going_.find(name);
+    if (going != going_.end() && songKey(going->second.song) != key) {
+        return NameProblem::Taken;
     }
     return problemOnPhone(key, name);
 }
@@ -296,22 +511,19 @@ void PhoneBook::rename(const std::string& key, const std::string& typed) {
     };
     if (key.front() == kPhoneKey) {
         const std::string own = key.substr(1);
-        if (isOwn(own)) {
-            renamed_.erase(own);
-        } else {
-            renamed_[own] = name;
-        }
-    } else if (const auto song = songs_.find(numberIn(key)); song != songs_.end()) {
-        song->second.givenName = isOwn(song->second.name) ? std::string() : name;
+        setNewName(own, isOwn(own) ? std::string() : name);
+    } else if (songOf(key) != songs_.end()) {
+        changeSong(numberIn(key),
+                   [&](Song& song) { song.givenName = isOwn(song.name) ? std::string() : name; });
+        ++version_;
     }
 }
 
 std::string PhoneBook::nameOf(const std::string& key) const {
     if (key.front() == kPhoneKey) {
-        const auto given = renamed_.find(key.substr(1));
-        return given == renamed_.end() ? key.substr(1) : given->second;
+        return nameAfter(key.substr(1));
     }
-    const auto song = songs_.find(numberIn(key));
+    const auto song = songOf(key);
     return song == songs_.end() ? std::string() : song->second.nameNow();
 }
 
@@ -321,7 +533,7 @@ const engine::PhoneRingtone* PhoneBook::ringtoneOf(const std::string& key) const
 }
 
 std::optional<std::filesystem::path> PhoneBook::fileOf(const std::string& key) const {
-    const auto song = key.front() == kSongKey ? songs_.find(numberIn(key)) : songs_.end();
+    const auto song = songOf(key);
     return song == songs_.end() || song->second.isForgotten || !song->second.ringtone
                ? std::nullopt
                : std::optional<std::filesystem::path>(song->second.ringtone->path);
@@ -349,99 +561,69 @@ bool PhoneBook::canRename(const Row& row) {
 
 Row PhoneBook::rowOf(const engine::PhoneRingtone& ringtone) const {
     const auto seconds = seconds_.find({ringtone.name, ringtone.size});
-    Row row{.key = kPhoneKey + ringtone.name,
+    Row row{.key = phoneKey(ringtone.name),
             .name = ringtone.name,
             .size = ringtone.size,
             .seconds = seconds == seconds_.end() ? std::nullopt : std::optional(seconds->second)};
-    if (isRemoved(ringtone)) {
+    if (removed_.contains(ringtone.name)) {
         row.mark = Mark::Removed;
     } else if (renamed_.contains(ringtone.name)) {
         row.mark = Mark::Renamed;
-        row.name = nameAfter(ringtone);
+        row.name = nameAfter(ringtone.name);
         row.formerName = ringtone.name;
     }
     return row;
 }
 
-std::set<uint64_t> PhoneBook::going() const {
-    std::set<std::string> taken; // in normal form C: names that look alike are one
-    if (reading() != nullptr) {
-        for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
-            if (!isRemoved(ringtone)) {
-                taken.insert(engine::composed(nameAfter(ringtone)));
-            }
-        }
-    }
-    std::set<uint64_t> result;
-    for (const auto& [number, song] : songs_) {
-        if (song.isReady() && taken.insert(engine::composed(song.nameNow())).second) {
-            result.insert(number);
-        }
-    }
-    return result;
-}
-
-Row PhoneBook::rowOf(uint64_t number, const Song& song, const std::set<uint64_t>& going) const {
-    const bool isHeldBack = song.mark == Mark::New && !going.contains(number);
-    return {.key = kSongKey + std::to_string(number),
+Row PhoneBook::rowOf(uint64_t number, const Song& song) const {
+    const auto going = going_.find(engine::composed(song.nameNow()));
+    const bool goes = going != going_.end() && going->second.song == number;
+    return {.key = songKey(number),
             .name = song.nameNow(),
             .size = song.size,
             .seconds = song.seconds,
-            .mark = isHeldBack ? Mark::NameTaken : song.mark,
+            .mark = song.mark == Mark::New && !goes ? Mark::NameTaken : song.mark,
             .reason = song.reason};
 }
 
-std::vector<Row> PhoneBook::rows() const {
-    std::vector<Row> result;
-    std::vector<std::string> order;
-    if (reading() != nullptr) {
-        for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
-            result.push_back(rowOf(ringtone));
-            order.push_back(ringtone.name);
-        }
+Row PhoneBook::row(const std::string& key) const {
+    if (const engine::PhoneRingtone* const ringtone = ringtoneOf(key)) {
+        return rowOf(*ringtone);
     }
-    const std::set<uint64_t> goingSongs = going();
+    const auto song = songOf(key);
+    return song == songs_.end() ? Row{.key = key} : rowOf(song->first, song->second);
+}
+
+std::vector<PlacePointer> PhoneBook::places() const {
+    std::vector<PlacePointer> songs;
     for (const auto& [number, song] : songs_) {
         if (!song.isForgotten) {
-            result.push_back(rowOf(number, song, goingSongs));
-            order.push_back(song.name);
+            songs.push_back(song.place);
         }
     }
-    return sorted(std::move(result), order);
+    std::sort(songs.begin(), songs.end(), standsBefore);
+    if (holdings_ == nullptr) {
+        return songs;
+    }
+    std::vector<PlacePointer> result;
+    const auto& onPhone = holdings_->places();
+    result.reserve(songs.size() + onPhone.size());
+    std::merge(onPhone.begin(), onPhone.end(), songs.begin(), songs.end(),
+               std::back_inserter(result), standsBefore);
+    return result;
 }
 
 bool PhoneBook::isEmpty() const {
-    return (reading() == nullptr || reading()->ringtones.empty()) &&
-           std::all_of(songs_.begin(), songs_.end(),
-                       [](const auto& entry) { return entry.second.isForgotten; });
-}
-
-EditSum PhoneBook::sum() const {
-    EditSum sum;
-    for (const uint64_t number : going()) {
-        ++sum.added;
-        sum.addedBytes += songs_.at(number).size;
-    }
-    for (const auto& [number, song] : songs_) {
-        const bool isUnderWay = song.mark == Mark::Checking || song.mark == Mark::Preparing;
-        sum.underWay += isUnderWay && !song.isForgotten ? 1U : 0U;
-    }
-    if (reading() != nullptr) {
-        for (const engine::PhoneRingtone& ringtone : reading()->ringtones) {
-            if (isRemoved(ringtone)) {
-                ++sum.removed;
-                sum.removedBytes += ringtone.size;
-            } else if (renamed_.contains(ringtone.name)) {
-                ++sum.renamed;
-            }
-        }
-    }
-    return sum;
+    return songsShown_ == 0 && (holdings_ == nullptr || reading()->ringtones.empty());
 }
 
 WantedChange PhoneBook::wanted() const {
+    std::set<uint64_t> numbers;
+    for (const auto& [name, going] : going_) {
+        numbers.insert(going.song);
+    }
     WantedChange result;
-    for (const uint64_t number : going()) {
+    for (const uint64_t number : numbers) {
         const Song& song = songs_.at(number);
         result.added.push_back(*song.ringtone);
         result.added.back().name = song.nameNow();
@@ -465,9 +647,11 @@ Edits PhoneBook::edits() const {
 }
 
 void PhoneBook::restore(const Edits& edits) {
-    removed_.insert(edits.removed.begin(), edits.removed.end());
+    for (const std::string& name : edits.removed) {
+        setRemoved(name, true);
+    }
     for (const auto& [from, to] : edits.renamed) {
-        const std::string key = kPhoneKey + from;
+        const std::string key = phoneKey(from);
         if (nameProblem(key, to) == NameProblem::None) {
             rename(key, to);
         }
@@ -477,18 +661,22 @@ void PhoneBook::restore(const Edits& edits) {
 void PhoneBook::dropEdits() {
     removed_.clear();
     renamed_.clear();
+    renamedTo_.clear();
     songs_.clear();
+    readySongs_.clear();
+    areAllTouched_ = true;
+    touched_.clear();
+    countAnew();
+    ++version_;
 }
 
 bool PhoneBook::hasEdits() const {
-    return !removed_.empty() || !renamed_.empty() ||
-           std::any_of(songs_.begin(), songs_.end(),
-                       [](const auto& entry) { return !entry.second.isForgotten; });
+    return !removed_.empty() || !renamed_.empty() || songsShown_ > 0;
 }
 
 bool PhoneBook::fits() const {
-    return reading() == nullptr || !reading()->facts.freeBytes ||
-           sum().addedBytes <= *reading()->facts.freeBytes;
+    return holdings_ == nullptr || !reading()->facts.freeBytes ||
+           sum_.addedBytes <= *reading()->facts.freeBytes;
 }
 
 } // namespace krl::desktop

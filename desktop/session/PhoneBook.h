@@ -33,15 +33,28 @@ enum class Hearing { Nothing, Fetching, Sound };
 
 struct Row {
     std::string key; ///< the same for as long as the row is about the same
-    std::string name;
+    std::string name = {};
     uint64_t size = 0;
-    std::optional<double> seconds;
+    std::optional<double> seconds = {};
     Mark mark = Mark::OnPhone;
     std::string reason = {};     ///< of an unusable one
     std::string formerName = {}; ///< of a renamed one: what the phone calls it
     Hearing hearing = Hearing::Nothing;
 
     friend bool operator==(const Row&, const Row&) = default;
+};
+
+/// A row that is not as it was, by where it stood and where it stands; null where it was not or is not
+/// any more. One that stands where it did shows something else.
+struct RowChange {
+    PlacePointer before;
+    PlacePointer now;
+};
+
+/// What has become of rows since the last time that somebody asked.
+struct RowChanges {
+    bool areAll = false; ///< any of them may be another: see all of them
+    std::vector<RowChange> rows = {};
 };
 
 /// The edits in numbers.
@@ -88,7 +101,11 @@ public:
     /// list that is not whole.
     void dropFulfilled();
 
-    /// What was asked for is on the phone: these edits are none any more.
+    /// The songs of a change are about to be sent under the names that they have now.
+    void begin(const WantedChange& wanted);
+
+    /// What was asked for is on the phone: these edits are none any more. What was done meanwhile about
+    /// a song that was sent is about the phone's ringtone.
     void carriedOut(const WantedChange& done);
 
     /// @param givenName  by the person; empty: its own
@@ -138,13 +155,25 @@ public:
     /// Whether a row shows something that can be taken back by itself.
     static bool isRemoved(const Row& row) { return row.mark == Mark::Removed; }
 
-    /// Sorted by name; what is renamed stays in its place until the sync.
-    std::vector<Row> rows() const;
+    /// Where all rows stand, sorted by name; what is renamed stays in its place until the sync.
+    std::vector<PlacePointer> places() const;
+
+    /// What one of them shows.
+    Row row(const std::string& key) const;
+
+    /// What has become of rows since the last call.
+    RowChanges takeChanges();
+
+    /// Something about a row is different that this does not know.
+    void touch(const std::string& key);
 
     /// Whether there are no rows.
     bool isEmpty() const;
 
-    EditSum sum() const;
+    const EditSum& sum() const { return sum_; }
+
+    /// Another number for other edits.
+    uint64_t version() const { return version_; }
 
     WantedChange wanted() const;
 
@@ -175,34 +204,76 @@ private:
         audio::Wish wish = {};       ///< that it was made by
         audio::Wish wanted = {};     ///< that it is being made by
         std::string nameBefore = {}; ///< the given one, before it was cut anew
+        std::string sentName = {};   ///< under which it may be on the phone by now
         bool isForgotten = false;
+        PlacePointer place = {};
 
         bool isReady() const { return mark == Mark::New && !isForgotten; }
+
+        bool isUnderWay() const {
+            return !isForgotten && (mark == Mark::Checking || mark == Mark::Preparing);
+        }
 
         const std::string& nameNow() const { return givenName.empty() ? name : givenName; }
     };
 
-    /// Numbers of the songs that go to the phone: ready, and of a name that nobody else has.
-    std::set<uint64_t> going() const;
+    using Songs = std::map<uint64_t, Song>; ///< by their numbers, in the order they were added in
+
+    /// A song that goes to the phone: ready, and of a name that nobody else has.
+    struct Going {
+        uint64_t song;
+        uint64_t size;
+    };
+
+    template <typename Function>
+    void changeSong(uint64_t number, const Function& function);
+    Songs::iterator eraseSong(Songs::iterator song);
+    template <typename Function>
+    void changeRingtone(const std::string& name, const Function& function);
+    void setGone(const std::string& key, bool isGone);
+    void setRemoved(const std::string& name, bool isRemoved);
+    /// @param to  empty: its own name again
+    void setNewName(const std::string& from, const std::string& to);
+    void count(const Song& song, bool isThere);
+    void count(const std::string& ringtone, bool isThere);
+    void countAnew();
+    void settle(const std::string& composedName);
+    Songs::const_iterator songOf(const std::string& key) const;
+    bool isTakenOnPhone(const std::string& composedName,
+                        const std::string* besides = nullptr) const;
+
     /// The name that a ringtone of the phone has after the next sync.
-    const std::string& nameAfter(const engine::PhoneRingtone& ringtone) const;
+    const std::string& nameAfter(const std::string& ringtone) const;
     NameProblem problemOnPhone(const std::string& key, const std::string& name) const;
-    bool isRemoved(const engine::PhoneRingtone& ringtone) const;
     bool isListWhole() const;
+    PlacePointer placeOf(const std::string& key) const;
     void dropWhatIsGone();
     void dropTakenNames();
     void carriedOutRenaming(const std::string& from, const std::string& to);
+    void handOver(const Song& song);
     void rememberLengths();
     Row rowOf(const engine::PhoneRingtone& ringtone) const;
-    Row rowOf(uint64_t number, const Song& song, const std::set<uint64_t>& going) const;
+    Row rowOf(uint64_t number, const Song& song) const;
 
     std::shared_ptr<const Holdings> holdings_;
-    std::map<uint64_t, Song> songs_; ///< by their numbers, in the order in which they were added
+    Songs songs_;
     uint64_t lastSong_ = 0;
     std::map<std::pair<std::string, uint64_t>, double>
         seconds_;                                ///< of songs sent, by name and size
     std::set<std::string> removed_;              ///< names
     std::map<std::string, std::string> renamed_; ///< names on the phone, to new ones
+
+    // What follows from these, kept with them.
+    std::map<std::string, std::set<std::string>>
+        renamedTo_;                                        ///< new names in form C, to the phone's
+    std::map<std::string, std::set<uint64_t>> readySongs_; ///< by their names in form C
+    std::map<std::string, Going> going_;                   ///< by the same
+    size_t songsShown_ = 0;
+    EditSum sum_;
+    uint64_t version_ = 0;
+
+    std::map<std::string, PlacePointer> touched_; ///< keys, to where they stood when somebody asked
+    bool areAllTouched_ = true;
 };
 
 } // namespace krl::desktop

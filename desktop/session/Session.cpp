@@ -310,9 +310,11 @@ const PhoneBook* Session::book() const {
 }
 
 std::vector<Row> Session::rows() const {
-    std::vector<Row> rows = book() == nullptr ? std::vector<Row>() : book()->rows();
-    for (Row& row : rows) {
-        row.hearing = playing_.hearingOf({current_, row.key});
+    std::vector<Row> rows;
+    for (const PlacePointer& place :
+         book() == nullptr ? std::vector<PlacePointer>() : book()->places()) {
+        rows.push_back(book()->row(place->key));
+        rows.back().hearing = playing_.hearingOf({current_, place->key});
     }
     return rows;
 }
@@ -456,10 +458,7 @@ void Session::remove(const std::vector<std::string>& keys) {
     if (target == nullptr || keys.empty()) {
         return;
     }
-    std::string name;
-    for (const Row& row : target->book.rows()) {
-        name = row.key == keys.front() ? row.name : name;
-    }
+    const std::string name = target->book.nameOf(keys.front());
     target->book.remove(keys);
     stopWhatIsGone(current_);
     toastEdit(keys.size() == 1
@@ -658,8 +657,13 @@ void Session::toastWithUndo(const std::string& key, std::string text) {
 }
 
 void Session::change(bool rebuilds) {
-    WantedChange wanted = rebuilds ? WantedChange{} : book()->wanted();
+    Phone* const target = currentPhone();
+    if (target == nullptr || !target->device || target->work) {
+        return;
+    }
+    WantedChange wanted = rebuilds ? WantedChange{} : target->book.wanted();
     wanted.rebuilds = rebuilds;
+    target->book.begin(wanted);
     work<ChangeDone>([wanted](const std::string& udid,
                               const WorkWatch& watch) { return changePhone(udid, wanted, watch); },
                      [this, wanted](const std::string& key, const ChangeDone& done) {
