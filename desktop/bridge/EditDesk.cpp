@@ -52,15 +52,17 @@ void EditDesk::load(const std::string& udid, std::function<void(KeptEdits)> tell
     });
 }
 
-void EditDesk::save(const std::string& udid, const Edits& edits, std::function<void()> fail) {
-    post([this, udid, edits, fail = std::move(fail)] {
+void EditDesk::save(const std::string& udid, Edits edits, std::function<void(bool)> tell) {
+    post([this, udid, edits = std::move(edits), tell = std::move(tell)] {
+        bool isKept = true;
         try {
             if (folder_) {
                 writeEdits(editFile(*folder_, udid), edits);
             }
         } catch (const std::exception&) {
-            mailbox_.put(fail);
+            isKept = false;
         }
+        mailbox_.put([tell, isKept] { tell(isKept); });
     });
 }
 

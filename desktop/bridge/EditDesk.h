@@ -37,8 +37,8 @@ public:
     void load(const std::string& udid, std::function<void(KeptEdits)> tell);
 
     /// Keeps these in the place of earlier ones.
-    /// @param fail  called by the mailbox when they cannot be kept
-    void save(const std::string& udid, const Edits& edits, std::function<void()> fail);
+    /// @param tell  called by the mailbox with whether they are kept
+    void save(const std::string& udid, Edits edits, std::function<void(bool)> tell);
 
 private:
     using Work = std::function<void()>;

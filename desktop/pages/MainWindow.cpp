@@ -282,7 +282,7 @@ void MainWindow::showSoon() {
 }
 
 void MainWindow::show() {
-    list_.show(session_.rows());
+    list_.show();
     showTitle();
     showPhones();
     showMessage();
@@ -304,7 +304,12 @@ void MainWindow::showTitle() {
 }
 
 void MainWindow::showPhones() {
-    const std::vector<PhoneChoice> phones = session_.phones();
+    g_action_group_change_action_state(G_ACTION_GROUP(window_.get()), "phone",
+                                       g_variant_new_string(session_.currentKey().c_str()));
+    std::vector<PhoneChoice> phones = session_.phones();
+    if (shownPhones_ && *shownPhones_ == phones) {
+        return;
+    }
     showOnly(widget<GtkStack>("title"), phones.size() > 1 ? "several" : "one");
     g_menu_remove_all(phoneMenu_.get());
     for (const PhoneChoice& phone : phones) {
@@ -312,15 +317,18 @@ void MainWindow::showPhones() {
         g_menu_item_set_action_and_target(item.get(), "win.phone", "s", phone.key.c_str());
         g_menu_append_item(phoneMenu_.get(), item.get());
     }
-    g_action_group_change_action_state(G_ACTION_GROUP(window_.get()), "phone",
-                                       g_variant_new_string(session_.currentKey().c_str()));
+    shownPhones_ = std::move(phones);
 }
 
 void MainWindow::showMessage() {
-    const std::optional<Message> message = session_.message();
+    std::optional<Message> message = session_.message();
+    if (message == shownMessage_) {
+        return;
+    }
     auto* const box = widget<GtkWidget>("message");
     gtk_widget_set_visible(box, message.has_value());
     if (!message) {
+        shownMessage_.reset();
         return;
     }
     const char* const classes[] = {"phone-message", message->isError ? "error" : "plain", nullptr};
@@ -337,6 +345,7 @@ void MainWindow::showMessage() {
         on(button, "clicked", [this, remedy] { session_.apply(remedy); });
         gtk_box_append(buttons, button);
     }
+    shownMessage_ = std::move(message);
 }
 
 const char* MainWindow::pageName() const {
@@ -457,17 +466,25 @@ void MainWindow::showProgress(const WorkProgress& progress) {
     }
 }
 
-void MainWindow::showActions() {
-    const PhoneBook* const book = session_.book();
-    const Page page = session_.page();
-    const bool isUsable = page == Page::List || page == Page::Empty;
-    const size_t changes = book == nullptr ? 0 : book->sum().changes();
+void MainWindow::showSync(size_t changes) {
+    if (shownChanges_ == changes) {
+        return;
+    }
+    shownChanges_ = changes;
     gtk_button_set_label(widget<GtkButton>("sync"),
                          changes == 0 ? _("_Sync")
                                       : fmt::format(fmt::runtime(_("_Sync {}")), changes).c_str());
     gtk_accessible_update_property(
         GTK_ACCESSIBLE(widget<GtkButton>("sync")), GTK_ACCESSIBLE_PROPERTY_LABEL,
         changes == 0 ? _("Sync") : fmt::format(fmt::runtime(_("Sync {}")), changes).c_str(), -1);
+}
+
+void MainWindow::showActions() {
+    const PhoneBook* const book = session_.book();
+    const Page page = session_.page();
+    const bool isUsable = page == Page::List || page == Page::Empty;
+    const size_t changes = book == nullptr ? 0 : book->sum().changes();
+    showSync(changes);
     gtk_widget_set_visible(widget<GtkWidget>("sync"), isUsable);
     gtk_widget_set_visible(widget<GtkWidget>("add"), isUsable);
     gtk_widget_set_visible(widget<GtkWidget>("search-toggle"), page == Page::List);

@@ -52,6 +52,7 @@ private:
     void showBottom();
     void showSpace(const PhoneBook& book);
     void showProgress(const WorkProgress& progress);
+    void showSync(size_t changes);
     void showActions();
     void showToast(const Toast& toast);
     void withdrawOffer();
@@ -71,6 +72,10 @@ private:
     Owned<GtkFileChooserNative> chooser_;
     Owned<GMenu> phoneMenu_;
     Owned<AdwToast> offer_; ///< to take back what was done last
+    // What is shown already.
+    std::optional<std::vector<PhoneChoice>> shownPhones_;
+    std::optional<Message> shownMessage_;
+    std::optional<size_t> shownChanges_;
     engine::Findings shownFindings_;
     std::vector<GtkWidget*> findingRows_; ///< of the list of the computer; the list owns them
     std::shared_ptr<bool> isThere_ = std::make_shared<bool>(true);

@@ -6,6 +6,12 @@
 namespace krl::desktop {
 namespace {
 
+/// Rows that are shown at a time while a list is new.
+constexpr guint kAtOnce = 12;
+
+/// More than the toolkit makes widgets for.
+constexpr guint kMany = 256;
+
 /// As text is compared when somebody looks for something.
 std::string folded(const std::string& text) {
     const std::string normal = taken(g_utf8_normalize(text.c_str(), -1, G_NORMALIZE_ALL));
@@ -15,7 +21,7 @@ std::string folded(const std::string& text) {
 } // namespace
 
 RingtoneList::RingtoneList(Session& session, GtkListView* view, GtkSearchEntry* search)
-    : session_(session),
+    : session_(session), store_([&session](const std::string& key) { return session.row(key); }),
       filter_(adopt(gtk_custom_filter_new(
           [](gpointer item, gpointer self) -> gboolean {
               const std::string name = folded(rowOf(static_cast<VeskRow*>(item)).name);
@@ -24,7 +30,8 @@ RingtoneList::RingtoneList(Session& session, GtkListView* view, GtkSearchEntry* 
           },
           this, nullptr))),
       found_(adopt(newFilter())),
-      selection_(adopt(gtk_multi_selection_new(G_LIST_MODEL(g_object_ref(found_.get()))))) {
+      begun_(adopt(gtk_slice_list_model_new(G_LIST_MODEL(g_object_ref(found_.get())), 0, kAtOnce))),
+      selection_(adopt(gtk_multi_selection_new(G_LIST_MODEL(g_object_ref(begun_.get()))))) {
     gtk_list_view_set_model(view, GTK_SELECTION_MODEL(selection_.get()));
     const auto factory = adopt(newFactory());
     gtk_list_view_set_factory(view, factory.get());
@@ -33,16 +40,51 @@ RingtoneList::RingtoneList(Session& session, GtkListView* view, GtkSearchEntry* 
             G_LIST_MODEL(selection_.get()), g_value_get_uint(emission.parameters + 1))));
         onActivated(rowOf(item.get()).key);
     });
-    on(search, "search-changed", [this, search] {
-        wanted_ = folded(gtk_editable_get_text(GTK_EDITABLE(search)));
-        gtk_filter_changed(GTK_FILTER(filter_.get()), GTK_FILTER_CHANGE_DIFFERENT);
-        onSearched();
+    on(search, "search-changed",
+       [this, search] { lookFor(gtk_editable_get_text(GTK_EDITABLE(search))); });
+    on(found_.get(), "notify::pending", [this] { onSearched(); });
+}
+
+void RingtoneList::show() {
+    const RowChanges changes = session_.takeRowChanges();
+    if (changes.areAll) {
+        if (store_.size() == 0) {
+            gtk_slice_list_model_set_size(begun_.get(), kAtOnce);
+            showMore();
+        }
+        store_.set(session_.places());
+    } else {
+        store_.apply(changes.rows);
+    }
+}
+
+void RingtoneList::showMore() {
+    onceIdle([this, isThere = isThere_] {
+        if (!*isThere) {
+            return;
+        }
+        const guint more = gtk_slice_list_model_get_size(begun_.get()) + kAtOnce;
+        gtk_slice_list_model_set_size(begun_.get(), more < kMany ? more : G_MAXUINT);
+        if (more < kMany) {
+            showMore();
+        }
     });
 }
 
+/// Bit by bit, and not at all when nothing is looked for.
 GtkFilterListModel* RingtoneList::newFilter() {
-    return gtk_filter_list_model_new(static_cast<GListModel*>(g_object_ref(store_.model())),
-                                     GTK_FILTER(g_object_ref(filter_.get())));
+    GtkFilterListModel* const found =
+        gtk_filter_list_model_new(static_cast<GListModel*>(g_object_ref(store_.model())), nullptr);
+    gtk_filter_list_model_set_incremental(found, TRUE);
+    return found;
+}
+
+void RingtoneList::lookFor(const std::string& text) {
+    wanted_ = folded(text);
+    gtk_filter_list_model_set_filter(found_.get(),
+                                     wanted_.empty() ? nullptr : GTK_FILTER(filter_.get()));
+    gtk_filter_changed(GTK_FILTER(filter_.get()), GTK_FILTER_CHANGE_DIFFERENT);
+    onSearched();
 }
 
 GtkListItemFactory* RingtoneList::newFactory() {
@@ -60,7 +102,8 @@ GtkListItemFactory* RingtoneList::newFactory() {
 }
 
 bool RingtoneList::findsNothing() const {
-    return !wanted_.empty() && g_list_model_get_n_items(G_LIST_MODEL(found_.get())) == 0;
+    return !wanted_.empty() && gtk_filter_list_model_get_pending(found_.get()) == 0 &&
+           g_list_model_get_n_items(G_LIST_MODEL(found_.get())) == 0;
 }
 
 std::vector<std::string> RingtoneList::selected() const {

@@ -5,6 +5,7 @@
 
 #include <gtk/gtk.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,11 @@ public:
     RingtoneList(const RingtoneList&) = delete;
     RingtoneList& operator=(const RingtoneList&) = delete;
 
-    void show(const std::vector<Row>& rows) { store_.set(rows); }
+    ~RingtoneList() { *isThere_ = false; }
+
+    /// Shows what has changed since the last time. Of a list that is new, the first rows at once and
+    /// the others soon after: the toolkit makes widgets for two hundred of them, in sight or not.
+    void show();
 
     /// Whether the search finds nothing.
     bool findsNothing() const;
@@ -35,6 +40,8 @@ public:
 
 private:
     GtkFilterListModel* newFilter();
+    void lookFor(const std::string& text);
+    void showMore();
     GtkListItemFactory* newFactory();
 
     Session& session_;
@@ -42,6 +49,8 @@ private:
     std::string wanted_; ///< folded, as names are that it is compared with
     Owned<GtkCustomFilter> filter_;
     Owned<GtkFilterListModel> found_;
+    Owned<GtkSliceListModel> begun_; ///< the first of these
+    std::shared_ptr<bool> isThere_ = std::make_shared<bool>(true);
     Owned<GtkMultiSelection> selection_;
 };
 

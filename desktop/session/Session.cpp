@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace krl::desktop {
@@ -43,6 +44,9 @@ Message damagedMessage(const std::string& phone) {
             .remedies = {Remedy::PutRight}};
 }
 
+/// No version of any edits.
+constexpr std::optional<uint64_t> kNeverKept = std::numeric_limits<uint64_t>::max();
+
 Message unknownFirmwareMessage() {
     return {.title = _("The ringtones of this phone can only be looked at"),
             .text = _("Custom ringtones can be changed on firmware 1.0 and 1.1."),
@@ -56,13 +60,15 @@ Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noP
                  std::string sink)
     : mailbox_(mailbox), phones_(phones), noPhones_(std::move(noPhones)), songs_(mailbox),
       playing_(mailbox, phones, std::move(sink)), keeper_(mailbox, placeOfState()) {
-    playing_.onChanged = [this] { changed(); };
+    playing_.onChanged = [this] { hearingChanged(); };
     playing_.onProblem = [this](const Playing::Problem& problem) { tell(problem); };
     examineComputer();
 }
 
 Session::~Session() {
-    keepEdits();
+    for (auto& [key, phone] : known_) {
+        keep(key, phone);
+    }
 }
 
 void Session::changed() {
@@ -290,10 +296,7 @@ std::vector<PhoneChoice> Session::phones() const {
     std::vector<PhoneChoice> result;
     for (const auto& [key, phone] : known_) {
         if (phone.device || phone.book.hasEdits() || key == current_) {
-            result.push_back({.key = key,
-                              .name = nameOf(phone.about),
-                              .isAttached = phone.device.has_value(),
-                              .changes = phone.book.sum().changes()});
+            result.push_back({.key = key, .name = nameOf(phone.about)});
         }
     }
     return result;
@@ -309,14 +312,21 @@ const PhoneBook* Session::book() const {
     return current == nullptr ? nullptr : &current->book;
 }
 
-std::vector<Row> Session::rows() const {
-    std::vector<Row> rows;
-    for (const PlacePointer& place :
-         book() == nullptr ? std::vector<PlacePointer>() : book()->places()) {
-        rows.push_back(book()->row(place->key));
-        rows.back().hearing = playing_.hearingOf({current_, place->key});
-    }
-    return rows;
+std::vector<PlacePointer> Session::places() const {
+    return book() == nullptr ? std::vector<PlacePointer>() : book()->places();
+}
+
+Row Session::row(const std::string& key) const {
+    Row row = book() == nullptr ? Row{.key = key} : book()->row(key);
+    row.hearing = playing_.hearingOf({current_, key});
+    return row;
+}
+
+RowChanges Session::takeRowChanges() {
+    Phone* const current = currentPhone();
+    RowChanges changes = current == nullptr ? RowChanges{} : current->book.takeChanges();
+    changes.areAll = std::exchange(shown_, current_) != current_ || changes.areAll;
+    return changes;
 }
 
 const Findings& Session::findings() const {
@@ -410,21 +420,45 @@ void Session::add(const std::vector<std::filesystem::path>& places) {
     }
     songs_.listFiles(places,
                      [this, key = current_](const std::vector<std::filesystem::path>& files) {
-                         for (const std::filesystem::path& file : files) {
-                             takeSong(key, file);
-                         }
                          if (files.empty()) {
                              toast(_("There are no files in there"));
                          }
-                         changed();
+                         std::vector<Edits::Song> songs;
+                         for (const std::filesystem::path& file : files) {
+                             songs.push_back({file, {}});
+                         }
+                         takeSongs(key, std::move(songs), [] {});
                      });
 }
 
-void Session::takeSong(const std::string& key, const std::filesystem::path& song,
-                       const std::string& givenName) {
+/// Some at a time, for there may be thousands.
+void Session::takeSongs(const std::string& key, std::vector<Edits::Song> songs,
+                        std::function<void()> done) {
+    takeNext(std::make_shared<Arrival>(
+        Arrival{key, std::move(songs), 0, phone(key)->discards, std::move(done)}));
+}
+
+void Session::takeNext(const std::shared_ptr<Arrival>& arrival) {
+    constexpr size_t kAtOnce = 16;
+    if (phone(arrival->key)->discards != arrival->discards) {
+        arrival->songs.clear();
+    }
+    const size_t last = std::min(arrival->next + kAtOnce, arrival->songs.size());
+    for (; arrival->next < last; ++arrival->next) {
+        takeSong(arrival->key, arrival->songs[arrival->next]);
+    }
+    if (last < arrival->songs.size()) {
+        mailbox_.put([this, arrival] { takeNext(arrival); });
+    } else {
+        arrival->done();
+    }
+    changed();
+}
+
+void Session::takeSong(const std::string& key, const Edits::Song& song) {
     Phone& target = *phone(key);
-    const uint64_t number = target.book.add(song, givenName);
-    songs_.take(song, firmwareNumberOf(target.about.firmware),
+    const uint64_t number = target.book.add(song.path, song.name);
+    songs_.take(song.path, firmwareNumberOf(target.about.firmware),
                 [this, key, number](const SongNews& news) {
                     phone(key)->book.hear(number, news);
                     changed();
@@ -524,16 +558,9 @@ void Session::takeUp(const std::string& key) {
 
 void Session::restore(const std::string& key, const KeptEdits& kept) {
     Phone& target = *phone(key);
-    target.kept = kept.edits;
-    if (!kept.missing.empty()) {
-        keep(target, kept.edits);
-    }
     target.book.restore(kept.edits);
     if (target.isRead) {
         target.book.dropFulfilled();
-    }
-    for (const Edits::Song& song : kept.edits.songs) {
-        takeSong(key, song.path, song.name);
     }
     const std::string name = nameOf(target.about);
     if (!kept.edits.isEmpty()) {
@@ -545,33 +572,47 @@ void Session::restore(const std::string& key, const KeptEdits& kept) {
     if (const std::string text = notRestoredText(kept, name); !text.empty()) {
         toast(text);
     }
-    changed();
+    const bool isAsKept = !target.book.hasEdits() && kept.edits.isEmpty() && kept.missing.empty();
+    takeSongs(key, kept.edits.songs, [this, key, isAsKept] {
+        Phone& restored = *phone(key);
+        // What is kept is not written over before all of it is here.
+        restored.kept = isAsKept ? std::optional(restored.book.version()) : kNeverKept;
+        changed();
+    });
 }
 
 void Session::dropEdits(const std::string& key) {
     Phone& target = *phone(key);
     target.book.dropEdits();
+    ++target.discards;
     target.edits.forget();
     stopWhatIsGone(key);
     changed();
 }
 
+/// What changes while it is written is written after that, so that a disk gets no more than it takes.
 void Session::keepEdits() {
     willKeep_ = false;
     for (auto& [key, phone] : known_) {
-        if (phone.kept && phone.book.edits() != *phone.kept) {
-            keep(phone, phone.book.edits());
+        if (!phone.isBeingKept) {
+            keep(key, phone);
         }
     }
 }
 
-void Session::keep(Phone& target, Edits edits) {
-    keeper_.save(target.about.udid, edits, [this] {
-        if (!std::exchange(saidThatNothingIsKept_, true)) {
+void Session::keep(const std::string& key, Phone& target) {
+    if (!target.kept || target.kept == target.book.version()) {
+        return;
+    }
+    target.kept = target.book.version();
+    target.isBeingKept = true;
+    keeper_.save(target.about.udid, target.book.edits(), [this, key](bool isKept) {
+        phone(key)->isBeingKept = false;
+        if (!isKept && !std::exchange(saidThatNothingIsKept_, true)) {
             toast(_("Your changes cannot be kept when the window is closed"));
         }
+        keepEdits();
     });
-    target.kept = std::move(edits);
 }
 
 // ---------------------------------------------------------------- sound
@@ -601,6 +642,16 @@ void Session::stopWhatIsGone(const std::string& key) {
     if (book.ringtoneOf(place.row) == nullptr && !book.fileOf(place.row)) {
         playing_.stop();
     }
+}
+
+void Session::hearingChanged() {
+    for (const Playing::Place& place : {heard_, playing_.place()}) {
+        if (Phone* const heard = place.row.empty() ? nullptr : phone(place.phone)) {
+            heard->book.touch(place.row);
+        }
+    }
+    heard_ = playing_.place();
+    changed();
 }
 
 void Session::tell(const Playing::Problem& problem) {

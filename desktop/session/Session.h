@@ -36,6 +36,8 @@ struct Message {
     std::string text;
     std::string details; ///< behind a button; may be empty
     std::vector<Remedy> remedies;
+
+    friend bool operator==(const Message&, const Message&) = default;
 };
 
 /// Something that has happened, for a moment.
@@ -49,8 +51,8 @@ struct Toast {
 struct PhoneChoice {
     std::string key;
     std::string name;
-    bool isAttached = false;
-    size_t changes = 0; ///< that wait for a sync
+
+    friend bool operator==(const PhoneChoice&, const PhoneChoice&) = default;
 };
 
 /// All that the window knows and does, without the window. On the main loop's thread; never waits.
@@ -87,8 +89,14 @@ public:
     /// Of the current phone; null without one.
     const PhoneBook* book() const;
 
-    /// The rows of the current phone's book, and what is heard.
-    std::vector<Row> rows() const;
+    /// Where the rows of the current phone's book stand.
+    std::vector<PlacePointer> places() const;
+
+    /// What one of them shows, and whether it is heard.
+    Row row(const std::string& key) const;
+
+    /// What has become of rows since the last call; they are all others when the phone is another one.
+    RowChanges takeRowChanges();
 
     /// What was found out about a phone that cannot be used, or about this computer when there is
     /// none.
@@ -156,7 +164,18 @@ private:
         std::optional<Message> message = {};
         std::optional<WorkWatch> work = {}; ///< under way
         EditHistory edits = {};
-        std::optional<Edits> kept = {}; ///< as they are kept; none before that is known
+        std::optional<uint64_t> kept = {}; ///< the version that is kept; none before that is known
+        bool isBeingKept = false;
+        size_t discards = 0; ///< how often all edits were dropped
+    };
+
+    /// Songs that are being added.
+    struct Arrival {
+        std::string key; ///< of the phone
+        std::vector<Edits::Song> songs;
+        size_t next;
+        size_t discards; ///< of the phone when it began
+        std::function<void()> done;
     };
 
     Phone* phone(const std::string& key);
@@ -169,13 +188,16 @@ private:
     void examineComputer();
     void read(const std::string& key, bool afterWork);
     void examine(const std::string& key);
-    void takeSong(const std::string& key, const std::filesystem::path& song,
-                  const std::string& givenName = {});
+    void takeSongs(const std::string& key, std::vector<Edits::Song> songs,
+                   std::function<void()> done);
+    void takeNext(const std::shared_ptr<Arrival>& arrival);
+    void takeSong(const std::string& key, const Edits::Song& song);
     void takeUp(const std::string& key);
     void restore(const std::string& key, const KeptEdits& kept);
     void dropEdits(const std::string& key);
     void keepEdits();
-    void keep(Phone& target, Edits edits);
+    void keep(const std::string& key, Phone& target);
+    void hearingChanged();
     WorkWatch newWatch(const std::string& key);
 
     /// Has work done on the current phone, unless there is some under way.
@@ -214,7 +236,9 @@ private:
     engine::Findings computer_;
     std::map<std::string, Phone> known_; ///< by UDID, or what stands in its place
     std::string current_;
-    size_t lastNameless_ = 0; ///< counts devices that do not say their UDID
+    std::string shown_;         ///< the phone whose rows were asked for last
+    Playing::Place heard_ = {}; ///< the row that was heard last
+    size_t lastNameless_ = 0;   ///< counts devices that do not say their UDID
 };
 
 } // namespace krl::desktop
