@@ -25,9 +25,15 @@ void onDoubleClick(GtkWidget* widget, const std::function<void()>& function) {
 
 } // namespace
 
-NameField::NameField(GtkLabel* label, GtkEntry* entry, Session& session)
-    : label_(label), entry_(entry), session_(session) {
+NameField::NameField(GtkInscription* label, Session& session) : label_(label), session_(session) {
     onDoubleClick(GTK_WIDGET(label_), [this] { begin(); });
+}
+
+void NameField::makeEntry() {
+    entry_ = GTK_ENTRY(gtk_entry_new());
+    gtk_widget_set_visible(GTK_WIDGET(entry_), FALSE);
+    GtkWidget* const box = gtk_widget_get_parent(GTK_WIDGET(label_));
+    gtk_box_insert_child_after(GTK_BOX(box), GTK_WIDGET(entry_), GTK_WIDGET(label_));
     onKey(GTK_WIDGET(entry_), GDK_KEY_Escape, [this] { end(); });
     on(entry_, "activate", [this] { accept(); });
     on(entry_, "changed", [this] { onChanged(); });
@@ -39,10 +45,16 @@ NameField::NameField(GtkLabel* label, GtkEntry* entry, Session& session)
 void NameField::show(const Row& row) {
     key_ = row.key;
     canRename_ = PhoneBook::canRename(row);
-    gtk_label_set_text(label_, row.name.c_str());
+    name_ = row.name;
+    gtk_inscription_set_text(label_, row.name.c_str());
+    if (entry_ != nullptr) {
+        showProblem();
+    }
+}
+
+void NameField::showProblem() {
     gtk_accessible_update_property(GTK_ACCESSIBLE(entry_), GTK_ACCESSIBLE_PROPERTY_LABEL,
-                                   fmt::format(fmt::runtime(_("Name of “{}”")), row.name).c_str(),
-                                   -1);
+                                   fmt::format(fmt::runtime(_("Name of “{}”")), name_).c_str(), -1);
     if (problem() == NameProblem::None) {
         gtk_widget_remove_css_class(GTK_WIDGET(entry_), "error");
     } else {
@@ -63,7 +75,10 @@ void NameField::begin() {
     if (isEditing_ || !canRename_) {
         return;
     }
-    gtk_editable_set_text(GTK_EDITABLE(entry_), gtk_label_get_text(label_));
+    if (entry_ == nullptr) {
+        makeEntry();
+    }
+    gtk_editable_set_text(GTK_EDITABLE(entry_), name_.c_str());
     setEditing(true);
     gtk_widget_grab_focus(GTK_WIDGET(entry_)); // which selects all of it
     onChanged();

@@ -12,8 +12,8 @@ namespace krl::desktop {
 /// The name in a row, which is a label until somebody edits it in its place.
 class NameField {
 public:
-    /// @param label  a double click on it begins an edit; @param entry  takes its place for as long
-    NameField(GtkLabel* label, GtkEntry* entry, Session& session);
+    /// @param label  a double click on it begins an edit; a field takes its place for as long
+    NameField(GtkInscription* label, Session& session);
 
     NameField(const NameField&) = delete;
     NameField& operator=(const NameField&) = delete;
@@ -39,14 +39,17 @@ public:
 
 private:
     std::string typed() const;
+    void makeEntry();
+    void showProblem();
     void accept();
     void end();
     void setEditing(bool isEditing);
 
-    GtkLabel* const label_;
-    GtkEntry* const entry_;
+    GtkInscription* const label_;
+    GtkEntry* entry_ = nullptr; ///< the first edit makes it: most rows never have one
     Session& session_;
-    std::string key_; ///< of the row
+    std::string key_;  ///< of the row
+    std::string name_; ///< that it shows
     bool canRename_ = false;
     bool isEditing_ = false;
 };

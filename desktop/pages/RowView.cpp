@@ -9,6 +9,8 @@
 #include <fmt/format.h>
 #include <gdk/gdkkeysyms.h>
 
+#include <string_view>
+
 namespace krl::desktop {
 namespace {
 
@@ -41,6 +43,14 @@ void setTooltip(GtkWidget* widget, const std::string& text) {
     }
 }
 
+/// The toolkit makes another picture each time.
+void setIcon(GtkButton* button, const char* name) {
+    const char* const shown = gtk_button_get_icon_name(button);
+    if (shown == nullptr || std::string_view(shown) != name) {
+        gtk_button_set_icon_name(button, name);
+    }
+}
+
 } // namespace
 
 void RowView::setUp(GtkListItem* item, Session& session) {
@@ -55,7 +65,7 @@ RowView& RowView::of(GtkListItem* item) {
 RowView::RowView(GtkListItem* item, Session& session)
     : item_(item), session_(session),
       builder_(adopt(gtk_builder_new_from_resource(KRL_RESOURCE("row.ui")))),
-      name_(widget<GtkLabel>("name"), widget<GtkEntry>("name-entry"), session) {
+      name_(widget<GtkInscription>("name"), session) {
     gtk_list_item_set_child(item_, widget<GtkWidget>("row"));
     name_.onChanged = [this] { update(); };
     name_.onEnded = [this] {
@@ -88,19 +98,36 @@ const Row& RowView::row() const {
     return rowOf(shown_.get());
 }
 
+/// Of hundreds of rows at once, when somebody goes to the end of a long list: what is as it was is left
+/// alone.
 void RowView::update() {
     const Row& shown = row();
-    const std::string problem = nameProblemText(name_.problem());
-    const std::string text = problem.empty() ? rowText(shown) : problem;
-    const std::string mark = markText(shown.mark);
+    const NameProblem problem = name_.problem();
+    const bool isFirst = !marked_;
+    const bool isMarkedAnew = isFirst || *marked_ != shown.mark || problem_ != problem;
+    marked_ = shown.mark;
+    problem_ = problem;
     name_.show(shown);
-    gtk_label_set_text(widget<GtkLabel>("text"), text.c_str());
-    const char* const textClasses[] = {"caption", "numeric",
-                                       problem.empty() ? "dim-label" : "error", nullptr};
-    gtk_widget_set_css_classes(widget<GtkWidget>("text"), const_cast<const char**>(textClasses));
+    const std::string text =
+        problem == NameProblem::None ? rowText(shown) : nameProblemText(problem);
+    gtk_inscription_set_text(widget<GtkInscription>("text"), text.c_str());
     gtk_accessible_update_property(GTK_ACCESSIBLE(gtk_widget_get_parent(widget<GtkWidget>("row"))),
                                    GTK_ACCESSIBLE_PROPERTY_LABEL, shown.name.c_str(), -1);
     setTooltip(widget<GtkWidget>("text"), shown.reason);
+    if (isMarkedAnew) {
+        updateMark(shown);
+    }
+    updateSign(shown);
+    updateRename(shown);
+    updateButton(shown);
+    updateEdit();
+}
+
+void RowView::updateMark(const Row& shown) {
+    const std::string mark = markText(shown.mark);
+    const char* const textClasses[] = {
+        "caption", "numeric", problem_ == NameProblem::None ? "dim-label" : "error", nullptr};
+    gtk_widget_set_css_classes(widget<GtkWidget>("text"), const_cast<const char**>(textClasses));
     auto* const label = widget<GtkWidget>("mark");
     gtk_label_set_text(GTK_LABEL(label), mark.c_str());
     gtk_widget_set_visible(label, !mark.empty());
@@ -109,23 +136,26 @@ void RowView::update() {
     const char* const rowClasses[] = {"ringtone", shown.mark == Mark::Removed ? "removed" : "plain",
                                       nullptr};
     gtk_widget_set_css_classes(widget<GtkWidget>("row"), const_cast<const char**>(rowClasses));
+}
 
-    updateSign(shown);
-    updateRename(shown);
+void RowView::updateButton(const Row& shown) {
     const bool isRemoved = PhoneBook::isRemoved(shown);
     auto* const button = widget<GtkButton>("button");
-    gtk_button_set_icon_name(button, isRemoved ? "edit-undo-symbolic" : "user-trash-symbolic");
+    setIcon(button, isRemoved ? "edit-undo-symbolic" : "user-trash-symbolic");
     const std::string deed =
         fmt::format(fmt::runtime(isRemoved ? _("Keep “{}”") : _("Remove “{}”")), shown.name);
     setTooltip(GTK_WIDGET(button), isRemoved ? _("Keep") : _("Remove"));
     gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    deed.c_str(), -1);
-    updateEdit();
 }
 
 void RowView::updateEdit() {
     auto* const edit = widget<GtkWidget>("edit");
-    gtk_widget_set_visible(edit, PhoneBook::canBeCut(row()));
+    const bool canBeCut = PhoneBook::canBeCut(row());
+    gtk_widget_set_visible(edit, canBeCut);
+    if (!canBeCut) {
+        return;
+    }
     gtk_accessible_update_property(GTK_ACCESSIBLE(edit), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    fmt::format(fmt::runtime(_("Edit “{}”")), row().name).c_str(),
                                    -1);
@@ -138,8 +168,8 @@ void RowView::updateSign(const Row& shown) {
     const bool isHeard = shown.hearing != Hearing::Nothing;
     auto* const button = widget<GtkWidget>("play");
     gtk_widget_set_visible(button, canPlay);
-    gtk_button_set_icon_name(GTK_BUTTON(button), isHeard ? "media-playback-stop-symbolic"
-                                                         : "media-playback-start-symbolic");
+    setIcon(GTK_BUTTON(button),
+            isHeard ? "media-playback-stop-symbolic" : "media-playback-start-symbolic");
     setTooltip(button, isHeard ? _("Stop") : _("Play"));
     gtk_accessible_update_property(
         GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
@@ -156,8 +186,7 @@ void RowView::updateRename(const Row& shown) {
     const bool isEditing = name_.isEditing();
     gtk_widget_set_visible(button, PhoneBook::canRename(shown));
     gtk_widget_set_sensitive(button, !isEditing || name_.problem() == NameProblem::None);
-    gtk_button_set_icon_name(GTK_BUTTON(button),
-                             isEditing ? "object-select-symbolic" : "document-edit-symbolic");
+    setIcon(GTK_BUTTON(button), isEditing ? "object-select-symbolic" : "document-edit-symbolic");
     setTooltip(button, isEditing ? _("Take This Name") : _("Rename"));
     gtk_accessible_update_property(
         GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,

@@ -7,6 +7,8 @@
 
 #include <gtk/gtk.h>
 
+#include <optional>
+
 namespace krl::desktop {
 
 /// The widgets of one row in sight, which show one ringtone after another.
@@ -30,6 +32,8 @@ private:
 
     const Row& row() const;
     void update();
+    void updateMark(const Row& shown);
+    void updateButton(const Row& shown);
     void updateSign(const Row& shown);
     void updateRename(const Row& shown);
     void updateEdit();
@@ -46,6 +50,8 @@ private:
     NameField name_;
     Owned<VeskRow> shown_;
     gulong handler_ = 0;
+    std::optional<Mark> marked_ = {}; ///< as it is shown
+    NameProblem problem_ = NameProblem::None;
 };
 
 } // namespace krl::desktop
