@@ -8,6 +8,7 @@ import os
 import plistlib
 import subprocess
 import sys
+import time
 import unittest
 import wave
 from pathlib import Path
@@ -590,6 +591,72 @@ class Lists(Window):
         self.assertEqual(self.stage.names("list item"), ["Harp"])
 
 
+class Paces(Window):
+    """Printed, not judged: they depend on the computer and on what else it does."""
+
+    def fill_phone(self, count):
+        folder = self.stage.phone_folder / "iTunes_Control"
+        for part in ("Ringtones", "iTunes"):
+            (folder / part).mkdir(parents=True, exist_ok=True)
+        entries = {}
+        for number in range(count):
+            file = f"R{number:05}.m4a"
+            (folder / "Ringtones" / file).write_bytes(b"sound")
+            entries[file] = {"Name": f"Ringtone {number:05}", "GUID": f"{number:032X}"}
+        (folder / "iTunes" / "Ringtones.plist").write_bytes(plistlib.dumps({"Ringtones": entries}))
+
+    def test_with_ten_thousand_ringtones(self):
+        self.stage.start_phone("--firmware", "1.0", "--unplugged")
+        self.fill_phone(10000)
+        line = self.stage.start_unwatched_window()
+        pace = self.stage.pace()
+        self.stage.tell_phone("plug")
+        self.stage.wait(lambda: line.can("search"), "a list")
+        self.stage.take_keys()
+        self.stage.click(340, 300)  # a row, which is selected by that
+        print("while they arrive:", pace.end())
+        for key in ("Page_Down", "End", "Home"):
+            pace = self.stage.pace()
+            for _ in range(10):
+                self.stage.key(key)
+                line.ask()
+            print(f"{key}:", pace.end())
+        pace = self.stage.pace()
+        self.stage.key("Delete")
+        self.stage.wait(lambda: line.can("sync"), "a change")
+        print("one is removed:", pace.end())
+
+    def test_from_the_start_to_the_list_and_to_the_end(self):
+        self.stage.start_phone()
+        self.stage.vesk("add", HARP, BELLS)
+        begin = time.monotonic()
+        line = self.stage.start_unwatched_window()
+        self.stage.wait(lambda: line.can("search"), "a list")
+        print(f"{time.monotonic() - begin:.2f} s from the start to the list")
+        print(f"{self.stage.resident_memory():.0f} MiB resident")
+        begin = time.monotonic()
+        self.stage.close_window()
+        print(f"{time.monotonic() - begin:.2f} s to the end")
+
+    def test_of_a_phone_that_has_gone_silent(self):
+        self.stage.start_phone()
+        self.stage.vesk("add", HARP)
+        line = self.stage.start_unwatched_window()
+        self.stage.wait(lambda: line.can("search"), "a list")
+        self.stage.open_in_window(SUNRISE)
+        self.stage.wait(lambda: line.can("sync"), "a change")
+        self.stage.tell_phone("silence")
+        pace = self.stage.pace()
+        line.do("sync")
+        self.stage.wait(lambda: line.can("cancel"), "a sync")
+        for _ in range(100):
+            line.ask()
+        print("silent:", pace.end())
+        line.do("cancel")
+        self.stage.tell_phone("talk")
+        self.stage.wait(lambda: line.can("sync"), "the end of it")
+
+
 class Syncs(Window):
     def test_are_undone(self):
         self.start(HARP)
@@ -609,16 +676,14 @@ class Syncs(Window):
             self.song(f"songs/{number:03}", seconds=1)
         self.start(HARP)
         self.stage.see("Harp", "list item")
-        ask = self.stage.longest_gap()
+        pace = self.stage.pace()
         self.stage.open_in_window(folder)
         self.stage.see("Sync 300", "push button")
-        adding = ask()
-        ask = self.stage.longest_gap()
+        print("while songs are added:", pace.end())
+        pace = self.stage.pace()
         self.stage.press("Sync 300")
         self.stage.see("301 ringtones")
-        syncing = ask()
-        # As it is: how long it is depends on what else this computer does.
-        print(f"longest gap of the main loop: {adding:.3f} s while songs are added, {syncing:.3f} s in their sync")
+        print("in their sync:", pace.end())
         self.assertEqual(len(self.stage.ringtones_on_phone()), 301)
 
     def test_are_cancelled(self):
