@@ -432,4 +432,84 @@ TEST_F(PhoneBooks, KeepWhatIsEditedWhileANameIsGiven) {
     EXPECT_EQ(rows().front().seconds, 30.0) << "it is as long as it was";
 }
 
+TEST_F(PhoneBooks, RenameOnThePhoneASongThatWasRenamedWhileItWasSent) {
+    take(holding({}));
+    addReady("Harp", 600);
+    const WantedChange wanted = book.wanted();
+    book.begin(wanted);
+    book.rename(keyOf("Harp"), "Harfe");
+    book.carriedOut(wanted);
+    take(holding({{"Harp", 600}}));
+    book.dropFulfilled();
+    EXPECT_THAT(marks(), ElementsAre(Mark::Renamed));
+    EXPECT_THAT(book.wanted().added, IsEmpty());
+    EXPECT_THAT(book.wanted().renamed, ElementsAre(Pair("Harp", "Harfe")));
+}
+
+TEST_F(PhoneBooks, RemoveFromThePhoneASongThatWasRemovedWhileItWasSent) {
+    take(holding({}));
+    addReady("Harp", 600);
+    const WantedChange wanted = book.wanted();
+    book.begin(wanted);
+    book.remove({keyOf("Harp")});
+    book.carriedOut(wanted);
+    take(holding({{"Harp", 600}}));
+    EXPECT_THAT(marks(), ElementsAre(Mark::Removed));
+}
+
+TEST_F(PhoneBooks, RenameOnThePhoneAlsoAfterASyncThatWasFinishedLater) {
+    take(holding({}));
+    addReady("Harp", 600);
+    book.begin(book.wanted());
+    book.rename(keyOf("Harp"), "Harfe");
+    take(holding({{"Harp", 600}}));
+    book.dropFulfilled();
+    EXPECT_THAT(marks(), ElementsAre(Mark::Renamed));
+}
+
+TEST_F(PhoneBooks, SendUnderItsNewNameASongWhoseSyncWasTakenBack) {
+    take(holding({}));
+    addReady("Harp", 600);
+    book.begin(book.wanted());
+    book.rename(keyOf("Harp"), "Harfe");
+    take(holding({}));
+    book.dropFulfilled();
+    ASSERT_THAT(book.wanted().added, SizeIs(1));
+    EXPECT_EQ(book.wanted().added.front().name, "Harfe");
+}
+
+TEST_F(PhoneBooks, TellWhichRowsHaveChanged) {
+    take(holding({{"Harp", 1}, {"Horn", 2}}));
+    EXPECT_TRUE(book.takeChanges().areAll);
+    EXPECT_THAT(book.takeChanges().rows, IsEmpty());
+    book.remove({keyOf("Horn")});
+    const RowChanges removal = book.takeChanges();
+    EXPECT_FALSE(removal.areAll);
+    ASSERT_THAT(removal.rows, SizeIs(1));
+    EXPECT_EQ(removal.rows.front().now->key, keyOf("Horn"));
+    EXPECT_EQ(removal.rows.front().before, removal.rows.front().now);
+    const uint64_t song = book.add("/songs/x.m4a");
+    EXPECT_EQ(book.takeChanges().rows.front().before, nullptr);
+    book.hear(song, ready("Another", 7));
+    const RowChanges move = book.takeChanges();
+    ASSERT_THAT(move.rows, SizeIs(1));
+    EXPECT_LT(*move.rows.front().now, *move.rows.front().before);
+    book.remove({keyOf("Another")});
+    EXPECT_EQ(book.takeChanges().rows.front().now, nullptr);
+}
+
+TEST_F(PhoneBooks, LetTheNextSongHaveANameThatIsFreeAgain) {
+    take(holding({}));
+    addReady("Harp", 1);
+    addReady("Harp", 2);
+    EXPECT_THAT(marks(), ElementsAre(Mark::New, Mark::NameTaken));
+    EXPECT_EQ(book.sum().addedBytes, 1U);
+    book.takeChanges();
+    book.remove({rows().front().key});
+    EXPECT_EQ(book.takeChanges().rows.size(), 2U) << "the next one is another too";
+    EXPECT_THAT(marks(), ElementsAre(Mark::New));
+    EXPECT_EQ(book.sum().addedBytes, 2U);
+    EXPECT_EQ(book.sum().added, 1U);
+}
+
 } // namespace krl::desktop
