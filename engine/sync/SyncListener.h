@@ -9,6 +9,7 @@ enum class SyncStage {
     WaitingForLock,
     CatalogueDropped, ///< an unreadable one, before the sync: there is none until the end
     Preparing,
+    Paused,  ///< stands still, because the listener pauses it
     Removing ///< from here on it is completed, whatever the listener says
 };
 
@@ -39,6 +40,10 @@ public:
 
     /// Whether the sync is to be cancelled. Asked at each step, and every 50 ms.
     virtual bool cancels() noexcept = 0;
+
+    /// Whether the sync is to stand still. Asked before each file and before the removals, and then
+    /// every 50 ms. The phone keeps its sync lock meanwhile.
+    virtual bool pauses() noexcept { return false; }
 };
 
 } // namespace krl::engine

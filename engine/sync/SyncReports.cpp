@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <thread>
 
 namespace krl::engine {
 namespace {
@@ -32,6 +33,13 @@ bool SyncReports::cancels() noexcept {
 }
 
 bool SyncReports::answer(const SyncStep& step, bool isStopped) noexcept {
+    try {
+        if (!isStopped && !answeredCancel_ && !reachedRemovals_ && canPauseBefore(step)) {
+            pause();
+        }
+    } catch (...) {
+        // As below.
+    }
     answeredCancel_ = answeredCancel_ || isStopped || cancels();
     try {
         take(step);
@@ -39,6 +47,25 @@ bool SyncReports::answer(const SyncStep& step, bool isStopped) noexcept {
         // Progress that cannot be shown is no reason to stop a sync half-way.
     }
     return !answeredCancel_;
+}
+
+bool SyncReports::canPauseBefore(const SyncStep& step) {
+    return step.mode == kRemoving || (step.mode == kUploading && step.status == 1);
+}
+
+/// Stands still for as long as the listener says. Nothing is sent in this time, so that it does not
+/// count for how long the rest will take.
+void SyncReports::pause() {
+    constexpr std::chrono::milliseconds kMoment{50};
+    if (!listener_.pauses()) {
+        return;
+    }
+    const auto begin = Clock::now();
+    listener_.stage(SyncStage::Paused);
+    while (listener_.pauses() && !cancels()) {
+        std::this_thread::sleep_for(kMoment);
+    }
+    start_ += Clock::now() - begin;
 }
 
 bool SyncReports::pass(uint64_t bytes) noexcept {

@@ -48,6 +48,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     bool cancels() noexcept;
+    static bool canPauseBefore(const SyncStep& step);
+    void pause();
     void take(const SyncStep& step);
     void takeUpload(bool begins, const std::string& name);
     void move(uint64_t bytes);

@@ -15,6 +15,8 @@ public:
         case SyncStage::WaitingForLock:
             watch_.progress({.stage = Stage::WaitingForLock});
             break;
+        case SyncStage::Paused: // nothing here pauses one
+            break;
         case SyncStage::CatalogueDropped:
         case SyncStage::Preparing:
             watch_.progress({.stage = Stage::Starting});

@@ -14,6 +14,8 @@ void SyncDisplay::stage(SyncStage stage) {
     case SyncStage::Preparing:
         display_.stage("Preparing ...");
         break;
+    case SyncStage::Paused: // nothing here pauses one
+        break;
     case SyncStage::CatalogueDropped:
         setOnInterrupt(OnInterrupt::FinishForcedStep);
         break;
