@@ -120,6 +120,7 @@ void MainWindow::addActions() {
         session_.sync();
     });
     addAction("cancel", [this] { session_.cancel(); });
+    addAction("pause", [this] { session_.pause(); });
     addAction("pair", [this] { session_.pair(); });
     addAction("look-again", [this] { session_.lookAgain(); });
     addAction("undo-sync", [this] { session_.undo(); });
@@ -157,11 +158,11 @@ void MainWindow::enable(const char* action, bool isEnabled) {
 /// A sync is not cut off by closing the window.
 void MainWindow::stayWhileBusy() {
     onEmission(window_.get(), "close-request", [this](const Emission& emission) {
-        const bool stays = session_.isWorking();
-        if (stays) {
-            showToast({.text = _("Wait until the sync is done, or cancel it"), .undo = {}});
+        const std::string reason = session_.reasonToStay();
+        if (!reason.empty()) {
+            showToast({.text = reason, .undo = {}});
         }
-        g_value_set_boolean(emission.answer, stays);
+        g_value_set_boolean(emission.answer, !reason.empty());
     });
 }
 
@@ -417,6 +418,7 @@ void MainWindow::showBottom() {
         } else if (std::string(gtk_stack_get_visible_child_name(pages)) != "work") {
             showProgress({});
         }
+        showPause();
         showOnly(pages, "work");
         return;
     }
@@ -424,6 +426,17 @@ void MainWindow::showBottom() {
     if (book != nullptr) {
         showSpace(*book);
     }
+}
+
+void MainWindow::showPause() {
+    const bool isPaused = session_.isPaused();
+    auto* const button = widget<GtkWidget>("pause");
+    const char* const deed = isPaused ? _("Continue") : _("Pause");
+    gtk_widget_set_visible(button, session_.canPause());
+    gtk_button_set_icon_name(GTK_BUTTON(button), isPaused ? "media-playback-start-symbolic"
+                                                          : "media-playback-pause-symbolic");
+    gtk_widget_set_tooltip_text(button, deed);
+    gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL, deed, -1);
 }
 
 void MainWindow::showSpace(const PhoneBook& book) {
@@ -457,7 +470,9 @@ void MainWindow::showProgress(const WorkProgress& progress) {
     if (session_.isBeingCancelled()) {
         return;
     }
-    gtk_label_set_text(widget<GtkLabel>("work-text"), progressText(progress).c_str());
+    const bool willPause = session_.isPaused() && progress.stage != WorkProgress::Stage::Paused;
+    gtk_label_set_text(widget<GtkLabel>("work-text"),
+                       willPause ? _("Pauses after this step…") : progressText(progress).c_str());
     auto* const bar = widget<GtkProgressBar>("work-bar");
     if (const auto fraction = progress.fraction()) {
         gtk_progress_bar_set_fraction(bar, *fraction);
@@ -496,6 +511,7 @@ void MainWindow::showActions() {
     enable("pair", session_.canPair());
     enable("undo-sync", session_.canUndo());
     enable("history", book != nullptr && book->reading() && !book->reading()->history.empty());
+    enable("pause", session_.canPause());
     enable("cancel", session_.isBusy() && !session_.isBeingCancelled());
 }
 

@@ -50,6 +50,7 @@ private:
     void showPage();
     void showFindings();
     void showBottom();
+    void showPause();
     void showSpace(const PhoneBook& book);
     void showProgress(const WorkProgress& progress);
     void showSync(size_t changes);

@@ -20,6 +20,7 @@ constexpr Accelerator kAccelerators[] = {
     {"win.add", "<Control>o"},
     {"win.search", "<Control>f"},
     {"win.sync", "<Control>s"},
+    {"win.pause", "<Control>p"},
     {"win.look-again", "F5"},
     {"win.history", "<Control>h"},
     {"win.undo-sync", "<Control><Shift>z"},

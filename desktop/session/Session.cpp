@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <type_traits>
 #include <utility>
 
 namespace krl::desktop {
@@ -385,9 +386,25 @@ bool Session::isBusy() const {
     return current != nullptr && current->work;
 }
 
-bool Session::isWorking() const {
-    return std::any_of(known_.begin(), known_.end(),
-                       [](const auto& entry) { return entry.second.work.has_value(); });
+std::string Session::reasonToStay() const {
+    std::string reason;
+    for (const auto& [key, phone] : known_) {
+        if (phone.work && *phone.work->isPaused && !*phone.work->isCancelled) {
+            return _("The sync is paused: let it go on, or cancel it");
+        }
+        if (phone.work) {
+            reason = _("Wait until the sync is done, or cancel it");
+        }
+    }
+    return reason;
+}
+
+bool Session::canPause() const {
+    return isBusy() && currentPhone()->isSync && !isBeingCancelled();
+}
+
+bool Session::isPaused() const {
+    return canPause() && *currentPhone()->work->isPaused;
 }
 
 bool Session::isBeingCancelled() const {
@@ -678,6 +695,7 @@ void Session::work(std::function<T(const std::string&, const WorkWatch&)> action
         return;
     }
     target->work = newWatch(current_);
+    target->isSync = std::is_same_v<T, ChangeDone>;
     target->message.reset();
     changed();
     phones_->ask<T>([action = std::move(action), udid = target->about.udid,
@@ -746,6 +764,14 @@ void Session::sync() {
 void Session::cancel() {
     if (isBusy()) {
         *currentPhone()->work->isCancelled = true;
+        changed();
+    }
+}
+
+void Session::pause() {
+    if (canPause()) {
+        std::atomic<bool>& isPaused = *currentPhone()->work->isPaused;
+        isPaused = !isPaused;
         changed();
     }
 }

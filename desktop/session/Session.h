@@ -109,11 +109,18 @@ public:
     /// Whether there is work under way on the current phone.
     bool isBusy() const;
 
-    /// The same for any phone.
-    bool isWorking() const;
     bool canSync() const;
     bool canUndo() const;
     bool isBeingCancelled() const;
+
+    /// Whether what is under way can be paused, or is.
+    bool canPause() const;
+
+    /// Whether it is asked to stand still; it does before its next ringtone.
+    bool isPaused() const;
+
+    /// Why the window has to wait with closing; empty when it need not.
+    std::string reasonToStay() const;
 
     // What a person does.
 
@@ -146,6 +153,9 @@ public:
 
     void sync();
     void cancel();
+
+    /// Lets a sync stand still, or go on.
+    void pause();
     void pair();
     void lookAgain();
     void undo();
@@ -163,6 +173,7 @@ private:
         engine::Findings findings = {};
         std::optional<Message> message = {};
         std::optional<WorkWatch> work = {}; ///< under way
+        bool isSync = false;                ///< that work
         EditHistory edits = {};
         std::optional<uint64_t> kept = {}; ///< the version that is kept; none before that is known
         bool isBeingKept = false;

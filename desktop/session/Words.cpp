@@ -293,6 +293,8 @@ std::string progressText(const WorkProgress& progress) {
                       formatBytes(progress.bytesTotal));
     case WorkProgress::Stage::Sending:
         return sendingText(progress);
+    case WorkProgress::Stage::Paused:
+        return _("Paused");
     case WorkProgress::Stage::Finishing:
         return _("Finishing…");
     case WorkProgress::Stage::PuttingBack:

@@ -15,11 +15,12 @@ public:
         case SyncStage::WaitingForLock:
             watch_.progress({.stage = Stage::WaitingForLock});
             break;
-        case SyncStage::Paused: // nothing here pauses one
-            break;
         case SyncStage::CatalogueDropped:
         case SyncStage::Preparing:
             watch_.progress({.stage = Stage::Starting});
+            break;
+        case SyncStage::Paused:
+            watch_.progress({.stage = Stage::Paused});
             break;
         case SyncStage::Removing:
             watch_.progress({.stage = Stage::Finishing});
@@ -47,6 +48,8 @@ public:
     void ended() override {}
 
     bool cancels() noexcept override { return *watch_.isCancelled; }
+
+    bool pauses() noexcept override { return *watch_.isPaused; }
 
 private:
     const WorkWatch& watch_;

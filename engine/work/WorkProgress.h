@@ -15,7 +15,7 @@ namespace krl::engine {
 
 /// How far work on a phone is.
 struct WorkProgress {
-    enum class Stage { Starting, WaitingForLock, Reading, Sending, Finishing, PuttingBack };
+    enum class Stage { Starting, WaitingForLock, Reading, Sending, Paused, Finishing, PuttingBack };
     Stage stage = Stage::Starting;
     size_t filesDone = 0;
     size_t filesTotal = 0;
@@ -28,10 +28,11 @@ struct WorkProgress {
     std::optional<double> fraction() const;
 };
 
-/// Hears of work, on the phones' thread, and may cancel it.
+/// Hears of work, on the phones' thread, and may cancel it, or pause a change.
 struct WorkWatch {
     std::function<void(const WorkProgress&)> progress;
     std::shared_ptr<std::atomic<bool>> isCancelled = std::make_shared<std::atomic<bool>>(false);
+    std::shared_ptr<std::atomic<bool>> isPaused = std::make_shared<std::atomic<bool>>(false);
 };
 
 /// A file of a sync under way.

@@ -24,6 +24,7 @@ const char* stageName(engine::WorkProgress::Stage stage) {
     case Stage::Reading:
         return "reading";
     case Stage::Sending:
+    case Stage::Paused: // nothing in Python pauses one
         return "sending";
     case Stage::Finishing:
         return "finishing";

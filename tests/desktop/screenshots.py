@@ -95,6 +95,15 @@ def syncing(stage):
     stage.see_part("Ringtone 2 of 3")
 
 
+def paused(stage):
+    with_ringtones(stage, "--link-speed", "1500")
+    stage.open_in_window(SAMPLES / "sunrise.m4r", SAMPLES / "tick.wav", SAMPLES / "two-tone.mp3")
+    stage.press("Sync 3")
+    stage.press("Pause")
+    stage.see("Continue", "push button")
+    stage.see("Paused")
+
+
 def done(stage):
     with_ringtones(stage)
     stage.open_in_window(SAMPLES / "sunrise.m4r")
@@ -179,7 +188,7 @@ def about(stage):
     stage.see("The KRLVesk authors")
 
 
-PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, editor, syncing, done, history,
+PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, editor, syncing, paused, done, history,
          interrupted, gone, failed, taken_up, searched, several, shortcuts, about]
 
 if __name__ == "__main__":
@@ -187,8 +196,8 @@ if __name__ == "__main__":
     if len(sys.argv) > 4:
         with Stage(BUILD, screen="680x640x24") as stage:
             settings = stage.folder / "config" / "gtk-4.0" / "settings.ini"
-            settings.parent.mkdir()
-            settings.write_text("[Settings]\ngtk-font-name=Cantarell 11\n")
+            with settings.open("a") as file:
+                file.write("gtk-font-name=Cantarell 11\n")
             next(page for page in PAGES if page.__name__ == sys.argv[4])(stage)
             stage.settle()
             stage.picture(FOLDER / f"{sys.argv[4]}.png")

@@ -699,6 +699,34 @@ class Syncs(Window):
         print("in their sync:", pace.end())
         self.assertEqual(len(self.stage.ringtones_on_phone()), 301)
 
+    def pause_before_the_first_file(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE, BELLS)
+        self.stage.see("Sync 2", "push button")
+        self.stage.tell_phone("silence")
+        self.stage.press("Sync 2")
+        self.stage.press("Pause")
+        self.stage.see("Continue", "push button")
+        self.stage.tell_phone("talk")
+        self.stage.see("Paused")
+        self.assert_phone_holds(HARP)
+
+    def test_are_paused_and_go_on(self):
+        self.pause_before_the_first_file()
+        subprocess.run(["gapplication", "action", "com.korvane.Vesk", "quit"], check=True)
+        self.stage.see("The sync is paused: let it go on, or cancel it")
+        self.stage.press("Continue")
+        self.stage.see("2 ringtones added")
+        self.assert_phone_holds(HARP, SUNRISE, BELLS)
+
+    def test_that_are_paused_can_be_cancelled(self):
+        self.pause_before_the_first_file()
+        self.stage.press("Cancel")
+        self.stage.see("Cancelled")
+        self.stage.see("Sync 2", "push button")
+        self.assert_phone_holds(HARP)
+
     def test_are_cancelled(self):
         # They would take longer than anything here is waited for.
         songs = [self.song(f"Song {number}", seconds=20) for number in range(10)]
