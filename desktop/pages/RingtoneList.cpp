@@ -3,6 +3,8 @@
 #include "desktop/pages/RowView.h"
 #include "desktop/toolkit/Signals.h"
 
+#include <utility>
+
 namespace krl::desktop {
 namespace {
 
@@ -46,15 +48,30 @@ RingtoneList::RingtoneList(Session& session, GtkListView* view, GtkSearchEntry* 
 }
 
 void RingtoneList::show() {
-    const RowChanges changes = session_.takeRowChanges();
-    if (changes.areAll) {
-        if (store_.size() == 0) {
-            gtk_slice_list_model_set_size(begun_.get(), kAtOnce);
-            showMore();
-        }
+    RowChanges changes = session_.takeRowChanges();
+    const bool isNew = std::exchange(shownPhone_, session_.currentKey()) != session_.currentKey();
+    if (changes.areAll && (isNew || store_.size() == 0)) {
+        gtk_slice_list_model_set_size(begun_.get(), kAtOnce);
+        showMore();
         store_.set(session_.places());
+    } else if (changes.areAll) {
+        store_.followTo(session_.places());
     } else {
-        store_.apply(changes.rows);
+        store_.follow(std::move(changes.rows));
+    }
+    if (!isFollowing_) {
+        followOn();
+    }
+}
+
+void RingtoneList::followOn() {
+    isFollowing_ = store_.goOn();
+    if (isFollowing_) {
+        onceIdle([this, isThere = isThere_] {
+            if (*isThere) {
+                followOn();
+            }
+        });
     }
 }
 

@@ -23,7 +23,8 @@ public:
     ~RingtoneList() { *isThere_ = false; }
 
     /// Shows what has changed since the last time. Of a list that is new, the first rows at once and
-    /// the others soon after: the toolkit makes widgets for two hundred of them, in sight or not.
+    /// the others soon after, and so with what comes or goes in numbers: the toolkit makes widgets for
+    /// two hundred rows, in sight or not.
     void show();
 
     /// Whether the search finds nothing.
@@ -42,11 +43,14 @@ private:
     GtkFilterListModel* newFilter();
     void lookFor(const std::string& text);
     void showMore();
+    void followOn();
     GtkListItemFactory* newFactory();
 
     Session& session_;
     RowStore store_;
-    std::string wanted_; ///< folded, as names are that it is compared with
+    std::string shownPhone_;   ///< whose rows these are
+    bool isFollowing_ = false; ///< there is more to be shown of what has changed
+    std::string wanted_;       ///< folded, as names are that it is compared with
     Owned<GtkCustomFilter> filter_;
     Owned<GtkFilterListModel> found_;
     Owned<GtkSliceListModel> begun_; ///< the first of these

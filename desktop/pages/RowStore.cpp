@@ -53,6 +53,7 @@ RowStore::~RowStore() {
 
 VeskRow* RowStore::at(size_t position) {
     Slot& slot = slots_[position];
+    ++looks_;
     if (!slot.row) {
         slot.row = adopt(newRowObject(row_(slot.place->key)));
     }
@@ -71,6 +72,7 @@ void RowStore::tell(size_t position, size_t removed, size_t added) {
 }
 
 void RowStore::set(const std::vector<PlacePointer>& places) {
+    ahead_.clear();
     const auto isSame = [](const Slot& slot, const PlacePointer& place) {
         return slot.place == place || slot.place->key == place->key;
     };
@@ -111,21 +113,69 @@ std::vector<RowStore::Slot>::iterator RowStore::find(const PlacePointer& place) 
                             });
 }
 
-void RowStore::apply(const std::vector<RowChange>& changes) {
-    for (const auto& [before, now] : changes) {
-        if (before != nullptr && before == now) {
-            refresh(*find(before));
+void RowStore::apply(const RowChange& change) {
+    const auto& [before, now] = change;
+    if (before != nullptr && before == now) {
+        refresh(*find(before));
+        return;
+    }
+    if (before != nullptr) {
+        const auto gone = slots_.erase(find(before));
+        tell(static_cast<size_t>(gone - slots_.begin()), 1, 0);
+    }
+    if (now != nullptr) {
+        const auto added = slots_.insert(find(now), Slot{now});
+        tell(static_cast<size_t>(added - slots_.begin()), 0, 1);
+    }
+}
+
+/// What goes does so from the end, so that nobody looks at rows that move up and are to go too; what
+/// comes does so from the beginning, so that a list that was empty stays where it begins.
+void RowStore::follow(std::vector<RowChange> changes) {
+    const auto staying =
+        std::partition(changes.begin(), changes.end(),
+                       [](const RowChange& change) { return change.now == nullptr; });
+    std::sort(changes.begin(), staying, [](const RowChange& left, const RowChange& right) {
+        return standsBefore(right.before, left.before);
+    });
+    std::sort(staying, changes.end(), [](const RowChange& left, const RowChange& right) {
+        return standsBefore(left.now, right.now);
+    });
+    ahead_.insert(ahead_.end(), changes.begin(), changes.end());
+}
+
+void RowStore::followTo(const std::vector<PlacePointer>& places) {
+    std::vector<RowChange> changes;
+    auto slot = slots_.begin();
+    for (const PlacePointer& place : places) {
+        for (; slot != slots_.end() && standsBefore(slot->place, place); ++slot) {
+            changes.push_back({slot->place, nullptr});
+        }
+        if (slot == slots_.end() || standsBefore(place, slot->place)) {
+            changes.push_back({nullptr, place});
             continue;
         }
-        if (before != nullptr) {
-            const auto gone = slots_.erase(find(before));
-            tell(static_cast<size_t>(gone - slots_.begin()), 1, 0);
+        if (slot->row) {
+            changes.push_back({slot->place, slot->place});
         }
-        if (now != nullptr) {
-            const auto added = slots_.insert(find(now), Slot{now});
-            tell(static_cast<size_t>(added - slots_.begin()), 0, 1);
-        }
+        ++slot;
     }
+    for (; slot != slots_.end(); ++slot) {
+        changes.push_back({slot->place, nullptr});
+    }
+    ahead_.clear();
+    follow(std::move(changes));
+}
+
+bool RowStore::goOn() {
+    constexpr size_t kMostChanges = 256;
+    looks_ = 0;
+    for (size_t i = 0; i < kMostChanges && looks_ < kMostLooks && !ahead_.empty(); ++i) {
+        const RowChange change = std::move(ahead_.front());
+        ahead_.pop_front();
+        apply(change);
+    }
+    return !ahead_.empty();
 }
 
 } // namespace krl::desktop

@@ -5,6 +5,7 @@
 
 #include <gio/gio.h>
 
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -29,10 +30,23 @@ public:
 
     GListModel* model() const { return G_LIST_MODEL(model_.get()); }
 
-    /// Takes rows in the place of all that there are.
+    /// Takes rows in the place of all that there are, at once.
     void set(const std::vector<PlacePointer>& places);
 
-    void apply(const std::vector<RowChange>& changes);
+    // What follows is carried out by goOn().
+
+    /// Takes changes in, behind those that are not carried out yet.
+    void follow(std::vector<RowChange> changes);
+
+    /// The changes that lead to these rows, in the place of those that are not carried out yet.
+    void followTo(const std::vector<PlacePointer>& places);
+
+    /// Rows that are looked at in a run before it ends: a widget is made for each.
+    static constexpr size_t kMostLooks = 8;
+
+    /// Carries out a run of changes.
+    /// @return whether there are more
+    bool goOn();
 
     size_t size() const { return slots_.size(); }
 
@@ -47,10 +61,13 @@ private:
 
     std::vector<Slot>::iterator find(const PlacePointer& place);
     void refresh(Slot& slot);
+    void apply(const RowChange& change);
     void tell(size_t position, size_t removed, size_t added);
 
     const std::function<Row(const std::string& key)> row_;
     std::vector<Slot> slots_;
+    std::deque<RowChange> ahead_; ///< not carried out yet
+    size_t looks_ = 0;            ///< at rows, in a run
     Owned<VeskRows> model_;
 };
 

@@ -4,6 +4,7 @@
     window_test.py BUILD SAMPLES [unittest's arguments]
 """
 import array
+import json
 import os
 import plistlib
 import subprocess
@@ -618,6 +619,10 @@ class Paces(Window):
             entries[file] = {"Name": f"Ringtone {number:05}", "GUID": f"{number:032X}"}
         (folder / "iTunes" / "Ringtones.plist").write_bytes(plistlib.dumps({"Ringtones": entries}))
 
+    def kept_songs(self):
+        folder = self.stage.folder / "state" / "krlvesk" / "window"
+        return [song for file in folder.glob("*.json") for song in json.loads(file.read_text())["songs"]]
+
     def test_with_ten_thousand_ringtones(self):
         self.stage.start_phone("--firmware", "1.0", "--unplugged")
         self.fill_phone(10000)
@@ -650,6 +655,29 @@ class Paces(Window):
         begin = time.monotonic()
         self.stage.close_window()
         print(f"{time.monotonic() - begin:.2f} s to the end")
+
+    def test_with_three_hundred_songs(self):
+        folder = self.stage.folder / "songs"
+        folder.mkdir()
+        for number in range(300):
+            self.song(f"songs/{number:03}", seconds=1)
+        self.stage.start_phone()
+        line = self.stage.start_unwatched_window()
+        self.stage.wait(lambda: line.can("add"), "a phone")
+        pace = self.stage.pace()
+        self.stage.open_in_window(folder)
+        self.stage.wait(lambda: len(self.kept_songs()) == 300, "all of the songs")
+        print("they are added:", pace.end())
+        pace = self.stage.pace()
+
+        def are_synced():
+            if line.can("sync"):  # some of them may have been under way
+                line.do("sync")
+            return not self.kept_songs() and line.can("undo-sync")
+
+        self.stage.wait(are_synced, "all of them on the phone")
+        print("in their sync:", pace.end())
+        self.assertEqual(len(self.stage.ringtones_on_phone()), 300)
 
     def test_of_a_phone_that_has_gone_silent(self):
         self.stage.start_phone()
