@@ -17,6 +17,8 @@ struct Wish {
     bool level = true;      ///< bring the loudness to the common level
     std::string title = {}; ///< empty: as the song says
     std::string artist = {};
+
+    friend bool operator==(const Wish&, const Wish&) = default;
 };
 
 /// What came of it.

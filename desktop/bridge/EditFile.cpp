@@ -1,5 +1,6 @@
 #include "desktop/bridge/EditFile.h"
 
+#include "audio/judging/PlayedFormats.h"
 #include "engine/safe/Documents.h"
 
 #include <fmt/format.h>
@@ -27,10 +28,47 @@ void forEach(const Json& document, const char* key,
     }
 }
 
+/// More than any song takes.
+constexpr double kMostSeconds = 1e6;
+
+double secondsAt(const Json& entry, const char* key, double most) {
+    const Json& value = valueAt(entry, key);
+    const double seconds = value.is_number() ? value.get<double>() : -1;
+    if (!(seconds >= 0 && seconds <= most)) {
+        throw BadDocument(fmt::format("\"{}\" is no time that can be", key));
+    }
+    return seconds;
+}
+
+audio::Wish cutOf(const Json& entry) {
+    constexpr double most = audio::kLongestRingtoneSeconds + 1; // lengths are sums
+    audio::Wish cut{.startSeconds = secondsAt(entry, "start", kMostSeconds),
+                    .lengthSeconds = secondsAt(entry, "length", most),
+                    .fadeInSeconds = secondsAt(entry, "fadeIn", most),
+                    .fadeOutSeconds = secondsAt(entry, "fadeOut", most),
+                    .level = boolAt(entry, "level")};
+    if (cut.lengthSeconds <= 0) {
+        throw BadDocument("a song is cut to nothing");
+    }
+    return cut;
+}
+
+Json cutJson(const audio::Wish& cut) {
+    return {{"start", cut.startSeconds},
+            {"length", cut.lengthSeconds},
+            {"fadeIn", cut.fadeInSeconds},
+            {"fadeOut", cut.fadeOutSeconds},
+            {"level", cut.level}};
+}
+
+/// Before cuts were kept there was nothing of them.
 Edits::Song songOf(const Json& entry) {
     Edits::Song song{bytesAt(entry, "path"), bytesAt(entry, "name")};
     if (!song.path.is_absolute() || song.path.string().find('\0') != std::string::npos) {
         throw BadDocument("a song has a path that is none");
+    }
+    if (entry.contains("cut")) {
+        song.cut = cutOf(valueAt(entry, "cut"));
     }
     return song;
 }
@@ -58,7 +96,11 @@ Json documentOf(const Edits& edits) {
     }
     Json songs = Json::array();
     for (const Edits::Song& song : edits.songs) {
-        songs.push_back({{"path", bytesJson(song.path.string())}, {"name", bytesJson(song.name)}});
+        Json entry = {{"path", bytesJson(song.path.string())}, {"name", bytesJson(song.name)}};
+        if (song.cut) {
+            entry["cut"] = cutJson(*song.cut);
+        }
+        songs.push_back(std::move(entry));
     }
     document["removed"] = std::move(removed);
     document["renamed"] = std::move(renamed);

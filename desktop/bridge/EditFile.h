@@ -1,6 +1,9 @@
 #pragma once
 
+#include "audio/preparing/Wish.h"
+
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,8 +13,9 @@ namespace krl::desktop {
 /// What a person wants changed about a phone, as it is kept from one window to the next.
 struct Edits {
     struct Song {
-        std::filesystem::path path; ///< of what was added, not of what was made of it
-        std::string name;           ///< given by the person; empty: its own
+        std::filesystem::path path;          ///< of what was added, not of what was made of it
+        std::string name = {};               ///< given by the person; empty: its own
+        std::optional<audio::Wish> cut = {}; ///< by the person; none: as songs are at first
 
         friend bool operator==(const Song&, const Song&) = default;
     };

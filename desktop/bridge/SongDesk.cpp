@@ -48,6 +48,11 @@ std::optional<double> secondsOf(const tags::AudioFacts& facts) {
                               : std::nullopt;
 }
 
+/// Of a part of a song, also of one that the phone plays as it is.
+audio::Recipe recipeOf(const audio::Wish& cut) {
+    return {.wish = cut, .preparesAll = true};
+}
+
 } // namespace
 
 SongDesk::SongDesk(Mailbox& mailbox) : mailbox_(mailbox) {
@@ -67,15 +72,18 @@ SongDesk::~SongDesk() {
     }
 }
 
-void SongDesk::take(const fs::path& song, int firmwareNumber, std::function<void(SongNews)> tell) {
-    post(making({.song = song, .firmwareNumber = firmwareNumber}, std::move(tell)));
+void SongDesk::take(const fs::path& song, const std::optional<audio::Wish>& cut, int firmwareNumber,
+                    std::function<void(SongNews)> tell) {
+    post(making({.song = song,
+                 .firmwareNumber = firmwareNumber,
+                 .recipe = cut ? recipeOf(*cut) : audio::Recipe{}},
+                std::move(tell)));
 }
 
 void SongDesk::cut(const SongCut& wanted, int firmwareNumber, std::function<void(SongNews)> tell) {
-    postFirst(making({.song = wanted.song,
-                      .firmwareNumber = firmwareNumber,
-                      .recipe = {.wish = wanted.wish, .preparesAll = true}},
-                     std::move(tell)));
+    postFirst(making(
+        {.song = wanted.song, .firmwareNumber = firmwareNumber, .recipe = recipeOf(wanted.wish)},
+        std::move(tell)));
 }
 
 SongDesk::Work SongDesk::making(Order order, std::function<void(SongNews)> tell) {

@@ -54,10 +54,12 @@ public:
     SongDesk(const SongDesk&) = delete;
     SongDesk& operator=(const SongDesk&) = delete;
 
+    /// @param cut             which part becomes a ringtone; none: what is usual, or all of a song that
+    ///                        the phone plays as it is
     /// @param firmwareNumber  of the phone that it is for
     /// @param tell            called by the mailbox, until the song is ready or cannot be used
-    void take(const std::filesystem::path& song, int firmwareNumber,
-              std::function<void(SongNews)> tell);
+    void take(const std::filesystem::path& song, const std::optional<audio::Wish>& cut,
+              int firmwareNumber, std::function<void(SongNews)> tell);
 
     /// Makes a ringtone of a part of a song, also of one that would go as it is. Like what else is
     /// asked of a song that a person is busy with, it comes before songs that wait.

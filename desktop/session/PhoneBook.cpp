@@ -369,15 +369,16 @@ void PhoneBook::carriedOutRenaming(const std::string& from, const std::string& t
 
 // ---------------------------------------------------------------- edits
 
-uint64_t PhoneBook::add(const std::filesystem::path& song, const std::string& givenName) {
-    const std::string name = tidiedName(givenName);
+uint64_t PhoneBook::add(const Edits::Song& song) {
+    const std::string name = tidiedName(song.name);
     const uint64_t number = ++lastSong_;
     // Not there before it is shown.
     songs_[number].isForgotten = true;
     changeSong(number, [&](Song& added) {
-        added = {.path = song,
-                 .name = shownText(song.stem().string()),
-                 .givenName = isUsableName(name) ? name : std::string()};
+        added = {.path = song.path,
+                 .name = shownText(song.path.stem().string()),
+                 .givenName = isUsableName(name) ? name : std::string(),
+                 .cut = song.cut};
     });
     ++version_;
     return number;
@@ -395,7 +396,7 @@ void PhoneBook::hear(uint64_t number, const SongNews& news) {
                              song.size = ready.ringtone.size;
                              song.seconds = ready.seconds;
                              song.ringtone = ready.ringtone;
-                             song.wish = song.wanted;
+                             song.wish = song.cut.value_or(audio::Wish{});
                              if (!ready.wasPrepared) {
                                  song.wish.lengthSeconds = audio::kLongestRingtoneSeconds;
                              }
@@ -404,6 +405,7 @@ void PhoneBook::hear(uint64_t number, const SongNews& news) {
                              ++version_;
                              song.mark = song.ringtone ? Mark::New : Mark::Unusable;
                              song.givenName = song.ringtone ? song.nameBefore : song.givenName;
+                             song.cut = song.ringtone ? song.cutBefore : song.cut;
                              song.reason = song.ringtone ? std::string() : failure.what();
                          }},
                    news);
@@ -427,9 +429,10 @@ uint64_t PhoneBook::cut(const std::string& key, const SongCut& wanted) {
     const uint64_t number = numberIn(key);
     changeSong(number, [&](Song& song) {
         song.mark = Mark::Preparing;
-        song.wanted = wanted.wish;
+        song.cutBefore = std::exchange(song.cut, wanted.wish);
         song.nameBefore = song.givenName;
     });
+    ++version_;
     if (isUsableName(tidiedName(wanted.name))) {
         rename(key, wanted.name);
     }
@@ -640,7 +643,7 @@ Edits PhoneBook::edits() const {
     result.renamed.assign(renamed_.begin(), renamed_.end());
     for (const auto& [number, song] : songs_) {
         if (!song.isForgotten && song.mark != Mark::Unusable) {
-            result.songs.push_back({song.path, song.givenName});
+            result.songs.push_back({song.path, song.givenName, song.cut});
         }
     }
     return result;

@@ -108,9 +108,8 @@ public:
     /// a song that was sent is about the phone's ringtone.
     void carriedOut(const WantedChange& done);
 
-    /// @param givenName  by the person; empty: its own
     /// @return the song's number
-    uint64_t add(const std::filesystem::path& song, const std::string& givenName = {});
+    uint64_t add(const Edits::Song& song);
 
     void hear(uint64_t song, const SongNews& news);
 
@@ -201,10 +200,11 @@ private:
         Mark mark = Mark::Checking; ///< never NameTaken: that depends on the others
         std::string reason = {};
         std::optional<engine::LocalRingtone> ringtone = {};
-        audio::Wish wish = {};       ///< that it was made by
-        audio::Wish wanted = {};     ///< that it is being made by
-        std::string nameBefore = {}; ///< the given one, before it was cut anew
-        std::string sentName = {};   ///< under which it may be on the phone by now
+        audio::Wish wish = {};                     ///< that it was made by
+        std::optional<audio::Wish> cut = {};       ///< by the person, done or under way
+        std::optional<audio::Wish> cutBefore = {}; ///< the same, before it was cut anew
+        std::string nameBefore = {};               ///< the given one, before that
+        std::string sentName = {};                 ///< under which it may be on the phone by now
         bool isForgotten = false;
         PlacePointer place = {};
 

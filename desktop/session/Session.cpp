@@ -442,7 +442,7 @@ void Session::add(const std::vector<std::filesystem::path>& places) {
                          }
                          std::vector<Edits::Song> songs;
                          for (const std::filesystem::path& file : files) {
-                             songs.push_back({file, {}});
+                             songs.push_back({file});
                          }
                          takeSongs(key, std::move(songs), [] {});
                      });
@@ -474,8 +474,8 @@ void Session::takeNext(const std::shared_ptr<Arrival>& arrival) {
 
 void Session::takeSong(const std::string& key, const Edits::Song& song) {
     Phone& target = *phone(key);
-    const uint64_t number = target.book.add(song.path, song.name);
-    songs_.take(song.path, firmwareNumberOf(target.about.firmware),
+    const uint64_t number = target.book.add(song);
+    songs_.take(song.path, song.cut, firmwareNumberOf(target.about.firmware),
                 [this, key, number](const SongNews& news) {
                     phone(key)->book.hear(number, news);
                     changed();

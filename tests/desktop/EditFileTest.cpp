@@ -29,10 +29,19 @@ protected:
     }
 };
 
+Edits::Song cutSong() {
+    return {"/songs/c.flac", "",
+            audio::Wish{.startSeconds = 12.34,
+                        .lengthSeconds = 40.1 - 0.1,
+                        .fadeInSeconds = 0.5,
+                        .fadeOutSeconds = 10,
+                        .level = false}};
+}
+
 Edits someEdits() {
     return {.removed = {"Harp", "no \xff text"},
             .renamed = {{"Horn", "Hupe"}},
-            .songs = {{"/songs/a\xff.mp3", "Given"}, {"/songs/b.mp3", ""}}};
+            .songs = {{"/songs/a\xff.mp3", "Given"}, {"/songs/b.mp3", ""}, cutSong()}};
 }
 
 } // namespace
@@ -41,6 +50,13 @@ TEST_F(EditFiles, BringBackWhatWasKept) {
     EXPECT_TRUE(readEdits(file).isEmpty());
     writeEdits(file, someEdits());
     EXPECT_EQ(readEdits(file), someEdits());
+}
+
+TEST_F(EditFiles, OfBeforeCutsWereKeptAreRead) {
+    put(R"({"version":1,"removed":[],"renamed":[],"songs":[{"path":"/a","name":"b"}]})");
+    const Edits edits = readEdits(file);
+    ASSERT_THAT(edits.songs, testing::SizeIs(1));
+    EXPECT_EQ(edits.songs.front(), (Edits::Song{"/a", "b"}));
 }
 
 TEST_F(EditFiles, AreGoneWithTheLastEdit) {
@@ -76,6 +92,27 @@ TEST_F(EditFiles, ThatAreMadeToHarmAreNotBelieved) {
           begin + R"([{"path":{"hex":"2"},"name":""}]})"}) {
         put(text);
         EXPECT_THROW(readEdits(file), engine::Failure) << text.substr(0, 100);
+    }
+}
+
+TEST_F(EditFiles, WithACutThatCannotBeAreNotBelieved) {
+    const auto withCut = [this](const std::string& cut) {
+        put(R"({"version":1,"removed":[],"renamed":[],"songs":[{"path":"/a","name":"","cut":)" +
+            cut + "}]}");
+        return readEdits(file).songs.front().cut;
+    };
+    const std::string end = R"("fadeIn":0,"fadeOut":1,"level":true})";
+    EXPECT_EQ(withCut(R"({"start":2,"length":3,)" + end)->lengthSeconds, 3);
+    for (const std::string& cut :
+         {std::string("null"), std::string("[]"), std::string("{}"), "{" + end,
+          R"({"start":-1,"length":3,)" + end, R"({"start":1e300,"length":3,)" + end,
+          R"({"start":1e999,"length":3,)" + end, R"({"start":"2","length":3,)" + end,
+          R"({"start":2,"length":0,)" + end, R"({"start":2,"length":-3,)" + end,
+          R"({"start":2,"length":42,)" + end, R"({"start":null,"length":3,)" + end,
+          std::string(R"({"start":2,"length":3,"fadeIn":-1,"fadeOut":1,"level":true})"),
+          std::string(R"({"start":2,"length":3,"fadeIn":0,"fadeOut":1000,"level":true})"),
+          std::string(R"({"start":2,"length":3,"fadeIn":0,"fadeOut":1,"level":1})")}) {
+        EXPECT_THROW(withCut(cut), engine::Failure) << cut;
     }
 }
 

@@ -30,7 +30,7 @@ protected:
     PhoneBook book;
 
     uint64_t addReady(const std::string& name, uint64_t size) {
-        const uint64_t song = book.add(name + ".m4r");
+        const uint64_t song = book.add({name + ".m4r"});
         book.hear(song, ready(name, size));
         return song;
     }
@@ -79,7 +79,7 @@ TEST_F(PhoneBooks, SortByName) {
 }
 
 TEST_F(PhoneBooks, FollowASongUntilItIsReady) {
-    const uint64_t song = book.add("/songs/track 7.flac");
+    const uint64_t song = book.add({"/songs/track 7.flac"});
     EXPECT_EQ(rows().front().name, "track 7");
     EXPECT_THAT(marks(), ElementsAre(Mark::Checking));
     EXPECT_EQ(book.sum().underWay, 1U);
@@ -108,7 +108,8 @@ TEST_F(PhoneBooks, HaveNoEditsLeftAfterAReplacementWasCarriedOut) {
 }
 
 TEST_F(PhoneBooks, SayWhyASongCannotBeUsed) {
-    book.hear(book.add("a.txt"), engine::Failure(engine::FailureKind::UnsupportedType, "no sound"));
+    book.hear(book.add({"a.txt"}),
+              engine::Failure(engine::FailureKind::UnsupportedType, "no sound"));
     EXPECT_THAT(marks(), ElementsAre(Mark::Unusable));
     EXPECT_EQ(rows().front().reason, "no sound");
     EXPECT_EQ(book.sum().changes(), 0U);
@@ -222,7 +223,7 @@ TEST_F(PhoneBooks, KeepASongWhoseNamesakeOnThePhoneIsAnother) {
 
 TEST_F(PhoneBooks, LetASongBeCutThatIsReadyToBeAdded) {
     take(holding({{"Harp", 500}}));
-    const uint64_t song = book.add("/songs/horn.flac");
+    const uint64_t song = book.add({"/songs/horn.flac"});
     EXPECT_FALSE(PhoneBook::canBeCut(rows()[0])) << "on the phone";
     EXPECT_FALSE(PhoneBook::canBeCut(rows()[1])) << "not ready";
     EXPECT_FALSE(book.cutOf(rows()[0].key));
@@ -266,12 +267,32 @@ TEST_F(PhoneBooks, KeepWhatThereWasWhenASongCannotBeCutAnew) {
     wanted.name = "Oboe";
     wanted.wish.startSeconds = 12;
     book.cut(keyOf("Horn"), wanted);
+    EXPECT_EQ(book.edits().songs.front().cut, wanted.wish);
     book.hear(song, engine::Failure(engine::FailureKind::UnreadableFile, "it has gone"));
     EXPECT_THAT(marks(), ElementsAre(Mark::New));
     EXPECT_EQ(rows().front().name, "Horn");
     EXPECT_EQ(rows().front().reason, "");
     EXPECT_EQ(book.cutOf(keyOf("Horn"))->wish.startSeconds, 0);
+    EXPECT_FALSE(book.edits().songs.front().cut);
     EXPECT_EQ(book.wanted().added.front().size, 600U);
+}
+
+TEST_F(PhoneBooks, KeepHowASongWasCutFromOneWindowToTheNext) {
+    const Edits::Song kept{"/songs/horn.flac", "Oboe", audio::Wish{.startSeconds = 12}};
+    const uint64_t song = book.add(kept);
+    EXPECT_THAT(book.edits().songs, ElementsAre(kept)) << "before it is made";
+    SongIsReady made = ready("Horn", 7);
+    made.wasPrepared = true;
+    book.hear(song, made);
+    EXPECT_EQ(book.cutOf(keyOf("Oboe"))->wish, kept.cut);
+    SongCut wanted = *book.cutOf(keyOf("Oboe"));
+    wanted.wish.startSeconds = 20;
+    const uint64_t version = book.version();
+    book.cut(keyOf("Oboe"), wanted);
+    EXPECT_NE(book.version(), version) << "it is to be kept anew";
+    EXPECT_EQ(book.edits().songs.front().cut->startSeconds, 20);
+    book.hear(song, engine::Failure(engine::FailureKind::Unexpected, "no luck"));
+    EXPECT_THAT(book.edits().songs, ElementsAre(kept));
 }
 
 TEST_F(PhoneBooks, SayWhetherTheEditsFit) {
@@ -388,8 +409,8 @@ TEST_F(PhoneBooks, BringKeptEditsBack) {
     take(holding({{"Harp", 1}, {"Horn", 2}}));
     book.remove({keyOf("Harp")});
     book.rename(keyOf("Horn"), "Hupe");
-    const uint64_t song = book.add("/songs/a.flac", "Given");
-    book.hear(book.add("/songs/no.txt"),
+    const uint64_t song = book.add({"/songs/a.flac", "Given"});
+    book.hear(book.add({"/songs/no.txt"}),
               engine::Failure(engine::FailureKind::UnsupportedType, "no"));
     const Edits kept = book.edits();
     EXPECT_EQ(kept, (Edits{.removed = {"Harp"},
@@ -399,7 +420,7 @@ TEST_F(PhoneBooks, BringKeptEditsBack) {
     EXPECT_EQ(book.edits(), kept) << "what was made of it is made again";
     PhoneBook other;
     other.restore(kept);
-    other.add(kept.songs.front().path, kept.songs.front().name);
+    other.add(kept.songs.front());
     other.take(std::make_shared<const Holdings>(holding({{"Harp", 1}, {"Horn", 2}})));
     EXPECT_EQ(other.edits(), kept);
     other.dropEdits();
@@ -411,7 +432,7 @@ TEST_F(PhoneBooks, BringNoNameBackThatCannotBe) {
     book.restore({.removed = {"", "gone"},
                   .renamed = {{"Harp", "a\x1b"}, {"Harp", ""}, {"Horn", "Same"}, {"Bells", "Same"}},
                   .songs = {}});
-    book.add("/songs/a.flac", "b\nc");
+    book.add({"/songs/a.flac", "b\nc"});
     EXPECT_EQ(book.nameOf(rows().front().key), "a");
     take(holding({{"Harp", 1}, {"Horn", 2}, {"Bells", 3}}));
     EXPECT_THAT(book.wanted().renamed, SizeIs(1)) << "one of two of a name";
@@ -488,7 +509,7 @@ TEST_F(PhoneBooks, TellWhichRowsHaveChanged) {
     ASSERT_THAT(removal.rows, SizeIs(1));
     EXPECT_EQ(removal.rows.front().now->key, keyOf("Horn"));
     EXPECT_EQ(removal.rows.front().before, removal.rows.front().now);
-    const uint64_t song = book.add("/songs/x.m4a");
+    const uint64_t song = book.add({"/songs/x.m4a"});
     EXPECT_EQ(book.takeChanges().rows.front().before, nullptr);
     book.hear(song, ready("Another", 7));
     const RowChanges move = book.takeChanges();

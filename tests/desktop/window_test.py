@@ -509,6 +509,35 @@ class Editors(Window):
         self.assertAlmostEqual(seconds, 26.6, delta=0.06)
         self.assertAlmostEqual(stroke, 10 - 2.3, delta=0.04)
 
+    def files_to_send(self):
+        files = (self.stage.folder / "cache").rglob("outgoing-*/*")
+        return [file.read_bytes() for file in files if file.name != "lock"]
+
+    def test_leave_cuts_that_are_there_again_after_the_window_was_closed(self):
+        self.open_editor()
+        self.stage.key("shift+Right", "shift+Right", "Right", "Right", "Right")
+        self.stage.see("Start 0:02.3", "slider")
+        self.stage.key("Tab", "shift+Left", "Left")
+        self.stage.see("End 0:28.9", "slider")
+        self.stage.write("Name", "Short Walk")
+        self.stage.press("Apply")
+        self.stage.watched_window = 0
+        self.stage.see_part("0:27 · ")
+        before = self.files_to_send()
+        KeptEdits.start_again(self)
+        self.stage.see_part("0:27 · ")
+        [cut] = self.files_to_send()
+        self.assertIn(cut, before)
+        self.stage.press("Edit “Short Walk”")
+        self.stage.watched_window = 1
+        self.stage.see("Start 0:02.3", "slider")
+        self.stage.see("End 0:28.9", "slider")
+        self.stage.key("Escape")
+        self.stage.watched_window = 0
+        seconds, stroke = self.ringtone_on_phone()
+        self.assertAlmostEqual(seconds, 26.6, delta=0.06)
+        self.assertAlmostEqual(stroke, 10 - 2.3, delta=0.04)
+
     def test_move_all_of_the_cut_and_keep_its_length(self):
         self.open_editor()
         self.stage.key("ctrl+shift+Right", "ctrl+Right")
