@@ -476,7 +476,7 @@ void MainWindow::showProgress(const WorkProgress& progress) {
     auto* const bar = widget<GtkProgressBar>("work-bar");
     if (const auto fraction = progress.fraction()) {
         gtk_progress_bar_set_fraction(bar, *fraction);
-    } else {
+    } else if (progress.stage != WorkProgress::Stage::Paused) {
         gtk_progress_bar_pulse(bar);
     }
 }
