@@ -11,8 +11,8 @@ using testing::Not;
 namespace krl::engine {
 namespace {
 
-constexpr SyncStep kUploadBegins{.mode = 5, .status = 1, .name = "Harp"};
-constexpr SyncStep kRemovalsBegin{.mode = 3, .status = 0, .name = {}};
+const SyncStep kUploadBegins{.mode = 5, .status = 1, .name = "Harp"};
+const SyncStep kRemovalsBegin{.mode = 3, .status = 0, .name = {}};
 
 /// Pauses for as many questions as it is told.
 class Listener : public SyncListener {
