@@ -2,9 +2,9 @@
 
 #include "engine/diagnosis/Diagnosis.h"
 #include "engine/files/NamelessFile.h"
+#include "engine/jobs/ChangeNotes.h"
+#include "engine/jobs/PhoneJobs.h"
 #include "engine/state/PhoneState.h"
-#include "engine/work/ChangeNotes.h"
-#include "engine/work/PhoneJobs.h"
 
 #include <memory>
 #include <optional>

@@ -3,7 +3,7 @@
 #include "audio/songs/SongFolder.h"
 #include "audio/songs/SongIntake.h"
 #include "engine/change/ChangeJob.h"
-#include "engine/work/ChangeNotes.h"
+#include "engine/jobs/ChangeNotes.h"
 #include "python/core/Job.h"
 
 #include <filesystem>

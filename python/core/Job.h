@@ -1,7 +1,7 @@
 #pragma once
 
 #include "engine/errors/Failure.h"
-#include "engine/work/WorkProgress.h"
+#include "engine/jobs/WorkProgress.h"
 
 #include <pybind11/pybind11.h>
 

@@ -2,11 +2,11 @@
 
 #include "audio/judging/Inspector.h"
 #include "audio/preparing/Preparer.h"
+#include "engine/jobs/ChangeNotes.h"
+#include "engine/jobs/PhoneJobs.h"
 #include "engine/phones/Device.h"
 #include "engine/restore/RingtoneChanges.h"
 #include "engine/state/PhoneState.h"
-#include "engine/work/ChangeNotes.h"
-#include "engine/work/PhoneJobs.h"
 #include "python/core/Changes.h"
 #include "python/core/Fetches.h"
 #include "python/core/Job.h"

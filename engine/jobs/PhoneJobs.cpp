@@ -1,4 +1,4 @@
-#include "engine/work/PhoneJobs.h"
+#include "engine/jobs/PhoneJobs.h"
 
 #include <algorithm>
 #include <utility>

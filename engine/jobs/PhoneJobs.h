@@ -1,7 +1,7 @@
 #pragma once
 
+#include "engine/jobs/WorkProgress.h"
 #include "engine/restore/SafePhone.h"
-#include "engine/work/WorkProgress.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "engine/work/WorkProgress.h"
+#include "engine/jobs/WorkProgress.h"
 
 namespace krl::engine {
 

@@ -1,4 +1,4 @@
-#include "engine/work/ChangeNotes.h"
+#include "engine/jobs/ChangeNotes.h"
 
 namespace krl::engine {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "engine/change/ChangeWatcher.h"
-#include "engine/work/WorkProgress.h"
+#include "engine/jobs/WorkProgress.h"
 
 #include <cstddef>
 #include <memory>
