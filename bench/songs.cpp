@@ -46,7 +46,7 @@ void prepareByFfmpeg(const std::string& song, const fs::path& place) {
     measuring.insert(measuring.end(), {filters + ":print_format=json", "-f", "null", "-"});
     ffmpeg(measuring);
     std::vector<std::string> making = cut;
-    making.insert(making.end(), {filters + ",aresample=44100", "-c:a", "aac", "-b:a", "160k", "-f",
+    making.insert(making.end(), {filters, "-ar", "44100", "-c:a", "aac", "-b:a", "160k", "-f",
                                  "ipod", "-movflags", "+faststart", place.string()});
     ffmpeg(making);
 }
