@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <deque>
 #include <limits>
 #include <utility>
 
@@ -22,9 +21,9 @@ constexpr size_t kPieceBytes = 65536;
 // the way holds.
 constexpr size_t kPiecesInFlight = 64;
 
-// Reads that may be unanswered: the phone has the next one when it has sent a piece, and few are in
-// vain at a file's end.
-constexpr size_t kReadsInFlight = 4;
+// Reads that may be unanswered, so that the phone has the next one when it has sent a piece. When half
+// of them are answered, as many go out at once.
+constexpr size_t kReadsInFlight = 8;
 
 // Pieces that leave with one system call. After a refusal what has been begun of them is finished.
 constexpr size_t kPiecesInBurst = 16;
@@ -134,20 +133,23 @@ int32_t AfcClient::lockFile(uint64_t file, afc::Lock lock) {
 }
 
 // The phone reads a file on from where the last request ended, so that one answer that brings less
-// than was asked for puts nothing out of order.
+// than was asked for puts nothing out of order. It is probably the last one that brings anything: what
+// is under way will tell, and nothing more is asked for before.
 int32_t AfcClient::readFile(uint64_t file, std::span<std::byte> target, size_t& received) {
     received = 0;
     int32_t failure = 0;
     bool goesOn = true;
+    bool isShort = false;  // an answer has brought less than was asked for
     size_t unanswered = 0; // bytes that were asked for
     std::deque<PieceAsked> pieces;
     while (goesOn || !pieces.empty()) {
-        while (goesOn && pieces.size() < kReadsInFlight) {
-            const size_t asked = std::min(target.size() - received - unanswered, kPieceBytes);
-            pieces.push_back({nextNumber_, asked});
-            unanswered += asked;
-            failure = send(Operation::ReadFile, word(file) + word(asked));
-            goesOn = failure == 0 && received + unanswered < target.size();
+        if (goesOn && pieces.size() <= (isShort ? 0 : kReadsInFlight / 2)) {
+            isShort = false;
+            const size_t before = pieces.size();
+            failure = askForPieces(file, target.size() - received - unanswered, pieces);
+            for (size_t i = before; i < pieces.size(); ++i) {
+                unanswered += pieces[i].bytes;
+            }
         }
         const PieceAsked piece = pieces.front();
         pieces.pop_front();
@@ -158,9 +160,32 @@ int32_t AfcClient::readFile(uint64_t file, std::span<std::byte> target, size_t& 
         failure = failure != 0 ? failure : status;
         received += failure == 0 ? bytes : 0;
         count_->add(failure == 0 ? bytes : 0);
+        isShort = isShort || bytes < piece.bytes;
         goesOn = failure == 0 && bytes > 0 && received + unanswered < target.size();
     }
     return failure;
+}
+
+int32_t AfcClient::askForPieces(uint64_t file, size_t bytes, std::deque<PieceAsked>& pieces) {
+    struct Request {
+        afc::Header header;
+        uint64_t file;
+        uint64_t bytes;
+    };
+
+    std::array<Request, kReadsInFlight> requests;
+    size_t count = 0;
+    do {
+        const size_t asked = std::min(bytes, kPieceBytes);
+        bytes -= asked;
+        requests[count++] = {afc::makeHeader(Operation::ReadFile, nextNumber_,
+                                             sizeof(Request) - afc::kHeaderBytes, 0),
+                             htole64(file), htole64(asked)};
+        pieces.push_back({nextNumber_++, asked});
+    } while (bytes > 0 && pieces.size() < kReadsInFlight);
+    std::array parts{part(requests.data(), count * sizeof(Request))};
+    channel_->beginExchange();
+    return checked(channel_->send(parts));
 }
 
 int32_t AfcClient::receivePiece(const PieceAsked& piece, std::span<std::byte> target,

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
 #include <string>
@@ -64,6 +65,8 @@ private:
                         std::vector<char>& data);
 
     int32_t send(afc::Operation operation, const std::string& arguments);
+    /// Asks for the next pieces of a file, at least for one, as far as they may be unanswered.
+    int32_t askForPieces(uint64_t file, size_t bytes, std::deque<PieceAsked>& pieces);
     /// Receives the answer to a read. `bytes`: how many it has brought.
     int32_t receivePiece(const PieceAsked& piece, std::span<std::byte> target, size_t& bytes);
     /// Writes what may be unanswered at a time.
