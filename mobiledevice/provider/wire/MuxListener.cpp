@@ -66,8 +66,12 @@ void MuxListener::run() {
     pthread_sigmask(SIG_SETMASK, &all, nullptr); // they are for the application's own threads
     bool goesOn = true;
     while (goesOn) {
-        // Begun before the try, so that nothing is missed after it.
-        const SocketWatch watch(muxSocketPath(setting_));
+        // Begun before the try, so that nothing is missed after it. Not for the first one: where
+        // there is a daemon nothing is waited for, and the system takes its time to end a watch.
+        std::optional<SocketWatch> watch;
+        if (failures_ > 0) {
+            watch.emplace(muxSocketPath(setting_));
+        }
         const Clock::time_point begin = Clock::now();
         Outcome outcome = Outcome::Ended;
         try {
@@ -157,10 +161,10 @@ bool MuxListener::waitFor(int socket, short events) const {
     return ready > 0 && entries[1].revents == 0;
 }
 
-bool MuxListener::pauseBeforeNextTry(Outcome outcome, const SocketWatch& watch) {
-    std::array<pollfd, 2> entries{pollfd{end_.get(), POLLIN, 0},
-                                  pollfd{watch.descriptor(), POLLIN, 0}};
-    const milliseconds pause = pauseAfter(outcome, watch.descriptor() >= 0);
+bool MuxListener::pauseBeforeNextTry(Outcome outcome, const std::optional<SocketWatch>& watch) {
+    const int news = watch ? watch->descriptor() : -1;
+    std::array<pollfd, 2> entries{pollfd{end_.get(), POLLIN, 0}, pollfd{news, POLLIN, 0}};
+    const milliseconds pause = pauseAfter(outcome, news >= 0);
     const Clock::time_point due = Clock::now() + pause;
     while (pause == kUntilNews || Clock::now() < due) {
         const milliseconds left =
@@ -169,7 +173,7 @@ bool MuxListener::pauseBeforeNextTry(Outcome outcome, const SocketWatch& watch) 
         if (entries[0].revents != 0) {
             return false;
         }
-        if (entries[1].revents != 0 && watch.takeNews()) {
+        if (entries[1].revents != 0 && watch->takeNews()) {
             failures_ = 0;
             return true;
         }

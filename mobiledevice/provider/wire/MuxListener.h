@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -71,7 +72,7 @@ private:
     bool waitFor(int socket, short events) const;
 
     /// Waits until the next try is due; false if the listener is to end.
-    bool pauseBeforeNextTry(Outcome outcome, const SocketWatch& watch);
+    bool pauseBeforeNextTry(Outcome outcome, const std::optional<SocketWatch>& watch);
     std::chrono::milliseconds pauseAfter(Outcome outcome, bool isWatching) const;
 
     const std::string setting_;

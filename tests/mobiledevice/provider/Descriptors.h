@@ -26,6 +26,17 @@ inline int inheritableDescriptors() {
     return count;
 }
 
+/// Whether one of them watches files.
+inline bool isWatchingFiles() {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (std::filesystem::read_symlink(entry, gone) == "anon_inode:inotify") {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// Lets the process have more than 2,000 descriptors while it lives, where the system allows that.
 class ManyDescriptors {
 public:

@@ -722,6 +722,15 @@ TEST_F(Listening, LeavesNoDescriptorHoweverOftenItBeginsAndEnds) {
     }
 }
 
+TEST_F(Listening, WatchesForADaemonOnlyWhereNoneIs) {
+    begin();
+    std::optional<Peer> peer = acceptAndConsent();
+    EXPECT_FALSE(isWatchingFiles());
+    stopDaemon();
+    peer.reset();
+    EXPECT_TRUE(becomesSo(isWatchingFiles));
+}
+
 TEST_F(Listening, LeavesChildrenNoDescriptor) {
     const int before = inheritableDescriptors();
     begin();
