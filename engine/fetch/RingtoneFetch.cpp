@@ -65,15 +65,16 @@ std::map<std::string, std::string> fileNamesOf(std::vector<PhoneRingtone> ringto
 
 void readRingtone(PhoneFiles& files, const PhoneRingtone& ringtone, const PhoneFiles::Take& take) {
     uint64_t taken = 0;
-    const bool isThere = files.read(fmt::format("{}/{}", kRingtonesFolder, ringtone.file),
-                                    [&](std::string_view piece) {
-                                        taken += piece.size();
-                                        // A phone may go on for ever.
-                                        if (taken > ringtone.size) {
-                                            throw notAsLong(ringtone);
-                                        }
-                                        take(piece);
-                                    });
+    const auto add = [&](std::string_view piece) {
+        taken += piece.size();
+        // A phone may go on for ever.
+        if (taken > ringtone.size) {
+            throw notAsLong(ringtone);
+        }
+        take(piece);
+    };
+    const bool isThere =
+        files.read(fmt::format("{}/{}", kRingtonesFolder, ringtone.file), add, ringtone.size);
     if (!isThere || taken != ringtone.size) {
         throw notAsLong(ringtone);
     }

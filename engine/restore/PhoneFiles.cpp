@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <utility>
 
@@ -11,7 +12,10 @@ namespace krl::engine {
 namespace {
 
 /// What a provider asks for at once is its own affair; this is what is held in memory.
-constexpr size_t kPiece = size_t{1024} * 1024;
+constexpr uint64_t kPiece = uint64_t{1024} * 1024;
+
+/// More than there should be is asked for, at once with the rest: that nothing comes is the end.
+constexpr uint64_t kEnd = uint64_t{64} * 1024;
 
 /// Key and value pairs of an answer.
 class Pairs {
@@ -187,21 +191,26 @@ std::optional<PhoneFiles::Information> PhoneFiles::information(const std::string
     return Information{*size, *isRegular, modified};
 }
 
-bool PhoneFiles::read(const std::string& path, const Take& take) {
+bool PhoneFiles::read(const std::string& path, const Take& take, std::optional<uint64_t> size) {
     const OpenFile file(files_, path, kAFCOpenRead);
     if (file.status() == kAFCObjectNotFound) {
         return false;
     }
     const std::string what = fmt::format("\"{}\" cannot be read", path);
     require(file.status(), what);
-    std::string piece(kPiece, '\0');
-    for (;;) {
-        auto length = static_cast<uint32_t>(piece.size());
-        require(AFCFileRefRead(files_, file.get(), piece.data(), &length), what);
-        take({piece.data(), length});
-        if (length < piece.size()) {
+    if (!piece_) {
+        piece_ = std::make_unique_for_overwrite<char[]>(kPiece);
+    }
+    for (uint64_t done = 0;;) {
+        const uint64_t rest = size && done <= *size ? *size - done : kPiece;
+        const auto asked = static_cast<uint32_t>(std::min(rest, kPiece - kEnd) + kEnd);
+        uint32_t length = asked;
+        require(AFCFileRefRead(files_, file.get(), piece_.get(), &length), what);
+        take({piece_.get(), length});
+        if (length < asked) {
             return true;
         }
+        done += length;
     }
 }
 

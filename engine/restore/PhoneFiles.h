@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,9 +56,11 @@ public:
     /// Nothing when there is no such file.
     std::optional<Information> information(const std::string& path);
 
-    /// Gives a file piece by piece.
+    /// Gives a file piece by piece, to its end. The phone is asked for little in vain where it is as
+    /// long as it is said to be.
     /// @return whether there is one
-    bool read(const std::string& path, const Take& take);
+    bool read(const std::string& path, const Take& take,
+              std::optional<uint64_t> size = std::nullopt);
 
     /// Makes a file, or empties one that is there, and has it filled piece by piece.
     void write(const std::string& path, const std::function<void(const Take& put)>& fill);
@@ -84,6 +87,7 @@ private:
 
     Device device_;
     afc_connection* files_ = nullptr;
+    std::unique_ptr<char[]> piece_; ///< what is read comes here; made once
     bool hasChanged_ = false;
 };
 

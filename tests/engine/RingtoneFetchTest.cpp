@@ -98,6 +98,25 @@ TEST_F(RingtoneFetch, NothingIsTakenBeyondTheLengthThatWasSaid) {
     EXPECT_LE(taken, 8U);
 }
 
+TEST_F(RingtoneFetch, AFileIsReadToItsEndWhateverLengthWasSaid) {
+    constexpr uint64_t kLength = 3'000'000; // more than is asked for at once
+    std::string sound;
+    for (uint64_t i = 0; i < kLength; ++i) {
+        sound += static_cast<char>(i * 31 % 251);
+    }
+    put({.catalogue = {}, .files = {{"ABCD.m4r", sound}}});
+    PhoneFiles files(device());
+    for (const std::optional<uint64_t> said : std::initializer_list<std::optional<uint64_t>>{
+             std::nullopt, 0, 1, 65'536, kLength - 65'536, kLength - 1, kLength, kLength + 1,
+             std::numeric_limits<uint64_t>::max()}) {
+        SCOPED_TRACE(said ? std::to_string(*said) : "not said");
+        std::string taken;
+        EXPECT_TRUE(files.read(
+            ringtonePath("ABCD.m4r"), [&](std::string_view piece) { taken += piece; }, said));
+        EXPECT_TRUE(taken == sound);
+    }
+}
+
 TEST_F(RingtoneFetch, AnotherContentOfTheSameLengthIsNotTakenForIt) {
     ASSERT_EQ(fetch(ringtone(9)), Fetched::IsNew);
     put({.catalogue = {}, .files = {{"ABCD.m4r", "THE SOUND"}}});
