@@ -57,6 +57,7 @@ void SafeKeeping::begin(const Snapshot& before, const Snapshot& after,
 Snapshot SafeKeeping::afterwards(const Snapshot& before, const Intention& intention) {
     Snapshot after = before;
     after.hasFolder = true;
+    ContentDigests digests;
     for (const IntendedChange& change : intention.changes) {
         auto file = after.files.extract(change.file);
         switch (change.kind) {
@@ -67,10 +68,10 @@ Snapshot SafeKeeping::afterwards(const Snapshot& before, const Intention& intent
             break;
         case IntendedChange::Kind::Write:
             after.files.insert_or_assign(
-                change.file,
-                Snapshot::File{change.source.empty() ? safe_.contents().put({})
-                                                     : safe_.contents().putFile(change.source),
-                               {}});
+                change.file, Snapshot::File{change.source.empty()
+                                                ? safe_.contents().put({})
+                                                : safe_.contents().putFile(change.source, digests),
+                                            {}});
             break;
         case IntendedChange::Kind::Remove:
             break;

@@ -53,7 +53,12 @@ public:
         safe_.contents().requireRoom(total_);
         for (const auto& [name, information] : unknown_) {
             // One that has gone since it was listed is no part of it.
-            if (const auto content = take(pathOf(name), information.size)) {
+            const auto awaited = index_.awaited.find(name);
+            if (const auto content = take(pathOf(name), information.size,
+                                          {.size = information.size,
+                                           .awaited = awaited != index_.awaited.end()
+                                                          ? std::optional(awaited->second)
+                                                          : std::nullopt})) {
                 if (content->size != information.size) {
                     throw contradiction(pathOf(name));
                 }
@@ -78,7 +83,7 @@ private:
     }
 
     std::optional<Content> takeCatalogue() {
-        const auto content = take(kCataloguePath, kMostCatalogueBytes);
+        const auto content = take(kCataloguePath, kMostCatalogueBytes, {});
         const auto information = content ? files_.information(kCataloguePath) : std::nullopt;
         if (content && (!information || information->size != content->size)) {
             throw contradiction(kCataloguePath);
@@ -114,11 +119,17 @@ private:
                safe_.contents().has(known->second.content);
     }
 
+    /// What is thought of a file that is taken; not relied upon.
+    struct Expected {
+        std::optional<uint64_t> size = {};
+        std::optional<Content> awaited = {};
+    };
+
     /// @param most  how many bytes it may have: a phone may go on for ever
-    std::optional<Content> take(const std::string& path, uint64_t most) {
-        ContentStore::Incoming incoming(safe_.contents());
+    std::optional<Content> take(const std::string& path, uint64_t most, const Expected& expected) {
+        ContentStore::Incoming incoming(safe_.contents(), expected.awaited);
         uint64_t taken = 0;
-        const bool isThere = files_.read(path, [&](std::string_view piece) {
+        const auto add = [&](std::string_view piece) {
             taken += piece.size();
             if (taken > most) {
                 throw tooLong(path, most);
@@ -128,7 +139,8 @@ private:
             if (total_ > 0) {
                 progress_(std::min(done_, total_), total_);
             }
-        });
+        };
+        const bool isThere = files_.read(path, add, expected.size);
         if (!isThere) {
             requireGone(path);
             return std::nullopt;

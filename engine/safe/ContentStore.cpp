@@ -1,12 +1,12 @@
 #include "engine/safe/ContentStore.h"
 
-#include "engine/files/RegularFile.h"
-
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -20,8 +20,12 @@ namespace fs = std::filesystem;
 
 constexpr size_t kPiece = size_t{256} * 1024;
 
+constexpr size_t kComparedAtOnce = size_t{32} * 1024;
+
 /// Of a content that is on its way.
 constexpr size_t kMostInMemory = size_t{1024} * 1024;
+
+constexpr char kAdvice[] = "Check the path and its permissions. Nothing was changed on the phone.";
 
 /// No digest begins like this.
 constexpr char kIncoming[] = "incoming-";
@@ -48,6 +52,26 @@ int readPieces(const Descriptor& file, const std::function<void(std::string_view
     }
 }
 
+Descriptor openCopy(const fs::path& path) {
+    return Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+}
+
+/// Whether a file has these bytes at a place.
+bool holdsAt(const Descriptor& file, uint64_t place, std::string_view bytes) {
+    std::array<char, kComparedAtOnce> piece;
+    while (!bytes.empty()) {
+        const ssize_t count =
+            ::pread(file.get(), piece.data(), std::min(piece.size(), bytes.size()),
+                    static_cast<off_t>(place));
+        if (count <= 0 || !bytes.starts_with({piece.data(), static_cast<size_t>(count)})) {
+            return false;
+        }
+        place += static_cast<uint64_t>(count);
+        bytes.remove_prefix(static_cast<size_t>(count));
+    }
+    return true;
+}
+
 Failure damaged(const fs::path& path, const std::string& why) {
     return {FailureKind::NothingKept,
             fmt::format("a copy in the safe is lost: \"{}\" {}", path.string(), why)};
@@ -59,6 +83,13 @@ ContentStore::ContentStore(fs::path folder, Disk& disk) : folder_(std::move(fold
     makePrivateFolder(disk_, folder_);
 }
 
+ContentStore::Incoming::Incoming(ContentStore& store, const std::optional<Content>& awaited)
+    : store_(store), awaited_(awaited) {
+    if (awaited && store.has(*awaited)) {
+        copy_ = openCopy(store.pathOf(awaited->digest));
+    }
+}
+
 ContentStore::Incoming::~Incoming() {
     if (!path_.empty()) {
         store_.disk_.unlink(path_);
@@ -66,6 +97,32 @@ ContentStore::Incoming::~Incoming() {
 }
 
 void ContentStore::Incoming::add(std::string_view bytes) {
+    if (copy_ && holdsAt(copy_, compared_, bytes)) {
+        compared_ += bytes.size();
+    } else {
+        takeCompared();
+        take(bytes);
+    }
+}
+
+/// It is something else: what has been the same so far is taken from the copy.
+void ContentStore::Incoming::takeCompared() {
+    const Descriptor copy = std::exchange(copy_, Descriptor());
+    std::array<char, kComparedAtOnce> piece;
+    for (uint64_t place = 0; place < compared_;) {
+        const ssize_t count =
+            ::pread(copy.get(), piece.data(), std::min<uint64_t>(compared_ - place, piece.size()),
+                    static_cast<off_t>(place));
+        if (count <= 0) {
+            throw damaged(store_.pathOf(awaited_->digest), "cannot be read any more");
+        }
+        take({piece.data(), static_cast<size_t>(count)});
+        place += static_cast<uint64_t>(count);
+    }
+    compared_ = 0;
+}
+
+void ContentStore::Incoming::take(std::string_view bytes) {
     if (!file_ && held_.size() + bytes.size() > kMostInMemory) {
         beginFile();
     }
@@ -86,8 +143,13 @@ void ContentStore::Incoming::beginFile() {
 }
 
 Content ContentStore::Incoming::keep() {
+    if (copy_ && compared_ == awaited_->size) {
+        return *awaited_;
+    }
+    takeCompared();
     const Content content{sha_.digest(), size_};
-    if (store_.has(content)) {
+    // A copy that was compared with it and is another one has been damaged.
+    if (content != awaited_ && store_.has(content)) {
         return content;
     }
     if (!file_) {
@@ -114,15 +176,23 @@ Content ContentStore::put(std::string_view bytes) {
 }
 
 Content ContentStore::putFile(const fs::path& file) {
-    const RegularFile source(file, "Check the path and its permissions. Nothing was changed on "
-                                   "the phone.");
+    return putFile(RegularFile(file, kAdvice));
+}
+
+Content ContentStore::putFile(const fs::path& file, ContentDigests& digests) {
+    const RegularFile source(file, kAdvice);
+    const Content content{digests.of(source), source.size()};
+    return has(content) ? content : putFile(source);
+}
+
+Content ContentStore::putFile(const RegularFile& source) {
     Incoming incoming(*this);
     const Descriptor copied(::fcntl(source.descriptor(), F_DUPFD_CLOEXEC, 0));
     if (source.size() > kMostInMemory) {
         copyInto(incoming, copied, source.size());
     } else if (const int error =
                    readPieces(copied, [&](std::string_view piece) { incoming.add(piece); })) {
-        throw cannotKeep(file, error);
+        throw cannotKeep(source.path(), error);
     }
     return incoming.keep();
 }
@@ -173,7 +243,7 @@ void ContentStore::requireRoom(uint64_t bytes) const {
 
 Descriptor ContentStore::open(const Digest& digest) const {
     const fs::path path = pathOf(digest);
-    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    Descriptor file = openCopy(path);
     if (!file) {
         throw damaged(path, std::strerror(errno));
     }

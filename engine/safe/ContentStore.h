@@ -1,11 +1,14 @@
 #pragma once
 
+#include "engine/files/ContentDigests.h"
+#include "engine/files/RegularFile.h"
 #include "engine/safe/Disk.h"
 #include "engine/values/Digest.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -31,7 +34,9 @@ public:
     /// disk only when it is kept and not there yet.
     class Incoming {
     public:
-        explicit Incoming(ContentStore& store) : store_(store) {}
+        /// @param awaited  what it probably is: compared with what is there, it costs no digest
+        explicit Incoming(ContentStore& store,
+                          const std::optional<Content>& awaited = std::nullopt);
 
         ~Incoming();
         Incoming(const Incoming&) = delete;
@@ -45,9 +50,14 @@ public:
     private:
         friend class ContentStore;
 
+        void take(std::string_view bytes);
+        void takeCompared();
         void beginFile();
 
         ContentStore& store_;
+        std::optional<Content> awaited_;
+        Descriptor copy_;            ///< of what is awaited, while nothing else has come
+        uint64_t compared_ = 0;      ///< bytes that are as awaited, and not taken
         std::string held_;           ///< all of it, while there is no file
         std::filesystem::path path_; ///< empty while there is no file
         Descriptor file_;
@@ -60,6 +70,9 @@ public:
     /// A copy of a file of this computer, which shares its blocks where the disk can.
     /// @throw Failure also when the file cannot be read
     Content putFile(const std::filesystem::path& file);
+
+    /// The same. Of a file that is kept already and whose digest is known, nothing is read.
+    Content putFile(const std::filesystem::path& file, ContentDigests& digests);
 
     bool has(const Content& content) const;
 
@@ -85,6 +98,8 @@ public:
     void dropAllBut(const std::set<Digest>& kept);
 
 private:
+    Content putFile(const RegularFile& source);
+
     std::filesystem::path pathOf(const Digest& digest) const { return folder_ / digest.hex(); }
 
     void copyInto(Incoming& incoming, const Descriptor& source, uint64_t size);

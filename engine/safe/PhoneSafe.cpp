@@ -265,9 +265,13 @@ Index PhoneSafe::index() {
     try {
         Index index = readIndex(folder_);
         if (const auto job = journal()) {
-            index.catalogues.insert(snapshot(job->job.after).catalogue);
+            const Snapshot after = snapshot(job->job.after);
+            index.catalogues.insert(after.catalogue);
             for (const std::string& name : job->touched) {
                 index.files.erase(name);
+                if (const auto file = after.files.find(name); file != after.files.end()) {
+                    index.awaited.emplace(name, file->second.content);
+                }
             }
         }
         return index;

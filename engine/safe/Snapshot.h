@@ -32,6 +32,9 @@ struct Index {
     std::map<std::string, Snapshot::File> files;
     std::set<std::optional<Content>> catalogues;
 
+    /// What files should hold that have to be read, since a job is not known to have ended: not kept.
+    std::map<std::string, Content> awaited = {};
+
     friend bool operator==(const Index&, const Index&) = default;
 };
 

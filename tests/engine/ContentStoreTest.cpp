@@ -111,6 +111,70 @@ TEST_F(Contents, AreTakenFromFiles) {
     EXPECT_THROW(contents.putFile(path() / "missing"), Failure);
 }
 
+TEST_F(Contents, ThatWereAwaitedAreTakenForWhatTheyAre) {
+    constexpr size_t kLength = 1'500'000; // more than is held in memory
+    std::string awaited;
+    for (size_t i = 0; i < kLength; ++i) {
+        awaited += static_cast<char>(i * 31 % 251);
+    }
+    const auto changedAt = [&](size_t place) {
+        std::string other = awaited;
+        other[place] = static_cast<char>(other[place] + 1);
+        return other;
+    };
+    const std::vector<std::string> coming{awaited,
+                                          changedAt(0),
+                                          changedAt(40'000),
+                                          changedAt(kLength - 1),
+                                          awaited.substr(0, kLength - 1),
+                                          awaited.substr(0, 5),
+                                          "",
+                                          awaited + "more"};
+    for (const std::string& bytes : coming) {
+        for (const size_t pieceBytes : {size_t{1'000}, size_t{65'536}, kLength + 10}) {
+            SCOPED_TRACE(::testing::Message() << bytes.size() << " in pieces of " << pieceBytes);
+            fs::remove_all(path());
+            ContentStore contents = store();
+            ContentStore::Incoming incoming(contents, contents.put(awaited));
+            for (size_t at = 0; at < bytes.size(); at += pieceBytes) {
+                incoming.add(std::string_view(bytes).substr(at, pieceBytes));
+            }
+            const Content content = incoming.keep();
+            EXPECT_EQ(content, (Content{digestOf(bytes), bytes.size()}));
+            EXPECT_TRUE(contents.bytes(content.digest) == bytes);
+        }
+    }
+}
+
+TEST_F(Contents, ThatWereAwaitedAreTakenAlsoWhereTheCopyIsGoneOrDamaged) {
+    const std::string bytes(100'000, 'z');
+    for (const bool isGone : {true, false}) {
+        ContentStore contents = store();
+        const Content content = contents.put(bytes);
+        const fs::path copy = path() / content.digest.hex();
+        if (isGone) {
+            fs::remove(copy);
+        } else {
+            std::ofstream(copy, std::ios::binary) << std::string(99'999, 'z') << '!';
+        }
+        ContentStore::Incoming incoming(contents, content);
+        incoming.add(bytes);
+        EXPECT_EQ(incoming.keep(), content);
+        EXPECT_TRUE(contents.bytes(content.digest) == bytes);
+    }
+}
+
+TEST_F(Contents, OfFilesWhoseDigestsAreKnownAreTheirs) {
+    ContentStore contents = store();
+    ContentDigests digests(path().parent_path() / "digests");
+    for (const char* const bytes : {"first", "other", "other", "first"}) {
+        const Content content = contents.putFile(local(bytes), digests);
+        EXPECT_EQ(content.digest, digestOf(bytes));
+        EXPECT_EQ(contents.bytes(content.digest), bytes);
+    }
+    EXPECT_THROW(contents.putFile(path() / "missing", digests), Failure);
+}
+
 TEST_F(Contents, ThatAreDamagedAreNotGivenBackAndAreTakenAnew) {
     ContentStore contents = store();
     const Content content = contents.put("some bytes");

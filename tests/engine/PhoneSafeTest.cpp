@@ -15,6 +15,7 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Pair;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
@@ -179,8 +180,9 @@ TEST_F(Safe, KnowsNothingOfWhatTheJobOfAJournalMayHaveWritten) {
     safe.write(journal);
     EXPECT_THAT(safe.index().files, SizeIs(1));
     EXPECT_TRUE(safe.index().files.contains("B.m4r"));
-    EXPECT_THAT(safe.index().catalogues,
-                UnorderedElementsAre(before.catalogue, safe.snapshot(journal.job.after).catalogue));
+    const Snapshot after = safe.snapshot(journal.job.after);
+    EXPECT_THAT(safe.index().catalogues, UnorderedElementsAre(before.catalogue, after.catalogue));
+    EXPECT_THAT(safe.index().awaited, ElementsAre(Pair("A.m4r", after.files.at("A.m4r").content)));
 }
 
 TEST_F(Safe, KeepsFiveJobsAndWhatTheyNeedAndNoMore) {
