@@ -307,6 +307,7 @@ void PhoneBook::dropFulfilled() {
         const bool isFulfilled = song.mark == Mark::New && isThere(song.nameNow(), song.size);
         next = song.isForgotten || isFulfilled ? eraseSong(next) : std::next(next);
     }
+    dropTakenNames(); // what was handed over may have one
 }
 
 void PhoneBook::begin(const WantedChange& wanted) {
@@ -346,7 +347,7 @@ void PhoneBook::handOver(const Song& song) {
     if (song.isForgotten) {
         setRemoved(song.sentName, true);
     } else if (song.nameNow() != song.sentName) {
-        setNewName(song.sentName, song.nameNow());
+        rename(phoneKey(song.sentName), song.nameNow());
     }
 }
 

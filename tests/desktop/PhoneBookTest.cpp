@@ -499,6 +499,29 @@ TEST_F(PhoneBooks, SendUnderItsNewNameASongWhoseSyncWasTakenBack) {
     EXPECT_EQ(book.wanted().added.front().name, "Harfe");
 }
 
+TEST_F(PhoneBooks, GiveWhatWasSentNoNameThatThePhoneHasMeanwhile) {
+    take(holding({}));
+    addReady("Harp", 600);
+    book.begin(book.wanted());
+    book.rename(keyOf("Harp"), "Harfe");
+    take(holding({{"Harp", 600}, {"Harfe", 1}}));
+    book.dropFulfilled();
+    EXPECT_THAT(marks(), ElementsAre(Mark::OnPhone, Mark::OnPhone));
+}
+
+TEST_F(PhoneBooks, GiveWhatWasSentItsOwnNameComposed) {
+    take(holding({}));
+    addReady("Glo\u0308ckchen", 600);
+    const std::string key = rows().front().key;
+    book.rename(key, "Bells");
+    const WantedChange wanted = book.wanted();
+    book.begin(wanted);
+    book.rename(key, "Glo\u0308ckchen");
+    book.carriedOut(wanted);
+    take(holding({{"Bells", 600}}));
+    EXPECT_THAT(book.wanted().renamed, ElementsAre(Pair("Bells", "Gl\u00f6ckchen")));
+}
+
 TEST_F(PhoneBooks, TellWhichRowsHaveChanged) {
     take(holding({{"Harp", 1}, {"Horn", 2}}));
     EXPECT_TRUE(book.takeChanges().areAll);
