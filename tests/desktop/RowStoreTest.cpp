@@ -1,6 +1,9 @@
 #include "desktop/pages/RowStore.h"
+#include "tests/desktop/RandomEdits.h"
 
 #include <gmock/gmock.h>
+
+#include <array>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -136,6 +139,83 @@ TEST_F(RowStores, DropWhatIsAheadWhenAllIsSet) {
     store.set({place("a")});
     EXPECT_FALSE(store.goOn());
     EXPECT_THAT(seen, ElementsAre("a"));
+}
+
+namespace {
+
+/// The rows of two phones, one of which is shown, as a list shows them.
+class ListOfTwoPhones {
+public:
+    explicit ListOfTwoPhones(uint32_t seed)
+        : edits_{RandomEdits(books_[0], seed), RandomEdits(books_[1], seed + 1)}, random_(seed) {}
+
+    /// Something happens to a phone, and may be shown, or in part, or be on its way.
+    void next() {
+        edits_[below(2)].next();
+        if (below(40) == 0) {
+            current_ = 1 - current_;
+            show();
+        } else if (below(3) == 0) {
+            show();
+        }
+        if (store_.size() > 0) {
+            store_.at(below(static_cast<uint32_t>(store_.size())));
+        }
+        if (below(2) == 0) {
+            store_.goOn();
+        }
+    }
+
+    void expectAllIsShown() {
+        show();
+        while (store_.goOn()) {
+        }
+        const std::vector<PlacePointer> places = book().places();
+        ASSERT_EQ(store_.size(), places.size());
+        for (size_t i = 0; i < places.size(); ++i) {
+            EXPECT_EQ(rowOf(store_.at(i)), book().row(places[i]->key));
+        }
+    }
+
+private:
+    uint32_t below(uint32_t end) { return static_cast<uint32_t>(random_() % end); }
+
+    PhoneBook& book() { return books_[current_]; }
+
+    void show() {
+        RowChanges changes = book().takeChanges();
+        if (shown_ != current_ || (changes.areAll && store_.size() == 0)) {
+            shown_ = current_;
+            store_.set(book().places());
+        } else if (changes.areAll) {
+            store_.followTo(book().places());
+        } else {
+            store_.follow(std::move(changes.rows));
+        }
+    }
+
+    std::array<PhoneBook, 2> books_;
+    std::array<RandomEdits, 2> edits_;
+    std::mt19937 random_;
+    uint32_t current_ = 0;
+    uint32_t shown_ = 0;
+    RowStore store_{[this](const std::string& key) { return book().row(key); }};
+};
+
+} // namespace
+
+TEST(RowStoresOfPhones, ShowWhatThereIsWhateverComesMeanwhile) {
+    for (int run = 0; run < 10; ++run) {
+        const uint32_t seed = std::random_device{}();
+        ListOfTwoPhones list(seed);
+        for (int step = 0; step < 1000; ++step) {
+            list.next();
+            if (step % 50 == 0) {
+                list.expectAllIsShown();
+                ASSERT_FALSE(testing::Test::HasFailure()) << "seed " << seed << ", step " << step;
+            }
+        }
+    }
 }
 
 } // namespace krl::desktop
