@@ -1,6 +1,7 @@
 #include "engine/sync/Submission.h"
 
 #include "engine/errors/Status.h"
+#include "engine/phones/RemovalWatch.h"
 #include "engine/restore/HeldSyncLock.h"
 #include "engine/sync/Aftermath.h"
 #include "engine/sync/Guard.h"
@@ -12,6 +13,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace krl::engine {
@@ -22,7 +24,8 @@ public:
     Submission(OpenPhone& phone, const PhoneState& before, const PreparedChange& change,
                SyncListener& listener, SafeKeeping* keeping)
         : phone_(phone), before_(before), change_(change), listener_(listener), keeping_(keeping),
-          reports_(change.plan, listener), aftermath_(phone, before, change, reports_) {}
+          reports_(change.plan, listener, [this] { return isPulledOut(); }),
+          aftermath_(phone, before, change, reports_) {}
 
     void run() {
         const auto failure = carryOutOrTakeBack();
@@ -113,6 +116,14 @@ private:
                 return reports_.answer(step, guard_.isStopped());
             },
             [this]() noexcept { pass(); });
+    }
+
+    /// The news that the thread's own run loop has of phones wait for the end of the sync.
+    bool isPulledOut() {
+        if (!removal_) {
+            removal_.emplace(phone_.phone()._rawDevice());
+        }
+        return removal_->isGone();
     }
 
     /// Shows how far a file is, and breaks it off. Not every provider can.
@@ -242,6 +253,7 @@ private:
     Guard guard_{before_, change_.plan};
     SyncReports reports_;
     Aftermath aftermath_;
+    std::optional<RemovalWatch> removal_; ///< from the first pause on
 };
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <thread>
+#include <utility>
 
 namespace krl::engine {
 namespace {
@@ -12,7 +13,8 @@ enum Mode : int32_t { kPreparing = 0, kRemoving = 3, kBeforeUploads = 4, kUpload
 
 } // namespace
 
-SyncReports::SyncReports(const Plan& plan, SyncListener& listener) : listener_(listener) {
+SyncReports::SyncReports(const Plan& plan, SyncListener& listener, std::function<bool()> isGone)
+    : listener_(listener), isGone_(std::move(isGone)) {
     std::copy_if(plan.operations.begin(), plan.operations.end(), std::back_inserter(uploads_),
                  [](const Operation& one) { return one.kind == Operation::Kind::Upload; });
     progress_.filesTotal = uploads_.size();
@@ -54,15 +56,15 @@ bool SyncReports::canPauseBefore(const SyncStep& step) {
 }
 
 /// Stands still for as long as the listener says. Nothing is sent in this time, so that it does not
-/// count for how long the rest will take.
+/// count for how long the rest will take, and a phone that was pulled out fails the next request.
 void SyncReports::pause() {
     constexpr std::chrono::milliseconds kMoment{50};
-    if (!listener_.pauses()) {
+    if (!listener_.pauses() || isGone_()) {
         return;
     }
     const auto begin = Clock::now();
     listener_.stage(SyncStage::Paused);
-    while (listener_.pauses() && !cancels()) {
+    while (listener_.pauses() && !cancels() && !isGone_()) {
         std::this_thread::sleep_for(kMoment);
     }
     start_ += Clock::now() - begin;

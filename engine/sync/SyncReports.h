@@ -5,6 +5,7 @@
 #include "engine/sync/SyncRun.h"
 
 #include <chrono>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,7 +15,8 @@ namespace krl::engine {
 /// What a sync reported step by step, and the answers to it.
 class SyncReports {
 public:
-    SyncReports(const Plan& plan, SyncListener& listener);
+    /// @param isGone  whether the phone was pulled out; asked while the sync stands still
+    SyncReports(const Plan& plan, SyncListener& listener, std::function<bool()> isGone);
 
     /// Takes a step; whether to go on.
     /// @param isStopped  somebody else than the listener has ended the sync
@@ -56,6 +58,7 @@ private:
     double elapsed() const;
 
     SyncListener& listener_;
+    const std::function<bool()> isGone_;
     std::vector<Operation> uploads_;
     Progress progress_;
     Clock::time_point start_ = Clock::now();

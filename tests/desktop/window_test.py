@@ -784,6 +784,16 @@ class Syncs(Window):
         self.stage.see("Sync 2", "push button")
         self.assert_phone_holds(HARP)
 
+    def test_that_are_paused_notice_that_the_phone_is_pulled_out(self):
+        self.pause_before_the_first_file()
+        self.stage.tell_phone("unplug")
+        self.stage.see("“My Phone” Is Unplugged")
+        self.stage.tell_phone("plug")
+        self.stage.press("Take Back")
+        self.stage.see_none("The last sync of “My Phone” was interrupted")
+        self.stage.see("Sync 2", "push button")
+        self.assert_phone_holds(HARP)
+
     def test_are_cancelled(self):
         # They would take longer than anything here is waited for.
         songs = [self.song(f"Song {number}", seconds=20) for number in range(10)]

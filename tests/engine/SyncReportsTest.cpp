@@ -46,7 +46,8 @@ class SyncReportsTest : public testing::Test {
 protected:
     Plan plan;
     Listener listener;
-    SyncReports reports{plan, listener};
+    int questionsUntilGone = 1000;
+    SyncReports reports{plan, listener, [this] { return questionsUntilGone-- <= 0; }};
 };
 
 } // namespace
@@ -76,6 +77,16 @@ TEST_F(SyncReportsTest, AreCancelledWhileTheyStandStill) {
     listener.questionsToCancel = 1;
     EXPECT_FALSE(reports.answer(kUploadBegins, false));
     EXPECT_TRUE(reports.isCancelled());
+}
+
+TEST_F(SyncReportsTest, GoOnAtOnceWhenThePhoneWasPulledOut) {
+    listener.pauses_ = 1000;
+    questionsUntilGone = 2;
+    EXPECT_TRUE(reports.answer(kUploadBegins, false)) << "the phone is asked, and how it ends told";
+    EXPECT_FALSE(reports.isCancelled());
+    EXPECT_THAT(listener.stages, ElementsAre(SyncStage::Paused));
+    EXPECT_TRUE(reports.answer(kUploadBegins, false));
+    EXPECT_THAT(listener.stages, ElementsAre(SyncStage::Paused)) << "once is enough";
 }
 
 } // namespace krl::engine
