@@ -23,7 +23,10 @@ public:
     /// From now on the plan is carried out; until then everything may be read and nothing written.
     void begin() { hasBegun_ = true; }
 
-    /// Whether the sync has left its plan.
+    /// Lets nothing more through.
+    void cancel() { stop("it was cancelled"); }
+
+    /// Whether the sync has left its plan, or was cancelled.
     bool isStopped() const { return isStopped_; }
 
     /// In which way.

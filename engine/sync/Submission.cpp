@@ -31,7 +31,7 @@ public:
         const auto failure = carryOutOrTakeBack();
         phone_.disconnect();
         listener_.ended();
-        const bool isCancelled = reports_.isCancelled() && !reports_.reachedRemovals();
+        const bool isCancelled = reports_.isCancelled();
         const bool isDone = !guard_.isStopped() && !isCancelled && !failure;
         const auto ending = settle(isDone ? Wish::Finish : Wish::TakeBack);
         // Calls that a cancel has ended look to the guard like a phone that says other things.
@@ -111,11 +111,17 @@ private:
         guard_.begin();
         makeReadyForSync();
         return runSync(
-            tones_,
-            [this](const SyncStep& step) noexcept {
-                return reports_.answer(step, guard_.isStopped());
-            },
+            tones_, [this](const SyncStep& step) noexcept { return answer(step); },
             [this]() noexcept { pass(); });
+    }
+
+    /// The library's removals cannot be cancelled, but the guard lets none of them through.
+    bool answer(const SyncStep& step) noexcept {
+        const bool goesOn = reports_.answer(step, guard_.isStopped());
+        if (reports_.isCancelled() && SyncReports::isRemoval(step)) {
+            guard_.cancel();
+        }
+        return goesOn;
     }
 
     /// The news that the thread's own run loop has of phones wait for the end of the sync.

@@ -51,8 +51,12 @@ bool SyncReports::answer(const SyncStep& step, bool isStopped) noexcept {
     return !answeredCancel_;
 }
 
+bool SyncReports::isRemoval(const SyncStep& step) {
+    return step.mode == kRemoving;
+}
+
 bool SyncReports::canPauseBefore(const SyncStep& step) {
-    return step.mode == kRemoving || (step.mode == kUploading && step.status == 1);
+    return isRemoval(step) || (step.mode == kUploading && step.status == 1);
 }
 
 /// Stands still for as long as the listener says. Nothing is sent in this time, so that it does not
@@ -111,8 +115,11 @@ void SyncReports::take(const SyncStep& step) {
         takeUpload(step.status == 1, step.name);
         break;
     case kRemoving:
-        reachedRemovals_ = true;
-        listener_.stage(SyncStage::Removing);
+        // One that is cancelled before the first removal has none.
+        reachedRemovals_ = reachedRemovals_ || !isCancelled_;
+        if (reachedRemovals_) {
+            listener_.stage(SyncStage::Removing);
+        }
         break;
     default:
         break;

@@ -22,6 +22,9 @@ public:
     /// @param isStopped  somebody else than the listener has ended the sync
     bool answer(const SyncStep& step, bool isStopped) noexcept;
 
+    /// Whether a step is about what goes.
+    static bool isRemoval(const SyncStep& step);
+
     /// A moment has passed within a step.
     /// @param bytes  how far the file that was opened last has come
     /// @return whether the upload under way is to be broken off; said once
@@ -43,8 +46,8 @@ public:
 
     bool reachedRemovals() const { return reachedRemovals_; }
 
-    /// Whether the listener has cancelled it, before anything else ended it.
-    bool isCancelled() const { return isCancelled_; }
+    /// Whether the listener has cancelled it, before anything else ended it and before the removals.
+    bool isCancelled() const { return isCancelled_ && !reachedRemovals_; }
 
 private:
     using Clock = std::chrono::steady_clock;

@@ -794,6 +794,21 @@ class Syncs(Window):
         self.stage.see("Sync 2", "push button")
         self.assert_phone_holds(HARP)
 
+    def test_that_are_paused_before_the_removals_can_be_cancelled(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 1", "push button")
+        self.stage.tell_phone("silence")
+        self.stage.press("Sync 1")
+        self.stage.press("Pause")
+        self.stage.see("Continue", "push button")
+        self.stage.tell_phone("talk")
+        self.stage.see("Paused")
+        self.stage.press("Cancel")
+        self.stage.see("Cancelled")
+        self.stage.see("Sync 1", "push button")
+        self.assert_phone_holds(HARP)
+
     def test_are_cancelled(self):
         # They would take longer than anything here is waited for.
         songs = [self.song(f"Song {number}", seconds=20) for number in range(10)]

@@ -129,6 +129,15 @@ TEST_F(GuardTest, AnotherOperationStopsTheSyncAndReachesNothing) {
     EXPECT_FALSE(guard->hasChanged());
 }
 
+TEST_F(GuardTest, OnceItIsCancelledNothingReachesThePhone) {
+    begin({{.kind = Kind::Remove, .file = "A.m4r"}, {.kind = Kind::Remove, .file = "B.m4r"}});
+    EXPECT_EQ(remove("A.m4r"), 0);
+    guard->cancel();
+    EXPECT_NE(remove("B.m4r"), 0);
+    EXPECT_TRUE(guard->isStopped());
+    EXPECT_THAT(reached(), ElementsAre("remove /iTunes_Control/Ringtones/A.m4r"));
+}
+
 TEST_F(GuardTest, OneOperationMoreStopsTheSync) {
     begin({{.kind = Kind::Remove, .file = "A.m4r"}});
     EXPECT_EQ(remove("A.m4r"), 0);

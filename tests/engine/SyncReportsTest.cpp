@@ -79,6 +79,23 @@ TEST_F(SyncReportsTest, AreCancelledWhileTheyStandStill) {
     EXPECT_TRUE(reports.isCancelled());
 }
 
+TEST_F(SyncReportsTest, CancelledWhileTheyStandStillBeforeTheRemovalsHaveNotReachedThem) {
+    listener.pauses_ = 1000;
+    listener.questionsToCancel = 1;
+    EXPECT_FALSE(reports.answer(kRemovalsBegin, false));
+    EXPECT_TRUE(reports.isCancelled());
+    EXPECT_FALSE(reports.reachedRemovals());
+    EXPECT_THAT(listener.stages, ElementsAre(SyncStage::Paused));
+}
+
+TEST_F(SyncReportsTest, AreNotCancelledAnyMoreOnceTheRemovalsHaveBegun) {
+    EXPECT_TRUE(reports.answer(kRemovalsBegin, false));
+    listener.questionsToCancel = 0;
+    reports.answer(kRemovalsBegin, false);
+    EXPECT_FALSE(reports.isCancelled());
+    EXPECT_TRUE(reports.reachedRemovals());
+}
+
 TEST_F(SyncReportsTest, GoOnAtOnceWhenThePhoneWasPulledOut) {
     listener.pauses_ = 1000;
     questionsUntilGone = 2;
