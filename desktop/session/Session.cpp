@@ -721,7 +721,7 @@ void Session::failed(const std::string& key, const Failure& failure) {
 void Session::toastWithUndo(const std::string& key, std::string text) {
     onToast({.text = std::move(text), .undo = _("Undo"), .onUndo = [this, key] {
                  choose(key); // the person may look at another one by now
-                 undo();
+                 undoLastSync();
              }});
 }
 
@@ -777,9 +777,13 @@ void Session::pause() {
 }
 
 void Session::undo() {
-    if (!canUndo()) {
-        return;
+    if (canUndo()) {
+        undoLastSync();
     }
+}
+
+/// Also of a phone whose history is still being read.
+void Session::undoLastSync() {
     work<RingtoneChanges>(
         undoLast, [this](const std::string& /*key*/, const RingtoneChanges& changes) {
             toast(fmt::format(fmt::runtime(_("Undone: {}")), changesText(changes)));

@@ -221,6 +221,7 @@ private:
     void change(bool rebuilds);
     void tell(const std::string& key, const ChangeDone& done);
     void endBrokenJob(engine::Wish wish);
+    void undoLastSync();
 
     /// Ends the sound of a row that is not there any more.
     void stopWhatIsGone(const std::string& key);

@@ -739,6 +739,21 @@ class Syncs(Window):
         self.stage.see("1 ringtone")
         self.assert_phone_holds(HARP)
 
+    def test_are_undone_at_once(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.pause_at_the_beginning_of("Sync 1")
+        # The list is read anew after the sync, and the history with it.
+        self.stage.tell_phone("fault afc/DeviceInfo=delay:5000")
+        self.stage.press("Continue")
+        self.stage.see("1 ringtone added")
+        self.stage.press("Undo")
+        self.stage.see("Cancel", "push button")
+        self.stage.tell_phone("clear-faults")
+        self.stage.see_part("Undone: ")
+        self.assert_phone_holds(HARP)
+
     def test_of_many_songs_leave_the_window_alive(self):
         folder = self.stage.folder / "songs"
         folder.mkdir()
@@ -756,17 +771,20 @@ class Syncs(Window):
         print("in their sync:", pace.end())
         self.assertEqual(len(self.stage.ringtones_on_phone()), 301)
 
-    def pause_before_the_first_file(self):
-        self.start(HARP)
-        self.stage.see("Harp", "list item")
-        self.stage.open_in_window(SUNRISE, BELLS)
-        self.stage.see("Sync 2", "push button")
+    def pause_at_the_beginning_of(self, sync):
+        self.stage.see(sync, "push button")
         self.stage.tell_phone("silence")
-        self.stage.press("Sync 2")
+        self.stage.press(sync)
         self.stage.press("Pause")
         self.stage.see("Continue", "push button")
         self.stage.tell_phone("talk")
         self.stage.see("Paused")
+
+    def pause_before_the_first_file(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE, BELLS)
+        self.pause_at_the_beginning_of("Sync 2")
         self.assert_phone_holds(HARP)
 
     def test_are_paused_and_go_on(self):
@@ -797,13 +815,7 @@ class Syncs(Window):
     def test_that_are_paused_before_the_removals_can_be_cancelled(self):
         self.start(HARP)
         self.stage.press("Remove “Harp”")
-        self.stage.see("Sync 1", "push button")
-        self.stage.tell_phone("silence")
-        self.stage.press("Sync 1")
-        self.stage.press("Pause")
-        self.stage.see("Continue", "push button")
-        self.stage.tell_phone("talk")
-        self.stage.see("Paused")
+        self.pause_at_the_beginning_of("Sync 1")
         self.stage.press("Cancel")
         self.stage.see("Cancelled")
         self.stage.see("Sync 1", "push button")
