@@ -61,7 +61,7 @@ Json cutJson(const audio::Wish& cut) {
             {"level", cut.level}};
 }
 
-/// Before cuts were kept there was nothing of them.
+/// Before cuts, and what was sent, were kept there was nothing of them.
 Edits::Song songOf(const Json& entry) {
     Edits::Song song{bytesAt(entry, "path"), bytesAt(entry, "name")};
     if (!song.path.is_absolute() || song.path.string().find('\0') != std::string::npos) {
@@ -69,6 +69,10 @@ Edits::Song songOf(const Json& entry) {
     }
     if (entry.contains("cut")) {
         song.cut = cutOf(valueAt(entry, "cut"));
+    }
+    if (entry.contains("sent")) {
+        const Json& sent = valueAt(entry, "sent");
+        song.sent = {bytesAt(sent, "name"), numberAt(sent, "size")};
     }
     return song;
 }
@@ -99,6 +103,9 @@ Json documentOf(const Edits& edits) {
         Json entry = {{"path", bytesJson(song.path.string())}, {"name", bytesJson(song.name)}};
         if (song.cut) {
             entry["cut"] = cutJson(*song.cut);
+        }
+        if (song.sent) {
+            entry["sent"] = {{"name", bytesJson(song.sent->name)}, {"size", song.sent->size}};
         }
         songs.push_back(std::move(entry));
     }

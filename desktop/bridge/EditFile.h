@@ -2,6 +2,7 @@
 
 #include "audio/preparing/Wish.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -12,10 +13,19 @@ namespace krl::desktop {
 
 /// What a person wants changed about a phone, as it is kept from one window to the next.
 struct Edits {
+    /// What a song may be on the phone by now.
+    struct Sent {
+        std::string name;
+        uint64_t size;
+
+        friend bool operator==(const Sent&, const Sent&) = default;
+    };
+
     struct Song {
         std::filesystem::path path;          ///< of what was added, not of what was made of it
         std::string name = {};               ///< given by the person; empty: its own
         std::optional<audio::Wish> cut = {}; ///< by the person; none: as songs are at first
+        std::optional<Sent> sent = {};       ///< by a sync that did not end
 
         friend bool operator==(const Song&, const Song&) = default;
     };

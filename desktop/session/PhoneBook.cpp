@@ -292,19 +292,20 @@ void PhoneBook::dropFulfilled() {
     }
     rememberLengths();
     dropWhatIsGone();
-    const auto isThere = [&](const std::string& name, uint64_t size) {
-        const auto* const ringtone = holdings_->find(name);
-        return ringtone != nullptr && ringtone->size == size && !removed_.contains(name);
+    const auto isThere = [&](const Edits::Sent& sent) {
+        const auto* const ringtone = holdings_->find(sent.name);
+        return ringtone != nullptr && ringtone->size == sent.size && !removed_.contains(sent.name);
     };
     for (auto next = songs_.begin(); next != songs_.end();) {
         Song& song = next->second;
-        if (!song.sentName.empty() && isThere(song.sentName, song.size)) {
+        if (song.sent && isThere(*song.sent)) {
             handOver(song);
             next = eraseSong(next);
             continue;
         }
-        song.sentName.clear();
-        const bool isFulfilled = song.mark == Mark::New && isThere(song.nameNow(), song.size);
+        version_ += song.sent ? 1U : 0U;
+        song.sent.reset();
+        const bool isFulfilled = song.mark == Mark::New && isThere({song.nameNow(), song.size});
         next = song.isForgotten || isFulfilled ? eraseSong(next) : std::next(next);
     }
     dropTakenNames(); // what was handed over may have one
@@ -314,7 +315,7 @@ void PhoneBook::begin(const WantedChange& wanted) {
     for (const engine::LocalRingtone& ringtone : wanted.added) {
         const auto found = going_.find(engine::composed(ringtone.name));
         if (found != going_.end()) {
-            songs_.at(found->second.song).sentName = ringtone.name;
+            songs_.at(found->second.song).sent = {ringtone.name, ringtone.size};
         }
     }
     ++version_;
@@ -334,7 +335,8 @@ void PhoneBook::carriedOut(const WantedChange& done) {
     }
     for (auto next = songs_.begin(); next != songs_.end();) {
         const Song& song = next->second;
-        const bool wasSent = song.ringtone && sent.contains({song.ringtone->path, song.sentName});
+        const bool wasSent =
+            song.ringtone && song.sent && sent.contains({song.ringtone->path, song.sent->name});
         if (wasSent) {
             handOver(song);
         }
@@ -345,9 +347,9 @@ void PhoneBook::carriedOut(const WantedChange& done) {
 /// A song has become a ringtone of the phone: what was done about it since it was sent is about that.
 void PhoneBook::handOver(const Song& song) {
     if (song.isForgotten) {
-        setRemoved(song.sentName, true);
-    } else if (song.nameNow() != song.sentName) {
-        rename(phoneKey(song.sentName), song.nameNow());
+        setRemoved(song.sent->name, true);
+    } else if (song.nameNow() != song.sent->name) {
+        rename(phoneKey(song.sent->name), song.nameNow());
     }
 }
 
@@ -372,14 +374,16 @@ void PhoneBook::carriedOutRenaming(const std::string& from, const std::string& t
 
 uint64_t PhoneBook::add(const Edits::Song& song) {
     const std::string name = tidiedName(song.name);
+    const bool wasSent = song.sent && isUsableName(song.sent->name);
     const uint64_t number = ++lastSong_;
     // Not there before it is shown.
     songs_[number].isForgotten = true;
     changeSong(number, [&](Song& added) {
         added = {.path = song.path,
-                 .name = shownText(song.path.stem().string()),
+                 .name = wasSent ? song.sent->name : shownText(song.path.stem().string()),
                  .givenName = isUsableName(name) ? name : std::string(),
-                 .cut = song.cut};
+                 .cut = song.cut,
+                 .sent = wasSent ? song.sent : std::nullopt};
     });
     ++version_;
     return number;
@@ -644,7 +648,13 @@ Edits PhoneBook::edits() const {
     result.renamed.assign(renamed_.begin(), renamed_.end());
     for (const auto& [number, song] : songs_) {
         if (!song.isForgotten && song.mark != Mark::Unusable) {
-            result.songs.push_back({song.path, song.givenName, song.cut});
+            // Its own name is not known before it is ready again.
+            const bool isRenamed = song.sent && song.sent->name != song.nameNow();
+            const std::string& name = isRenamed ? song.nameNow() : song.givenName;
+            result.songs.push_back({song.path, name, song.cut, song.sent});
+        } else if (song.isForgotten && song.sent &&
+                   ringtoneOf(phoneKey(song.sent->name)) == nullptr) {
+            result.removed.push_back(song.sent->name);
         }
     }
     return result;

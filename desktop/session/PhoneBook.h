@@ -204,7 +204,7 @@ private:
         std::optional<audio::Wish> cut = {};       ///< by the person, done or under way
         std::optional<audio::Wish> cutBefore = {}; ///< the same, before it was cut anew
         std::string nameBefore = {};               ///< the given one, before that
-        std::string sentName = {};                 ///< under which it may be on the phone by now
+        std::optional<Edits::Sent> sent = {};      ///< what it may be on the phone by now
         bool isForgotten = false;
         PlacePointer place = {};
 

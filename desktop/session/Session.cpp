@@ -195,7 +195,7 @@ void Session::read(const std::string& key, bool afterWork) {
                 readOne.book.take(*holdings);
                 if (afterWork) {
                     readOne.edits.forget();
-                    readOne.book.dropFulfilled();
+                    dropFulfilled(readOne);
                     playing_.forget(key);
                 }
                 stopWhatIsGone(key);
@@ -205,6 +205,13 @@ void Session::read(const std::string& key, bool afterWork) {
             }
             changed();
         });
+}
+
+/// Not from a list that was read before the work under way, which knows nothing of what that sends.
+void Session::dropFulfilled(Phone& target) {
+    if (target.isRead && !target.work) {
+        target.book.dropFulfilled();
+    }
 }
 
 void Session::examine(const std::string& key) {
@@ -576,9 +583,7 @@ void Session::takeUp(const std::string& key) {
 void Session::restore(const std::string& key, const KeptEdits& kept) {
     Phone& target = *phone(key);
     target.book.restore(kept.edits);
-    if (target.isRead) {
-        target.book.dropFulfilled();
-    }
+    dropFulfilled(target);
     const std::string name = nameOf(target.about);
     if (!kept.edits.isEmpty()) {
         onToast(
@@ -592,6 +597,7 @@ void Session::restore(const std::string& key, const KeptEdits& kept) {
     const bool isAsKept = !target.book.hasEdits() && kept.edits.isEmpty() && kept.missing.empty();
     takeSongs(key, kept.edits.songs, [this, key, isAsKept] {
         Phone& restored = *phone(key);
+        dropFulfilled(restored);
         // What is kept is not written over before all of it is here.
         restored.kept = isAsKept ? std::optional(restored.book.version()) : kNeverKept;
         changed();

@@ -198,6 +198,7 @@ private:
     void chooseAnother();
     void examineComputer();
     void read(const std::string& key, bool afterWork);
+    static void dropFulfilled(Phone& target);
     void examine(const std::string& key);
     void takeSongs(const std::string& key, std::vector<Edits::Song> songs,
                    std::function<void()> done);

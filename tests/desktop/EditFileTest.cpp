@@ -38,10 +38,14 @@ Edits::Song cutSong() {
                         .level = false}};
 }
 
+Edits::Song sentSong() {
+    return {.path = "/songs/d.m4r", .name = "New", .sent = Edits::Sent{"no \xff text", 1ULL << 40}};
+}
+
 Edits someEdits() {
     return {.removed = {"Harp", "no \xff text"},
             .renamed = {{"Horn", "Hupe"}},
-            .songs = {{"/songs/a\xff.mp3", "Given"}, {"/songs/b.mp3", ""}, cutSong()}};
+            .songs = {{"/songs/a\xff.mp3", "Given"}, {"/songs/b.mp3", ""}, cutSong(), sentSong()}};
 }
 
 } // namespace
@@ -113,6 +117,21 @@ TEST_F(EditFiles, WithACutThatCannotBeAreNotBelieved) {
           std::string(R"({"start":2,"length":3,"fadeIn":0,"fadeOut":1000,"level":true})"),
           std::string(R"({"start":2,"length":3,"fadeIn":0,"fadeOut":1,"level":1})")}) {
         EXPECT_THROW(withCut(cut), engine::Failure) << cut;
+    }
+}
+
+TEST_F(EditFiles, WithSomethingSentThatCannotBeAreNotBelieved) {
+    const auto withSent = [this](const std::string& sent) {
+        put(R"({"version":1,"removed":[],"renamed":[],"songs":[{"path":"/a","name":"","sent":)" +
+            sent + "}]}");
+        return readEdits(file).songs.front().sent;
+    };
+    EXPECT_EQ(withSent(R"({"name":"Harp","size":7})"), (Edits::Sent{"Harp", 7}));
+    for (const char* const sent :
+         {"null", "[]", "{}", R"("Harp")", R"({"name":"Harp"})", R"({"name":7,"size":7})",
+          R"({"name":"Harp","size":-7})", R"({"name":"Harp","size":7.5})",
+          R"({"name":"Harp","size":1e30})", R"({"name":"Harp","size":"7"})"}) {
+        EXPECT_THROW(withSent(sent), engine::Failure) << sent;
     }
 }
 

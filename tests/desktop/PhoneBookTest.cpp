@@ -499,6 +499,49 @@ TEST_F(PhoneBooks, SendUnderItsNewNameASongWhoseSyncWasTakenBack) {
     EXPECT_EQ(book.wanted().added.front().name, "Harfe");
 }
 
+TEST_F(PhoneBooks, KnowWhatWasSentFromOneWindowToTheNext) {
+    take(holding({}));
+    addReady("Harp", 600);
+    addReady("Horn", 700);
+    addReady("Bells", 800);
+    book.begin(book.wanted());
+    book.rename(keyOf("Harp"), "Harfe");
+    book.remove({keyOf("Horn")});
+    const Edits kept = book.edits();
+    for (const bool hasArrived : {true, false}) {
+        PhoneBook next;
+        next.restore(kept);
+        for (const Edits::Song& song : kept.songs) {
+            next.add(song);
+        }
+        const std::map<std::string, uint64_t> there = {
+            {"Harp", 600}, {"Horn", 700}, {"Bells", 800}};
+        next.take(std::make_shared<const Holdings>(
+            holding(hasArrived ? there : std::map<std::string, uint64_t>())));
+        next.dropFulfilled();
+        if (hasArrived) {
+            EXPECT_THAT(next.edits().songs, IsEmpty());
+            EXPECT_THAT(next.wanted().renamed, ElementsAre(Pair("Harp", "Harfe")));
+            EXPECT_THAT(next.wanted().removed, ElementsAre("Horn"));
+        } else {
+            EXPECT_THAT(next.edits().songs,
+                        ElementsAre(Edits::Song{"Harp.m4r", "Harfe"}, Edits::Song{"Bells.m4r"}));
+            EXPECT_THAT(next.edits().removed, IsEmpty());
+        }
+    }
+}
+
+TEST_F(PhoneBooks, KeepTheOwnNameOfWhatWasSentUnderAnother) {
+    take(holding({}));
+    addReady("Harp", 600);
+    book.rename(keyOf("Harp"), "Harfe");
+    book.begin(book.wanted());
+    book.rename(keyOf("Harfe"), "Harp");
+    ASSERT_THAT(book.edits().songs, SizeIs(1));
+    EXPECT_EQ(book.edits().songs.front(),
+              (Edits::Song{"Harp.m4r", "Harp", {}, Edits::Sent{"Harfe", 600}}));
+}
+
 TEST_F(PhoneBooks, GiveWhatWasSentNoNameThatThePhoneHasMeanwhile) {
     take(holding({}));
     addReady("Harp", 600);

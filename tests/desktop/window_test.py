@@ -286,6 +286,26 @@ class Names(Window):
         self.assertEqual({name for name, *_ in self.catalogue()}, {"Harp", "Morning"})
         self.assert_phone_holds(HARP, SUNRISE)
 
+    def test_of_songs_given_while_they_are_sent_outlast_a_broken_sync_and_the_window(self):
+        self.start(HARP, phone=["--link-speed", "2k"])
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.stage.press("Sync 1")
+        self.stage.see_part("Ringtone 1 of 1")
+        self.rename("Sunrise 🌅", "Morning")
+        self.stage.see("Rename “Morning”", "push button")
+        self.stage.tell_phone("unplug")
+        self.stage.see("“My Phone” Is Unplugged")
+        self.stage.close_window()
+        self.stage.tell_phone("plug")
+        self.stage.start_window()
+        self.stage.press("Finish")
+        self.stage.see_part("Was “Sunrise 🌅” · ")
+        self.stage.press("Sync 1")
+        self.stage.see("1 renamed")
+        self.assertEqual({name for name, *_ in self.catalogue()}, {"Harp", "Morning"})
+        self.assert_phone_holds(HARP, SUNRISE)
+
     def test_are_edited_with_keys_alone(self):
         self.start(HARP)
         self.stage.tab_to("Rename “Harp”", "push button")
