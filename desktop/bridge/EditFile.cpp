@@ -15,6 +15,7 @@ namespace {
 
 /// More than a person edits, and little enough for a window.
 constexpr size_t kMost = 20000;
+constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
 
 /// @param take  called with each object of a list
 void forEach(const Json& document, const char* key,
@@ -123,7 +124,8 @@ std::filesystem::path editFile(const std::filesystem::path& folder, const std::s
 
 Edits readEdits(const std::filesystem::path& file) {
     Edits edits;
-    readDocument(file, [&](const Json& document) { edits = editsOf(document); });
+    readDocument(
+        file, [&](const Json& document) { edits = editsOf(document); }, kMostBytes);
     return edits;
 }
 

@@ -10,9 +10,6 @@ namespace {
 
 constexpr uint64_t kVersion = 1;
 
-/// The largest would be that of some hundred thousand files.
-constexpr size_t kMostBytes = size_t{128} * 1024 * 1024;
-
 constexpr char kHexKey[] = "hex";
 
 std::string hexOf(std::string_view bytes) {
@@ -141,14 +138,15 @@ void readDocumentText(const std::string& text, const std::string& where,
     }
 }
 
-bool readDocument(const std::filesystem::path& path, const std::function<void(const Json&)>& read) {
+bool readDocument(const std::filesystem::path& path, const std::function<void(const Json&)>& read,
+                  size_t most) {
     std::error_code ignored;
     if (!std::filesystem::exists(std::filesystem::symlink_status(path, ignored))) {
         return false;
     }
     const std::string where = fmt::format("\"{}\"", path.string());
     const RegularFile file(path, "Look at its permissions. Nothing was changed on the phone.");
-    readDocumentText(file.bytes(kMostBytes), where, read);
+    readDocumentText(file.bytes(most), where, read);
     return true;
 }
 

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -56,8 +57,13 @@ void writeDocument(Disk& disk, const std::filesystem::path& path, const Json& do
 void readDocumentText(const std::string& text, const std::string& where,
                       const std::function<void(const Json&)>& read);
 
+/// The largest document would be that of some hundred thousand files.
+inline constexpr size_t kMostDocumentBytes = size_t{128} * 1024 * 1024;
+
 /// The same of a file.
+/// @param most  bytes that it may have; a document takes many times as much memory
 /// @return whether it is there
-bool readDocument(const std::filesystem::path& path, const std::function<void(const Json&)>& read);
+bool readDocument(const std::filesystem::path& path, const std::function<void(const Json&)>& read,
+                  size_t most = kMostDocumentBytes);
 
 } // namespace krl::engine

@@ -135,6 +135,14 @@ TEST_F(EditFiles, WithSomethingSentThatCannotBeAreNotBelieved) {
     }
 }
 
+TEST_F(EditFiles, LargerThanAnyThatAPersonMakesAreNotRead) {
+    const std::string edits = R"({"version":1,"removed":[],"renamed":[],"songs":[]})";
+    put(edits + std::string(1000, ' '));
+    EXPECT_NO_THROW(readEdits(file));
+    put(edits + std::string(size_t{16} * 1024 * 1024, ' '));
+    EXPECT_THROW(readEdits(file), engine::Failure);
+}
+
 TEST_F(EditFiles, ThatAreNoFilesAreNotWaitedFor) {
     fs::create_directories(file);
     EXPECT_THROW(readEdits(file), engine::Failure);
