@@ -17,7 +17,7 @@ EditorWindow::EditorWindow(GtkWindow* over, Session& session)
     waveform_.onMove = [this](Side side, double to) { move(side, to); };
     waveform_.onPlay = [this] { playOrStop(); };
     player_.onChanged = [this] { showPlaying(); };
-    player_.onProgress = [this](double time) { waveform_.setPosition(time); };
+    player_.onProgress = [this](double time) { waveform_.playedAt(time); };
     player_.onProblem = [this](const std::string& problem) { say(problem); };
     on(window, "close-request", [this] {
         ++*turn_;
@@ -122,7 +122,7 @@ void EditorWindow::showPlaying() {
     gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    isPlaying ? _("Stop") : _("Play"), -1);
     if (!isPlaying) {
-        waveform_.setPosition(std::nullopt);
+        waveform_.endPlaying();
     }
 }
 

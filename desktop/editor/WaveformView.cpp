@@ -203,7 +203,7 @@ void WaveformView::show(std::shared_ptr<const audio::Peaks> peaks, const Cut& cu
     peaks_ = std::move(peaks);
     loudest_ = loudestOf(*peaks_);
     view_ = View(cut.songSeconds());
-    position_.reset();
+    endPlaying();
     viewChanged();
     update(cut);
 }
@@ -232,9 +232,31 @@ void WaveformView::describe(GtkWidget* handle, const std::string& text, double v
                                    GTK_ACCESSIBLE_PROPERTY_VALUE_TEXT, text.c_str(), -1);
 }
 
-void WaveformView::setPosition(std::optional<double> time) {
-    position_ = time;
+void WaveformView::playedAt(double time) {
+    playhead_.tell(time, now());
+    if (pictures_ == 0) {
+        pictures_ = gtk_widget_add_tick_callback(
+            canvas_.get(),
+            [](GtkWidget* canvas, GdkFrameClock* /*clock*/, gpointer /*data*/) -> gboolean {
+                gtk_widget_queue_draw(canvas);
+                return G_SOURCE_CONTINUE;
+            },
+            nullptr, nullptr);
+    }
+}
+
+void WaveformView::endPlaying() {
+    playhead_.stop();
+    if (pictures_ != 0) {
+        gtk_widget_remove_tick_callback(canvas_.get(), std::exchange(pictures_, 0));
+    }
     gtk_widget_queue_draw(canvas_.get());
+}
+
+/// As the pictures of the window are timed; before its first one there is no such time.
+int64_t WaveformView::now() const {
+    GdkFrameClock* const clock = gtk_widget_get_frame_clock(canvas_.get());
+    return clock == nullptr ? g_get_monotonic_time() : gdk_frame_clock_get_frame_time(clock);
 }
 
 void WaveformView::viewChanged() {
@@ -307,15 +329,17 @@ void WaveformView::draw(GtkSnapshot* snapshot) {
     gtk_snapshot_translate(snapshot, &origin);
     drawColumns(snapshot, columns_, static_cast<float>(height - 2 * kAround), ink);
     gtk_snapshot_restore(snapshot);
-    if (position_) {
-        drawPosition(snapshot, *position_);
-    }
+    drawPlayhead(snapshot);
 }
 
-void WaveformView::drawPosition(GtkSnapshot* snapshot, double time) const {
+void WaveformView::drawPlayhead(GtkSnapshot* snapshot) const {
+    const auto time = playhead_.at(now());
+    if (!time) {
+        return;
+    }
     const GdkRGBA ink = colour("window_fg_color");
-    const graphene_rect_t line =
-        rectangle(placeOf(time) - 1, 0, 2, gtk_widget_get_height(canvas_.get()));
+    const double place = placeOf(std::min(*time, cut_->end()));
+    const graphene_rect_t line = rectangle(place - 1, 0, 2, gtk_widget_get_height(canvas_.get()));
     gtk_snapshot_append_color(snapshot, &ink, &line);
 }
 

@@ -2,6 +2,7 @@
 
 #include "desktop/cutting/Columns.h"
 #include "desktop/cutting/Cut.h"
+#include "desktop/cutting/Playhead.h"
 #include "desktop/cutting/View.h"
 #include "desktop/toolkit/Owned.h"
 #include "desktop/toolkit/Signals.h"
@@ -45,8 +46,11 @@ public:
     /// Brings both ends of the cut into sight, or its beginning when they are too far apart.
     void showCut();
 
-    /// Where the song is being played; none: nowhere.
-    void setPosition(std::optional<double> time);
+    /// The song is being played, and heard at this time; the line goes on by itself from there.
+    void playedAt(double time);
+
+    /// It is not played any more.
+    void endPlaying();
 
     /// Shows so many times more, around the handle that is in use.
     void zoom(double factor);
@@ -69,7 +73,8 @@ private:
     void place(GtkWidget* handle, double left);
     void draw(GtkSnapshot* snapshot);
     void drawHandle(GtkSnapshot* snapshot, Side side) const;
-    void drawPosition(GtkSnapshot* snapshot, double time) const;
+    void drawPlayhead(GtkSnapshot* snapshot) const;
+    int64_t now() const;
     void describe(GtkWidget* handle, const std::string& text, double value);
 
     double width() const;
@@ -87,7 +92,8 @@ private:
     float loudest_ = 1;
     std::vector<Column> columns_; ///< as they are drawn; worked out anew when the view changes
     bool areColumnsOld_ = true;
-    std::optional<double> position_;
+    Playhead playhead_;
+    guint pictures_ = 0;          ///< the callback for each while it moves; 0: none
     double pointer_ = 0;          ///< its place
     std::optional<Side> dragged_; ///< none: what is in sight is
     double dragStart_ = 0;        ///< the time that was there
