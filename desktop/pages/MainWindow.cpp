@@ -416,6 +416,7 @@ void MainWindow::showBottom() {
         if (session_.isBeingCancelled()) {
             gtk_label_set_text(widget<GtkLabel>("work-text"), _("Cancelling…"));
         } else if (std::string(gtk_stack_get_visible_child_name(pages)) != "work") {
+            gtk_progress_bar_set_fraction(widget<GtkProgressBar>("work-bar"), 0);
             showProgress({});
         }
         showPause();
@@ -476,7 +477,9 @@ void MainWindow::showProgress(const WorkProgress& progress) {
     auto* const bar = widget<GtkProgressBar>("work-bar");
     if (const auto fraction = progress.fraction()) {
         gtk_progress_bar_set_fraction(bar, *fraction);
-    } else if (progress.stage != WorkProgress::Stage::Paused) {
+    } else if (progress.stage == WorkProgress::Stage::Paused) {
+        gtk_progress_bar_set_fraction(bar, gtk_progress_bar_get_fraction(bar)); // pulses no more
+    } else {
         gtk_progress_bar_pulse(bar);
     }
 }
