@@ -330,7 +330,7 @@ class Stage:
         def drag():
             moves = [f"mousemove {x} 350" for x in range(840, 300, -20)]
             steps = ["mousemove 860 350", "mousedown 1", *moves, "sleep 0.2", "mouseup 1"]
-            subprocess.run(["xdotool", *" ".join(steps).split()], check=True, timeout=LONGEST)
+            self.pointer(*steps)
 
         return drag
 
@@ -340,6 +340,14 @@ class Stage:
     def key(self, *keys):
         """As from the keyboard."""
         subprocess.run(["xdotool", "key", *keys], check=True)
+
+    def extents(self, node):
+        """Within its window, which lies where the screen begins."""
+        return self._atspi.Component.get_extents(node, self._atspi.CoordType.WINDOW)
+
+    def pointer(self, *steps):
+        """In xdotool's words."""
+        subprocess.run(["xdotool", *" ".join(steps).split()], check=True, timeout=LONGEST)
 
     # ------------------------------------------------------------ for pictures
 

@@ -39,6 +39,22 @@ class Window(unittest.TestCase):
             sound.writeframes(bytes(range(250)) * 64 * seconds)
         return file
 
+    def pause_at_the_beginning_of(self, sync):
+        self.stage.see(sync, "push button")
+        self.stage.tell_phone("silence")
+        self.stage.press(sync)
+        self.stage.press("Pause")
+        self.stage.see("Continue", "push button")
+        self.stage.tell_phone("talk")
+        self.stage.see("Paused")
+
+    def pause_before_the_first_file(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE, BELLS)
+        self.pause_at_the_beginning_of("Sync 2")
+        self.assert_phone_holds(HARP)
+
     def assert_phone_holds(self, *files):
         self.assertEqual(self.stage.ringtones_on_phone(), sorted(file.read_bytes() for file in files))
 
@@ -570,6 +586,72 @@ class Editors(Window):
         self.stage.see("End 1:00.0", "slider")
         self.stage.see("Start 0:20.0", "slider")
 
+    def handle(self, side):
+        """Its name and where the middle of it is."""
+        name = next(name for name in self.stage.names("slider") if name.startswith(side))
+        extents = self.stage.extents(self.stage.find(name, "slider"))
+        return name, extents.x + extents.width / 2, extents.y + extents.height / 2
+
+    def place(self, side):
+        return self.handle(side)[1]
+
+    def seconds(self, side):
+        minutes, seconds = self.handle(side)[0].split()[1].split(":")
+        return int(minutes) * 60 + float(seconds)
+
+    def length_on_screen(self):
+        # The middle of a handle is eight pixels outside of the cut.
+        return self.place("End") - self.place("Start") - 16
+
+    def drag(self, begin, by):
+        height = self.handle("Start")[2]
+        moves = [f"mousemove {begin + by * step / 10:.0f} {height:.0f}" for step in range(11)]
+        self.stage.pointer(moves[0], "mousedown 1", *moves[1:], "mouseup 1")
+
+    def await_place(self, side, place):
+        self.stage.until(lambda: abs(self.place(side) - place) <= 1, f"{side} at {place}")
+
+    def test_follow_the_pointer_with_a_handle(self):
+        self.open_editor()
+        pixels = self.length_on_screen() / 30
+        start, end = self.place("Start"), self.place("End")
+        self.drag(start, 100)
+        self.await_place("Start", start + 100)
+        self.assertAlmostEqual(self.seconds("Start"), 100 / pixels, delta=0.2)
+        self.stage.see("End 0:30.0", "slider")
+        self.drag(end, 80)
+        self.await_place("End", end + 80)
+        self.assertAlmostEqual(self.seconds("End"), 30 + 80 / pixels, delta=0.2)
+        self.assertAlmostEqual(self.seconds("Start"), 100 / pixels, delta=0.2)
+
+    def test_follow_the_pointer_with_all_of_the_cut(self):
+        self.open_editor()
+        pixels = self.length_on_screen() / 30
+        start, end = self.place("Start"), self.place("End")
+        self.drag((start + end) / 2, 60)
+        self.await_place("Start", start + 60)
+        self.await_place("End", end + 60)
+        self.assertAlmostEqual(self.seconds("Start"), 60 / pixels, delta=0.2)
+        self.stage.see_part("30.0 seconds")
+
+    def test_show_more_or_another_part_of_the_song_by_the_wheel(self):
+        self.open_editor()
+        length = self.length_on_screen()
+        middle = (self.place("Start") + self.place("End")) / 2
+        self.stage.pointer(f"mousemove {middle:.0f} {self.handle('Start')[2]:.0f}")
+        self.stage.pointer("keydown ctrl", *["click 4"] * 3, "keyup ctrl")
+        self.stage.until(lambda: abs(self.length_on_screen() - length * 1.25**3) <= 3, "a cut that is wider")
+        start = self.place("Start")
+        self.stage.pointer("click 5")
+        self.stage.until(lambda: self.place("Start") < start - 20, "a later part")
+        # What was dragged so far before is half as far in the song now.
+        pixels = self.length_on_screen() / 30
+        self.drag(middle, 60)
+        self.stage.see_none("Start 0:00.0", "slider")
+        self.stage.until(lambda: abs(self.seconds("Start") - 60 / pixels) < 0.2, "the cut to be dragged")
+        self.stage.pointer("keydown ctrl", *["click 5"] * 3, "keyup ctrl")
+        self.stage.until(lambda: abs(self.length_on_screen() - length) <= 3, "all of the song")
+
     def test_suggest_a_beginning(self):
         self.open_editor()
         self.stage.press("Suggest")
@@ -636,6 +718,110 @@ class Editors(Window):
         self.stage.watched_window = 1
         self.stage.see("This Song Cannot Be Edited")
         self.stage.see_part("No such file or directory")
+
+
+class Quitting(Window):
+    """Each time it is looked that the window ends; how long that took is printed, and not judged."""
+
+    def quit(self):
+        begin = time.monotonic()
+        self.stage.close_window()
+        print(f"{time.monotonic() - begin:.2f} s to the end")
+
+    def stay(self, reason):
+        subprocess.run(["gapplication", "action", "com.korvane.Vesk", "quit"], check=True)
+        self.stage.see(reason)
+
+    def stay_while_busy(self):
+        self.stage.see("Cancel", "push button")
+        self.stay("Wait until the sync is done, or cancel it")
+
+    def test_without_a_phone(self):
+        self.stage.start_window()
+        self.stage.see("Plug In an iPhone")
+        self.quit()
+
+    def test_while_a_list_is_read(self):
+        self.stage.start_phone()
+        self.stage.vesk("add", HARP)
+        self.stage.tell_phone("fault afc/Read=silent")
+        self.stage.start_window()
+        self.stage.see("Reading the phone…")
+        self.quit()
+        self.assert_phone_holds(HARP)
+
+    def test_with_a_phone_that_has_gone_silent(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 1", "push button")
+        self.stage.tell_phone("silence")
+        self.quit()
+        self.assert_phone_holds(HARP)
+
+    def test_while_songs_are_made_ringtones(self):
+        if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
+            self.skipTest("built without FFmpeg")
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        songs = [self.song(f"Long {number}", seconds=600) for number in range(20)]
+        self.stage.open_in_window(*songs)
+        self.stage.see_part("being prepared")
+        self.quit()
+        self.stage.start_window()
+        self.stage.see("Long 19", "list item")
+        self.assert_phone_holds(HARP)
+
+    def test_with_the_editor_open_and_its_loop_playing(self):
+        Editors.open_editor(self, "--sink", "fakesink sync=true")
+        self.stage.press("Play")
+        self.stage.see("Stop", "push button")
+        self.quit()
+
+    def test_while_a_ringtone_is_played(self):
+        if not (Path(BUILD) / "bin" / "vesk-play").exists():
+            self.skipTest("built without GStreamer")
+        self.stage.start_phone()
+        self.stage.vesk("add", HARP)
+        self.stage.start_window("--sink", "fakesink sync=true")
+        self.stage.press("Play “Harp”")
+        self.stage.see("Stop “Harp”", "push button")
+        self.quit()
+        self.assert_phone_holds(HARP)
+
+    def test_waits_for_a_sync_that_is_paused(self):
+        self.pause_before_the_first_file()
+        self.stay("The sync is paused: let it go on, or cancel it")
+        self.stage.press("Cancel")
+        self.stage.see("Cancelled")
+        self.quit()
+        self.assert_phone_holds(HARP)
+
+    def test_waits_for_a_sync_with_a_phone_that_has_gone_silent(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.see("Sync 1", "push button")
+        self.stage.tell_phone("silence")
+        self.stage.press("Sync 1")
+        self.stay_while_busy()
+        self.stage.press("Cancel")
+        self.stage.see_none("Cancel", "push button")
+        self.quit()
+        self.assert_phone_holds(HARP)
+
+    def test_waits_for_what_is_undone(self):
+        self.start(HARP)
+        self.stage.press("Remove “Harp”")
+        self.stage.press("Sync 1")
+        self.stage.see("1 removed")
+        self.assert_phone_holds()
+        self.stage.see("0 ringtones")
+        self.stage.tell_phone("silence")
+        self.stage.press("Undo")
+        self.stay_while_busy()
+        self.stage.tell_phone("talk")
+        self.stage.see_part("Undone: ")
+        self.quit()
+        self.assert_phone_holds(HARP)
 
 
 class Languages(Window):
@@ -790,22 +976,6 @@ class Syncs(Window):
         self.stage.see("301 ringtones")
         print("in their sync:", pace.end())
         self.assertEqual(len(self.stage.ringtones_on_phone()), 301)
-
-    def pause_at_the_beginning_of(self, sync):
-        self.stage.see(sync, "push button")
-        self.stage.tell_phone("silence")
-        self.stage.press(sync)
-        self.stage.press("Pause")
-        self.stage.see("Continue", "push button")
-        self.stage.tell_phone("talk")
-        self.stage.see("Paused")
-
-    def pause_before_the_first_file(self):
-        self.start(HARP)
-        self.stage.see("Harp", "list item")
-        self.stage.open_in_window(SUNRISE, BELLS)
-        self.pause_at_the_beginning_of("Sync 2")
-        self.assert_phone_holds(HARP)
 
     def test_are_paused_and_go_on(self):
         self.pause_before_the_first_file()
