@@ -90,7 +90,9 @@ ConfinedProcess::~ConfinedProcess() {
 
 std::optional<std::string> ConfinedProcess::ask(std::string_view question,
                                                 std::span<const int> files, size_t longestAnswer,
-                                                std::chrono::milliseconds longest) {
+                                                std::chrono::milliseconds longest,
+                                                const std::stop_token& stop) {
+    const std::stop_callback end(stop, [this] { shutdown(socket_.get(), SHUT_RDWR); });
     if (!sendPacket(socket_.get(), question, files) || !readableWithin(socket_.get(), longest)) {
         return std::nullopt;
     }

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <filesystem>
 #include <optional>
+#include <stop_token>
 #include <string>
 
 namespace krl::confined {
@@ -26,9 +27,11 @@ public:
     ConfinedProcess& operator=(const ConfinedProcess&) = delete;
 
     /// Sends a question with open files, which are lent.
+    /// @param stop  ends the wait; nothing more can be asked then
     /// @return the answer; none when the process has ended first or does not answer in time
     std::optional<std::string> ask(std::string_view question, std::span<const int> files,
-                                   size_t longestAnswer, std::chrono::milliseconds longest);
+                                   size_t longestAnswer, std::chrono::milliseconds longest,
+                                   const std::stop_token& stop = {});
 
 private:
     OpenFile socket_;

@@ -15,8 +15,8 @@ std::shared_ptr<const Peaks> PeaksReader::read(const std::filesystem::path& song
     if (found != kept_.end()) {
         return found->second;
     }
-    kept_.emplace_front(digest,
-                        std::make_shared<const Peaks>(peaksOf(song, file.descriptor(), program_)));
+    kept_.emplace_front(
+        digest, std::make_shared<const Peaks>(peaksOf(song, file.descriptor(), program_, stop_)));
     if (kept_.size() > kMost) {
         kept_.pop_back();
     }

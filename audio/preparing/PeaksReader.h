@@ -6,6 +6,7 @@
 #include <deque>
 #include <filesystem>
 #include <memory>
+#include <stop_token>
 #include <utility>
 
 namespace krl::audio {
@@ -13,14 +14,17 @@ namespace krl::audio {
 /// Reads the waveforms of songs, and keeps those of the last few by their content.
 class PeaksReader {
 public:
-    explicit PeaksReader(std::filesystem::path program = prepareProgram())
-        : program_(std::move(program)) {}
+    /// @param stop  ends what is being read, which fails then
+    explicit PeaksReader(std::filesystem::path program = prepareProgram(),
+                         std::stop_token stop = {})
+        : program_(std::move(program)), stop_(std::move(stop)) {}
 
     /// @throw Failure when it cannot be decoded, with the reason
     std::shared_ptr<const Peaks> read(const std::filesystem::path& song);
 
 private:
     std::filesystem::path program_;
+    std::stop_token stop_;
     std::deque<std::pair<engine::Digest, std::shared_ptr<const Peaks>>>
         kept_; ///< the last in front
 };

@@ -60,7 +60,8 @@ struct Reply {
     confined::OpenFile file;
 };
 
-Reply replyTo(const std::string& question, int descriptor, const std::filesystem::path& program) {
+Reply replyTo(const std::string& question, int descriptor, const std::filesystem::path& program,
+              const std::stop_token& stop) {
     // The process itself ends after a minute of computing; on a busy machine that takes longer.
     constexpr std::chrono::minutes kLongest{10};
     if (program.empty()) {
@@ -74,7 +75,7 @@ Reply replyTo(const std::string& question, int descriptor, const std::filesystem
     }
     Reply reply{std::nullopt, emptyFile()};
     const std::array<int, 2> files{descriptor, reply.file.get()};
-    reply.text = process->ask(question, files, kLongestWish, kLongest);
+    reply.text = process->ask(question, files, kLongestWish, kLongest, stop);
     return reply;
 }
 
@@ -93,16 +94,16 @@ void requireDone(const std::optional<Answer>& answer, const std::filesystem::pat
 } // namespace
 
 Ringtone madeOf(const std::filesystem::path& path, int descriptor, const Wish& wish,
-                const std::filesystem::path& program) {
-    const Reply reply = replyTo(encoded(wish), descriptor, program);
+                const std::filesystem::path& program, const std::stop_token& stop) {
+    const Reply reply = replyTo(encoded(wish), descriptor, program, stop);
     const auto answer = reply.text ? decodedAnswer(*reply.text) : std::nullopt;
     requireDone(answer, path);
     return {answer->prepared, contentsOf(reply.file)};
 }
 
 Peaks peaksOf(const std::filesystem::path& path, int descriptor,
-              const std::filesystem::path& program) {
-    const Reply reply = replyTo(kForPeaks, descriptor, program);
+              const std::filesystem::path& program, const std::stop_token& stop) {
+    const Reply reply = replyTo(kForPeaks, descriptor, program, stop);
     const auto answer = reply.text ? decodedPeaksAnswer(*reply.text) : std::nullopt;
     requireDone(answer, path);
     const auto peaks = peaksIn(contentsOf(reply.file), *answer);

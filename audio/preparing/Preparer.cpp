@@ -57,8 +57,8 @@ Wish completed(const Wish& wish, const fs::path& song, int descriptor) {
 
 } // namespace
 
-Preparer::Preparer(RingtoneCache cache, fs::path program)
-    : cache_(std::move(cache)), program_(std::move(program)) {}
+Preparer::Preparer(RingtoneCache cache, fs::path program, std::stop_token stop)
+    : cache_(std::move(cache)), program_(std::move(program)), stop_(std::move(stop)) {}
 
 SongOutcome Preparer::prepare(const fs::path& song, const Wish& wish) const {
     const engine::RegularFile file(song, "Check the path and its permissions.");
@@ -72,7 +72,7 @@ SongOutcome Preparer::prepare(const fs::path& song, const Wish& wish) const {
     if (auto kept = cache_.find(digest, complete)) {
         return {song, std::move(kept), /*fromCache=*/true};
     }
-    Ringtone made = madeOf(song, file.descriptor(), complete, program_);
+    Ringtone made = madeOf(song, file.descriptor(), complete, program_, stop_);
     if (State(file.descriptor()) != before) {
         throw Failure(FailureKind::UnreadableFile,
                       fmt::format("\"{}\" was changed while it was read", song.string()),

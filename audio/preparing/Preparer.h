@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -22,8 +23,9 @@ struct SongOutcome {
 /// Makes ringtones of songs, several at a time: as many as the machine has processors.
 class Preparer {
 public:
+    /// @param stop  ends what is being made, which fails then
     explicit Preparer(RingtoneCache cache = RingtoneCache(),
-                      std::filesystem::path program = prepareProgram());
+                      std::filesystem::path program = prepareProgram(), std::stop_token stop = {});
 
     /// One song. Its title and artist are those in its tags, unless the wish has others.
     /// @throw Failure
@@ -37,6 +39,7 @@ public:
 private:
     RingtoneCache cache_;
     std::filesystem::path program_;
+    std::stop_token stop_;
 };
 
 } // namespace krl::audio

@@ -55,7 +55,8 @@ audio::Recipe recipeOf(const audio::Wish& cut) {
 
 } // namespace
 
-SongDesk::SongDesk(Mailbox& mailbox) : mailbox_(mailbox) {
+SongDesk::SongDesk(Mailbox& mailbox)
+    : mailbox_(mailbox), tools_{Tools(end_.get_token()), Tools(end_.get_token())} {
     for (Tools& tools : tools_) {
         threads_.push_back(startWorker([this, &tools] { run(tools); }));
     }
@@ -67,6 +68,7 @@ SongDesk::~SongDesk() {
         isEnding_ = true;
     }
     changed_.notify_all();
+    end_.request_stop();
     for (std::thread& thread : threads_) {
         thread.join();
     }
@@ -106,11 +108,11 @@ void SongDesk::readWaveform(const fs::path& song, std::function<void(Waveform)> 
 
 void SongDesk::suggest(const fs::path& song, const audio::Wish& wish,
                        std::function<void(Beginning)> tell) {
-    postFirst([this, song, wish, tell = std::move(tell)](Tools& /*tools*/) {
+    postFirst([this, song, wish, tell = std::move(tell)](Tools& tools) {
         audio::Wish automatic = wish;
         automatic.automatic = true;
         Beginning beginning = outcomeOf<double>([&] {
-            return audio::Preparer().prepare(song, automatic).ringtone->prepared.startSeconds;
+            return tools.preparer.prepare(song, automatic).ringtone->prepared.startSeconds;
         });
         mailbox_.put([tell, beginning = std::move(beginning)] { tell(beginning); });
     });
@@ -119,10 +121,10 @@ void SongDesk::suggest(const fs::path& song, const audio::Wish& wish,
 void SongDesk::makeSound(const fs::path& song, const audio::Wish& wish,
                          std::function<void(CutSound)> tell) {
     using File = std::shared_ptr<engine::NamelessFile>;
-    postFirst([this, song, wish, tell = std::move(tell)](Tools& /*tools*/) {
+    postFirst([this, song, wish, tell = std::move(tell)](Tools& tools) {
         CutSound sound = outcomeOf<File>([&] {
             const auto file = std::make_shared<engine::NamelessFile>();
-            file->add(audio::Preparer().prepare(song, wish).ringtone->bytes);
+            file->add(tools.preparer.prepare(song, wish).ringtone->bytes);
             return file;
         });
         mailbox_.put([tell, sound = std::move(sound)] { tell(sound); });

@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <variant>
@@ -48,7 +49,7 @@ class SongDesk {
 public:
     explicit SongDesk(Mailbox& mailbox);
 
-    /// Songs that have not begun are left alone; those under way are waited for.
+    /// Songs that have not begun are left alone; what is made of those under way is broken off.
     ~SongDesk();
 
     SongDesk(const SongDesk&) = delete;
@@ -89,9 +90,14 @@ public:
 private:
     /// What a thread works with. What it has made is there for as long as the desk.
     struct Tools {
+        explicit Tools(const std::stop_token& end)
+            : preparer(audio::RingtoneCache(), audio::prepareProgram(), end),
+              peaks(audio::prepareProgram(), end) {}
+
         audio::SongReader reader{audio::Treatment::Prepare, audio::NameSource::Tags};
-        audio::RingtoneMaker maker{audio::Recipe{}};
-        audio::PeaksReader peaks{};
+        audio::Preparer preparer;
+        audio::RingtoneMaker maker{audio::Recipe{}, preparer};
+        audio::PeaksReader peaks;
     };
 
     using Work = std::function<void(Tools& tools)>;
@@ -117,6 +123,7 @@ private:
     std::condition_variable changed_;
     std::deque<Work> work_; ///< under the lock
     bool isEnding_ = false; ///< under the lock
+    std::stop_source end_;
     std::array<Tools, kThreads> tools_;
     std::vector<std::thread> threads_;
 };

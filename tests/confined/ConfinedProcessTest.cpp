@@ -11,6 +11,8 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <stop_token>
 #include <system_error>
 
 using namespace krl::confined;
@@ -97,6 +99,17 @@ TEST_F(Processes, OneThatCannotBeStartedIsAnError) {
 TEST_F(Processes, OneThatEndsFirstDoesNotAnswer) {
     ConfinedProcess process(program("exit 0"));
     EXPECT_EQ(process.ask("who?", {}, 10, kLong), std::nullopt);
+}
+
+TEST_F(Processes, OneThatIsSilentIsWaitedForUntilThatIsStopped) {
+    ConfinedProcess process(program("read line; read line"));
+    std::stop_source source;
+    std::future<std::optional<std::string>> answer = std::async(std::launch::async, [&] {
+        return process.ask("who?", {}, 10, std::chrono::hours{24}, source.get_token());
+    });
+    source.request_stop();
+    EXPECT_EQ(answer.get(), std::nullopt);
+    EXPECT_EQ(process.ask("who?", {}, 10, kLong), std::nullopt) << "nor later";
 }
 
 TEST_F(Processes, OneThatIsSilentIsNotWaitedForAndIsEnded) {
