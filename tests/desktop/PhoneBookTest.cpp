@@ -518,7 +518,9 @@ TEST_F(PhoneBooks, KnowWhatWasSentFromOneWindowToTheNext) {
             {"Harp", 600}, {"Horn", 700}, {"Bells", 800}};
         next.take(std::make_shared<const Holdings>(
             holding(hasArrived ? there : std::map<std::string, uint64_t>())));
+        const uint64_t version = next.version();
         next.dropFulfilled();
+        EXPECT_NE(next.version(), version) << "what is kept is another";
         if (hasArrived) {
             EXPECT_THAT(next.edits().songs, IsEmpty());
             EXPECT_THAT(next.wanted().renamed, ElementsAre(Pair("Harp", "Harfe")));
