@@ -345,6 +345,25 @@ class Stage:
         """Within its window, which lies where the screen begins."""
         return self._atspi.Component.get_extents(node, self._atspi.CoordType.WINDOW)
 
+    def narrow(self, width):
+        """Makes what is open so wide; nobody else would, without a window manager."""
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--pid", str(self._window.pid), ""], check=True,
+                               timeout=LONGEST, capture_output=True, text=True)
+        for number in found.stdout.split():
+            subprocess.run(["xdotool", "windowsize", number, str(width), "780"], check=False, timeout=LONGEST)
+
+    def beyond(self, width):
+        """What reaches out of a window that is so wide."""
+        seen = [node for node in self.nodes() if node.get_component_iface() is not None]
+        assert seen, "there is nothing to be seen"
+        reaches = []
+        for node in seen:
+            extents = self.extents(node)
+            # A line around everything has its pixel outside.
+            if extents.x < -1 or extents.x + extents.width > width + 1:
+                reaches.append(f"{node.get_role_name()} “{self.text_of(node)}”: {extents.x} to {extents.x + extents.width}")
+        return reaches
+
     def pointer(self, *steps):
         """In xdotool's words."""
         subprocess.run(["xdotool", *" ".join(steps).split()], check=True, timeout=LONGEST)

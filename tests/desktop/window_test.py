@@ -4,6 +4,7 @@
     window_test.py BUILD SAMPLES [unittest's arguments]
 """
 import array
+import gettext
 import json
 import os
 import plistlib
@@ -829,6 +830,107 @@ class Languages(Window):
         os.environ["LANGUAGE"] = "de"
         self.stage.start_window()
         self.stage.see("Ein iPhone anschließen")
+
+
+class NarrowAndGerman(Window):
+    """The longest words in the narrowest window."""
+    WIDTH = 360
+
+    def setUp(self):
+        super().setUp()
+        os.environ["LANGUAGE"] = "de"
+        # As the desktop has it that the toolkit is made for.
+        settings = self.stage.folder / "config" / "gtk-4.0" / "settings.ini"
+        with settings.open("a") as file:
+            file.write("gtk-decoration-layout=:close\n")
+        words = gettext.translation("krlvesk", Path(BUILD) / "share" / "locale", ["de"])
+        self.german = words.gettext
+
+    def assert_fits(self):
+        self.stage.narrow(self.WIDTH)
+        self.stage.until(lambda: not self.stage.beyond(self.WIDTH), "what fits into a narrow window")
+
+    def press(self, words, *names):
+        self.stage.press(self.german(words).format(*names))
+
+    def see(self, words, *names):
+        self.stage.see_part(self.german(words).format(*names))
+
+    def test_without_a_phone(self):
+        self.stage.start_window()
+        self.see("Plug In an iPhone")
+        self.assert_fits()
+
+    def test_with_a_phone_that_is_not_paired(self):
+        self.start(phone=["--unpaired", "--session", "ssl3"])
+        self.see("Pair")
+        self.assert_fits()
+
+    def start_with_edits(self, *phone):
+        self.start(HARP, BELLS, phone=["--free-bytes", "6900m", "--total-bytes", "7600m", *phone])
+        self.stage.see("Harp", "list item")
+        letter = self.stage.folder / "letter.txt"
+        letter.write_text("no song")
+        self.stage.open_in_window(SUNRISE, HARP, letter)
+        self.press("Remove “{}”", "Glöckchen")
+        self.see("There is a ringtone of this name already")
+        self.stage.see(self.german("Sync {}").format(2), "push button")
+
+    def test_with_edits_of_each_kind(self):
+        self.start_with_edits()
+        self.assert_fits()
+        self.press("Rename “{}”", "Harp")
+        self.stage.see(self.german("Name of “{}”").format("Harp"))
+        self.stage.write(self.german("Name of “{}”").format("Harp"), "Sunrise 🌅")
+        self.assert_fits()
+
+    def test_in_a_sync_that_is_paused_and_cancelled(self):
+        self.start_with_edits()
+        self.stage.tell_phone("silence")
+        self.press("Sync {}", 2)
+        self.press("Pause")
+        self.stage.see(self.german("Continue"), "push button")
+        self.assert_fits()
+        self.stage.tell_phone("talk")
+        self.see("Paused")
+        self.assert_fits()
+        self.press("Cancel")
+        self.stage.see(self.german("Sync {}").format(2), "push button")
+        self.assert_fits()
+
+    def test_after_a_sync_that_was_broken_off(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.open_in_window(SUNRISE)
+        self.stage.see(self.german("Sync {}").format(1), "push button")
+        self.stage.tell_phone("fault afc/Write#2=unplug")
+        self.press("Sync {}", 1)
+        self.see("“{}” Is Unplugged", "My Phone")
+        self.assert_fits()
+        self.stage.tell_phone("clear-faults")
+        self.stage.tell_phone("plug")
+        self.see("The last sync of “{}” was interrupted", "My Phone")
+        self.assert_fits()
+
+    def test_in_the_editor(self):
+        if not (Path(BUILD) / "bin" / "vesk-prepare").exists():
+            self.skipTest("built without FFmpeg")
+        self.start()
+        self.see("No Ringtones Yet")
+        self.assert_fits()
+        self.stage.open_in_window(self.song("Long Walk", seconds=60))
+        self.press("Edit “{}”", "Long Walk")
+        self.stage.watched_window = 1
+        self.see("Start {}", "0:00.0")
+        self.assert_fits()
+
+    def test_in_the_history(self):
+        self.start(HARP)
+        self.stage.see("Harp", "list item")
+        self.stage.activate("history")
+        self.stage.watched_window = 1
+        self.stage.see("Hinzugefügt: „Harp“", "list item")
+        self.assert_fits()
 
 
 class Lists(Window):
