@@ -1,5 +1,7 @@
 #include "python/core/Hub.h"
 
+#include "python/core/WithoutLock.h"
+
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -63,7 +65,7 @@ void Bell::take() {
 
 Hub::Hub() : bell_(std::make_shared<Bell>()), descriptor_(required(epoll_create1(EPOLL_CLOEXEC))) {
     try {
-        const py::gil_scoped_release released;
+        const WithoutLock without;
         thread_ = std::make_shared<engine::PhoneThread>();
         watch(descriptor_, bell_->descriptor());
         watch(descriptor_, thread_->descriptor());
@@ -169,16 +171,11 @@ void Hub::close() {
 }
 
 void Hub::closeAtExit() {
-    const auto hub = theOne.lock();
-    if (!hub) {
-        return;
+    if (const auto hub = theOne.lock()) {
+        const WithoutLock without;
+        hub->close();
     }
-    const py::gil_scoped_release released;
-    hub->close();
-    // A thread that Python ends takes nothing of C++ that is under way in it along.
-    for (int visitors = hub->visitors_; visitors > 0; visitors = hub->visitors_) {
-        hub->visitors_.wait(visitors);
-    }
+    WithoutLock::end();
 }
 
 } // namespace krl::python

@@ -3,7 +3,6 @@
 #include "engine/phones/PhoneThread.h"
 #include "python/core/Job.h"
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -60,42 +59,8 @@ public:
     /// Python's lock, any number of times.
     void close();
 
-    /// The same for the one that there is, and waits until nobody is inside of a call of it.
+    /// The same for the one that there is, when the program ends. With Python's lock.
     static void closeAtExit();
-
-    /// Somebody is inside of a call, for a scope.
-    class Visit {
-    public:
-        explicit Visit(Hub& hub) : hub_(hub) { ++hub_.visitors_; }
-
-        ~Visit() {
-            --hub_.visitors_;
-            hub_.visitors_.notify_all();
-        }
-
-        Visit(const Visit&) = delete;
-        Visit& operator=(const Visit&) = delete;
-
-    private:
-        Hub& hub_;
-    };
-
-    /// Somebody who is inside has gone out into a callback, which may take as long as it likes.
-    class Outing {
-    public:
-        explicit Outing(Hub& hub) : hub_(hub) {
-            --hub_.visitors_;
-            hub_.visitors_.notify_all();
-        }
-
-        ~Outing() { ++hub_.visitors_; }
-
-        Outing(const Outing&) = delete;
-        Outing& operator=(const Outing&) = delete;
-
-    private:
-        Hub& hub_;
-    };
 
 private:
     Hub();
@@ -105,7 +70,6 @@ private:
 
     const std::shared_ptr<Bell> bell_;
     const int descriptor_; ///< an epoll of the bell's and the thread's
-    std::atomic<int> visitors_{0};
     mutable std::mutex mutex_;
     std::shared_ptr<engine::PhoneThread> thread_; ///< under the lock; null when closed
     std::vector<std::weak_ptr<Job>> jobs_;        ///< under the lock

@@ -1,7 +1,7 @@
 #include "python/core/Job.h"
 
-#include "engine/errors/FailureCodes.h"
 #include "python/core/Values.h"
+#include "python/core/WithoutLock.h"
 
 #include <utility>
 
@@ -40,21 +40,12 @@ bool isHearing() {
     return callbacks > 0;
 }
 
-Hearing::Hearing() {
+void beginHearing() {
     ++callbacks;
 }
 
-Hearing::~Hearing() {
+void endHearing() {
     --callbacks;
-}
-
-void raise(const Failure& failure) {
-    const auto [number, name] = engine::codeOf(failure.kind());
-    const py::object error = py::module_::import("krlvesk._errors")
-                                 .attr("_of")(number, name, text(failure.what()),
-                                              text(failure.advice()), texts(failure.details()));
-    PyErr_SetObject(py::type::handle_of(error).ptr(), error.ptr());
-    throw py::error_already_set();
 }
 
 void Job::report(Report report) {
@@ -99,75 +90,18 @@ void Job::end(Outcome outcome) {
     }
 }
 
-py::object Job::run(const py::object& progress, const py::object& cancel) {
-    std::optional<py::error_already_set> error;
-    for (bool isDone = false; !isDone;) {
-        waitForNews();
-        isDone = this->isDone();
-        const auto report = unheard();
-        try {
-            if (PyErr_CheckSignals() != 0) {
-                throw py::error_already_set();
-            }
-            if (report && !progress.is_none() && !error) {
-                const Hearing hearing;
-                progress(valueOf(*report));
-            }
-            if (!isDone && !cancel.is_none() && cancel.attr("is_set")().cast<bool>()) {
-                this->cancel();
-            }
-        } catch (py::error_already_set& thrown) {
-            this->cancel();
-            if (!error) {
-                error = std::move(thrown);
-            }
-            if (kind_ == Kind::Reads) {
-                break; // nothing is changed by it: it ends by itself
-            }
-        }
-        if (report) {
-            heard();
-        }
-    }
-    if (error) {
-        noteOutcome(*error);
-        throw py::error_already_set(std::move(*error));
-    }
-    return result();
-}
-
-/// For a moment at most: a signal's handler may run in another thread, or between the look for it
-/// and this.
-void Job::waitForNews() {
+bool Job::wait() {
     constexpr std::chrono::milliseconds kMoment{50};
-    const auto isNews = [this] { return report_ || outcome_; };
-    {
-        const std::lock_guard lock(mutex_);
-        if (isNews()) {
-            return; // and a thread that is to end with the program goes on holding Python's lock
-        }
-    }
-    const py::gil_scoped_release released;
+    const WithoutLock without;
     std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, kMoment, isNews);
-}
-
-/// Who catches the exception wants to know what has become of the phone, too.
-void Job::noteOutcome(const py::error_already_set& error) const {
-    const std::lock_guard lock(mutex_);
-    if (!outcome_ || !py::hasattr(error.value(), "add_note")) {
-        return;
-    }
-    const Failure* const failure = std::get_if<Failure>(&*outcome_);
-    error.value().attr("add_note")(
-        failure == nullptr ? py::str("it was too late to cancel: what was asked for is done")
-                           : py::reinterpret_borrow<py::str>(text(failure->what())));
+    changed_.wait_for(lock, kMoment, [this] { return hasNews(); });
+    return outcome_.has_value();
 }
 
 void Job::listen() {
     const std::lock_guard lock(mutex_);
     isRungFor_ = true;
-    if (report_ || outcome_) {
+    if (hasNews()) {
         ring_();
     }
 }
@@ -188,7 +122,7 @@ bool Job::isDone() const {
     return outcome_.has_value();
 }
 
-py::object Job::result() const {
+py::tuple Job::outcome() const {
     std::optional<Outcome> outcome;
     {
         const std::lock_guard lock(mutex_);
@@ -198,9 +132,9 @@ py::object Job::result() const {
         throw std::logic_error("the work is not done");
     }
     if (const Failure* const failure = std::get_if<Failure>(&*outcome)) {
-        raise(*failure);
+        return failed(*failure);
     }
-    return std::get<Result>(*outcome)();
+    return succeeded(std::get<Result>(*outcome)());
 }
 
 void Job::cancel() {

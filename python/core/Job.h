@@ -24,7 +24,8 @@ struct Report {
 };
 
 /// A piece of work on the phones' thread, and who waits for it in Python. The work has a side that
-/// touches nothing of Python; so whoever holds Python's lock may wait for the thread.
+/// touches nothing of Python; so whoever holds Python's lock may wait for the thread. Callbacks are
+/// called by Python itself: a thread that Python ends in the middle of one takes no C++ along.
 class Job {
 public:
     /// What came of the work, to be made a Python value of by who has Python's lock.
@@ -54,11 +55,9 @@ public:
 
     // Python's side. Each is called with its lock.
 
-    /// Waits, and calls with each report. What is thrown meanwhile, by a signal's handler too,
-    /// cancels the work; it is thrown on once the work has ended, with a note of what came of it.
-    /// @param progress  a callable, or None
-    /// @param cancel    what has is_set(), or None
-    pybind11::object run(const pybind11::object& progress, const pybind11::object& cancel);
+    /// Waits for a report or the end, for a moment at most: signals are heard in between.
+    /// @return whether it is done
+    bool wait();
 
     /// Nobody waits: the reports and the end are rung for. What has come before is rung for now.
     void listen();
@@ -72,9 +71,8 @@ public:
     /// Any thread, with or without the lock.
     bool isDone() const;
 
-    /// Of work that is done.
-    /// @throw the failure as Python's exception
-    pybind11::object result() const;
+    /// Of work that is done: its result and None, or None and the failure.
+    pybind11::tuple outcome() const;
 
     /// Reports are not made from now on.
     void cancel();
@@ -90,8 +88,8 @@ private:
     using Outcome = std::variant<Result, engine::Failure>;
 
     void end(Outcome outcome);
-    void waitForNews();
-    void noteOutcome(const pybind11::error_already_set& error) const;
+
+    bool hasNews() const { return report_ || outcome_; } // under the lock
 
     const Kind kind_;
     const std::function<void()> ring_;
@@ -104,19 +102,12 @@ private:
     std::optional<Outcome> outcome_; ///< under the lock
 };
 
-/// Sets the exception that a failure is in Python, and throws it.
-[[noreturn]] void raise(const engine::Failure& failure);
-
 /// Whether this thread is inside of a callback of a job: the phones' thread waits for it.
 bool isHearing();
 
-/// That it is, for a scope.
-class Hearing {
-public:
-    Hearing();
-    ~Hearing();
-    Hearing(const Hearing&) = delete;
-    Hearing& operator=(const Hearing&) = delete;
-};
+/// A callback begins in this thread.
+void beginHearing();
+
+void endHearing();
 
 } // namespace krl::python

@@ -5,6 +5,7 @@
 #include "python/core/Calls.h"
 #include "python/core/Songs.h"
 #include "python/core/Values.h"
+#include "python/core/WithoutLock.h"
 
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -37,11 +38,13 @@ WantedChange wantedOf(const std::vector<std::pair<std::string, std::optional<std
     return wanted;
 }
 
-std::shared_ptr<Hub> openHub() {
+/// What a call comes to that may fail.
+template <typename Call>
+py::tuple outcomeOf(Call call) {
     try {
-        return Hub::open();
+        return succeeded(call());
     } catch (const krl::engine::Failure& failure) {
-        raise(failure);
+        return failed(failure);
     }
 }
 
@@ -53,36 +56,10 @@ py::list newsOf(Hub& hub) {
     return list;
 }
 
-py::object runJob(Hub& hub, Job& job, const py::object& progress, const py::object& cancel) {
-    const Hub::Visit visit(hub);
-    if (progress.is_none()) {
-        return job.run(progress, cancel);
-    }
-    const py::cpp_function outside([&](const py::object& report) {
-        const Hub::Outing outing(hub);
-        progress(report);
-    });
-    return job.run(outside, cancel);
-}
-
-/// @return whether there was a report
-bool tell(Job& job, const py::object& progress) {
+/// The report that has not been heard, or None.
+py::object reportOf(Job& job) {
     const auto report = job.unheard();
-    if (!report) {
-        return false;
-    }
-    try {
-        if (!progress.is_none()) {
-            const Hearing hearing;
-            progress(valueOf(*report));
-        }
-    } catch (...) {
-        job.cancel();
-        job.heard();
-        throw;
-    }
-    job.heard();
-    return true;
+    return report ? py::object(valueOf(*report)) : py::none();
 }
 
 py::list failureCodes() {
@@ -100,8 +77,7 @@ void defineHub(py::module_& m) {
         .def("news", &newsOf)
         .def("take_bell", &Hub::takeBell)
         .def("is_closed", &Hub::isClosed)
-        .def("close", &Hub::close, py::call_guard<py::gil_scoped_release>())
-        .def("run", &runJob, arg("job"), arg("progress") = py::none(), arg("cancel") = py::none())
+        .def("close", &Hub::close, py::call_guard<WithoutLock>())
         .def("find", &find, arg("text"), arg("seconds"))
         .def("info", &info, arg("udid"))
         .def("ringtones", &ringtones, arg("udid"))
@@ -123,11 +99,16 @@ void defineHub(py::module_& m) {
 
 void defineJob(py::module_& m) {
     py::class_<Job, std::shared_ptr<Job>>(m, "Job")
+        .def("writes", [](const Job& job) { return job.kind() == Job::Kind::Writes; })
+        .def("wait", &Job::wait)
         .def("listen", &Job::listen)
-        .def("tell", &tell, arg("progress"))
+        .def("report", &reportOf)
+        .def("heard", &Job::heard)
         .def("is_done", &Job::isDone)
-        .def("result", &Job::result)
+        .def("outcome", &Job::outcome)
         .def("cancel", &Job::cancel);
+    m.def("begin_hearing", &beginHearing);
+    m.def("end_hearing", &endHearing);
 }
 
 void defineChange(py::module_& m) {
@@ -157,23 +138,24 @@ void defineChange(py::module_& m) {
 }
 
 void defineSongs(py::module_& m) {
-    m.def("inspect", &inspect, arg("path"));
+    m.def(
+        "inspect", [](const std::string& path) { return outcomeOf([&] { return inspect(path); }); },
+        arg("path"));
     m.def("seconds", &seconds, arg("text"));
     m.def(
         "prepare",
         [](const std::string& song, const std::string& place, std::optional<double> start,
            double length, double fadeIn, double fadeOut, bool level, const std::string& title,
            const std::string& artist, bool replace) {
-            return prepare(song, place,
-                           {.startSeconds = start.value_or(0),
-                            .lengthSeconds = length,
-                            .fadeInSeconds = fadeIn,
-                            .fadeOutSeconds = fadeOut,
-                            .automatic = !start,
-                            .level = level,
-                            .title = title,
-                            .artist = artist},
-                           replace);
+            const krl::audio::Wish wish{.startSeconds = start.value_or(0),
+                                        .lengthSeconds = length,
+                                        .fadeInSeconds = fadeIn,
+                                        .fadeOutSeconds = fadeOut,
+                                        .automatic = !start,
+                                        .level = level,
+                                        .title = title,
+                                        .artist = artist};
+            return outcomeOf([&] { return prepare(song, place, wish, replace); });
         },
         arg("song"), arg("place"), py::kw_only(), arg("start"), arg("length"), arg("fade_in"),
         arg("fade_out"), arg("level"), arg("title"), arg("artist"), arg("replace"));
@@ -184,7 +166,7 @@ void defineSongs(py::module_& m) {
 PYBIND11_MODULE(_core, m) {
     m.doc() = "The engine of KRLVesk, for the package krlvesk.";
     m.attr("version") = KRL_VERSION;
-    m.def("open", &openHub);
+    m.def("open", [] { return outcomeOf([] { return py::cast(Hub::open()); }); });
     m.def("failure_codes", &failureCodes);
     m.def("printable", &krl::engine::forTerminal, arg("text"));
     m.def("size_text", &krl::engine::formatBytes, arg("size"));
@@ -192,5 +174,6 @@ PYBIND11_MODULE(_core, m) {
     defineJob(m);
     defineChange(m);
     defineSongs(m);
+    WithoutLock::prepare();
     py::module_::import("atexit").attr("register")(py::cpp_function(&Hub::closeAtExit));
 }

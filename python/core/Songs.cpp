@@ -4,6 +4,7 @@
 #include "audio/preparing/RingtonePlace.h"
 #include "audio/preparing/TimeText.h"
 #include "python/core/Values.h"
+#include "python/core/WithoutLock.h"
 
 namespace krl::python {
 
@@ -12,15 +13,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Has something done without Python's lock.
 template <typename Work>
 auto withoutLock(Work work) -> decltype(work()) {
-    try {
-        const py::gil_scoped_release released;
-        return work();
-    } catch (const engine::Failure& failure) {
-        raise(failure);
-    }
+    const WithoutLock without;
+    return work();
 }
 
 struct Placed {

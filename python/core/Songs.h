@@ -13,7 +13,7 @@ namespace krl::python {
 // What is done with songs and no phone, on the thread that calls. With Python's lock, which is given
 // up while there is work.
 
-/// @throw Failure as Python's exception, as each of these
+/// @throw Failure, as each of these
 pybind11::dict inspect(const std::string& path);
 
 /// Makes a ringtone of a song.

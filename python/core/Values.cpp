@@ -1,6 +1,7 @@
 #include "python/core/Values.h"
 
 #include "audio/judging/Judgement.h"
+#include "engine/errors/FailureCodes.h"
 
 namespace krl::python {
 
@@ -35,15 +36,8 @@ dict valueOf(const UsedSong& song) {
                 arg("already_there") = song.isHeld, arg("prepared") = song.isPrepared);
 }
 
-/// A path, and the exception that says why it cannot be used.
 py::tuple valueOf(const UnusableSong& song) {
-    py::object why = py::none();
-    try {
-        raise(song.failure);
-    } catch (py::error_already_set& error) {
-        why = error.value();
-    }
-    return py::make_tuple(text(song.path.string()), why);
+    return py::make_tuple(text(song.path.string()), krl::python::valueOf(song.failure));
 }
 
 template <typename T>
@@ -72,6 +66,19 @@ py::list texts(const std::vector<std::string>& all) {
         list.append(text(one));
     }
     return list;
+}
+
+py::tuple succeeded(const py::object& value) {
+    return py::make_tuple(value, py::none());
+}
+
+py::tuple failed(const engine::Failure& failure) {
+    return py::make_tuple(py::none(), valueOf(failure));
+}
+
+py::tuple valueOf(const engine::Failure& failure) {
+    return py::make_tuple(engine::codeOf(failure.kind()).number, text(failure.what()),
+                          text(failure.advice()), texts(failure.details()));
 }
 
 dict valueOf(const Report& report) {

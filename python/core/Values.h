@@ -26,6 +26,14 @@ pybind11::str text(const std::string& bytes);
 
 pybind11::list texts(const std::vector<std::string>& all);
 
+// What comes of a call that may fail: a value and None, or None and what the package makes its exception
+// of. An exception of the package's own is not raised here: that calls functions of Python.
+
+pybind11::tuple succeeded(const pybind11::object& value);
+pybind11::tuple failed(const engine::Failure& failure);
+
+pybind11::tuple valueOf(const engine::Failure& failure);
+
 pybind11::dict valueOf(const Report& report);
 pybind11::dict valueOf(const engine::DeviceDescription& about);
 pybind11::dict valueOf(const engine::PhoneRingtone& ringtone);

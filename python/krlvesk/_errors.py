@@ -1,7 +1,7 @@
 """What can stand in the way: one hierarchy, with the numbers and names that vesk has."""
 from __future__ import annotations
 
-from typing import ClassVar, Sequence
+from typing import Any, ClassVar, Sequence
 
 from . import _core
 
@@ -270,6 +270,18 @@ def _kinds(base: type[Error]) -> dict[int, type[Error]]:
 _KINDS = {Error.code: Error, **_kinds(Error)}
 
 
-def _of(code: int, name: str, message: str, advice: str, details: Sequence[str]) -> Error:
-    """The exception of a failure of the engine, which the extension raises."""
+def error_of(failure: _core.Failure) -> Error:
+    """The exception of a failure of the engine."""
+    code, message, advice, details = failure
     return _KINDS[code](message, advice, details)
+
+
+def value_of(outcome: _core.Outcome) -> Any:
+    """What has come of a call of the extension.
+
+    :raise Error: why nothing has
+    """
+    value, failure = outcome
+    if failure is not None:
+        raise error_of(failure)
+    return value

@@ -7,14 +7,14 @@ from collections import deque
 from dataclasses import dataclass
 from pathlib import Path
 from types import TracebackType
-from typing import Any, Callable, Iterator, Mapping, Sequence, TypeVar
+from typing import Any, Iterator, Mapping, Sequence
 
 from . import _core
-from ._values import (CancelFlag, Changes, FetchedRingtone, Operation, PastJob, PhoneInfo, PlannedSong, Progress,
-                      ProgressCallback, Ringtone, SongLike, StrPath, SyncResult, UnusableSong, changes_of, fetched_of,
+from ._errors import error_of, value_of
+from ._jobs import Wait
+from ._values import (CancelFlag, Changes, FetchedRingtone, Operation, PastJob, PhoneInfo, PlannedSong, ProgressCallback,
+                      Ringtone, SongLike, StrPath, SyncResult, UnusableSong, changes_of, fetched_of,
                       given_songs, past_job_of, path_bytes, printable, song_of)
-
-T = TypeVar("T")
 
 
 class PhoneFacts:
@@ -134,7 +134,7 @@ class PlanFacts:
         self.strays = tuple(value["strays"])
         self.ringtones = tuple(value["ringtones"])
         self.songs = tuple(song_of(one) for one in value["songs"])
-        self.unusable = tuple(UnusableSong(Path(path), error) for path, error in value["unusable"])
+        self.unusable = tuple(UnusableSong(Path(path), error_of(failure)) for path, failure in value["unusable"])
         self.skipped = tuple(value["skipped"])
         self.unreadable_tags = tuple(Path(file) for file in value["unreadable_tags"])
 
@@ -281,7 +281,7 @@ class Phones:
     """
 
     def __init__(self) -> None:
-        self._hub = _core.open()
+        self._hub: _core.Hub = value_of(_core.open())
         self._events: deque[Event] = deque()
         self._attached: dict[str, Phone] = {}
 
@@ -377,12 +377,4 @@ class Phones:
 
     def _run(self, job: _core.Job, progress: ProgressCallback | None = None,
              cancel: CancelFlag | None = None) -> Any:
-        return self._hub.run(job, _hearing(progress), cancel)
-
-
-def _hearing(progress: ProgressCallback | None) -> Callable[[Mapping[str, Any]], object] | None:
-    """A callback as the extension calls it."""
-    if progress is None:
-        return None
-    callback = progress
-    return lambda value: callback(Progress(**value))
+        return Wait(job, progress, cancel).result()

@@ -5,6 +5,7 @@ import os
 from pathlib import Path
 
 from . import _core
+from ._errors import value_of
 from ._values import Inspection, PreparedRingtone, StrPath, path_bytes
 
 
@@ -13,7 +14,7 @@ def inspect(path: StrPath) -> Inspection:
 
     :raise RequestError: there is no such file, or nothing can be said of it
     """
-    value = _core.inspect(os.fsencode(path))
+    value = value_of(_core.inspect(os.fsencode(path)))
     value["reasons"] = tuple(value["reasons"])
     return Inspection(path=Path(path), **value)
 
@@ -34,9 +35,10 @@ def prepare(song: StrPath, out: StrPath | None = None, *, start: float | str = 0
     place = Path("." if out is None else out)
     if place.is_dir() or (isinstance(out, str) and out.endswith("/")):
         place = place / (Path(song).stem + ".m4r")
-    value = _core.prepare(os.fsencode(song), os.fsencode(place), start=None if start == "auto" else _seconds(start),
-                          length=_seconds(length), fade_in=fade_in, fade_out=fade_out, level=level, title=title,
-                          artist=artist, replace=replace)
+    outcome = _core.prepare(os.fsencode(song), os.fsencode(place), start=None if start == "auto" else _seconds(start),
+                            length=_seconds(length), fade_in=fade_in, fade_out=fade_out, level=level, title=title,
+                            artist=artist, replace=replace)
+    value = value_of(outcome)
     return PreparedRingtone(song=Path(song), path=place, **value)
 
 

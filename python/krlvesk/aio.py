@@ -9,10 +9,12 @@ import asyncio
 from collections import deque
 from dataclasses import dataclass
 from types import TracebackType
-from typing import Any, Callable, Mapping, Sequence
+from typing import Any, Mapping, Sequence
 
 from . import _core
-from ._phones import PhoneFacts, PlanFacts, _hearing
+from ._errors import error_of, value_of
+from ._jobs import hear, note_outcome
+from ._phones import PhoneFacts, PlanFacts
 from ._values import (Changes, FetchedRingtone, PastJob, PhoneInfo, ProgressCallback, Ringtone, SongLike, StrPath,
                       SyncResult, changes_of, fetched_of, past_job_of, path_bytes)
 
@@ -102,7 +104,7 @@ class _Call:
     """Work that is awaited."""
 
     job: _core.Job
-    progress: Callable[[Mapping[str, Any]], object] | None
+    progress: ProgressCallback | None
     future: asyncio.Future[Any]
     error: BaseException | None = None
 
@@ -110,26 +112,35 @@ class _Call:
         """Hears what there is to hear; whether it is over."""
         is_done = self.job.is_done()
         try:
-            while self.job.tell(self.progress if self.error is None else None):
-                pass
+            while hear(self.job, self.progress if self.error is None else None):
+                self.job.heard()
         except BaseException as error:
+            self.job.cancel()
             self.error = error
-        if not is_done:
-            return False
-        if not self.future.done():
+        if is_done and not self.future.done():
             self._settle()
-        return True
+        return is_done
 
     def _settle(self) -> None:
-        try:
-            value = self.job.result()
-        except Exception as error:
-            self.future.set_exception(self.error or error)
-            return
         if self.error is not None:
-            self.future.set_exception(self.error)
+            error = _fit_for_future(self.error)
+            note_outcome(error, self.job)
+            self.future.set_exception(error)
+            return
+        value, failure = self.job.outcome()
+        if failure is not None:
+            self.future.set_exception(error_of(failure))
         else:
             self.future.set_result(value)
+
+
+def _fit_for_future(error: BaseException) -> BaseException:
+    """A coroutine cannot raise StopIteration; as in generators, it becomes another exception."""
+    if not isinstance(error, StopIteration):
+        return error
+    fit = RuntimeError("progress raised StopIteration")
+    fit.__cause__ = error
+    return fit
 
 
 class Phones:
@@ -151,7 +162,7 @@ class Phones:
         self._is_closed = False
 
     async def __aenter__(self) -> Phones:
-        self._hub = _core.open()
+        self._hub = value_of(_core.open())
         self._descriptor = self._hub.descriptor()
         asyncio.get_running_loop().add_reader(self._descriptor, self._dispatch)
         return self
@@ -209,7 +220,7 @@ class Phones:
         self._calls = [call for call in self._calls if not call.look()]
 
     async def _run(self, job: _core.Job, progress: ProgressCallback | None = None) -> Any:
-        call = _Call(job, _hearing(progress), asyncio.get_running_loop().create_future())
+        call = _Call(job, progress, asyncio.get_running_loop().create_future())
         self._calls.append(call)
         job.listen()
         try:
