@@ -107,8 +107,9 @@ class Loop(PhoneTest):
                     stop(task)
 
             task = asyncio.ensure_future(plan.sync(hear))
-            with self.assertRaises(kind):
+            with self.assertRaises(kind) as caught:
                 await task
+            self.assertIn("cancelled", caught.exception.__notes__[0])
             self.assertEqual([one.name for one in await device.ringtones()], ["Harp"])
         self.assertEqual(self.phone.catalogue(), catalogue)
         self.assertEqual(list(self.phone.files().values()), [HARP.read_bytes()])
@@ -120,6 +121,11 @@ class Loop(PhoneTest):
             raise KeyError("mine")
 
         await self.assert_sync_ends_clean(stop, KeyError)
+
+    @on_loop
+    async def test_an_iterator_of_the_callback_may_be_at_its_end(self):
+        """A coroutine cannot raise StopIteration."""
+        await self.assert_sync_ends_clean(lambda _: next(iter(())), RuntimeError)
 
     @on_loop
     async def test_the_end_of_the_phones_ends_what_is_awaited(self):

@@ -205,6 +205,34 @@ class Closed(PhoneTest):
         done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=LONGEST)
         self.assertEqual(done.returncode, 0, done.stderr)
 
+    def test_a_program_may_end_while_threads_look_at_songs(self):
+        song = str(SAMPLES / "harp.m4a")
+        program = ("import krlvesk, threading\nbegun = threading.Event()\n"
+                   f"def look():\n    while True:\n        krlvesk.inspect({song!r})\n        begun.set()\n"
+                   "for _ in range(4):\n    threading.Thread(target=look, daemon=True).start()\nbegun.wait()\n")
+        self.assert_ends_well(program)
+
+    def test_a_program_may_end_while_threads_are_refused(self):
+        program = ("import krlvesk, threading\nbegun = threading.Event()\n"
+                   "def look():\n    while True:\n        try:\n            krlvesk.inspect('nothing.mp3')\n"
+                   "        except krlvesk.Error:\n            begun.set()\n"
+                   "for _ in range(4):\n    threading.Thread(target=look, daemon=True).start()\nbegun.wait()\n")
+        self.assert_ends_well(program)
+
+    def test_a_program_may_end_while_a_callback_is_busy(self):
+        song = str(SAMPLES / "harp.m4a")
+        program = ("import krlvesk, threading, time\nphone = krlvesk.Phones().find()\nbegun = threading.Event()\n"
+                   "def hear(progress):\n    begun.set()\n    while True:\n        time.sleep(0)\n"
+                   f"threading.Thread(target=lambda: phone.plan(add={song!r}).sync(hear), daemon=True).start()\n"
+                   "begun.wait()\n")
+        self.assert_ends_well(program)
+        self.assertEqual(self.open().find().ringtones(), [])
+
+    def assert_ends_well(self, program):
+        """Several times: what goes wrong does so in the moment between the end of Python and that of the process."""
+        for _ in range(5):
+            done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=LONGEST)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
 
     def test_a_program_may_end_while_a_callback_never_returns(self):
         song = str(SAMPLES / "harp.m4a")

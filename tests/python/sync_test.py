@@ -3,12 +3,14 @@
 
     sync_test.py BUILD SOURCE [unittest's arguments]
 """
+import gc
 import os
 import signal
 import subprocess
 import sys
 import threading
 import unittest
+import weakref
 
 from support import LONGEST, SAMPLES, PhoneTest, krlvesk, main
 
@@ -284,6 +286,36 @@ class Cancelled(PhoneTest):
             self.plan.sync(hear)
         self.assertEqual(len(heard), 1)
         self.assertIn("cancelled", caught.exception.__notes__[0])
+        self.assert_nothing_happened()
+
+    def test_what_a_callback_raises_holds_nothing_afterwards(self):
+        class Mine(Exception):
+            pass
+
+        def hear(_):
+            raise Mine
+
+        gc.disable()
+        self.addCleanup(gc.enable)
+        with self.assertRaises(Mine) as caught:
+            self.plan.sync(hear)
+        error = weakref.ref(caught.exception)
+        del caught
+        self.assertIsNone(error())
+
+    def test_by_a_flag_that_cannot_say(self):
+        """The phones are free for the next call."""
+
+        class NoAnswer:
+            def __bool__(self):
+                raise KeyError("mine")
+
+        class Flag:
+            def is_set(self):
+                return NoAnswer()
+
+        with self.assertRaises(KeyError):
+            self.plan.sync(cancel=Flag())
         self.assert_nothing_happened()
 
     def test_by_a_signal_while_the_phone_thinks(self):
