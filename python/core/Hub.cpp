@@ -40,11 +40,13 @@ Failure closed() {
 } // namespace
 
 std::shared_ptr<Hub> Hub::open() {
-    if (const auto there = theOne.lock(); there && !there->isClosed()) {
+    if (const auto there = theOne.lock(); there && !there->hasEnded()) {
         throw std::runtime_error("there is an open Phones already: one at a time");
     }
     const std::shared_ptr<Hub> hub(new Hub);
-    theOne = hub;
+    theOne = hub; // before anybody else has Python's lock
+    const WithoutLock without;
+    hub->begin();
     return hub;
 }
 
@@ -63,14 +65,16 @@ void Bell::take() {
     eventfd_read(event_, &count);
 }
 
-Hub::Hub() : bell_(std::make_shared<Bell>()), descriptor_(required(epoll_create1(EPOLL_CLOEXEC))) {
+Hub::Hub() : bell_(std::make_shared<Bell>()), descriptor_(required(epoll_create1(EPOLL_CLOEXEC))) {}
+
+void Hub::begin() {
     try {
-        const WithoutLock without;
-        thread_ = std::make_shared<engine::PhoneThread>();
         watch(descriptor_, bell_->descriptor());
-        watch(descriptor_, thread_->descriptor());
+        auto thread = std::make_unique<engine::PhoneThread>();
+        watch(descriptor_, thread->descriptor());
+        enter(State::Open, std::move(thread));
     } catch (...) {
-        ::close(descriptor_);
+        enter(State::Closed, nullptr);
         throw;
     }
 }
@@ -80,30 +84,44 @@ Hub::~Hub() {
     ::close(descriptor_);
 }
 
-bool Hub::isClosed() const {
+void Hub::enter(State state, std::unique_ptr<engine::PhoneThread> thread) {
     const std::lock_guard lock(mutex_);
-    return thread_ == nullptr;
+    state_ = state;
+    thread_ = std::move(thread);
+    changed_.notify_all();
 }
 
-std::shared_ptr<engine::PhoneThread> Hub::openThread() const {
+bool Hub::isClosed() const {
     const std::lock_guard lock(mutex_);
-    if (!thread_) {
+    return state_ != State::Open;
+}
+
+bool Hub::hasEnded() const {
+    const std::lock_guard lock(mutex_);
+    return state_ == State::Closed;
+}
+
+void Hub::requireOpen() const {
+    if (state_ != State::Open) {
         throw py::value_error("the phones are closed");
     }
-    return thread_;
 }
 
 int Hub::descriptor() const {
-    openThread();
+    const std::lock_guard lock(mutex_);
+    requireOpen();
     return descriptor_;
 }
 
 std::vector<engine::DeviceNews::Item> Hub::takeNews() {
-    return openThread()->take();
+    const std::lock_guard lock(mutex_);
+    requireOpen();
+    return thread_->take();
 }
 
 void Hub::takeBell() {
-    openThread();
+    const std::lock_guard lock(mutex_);
+    requireOpen();
     bell_->take();
 }
 
@@ -111,7 +129,6 @@ std::shared_ptr<Job> Hub::start(Job::Kind kind, std::function<Job::Result(Job&)>
     if (isHearing()) {
         throw std::runtime_error("the phones are busy with the call that this callback is of");
     }
-    openThread();
     const auto job = std::make_shared<Job>(kind, [bell = bell_] { bell->ring(); });
     const auto carryOut = [job, work = std::move(work)] {
         try {
@@ -127,10 +144,7 @@ std::shared_ptr<Job> Hub::start(Job::Kind kind, std::function<Job::Result(Job&)>
         }
     };
     const std::lock_guard lock(mutex_);
-    if (!thread_) {
-        job->fail(closed());
-        return job;
-    }
+    requireOpen();
     std::erase_if(jobs_, [](const auto& one) { return one.expired(); });
     jobs_.push_back(job);
     thread_->post(carryOut);
@@ -148,10 +162,15 @@ std::vector<std::shared_ptr<Job>> Hub::jobsUnderWay() const {
 }
 
 void Hub::close() {
-    std::shared_ptr<engine::PhoneThread> thread;
+    std::unique_ptr<engine::PhoneThread> thread;
     std::vector<std::shared_ptr<Job>> jobs;
     {
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return state_ == State::Open || state_ == State::Closed; });
+        if (state_ == State::Closed) {
+            return;
+        }
+        state_ = State::Closing;
         thread = std::move(thread_);
         jobs = jobsUnderWay();
     }
@@ -167,6 +186,7 @@ void Hub::close() {
     for (const auto& job : jobs) {
         job->fail(closed());
     }
+    enter(State::Closed, nullptr);
     bell_->ring();
 }
 

@@ -3,6 +3,7 @@
 #include "engine/phones/PhoneThread.h"
 #include "python/core/Job.h"
 
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -31,8 +32,9 @@ private:
 /// The phones' thread with one descriptor for all that comes from it. One at a time.
 class Hub : public std::enable_shared_from_this<Hub> {
 public:
+    /// With Python's lock, which is given up meanwhile.
     /// @throw Failure when there is no device layer or no mux daemon
-    /// @throw pybind11's runtime error when there is one already
+    /// @throw std::runtime_error when there is one already
     static std::shared_ptr<Hub> open();
 
     ~Hub();
@@ -53,25 +55,33 @@ public:
     /// @param work  called on the phones' thread, without Python's lock
     std::shared_ptr<Job> start(Job::Kind kind, std::function<Job::Result(Job&)> work);
 
+    /// Whether it is being closed, or was.
     bool isClosed() const;
 
     /// Cancels all work, waits for the end of what writes to a phone, and ends the thread. Without
-    /// Python's lock, any number of times.
+    /// Python's lock, any number of times, by any thread: each waits until that is over.
     void close();
 
     /// The same for the one that there is, when the program ends. With Python's lock.
     static void closeAtExit();
 
 private:
+    enum class State { Opening, Open, Closing, Closed };
+
     Hub();
 
-    std::shared_ptr<engine::PhoneThread> openThread() const;
+    void begin();
+    void enter(State state, std::unique_ptr<engine::PhoneThread> thread);
+    bool hasEnded() const;
+    void requireOpen() const; // under the lock
     std::vector<std::shared_ptr<Job>> jobsUnderWay() const;
 
     const std::shared_ptr<Bell> bell_;
     const int descriptor_; ///< an epoll of the bell's and the thread's
     mutable std::mutex mutex_;
-    std::shared_ptr<engine::PhoneThread> thread_; ///< under the lock; null when closed
+    std::condition_variable changed_;
+    State state_ = State::Opening;                ///< under the lock
+    std::unique_ptr<engine::PhoneThread> thread_; ///< under the lock; there while open
     std::vector<std::weak_ptr<Job>> jobs_;        ///< under the lock
 };
 

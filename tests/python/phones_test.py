@@ -81,6 +81,26 @@ class Asked(PhoneTest):
         with self.assertRaisesRegex(RuntimeError, "one at a time"):
             krlvesk.Phones()
 
+    def test_of_threads_that_open_at_once_one_does(self):
+        begun = threading.Barrier(8)
+        opened, refused = [], []
+
+        def open_phones():
+            begun.wait()
+            try:
+                opened.append(krlvesk.Phones())
+            except RuntimeError as error:
+                refused.append(str(error))
+
+        threads = [threading.Thread(target=open_phones) for _ in range(8)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join(LONGEST)
+        self.assertEqual((len(opened), refused), (1, ["there is an open Phones already: one at a time"] * 7))
+        self.assertEqual(opened[0].find().name, "My Phone")
+        opened[0].close()
+
     def test_a_phone_is_found_by_its_name(self):
         self.assertEqual(self.open().find("my phone").name, "My Phone")
 

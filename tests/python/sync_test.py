@@ -349,6 +349,28 @@ class Cancelled(PhoneTest):
         self.device = self.open().find()
         self.assert_nothing_happened()
 
+    def test_by_the_end_of_the_phones_which_several_threads_wait_for(self):
+        phones, sends = self.device._phones, threading.Event()
+
+        def hear(progress):
+            if progress.stage == "sending":
+                self.phone.tell("silence")
+                sends.set()
+                threading.Event().wait()
+
+        threading.Thread(target=self.plan.sync, args=(hear,), daemon=True).start()
+        sends.wait()
+        first = threading.Thread(target=phones.close)
+        first.start()
+        while not phones.closed:
+            pass
+        self.phone.tell("talk")
+        phones.close()
+        with krlvesk.Phones() as others:
+            self.device = others.find()
+            self.assert_nothing_happened()
+        first.join(LONGEST)
+
     def test_by_the_end_of_the_program_in_another_thread(self):
         program = f"""
 import krlvesk, threading
