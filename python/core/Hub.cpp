@@ -18,7 +18,9 @@ using engine::FailureKind;
 
 namespace {
 
-std::weak_ptr<Hub> theOne; // with Python's lock alone
+// With Python's lock alone.
+std::weak_ptr<Hub> theOne;
+pid_t user = 0; ///< the process that has opened phones
 
 int required(int descriptor) {
     if (descriptor < 0) {
@@ -40,6 +42,14 @@ Failure closed() {
 } // namespace
 
 std::shared_ptr<Hub> Hub::open() {
+    if (user == 0) {
+        user = ::getpid();
+    }
+    if (user != ::getpid()) {
+        throw std::runtime_error(
+            "phones cannot be opened in a process that was forked off one with phones: start "
+            "a new one (with multiprocessing the method \"spawn\")");
+    }
     if (const auto there = theOne.lock(); there && !there->hasEnded()) {
         throw std::runtime_error("there is an open Phones already: one at a time");
     }
@@ -65,7 +75,9 @@ void Bell::take() {
     eventfd_read(event_, &count);
 }
 
-Hub::Hub() : bell_(std::make_shared<Bell>()), descriptor_(required(epoll_create1(EPOLL_CLOEXEC))) {}
+Hub::Hub()
+    : bell_(std::make_shared<Bell>()), descriptor_(required(epoll_create1(EPOLL_CLOEXEC))),
+      owner_(::getpid()) {}
 
 void Hub::begin() {
     try {
@@ -82,6 +94,13 @@ void Hub::begin() {
 Hub::~Hub() {
     close();
     ::close(descriptor_);
+    if (!isOfThisProcess()) {
+        static_cast<void>(thread_.release()); // there is no such thread here to be waited for
+    }
+}
+
+bool Hub::isOfThisProcess() const {
+    return owner_ == ::getpid();
 }
 
 void Hub::enter(State state, std::unique_ptr<engine::PhoneThread> thread) {
@@ -92,6 +111,9 @@ void Hub::enter(State state, std::unique_ptr<engine::PhoneThread> thread) {
 }
 
 bool Hub::isClosed() const {
+    if (!isOfThisProcess()) {
+        return true;
+    }
     const std::lock_guard lock(mutex_);
     return state_ != State::Open;
 }
@@ -101,27 +123,29 @@ bool Hub::hasEnded() const {
     return state_ == State::Closed;
 }
 
-void Hub::requireOpen() const {
+std::unique_lock<std::mutex> Hub::lockOpen() const {
+    if (!isOfThisProcess()) {
+        throw py::value_error("the phones are those of the process that this one was forked off");
+    }
+    std::unique_lock lock(mutex_);
     if (state_ != State::Open) {
         throw py::value_error("the phones are closed");
     }
+    return lock;
 }
 
 int Hub::descriptor() const {
-    const std::lock_guard lock(mutex_);
-    requireOpen();
+    const auto lock = lockOpen();
     return descriptor_;
 }
 
 std::vector<engine::DeviceNews::Item> Hub::takeNews() {
-    const std::lock_guard lock(mutex_);
-    requireOpen();
+    const auto lock = lockOpen();
     return thread_->take();
 }
 
 void Hub::takeBell() {
-    const std::lock_guard lock(mutex_);
-    requireOpen();
+    const auto lock = lockOpen();
     bell_->take();
 }
 
@@ -143,8 +167,7 @@ std::shared_ptr<Job> Hub::start(Job::Kind kind, std::function<Job::Result(Job&)>
             job->fail(Failure(FailureKind::Unexpected, error.what()));
         }
     };
-    const std::lock_guard lock(mutex_);
-    requireOpen();
+    const auto lock = lockOpen();
     std::erase_if(jobs_, [](const auto& one) { return one.expired(); });
     jobs_.push_back(job);
     thread_->post(carryOut);
@@ -162,6 +185,9 @@ std::vector<std::shared_ptr<Job>> Hub::jobsUnderWay() const {
 }
 
 void Hub::close() {
+    if (!isOfThisProcess()) {
+        return;
+    }
     std::unique_ptr<engine::PhoneThread> thread;
     std::vector<std::shared_ptr<Job>> jobs;
     {

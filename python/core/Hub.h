@@ -3,6 +3,8 @@
 #include "engine/phones/PhoneThread.h"
 #include "python/core/Job.h"
 
+#include <sys/types.h>
+
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -29,12 +31,14 @@ private:
     const int event_; ///< an eventfd
 };
 
-/// The phones' thread with one descriptor for all that comes from it. One at a time.
+/// The phones' thread with one descriptor for all that comes from it. One at a time. In a process that
+/// is forked off it is closed.
 class Hub : public std::enable_shared_from_this<Hub> {
 public:
     /// With Python's lock, which is given up meanwhile.
     /// @throw Failure when there is no device layer or no mux daemon
-    /// @throw std::runtime_error when there is one already
+    /// @throw std::runtime_error when there is one already, here or in a process that this one was
+    ///                           forked off
     static std::shared_ptr<Hub> open();
 
     ~Hub();
@@ -73,11 +77,13 @@ private:
     void begin();
     void enter(State state, std::unique_ptr<engine::PhoneThread> thread);
     bool hasEnded() const;
-    void requireOpen() const; // under the lock
+    bool isOfThisProcess() const;
+    std::unique_lock<std::mutex> lockOpen() const;
     std::vector<std::shared_ptr<Job>> jobsUnderWay() const;
 
     const std::shared_ptr<Bell> bell_;
     const int descriptor_; ///< an epoll of the bell's and the thread's
+    const pid_t owner_;    ///< a fork has neither the thread nor, for sure, the lock
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     State state_ = State::Opening;                ///< under the lock

@@ -265,6 +265,36 @@ class Closed(PhoneTest):
         self.assertEqual(self.open().find().ringtones(), [])
 
 
+class Forked(PhoneTest):
+    """Only the parent has its phones."""
+
+    def assert_child(self, program):
+        """What a child does that was forked off a process with phones, before the parent uses them again."""
+        whole = ("import krlvesk, os, sys\nphones = krlvesk.Phones()\nphone = phones.find()\nchild = os.fork()\n"
+                 f"if child == 0:\n{program}"
+                 "else:\n    print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), phone.ringtones())\n")
+        done = subprocess.run([sys.executable, "-c", whole], capture_output=True, text=True, timeout=LONGEST)
+        self.assertEqual((done.returncode, done.stderr, done.stdout), (0, "", "7 []\n"))
+
+    def test_a_child_ends_as_it_likes(self):
+        self.assert_child("    sys.exit(7)\n")
+
+    def test_a_child_may_let_go_of_them(self):
+        self.assert_child("    phones.close()\n    del phones, phone\n    os._exit(7)\n")
+
+    def test_to_a_child_they_are_closed(self):
+        self.assert_child("    try:\n        phone.ringtones()\n    except ValueError:\n"
+                          "        os._exit(7 if phones.closed and phones.next_event() is None else 1)\n")
+
+    def test_a_child_cannot_open_others(self):
+        self.assert_child("    try:\n        krlvesk.Phones()\n    except RuntimeError as error:\n"
+                          "        os._exit(7 if 'spawn' in str(error) else 1)\n")
+
+    def test_a_child_may_look_at_songs(self):
+        song = str(SAMPLES / "sunrise.m4r")
+        self.assert_child(f"    os._exit(7 if krlvesk.inspect({song!r}).plays else 1)\n")
+
+
 class Threads(PhoneTest):
     def test_any_thread_may_ask(self):
         self.put("harp.m4a")
