@@ -38,11 +38,7 @@ PhoneThread::~PhoneThread() {
     isEnding_ = true;
     const std::future<void> end = ended_.get_future();
     do {
-        CFRunLoopStop(loop_.get());
-        // Again and again: after a call that was ended the next device may be asked.
-        if (AMDeviceCancelCalls != nullptr) {
-            AMDeviceCancelCalls(nullptr);
-        }
+        endWaits(); // again and again: after a call that was ended the next device may be asked
     } while (end.wait_for(std::chrono::milliseconds{5}) != std::future_status::ready);
     thread_.join();
     ::close(event_);
@@ -62,6 +58,13 @@ void PhoneThread::post(std::function<void()> work) {
     }
     CFRunLoopSourceSignal(bell_.get());
     CFRunLoopWakeUp(loop_.get());
+}
+
+void PhoneThread::endWaits() {
+    CFRunLoopStop(loop_.get());
+    if (AMDeviceCancelCalls != nullptr) {
+        AMDeviceCancelCalls(nullptr);
+    }
 }
 
 /// Ends the wait for news. Work that runs the run loop itself is left alone: it looks for more
@@ -105,10 +108,10 @@ void PhoneThread::run() {
 
 void PhoneThread::work() {
     isWorking_ = true;
-    // The bell may have stopped a loop that returned with news all the same: work that runs one is
-    // not to be stopped by that.
-    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, /*returnAfterSourceHandled=*/true);
     while (const auto work = nextWork()) {
+        // The bell may have stopped a loop that returned with news all the same, or the end of its waits
+        // have come when work had ended: work that runs one is not to be stopped by that.
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, /*returnAfterSourceHandled=*/true);
         (*work)();
     }
     isWorking_ = false;

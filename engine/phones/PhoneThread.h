@@ -44,6 +44,11 @@ public:
     /// @param work  must not throw
     void post(std::function<void()> work);
 
+    /// Ends what work under way waits for: its calls to phones, with that extension, and its run of
+    /// the run loop. What it begins afterwards is not ended; so this is repeated until it is over. Any
+    /// thread.
+    void endWaits();
+
 private:
     void run();
     void work();

@@ -136,6 +136,44 @@ TEST_F(PhoneThreads, WorkOnAPhoneAndStillTellWhatComesAndGoes) {
     EXPECT_EQ(gone.device.device, here.device.device);
 }
 
+TEST_F(PhoneThreads, EndWhatWorkWaitsForAndNothingElse) {
+    PhoneThread thread;
+    const std::string udid = next(thread).device.description.udid;
+    AMDeviceSetCallTimeout(3'600'000); // waited for, they would outlast the test
+    phone().faults().goSilent();
+    std::promise<void> ended;
+    thread.post([&] {
+        EXPECT_THROW(OpenPhone({.udid = udid}), Failure);
+        ended.set_value();
+    });
+    const auto end = ended.get_future();
+    do {
+        thread.endWaits();
+    } while (end.wait_for(std::chrono::milliseconds{5}) != std::future_status::ready);
+    phone().faults().endSilence();
+    AMDeviceSetCallTimeout(10'000);
+    std::promise<std::string> name;
+    thread.post([&] { name.set_value(OpenPhone({.udid = udid}).facts().name); });
+    EXPECT_EQ(name.get_future().get(), "Virtual Phone");
+}
+
+TEST_F(PhoneThreads, StopNoRunLoopThatIsStillToBegin) {
+    PhoneThread thread;
+    next(thread);
+    std::promise<void> begun;
+    std::promise<void> mayEnd;
+    std::promise<bool> heard;
+    thread.post([&] {
+        begun.set_value();
+        mayEnd.get_future().wait();
+    });
+    thread.post([&] { heard.set_value(Discovery().next(std::chrono::minutes{1}).has_value()); });
+    begun.get_future().wait();
+    thread.endWaits();
+    mayEnd.set_value();
+    EXPECT_TRUE(heard.get_future().get());
+}
+
 TEST_F(PhoneThreads, SayWhenThereIsNoDeviceLayer) {
     const auto subscribe = std::exchange(AMDeviceNotificationSubscribe, nullptr);
     EXPECT_THROW(PhoneThread(), Failure);
