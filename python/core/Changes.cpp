@@ -61,9 +61,7 @@ public:
 
     void makes(size_t done, size_t total) override {
         job_->report({"making", {.filesDone = done, .filesTotal = total}});
-        if (job_->isCancelled()) {
-            throw Failure(FailureKind::Cancelled, "cancelled; nothing was changed on the phone");
-        }
+        job_->requireWanted();
     }
 
     void made(const audio::WantedRingtone& /*wanted*/,
@@ -185,9 +183,7 @@ void ChangeOfPhone::run(Job& job, bool isDryRun, Notes& notes) {
                               .isDryRun = isDryRun},
                              what(), notes);
     change.run([&](const PhoneState& state) {
-        if (job.isCancelled()) {
-            throw Failure(FailureKind::Cancelled, "cancelled; nothing was changed on the phone");
-        }
+        job.requireWanted();
         edit(phone, state);
     });
 }

@@ -63,9 +63,7 @@ public:
 private:
     void tell() {
         job_.report({"fetching", progress_});
-        if (job_.isCancelled()) {
-            throw Failure(FailureKind::Cancelled, "cancelled; nothing was changed on the phone");
-        }
+        job_.requireWanted();
     }
 
     Job& job_;

@@ -153,25 +153,56 @@ std::shared_ptr<Job> Hub::start(Job::Kind kind, std::function<Job::Result(Job&)>
     if (isHearing()) {
         throw std::runtime_error("the phones are busy with the call that this callback is of");
     }
-    const auto job = std::make_shared<Job>(kind, [bell = bell_] { bell->ring(); });
-    const auto carryOut = [job, work = std::move(work)] {
-        try {
-            if (job->isCancelled()) {
-                throw Failure(FailureKind::Cancelled,
-                              "cancelled; nothing was changed on the phone");
+    const auto job = std::make_shared<Job>(
+        kind, [bell = bell_] { bell->ring(); },
+        [hub = weak_from_this()](Job& cancelled) {
+            if (const auto there = hub.lock()) {
+                there->endWaitsOf(cancelled);
             }
+        });
+    const auto carryOut = [this, kind, job, work = std::move(work)] {
+        if (!begins(job)) {
+            return;
+        }
+        try {
             job->finish(work(*job));
         } catch (const Failure& failure) {
-            job->fail(failure);
+            job->fail(kind == Job::Kind::Reads && job->isCancelled() ? cancelled() : failure);
         } catch (const std::exception& error) {
             job->fail(Failure(FailureKind::Unexpected, error.what()));
         }
+        const std::lock_guard lock(mutex_);
+        running_.reset();
     };
     const auto lock = lockOpen();
     std::erase_if(jobs_, [](const auto& one) { return one.expired(); });
     jobs_.push_back(job);
     thread_->post(carryOut);
-    return job;
+    return {job.get(), [job](Job* /*waited for*/) { job->cancel(); }};
+}
+
+/// On the phones' thread.
+bool Hub::begins(const std::shared_ptr<Job>& job) {
+    const std::lock_guard lock(mutex_);
+    if (job->isCancelled()) {
+        job->fail(cancelled());
+        return false;
+    }
+    running_ = job;
+    return true;
+}
+
+/// Under the lock, so that no other job begins meanwhile and has its waits ended.
+void Hub::endWaitsOf(Job& job) {
+    if (!isOfThisProcess()) {
+        return;
+    }
+    const std::lock_guard lock(mutex_);
+    if (running_.get() != &job) {
+        job.fail(cancelled()); // unless it is over
+    } else if (job.kind() == Job::Kind::Reads && thread_) {
+        thread_->endWaits();
+    }
 }
 
 std::vector<std::shared_ptr<Job>> Hub::jobsUnderWay() const {

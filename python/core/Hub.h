@@ -57,6 +57,7 @@ public:
 
     /// Has work done.
     /// @param work  called on the phones' thread, without Python's lock
+    /// @return who waits for it: when the last reference goes, the work is cancelled
     std::shared_ptr<Job> start(Job::Kind kind, std::function<Job::Result(Job&)> work);
 
     /// Whether it is being closed, or was.
@@ -79,6 +80,8 @@ private:
     bool hasEnded() const;
     bool isOfThisProcess() const;
     std::unique_lock<std::mutex> lockOpen() const;
+    bool begins(const std::shared_ptr<Job>& job);
+    void endWaitsOf(Job& job);
     std::vector<std::shared_ptr<Job>> jobsUnderWay() const;
 
     const std::shared_ptr<Bell> bell_;
@@ -89,6 +92,7 @@ private:
     State state_ = State::Opening;                ///< under the lock
     std::unique_ptr<engine::PhoneThread> thread_; ///< under the lock; there while open
     std::vector<std::weak_ptr<Job>> jobs_;        ///< under the lock
+    std::shared_ptr<Job> running_;                ///< under the lock
 };
 
 } // namespace krl::python

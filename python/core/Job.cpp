@@ -48,6 +48,16 @@ void endHearing() {
     --callbacks;
 }
 
+Failure cancelled() {
+    return {engine::FailureKind::Cancelled, "cancelled; nothing was changed on the phone"};
+}
+
+void Job::requireWanted() const {
+    if (isCancelled()) {
+        throw cancelled();
+    }
+}
+
 void Job::report(Report report) {
     std::unique_lock lock(mutex_);
     if (*cancelled_) {
@@ -138,9 +148,12 @@ py::tuple Job::outcome() const {
 }
 
 void Job::cancel() {
-    const std::lock_guard lock(mutex_);
-    *cancelled_ = true;
-    changed_.notify_all();
+    {
+        const std::lock_guard lock(mutex_);
+        *cancelled_ = true;
+        changed_.notify_all();
+    }
+    onCancel_(*this);
 }
 
 void Job::waitForEnd() {

@@ -23,6 +23,9 @@ struct Report {
     engine::WorkProgress progress;
 };
 
+/// What work ends with that was cancelled before it changed anything.
+engine::Failure cancelled();
+
 /// A piece of work on the phones' thread, and who waits for it in Python. The work has a side that
 /// touches nothing of Python; so whoever holds Python's lock may wait for the thread. Callbacks are
 /// called by Python itself: a thread that Python ends in the middle of one takes no C++ along.
@@ -34,8 +37,10 @@ public:
     /// Whether who waits may leave the work to itself.
     enum class Kind { Reads, Writes };
 
-    /// @param ring  called, by any thread, when there is news for one who does not wait
-    Job(Kind kind, std::function<void()> ring) : kind_(kind), ring_(std::move(ring)) {}
+    /// @param ring       called, by any thread, when there is news for one who does not wait
+    /// @param cancelled  called, by any thread, each time it is cancelled
+    Job(Kind kind, std::function<void()> ring, std::function<void(Job&)> cancelled)
+        : kind_(kind), ring_(std::move(ring)), onCancel_(std::move(cancelled)) {}
 
     // The work's side.
 
@@ -44,6 +49,9 @@ public:
     void report(Report report);
 
     bool isCancelled() const { return *cancelled_; }
+
+    /// @throw Failure when it is cancelled
+    void requireWanted() const;
 
     /// What the engine hears of, and is cancelled by.
     engine::WorkWatch watch();
@@ -74,7 +82,8 @@ public:
     /// Of work that is done: its result and None, or None and the failure.
     pybind11::tuple outcome() const;
 
-    /// Reports are not made from now on.
+    /// Reports are not made from now on. Work that only reads, and waits for a phone, is to be
+    /// cancelled until it is done: each time one wait is ended.
     void cancel();
 
     // The hub's.
@@ -93,6 +102,7 @@ private:
 
     const Kind kind_;
     const std::function<void()> ring_;
+    const std::function<void(Job&)> onCancel_;
     const std::shared_ptr<std::atomic<bool>> cancelled_ =
         std::make_shared<std::atomic<bool>>(false);
     mutable std::mutex mutex_;

@@ -99,7 +99,6 @@ void defineHub(py::module_& m) {
 
 void defineJob(py::module_& m) {
     py::class_<Job, std::shared_ptr<Job>>(m, "Job")
-        .def("writes", [](const Job& job) { return job.kind() == Job::Kind::Writes; })
         .def("wait", &Job::wait)
         .def("listen", &Job::listen)
         .def("report", &reportOf)

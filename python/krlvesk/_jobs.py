@@ -63,6 +63,8 @@ class Wait:
 
     def _look(self) -> None:
         is_done = self._job.wait()
+        if self._error is not None:
+            self._job.cancel()  # again: it may wait for something else by now
         hear(self._job, self._progress if self._error is None else None)
         if not is_done and self._cancel is not None and self._cancel.is_set():
             self._job.cancel()
@@ -73,4 +75,3 @@ class Wait:
         self._job.cancel()
         if self._error is None:
             self._error = error
-        self._is_over = not self._job.writes()  # nothing is changed by it: it ends by itself

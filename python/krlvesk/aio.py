@@ -232,10 +232,10 @@ class Phones:
 
     @staticmethod
     async def _cancel(call: _Call) -> None:
-        call.job.cancel()
         while not call.future.done():
+            call.job.cancel()  # again: it may wait for something else by now
             try:
-                await asyncio.wait([call.future])
+                await asyncio.wait([call.future], timeout=0.05)
             except asyncio.CancelledError:
                 continue  # the phone is left clean all the same
         call.future.exception()  # nobody else asks for it

@@ -165,6 +165,51 @@ class Loop(PhoneTest):
         self.assert_lock_is_free()
 
 
+class Silent(PhoneTest):
+    @on_loop
+    async def test_a_cancelled_task_waits_for_no_answer(self):
+        async with aio.Phones() as phones:
+            device = (await anext(phones)).phone
+            self.silence_for_ever()
+            for ask in (device.info, device.ringtones, phones.find):
+                before = self.phone.silenced()
+                asked = asyncio.ensure_future(ask())
+                await asyncio.to_thread(self.phone.wait_for_silence, before)
+                asked.cancel()
+                with self.assertRaises(asyncio.CancelledError):
+                    await asked
+            self.phone.tell("clear-faults")
+            self.assertEqual((await device.info()).name, "My Phone")
+
+    @on_loop
+    async def test_what_has_not_begun_is_cancelled_at_once(self):
+        async with aio.Phones() as phones:
+            device = (await anext(phones)).phone
+            self.silence_for_ever()
+            before = self.phone.silenced()
+            first = asyncio.ensure_future(device.info())
+            await asyncio.to_thread(self.phone.wait_for_silence, before)
+            second = asyncio.ensure_future(device.ringtones())
+            await asyncio.sleep(0)
+            second.cancel()
+            with self.assertRaises(asyncio.CancelledError):
+                await second
+            self.assertFalse(first.done())
+            first.cancel()
+            with self.assertRaises(asyncio.CancelledError):
+                await first
+
+    @on_loop
+    async def test_a_cancelled_task_waits_for_no_phone_to_come(self):
+        async with aio.Phones() as phones:
+            self.phone.tell("unplug")
+            asked = asyncio.ensure_future(phones.find(wait=3600))
+            await asyncio.sleep(0)
+            asked.cancel()
+            with self.assertRaises(asyncio.CancelledError):
+                await asked
+
+
 class WithoutEvents:
     """Phones whose news were taken."""
 

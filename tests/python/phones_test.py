@@ -7,11 +7,13 @@ import gc
 import os
 import select
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
 import threading
 import unittest
+from unittest import mock
 
 from support import LONGEST, SAMPLES, PhoneTest, krlvesk, main
 
@@ -263,6 +265,41 @@ class Closed(PhoneTest):
         done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=LONGEST)
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(self.open().find().ringtones(), [])
+
+
+class Silent(PhoneTest):
+    def interrupt(self, call):
+        """Ctrl-C while the phone is asked."""
+        before = self.phone.silenced()
+
+        def interrupt():
+            self.phone.wait_for_silence(before)
+            os.kill(os.getpid(), signal.SIGINT)
+
+        thread = threading.Thread(target=interrupt)
+        thread.start()
+        with self.assertRaises(KeyboardInterrupt):
+            call()
+        thread.join(LONGEST)
+
+    def test_ctrl_c_waits_for_no_answer_and_leaves_the_phones_free(self):
+        phone = next(self.open()).phone
+        self.silence_for_ever()
+        self.interrupt(phone.info)
+        self.phone.tell("clear-faults")
+        self.assertEqual(phone.info().name, "My Phone")
+
+    def test_work_that_nobody_waits_for_any_more_is_cancelled(self):
+        """Ctrl-C just when it has begun: nobody would hear of its progress, which it waits for."""
+        phone = self.open().find()
+        plan = phone.plan(add=SAMPLES / "harp.m4a")
+
+        def interrupted(*_):
+            raise KeyboardInterrupt
+
+        with mock.patch("krlvesk._phones.Wait", interrupted), self.assertRaises(KeyboardInterrupt):
+            plan.sync()
+        self.assertEqual(phone.ringtones(), [])
 
 
 class Forked(PhoneTest):

@@ -1,10 +1,12 @@
 """A virtual phone for each test, and vesk to ask beside the module."""
+import ctypes
 import json
 import os
 import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 from pathlib import Path
 
@@ -43,6 +45,15 @@ class VirtualPhone:
     def log(self):
         return [json.loads(line) for line in self.log_file.read_text().splitlines()]
 
+    def silenced(self):
+        """How many requests a fault has left without an answer."""
+        return self.log_file.read_text().count('"silent"')
+
+    def wait_for_silence(self, before):
+        """Until there are more than so many."""
+        while self.silenced() <= before:
+            time.sleep(0.001)
+
     def files(self):
         """What the ringtone folder holds, without empty placeholders."""
         folder = self.root / "iTunes_Control" / "Ringtones"
@@ -58,6 +69,13 @@ class VirtualPhone:
         self._process.wait(LONGEST)
         self._process.stdin.close()
         self._process.stdout.close()
+
+
+def set_call_timeout(milliseconds):
+    """How long the device layer waits for a silent phone."""
+    library = ctypes.CDLL(BIN / "libKRLVesk.so.0")
+    function = ctypes.CFUNCTYPE(None, ctypes.c_uint32).in_dll(library, "AMDeviceSetCallTimeout")
+    function(milliseconds)
 
 
 class PhoneTest(unittest.TestCase):
@@ -81,6 +99,12 @@ class PhoneTest(unittest.TestCase):
         phones = krlvesk.Phones()
         self.addCleanup(phones.close)
         return phones
+
+    def silence_for_ever(self):
+        """Whoever waits for an answer now waits for an hour, which is longer than any test takes."""
+        set_call_timeout(3_600_000)
+        self.addCleanup(set_call_timeout, 10_000)
+        self.phone.tell("fault lockdown#1+=silent")
 
     def vesk(self, *arguments):
         """What vesk answers in JSON, and what it ends with."""
