@@ -149,6 +149,11 @@ void Hub::takeBell() {
     bell_->take();
 }
 
+void Hub::ring() {
+    const auto lock = lockOpen();
+    bell_->ring();
+}
+
 std::shared_ptr<Job> Hub::start(Job::Kind kind, std::function<Job::Result(Job&)> work) {
     if (isHearing()) {
         throw std::runtime_error("the phones are busy with the call that this callback is of");

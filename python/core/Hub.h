@@ -55,6 +55,9 @@ public:
     /// Takes the bell's ringing: all jobs that are rung for are to be looked at.
     void takeBell();
 
+    /// Makes the descriptor readable.
+    void ring();
+
     /// Has work done.
     /// @param work  called on the phones' thread, without Python's lock
     /// @return who waits for it: when the last reference goes, the work is cancelled

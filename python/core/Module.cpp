@@ -76,6 +76,7 @@ void defineHub(py::module_& m) {
         .def("descriptor", &Hub::descriptor)
         .def("news", &newsOf)
         .def("take_bell", &Hub::takeBell)
+        .def("ring", &Hub::ring)
         .def("is_closed", &Hub::isClosed)
         .def("close", &Hub::close, py::call_guard<WithoutLock>())
         .def("find", &find, arg("text"), arg("seconds"))

@@ -1,6 +1,7 @@
 """What can stand in the way: one hierarchy, with the numbers and names that vesk has."""
 from __future__ import annotations
 
+import re
 from typing import Any, ClassVar, Sequence
 
 from . import _core
@@ -35,9 +36,14 @@ class Error(Exception):
         return _core.printable(_core_text(self.message))
 
 
+_NO_BYTES = re.compile("[\ud800-\udc7f\udd00-\udfff]")
+"""Surrogates that stand for no byte."""
+
+
 def _core_text(text: str) -> str:
     """What is no text, which file names may hold, as U+FFFD."""
-    return text.encode(errors="surrogateescape").decode(errors="replace")
+    rest = _NO_BYTES.sub("\ufffd", text)
+    return rest.encode(errors="surrogateescape").decode(errors="replace")
 
 
 class WhichPhoneError(Error):

@@ -1,7 +1,9 @@
 """Phones as they come and go, and what is done with one. Calls wait, without Python's lock."""
 from __future__ import annotations
 
+import os
 import select
+import threading
 import time
 from collections import deque
 from dataclasses import dataclass
@@ -14,7 +16,8 @@ from ._errors import error_of, value_of
 from ._jobs import Wait
 from ._values import (CancelFlag, Changes, FetchedRingtone, Operation, PastJob, PhoneInfo, PlannedSong, ProgressCallback,
                       Ringtone, SongLike, StrPath, SyncResult, UnusableSong, changes_of, fetched_of,
-                      given_songs, past_job_of, path_bytes, printable, song_of)
+                      folder_bytes, given_songs, lasting_path_bytes, past_job_of, printable, seconds_to_wait, song_of,
+                      text_bytes, wanted_names)
 
 
 class PhoneFacts:
@@ -62,16 +65,17 @@ class PhoneFacts:
                 sync_to: StrPath | Sequence[SongLike] | None, replace: bool, recursive: bool, prepare: bool, yes: bool,
                 force: bool, rebuild: bool, backup: bool) -> _core.Change:
         songs = given_songs(add)
-        names = [remove] if isinstance(remove, str) else list(remove)
+        names = [text_bytes(name) for name in ([remove] if isinstance(remove, str) else remove)]
         folder: bytes | None = None
         if sync_to is not None:
             if songs or names or rename:
                 raise ValueError("sync_to says all that is to be on the phone: nothing else goes with it")
-            if isinstance(sync_to, (list, tuple)):
-                songs = given_songs(sync_to)
+            if isinstance(sync_to, (str, os.PathLike)):
+                folder = lasting_path_bytes(sync_to)
             else:
-                folder = path_bytes(sync_to)  # type: ignore[arg-type]
-        return _core.Change(self.udid, add=songs, remove=names, rename=list(rename.items()), folder=folder,
+                songs = given_songs(sync_to)
+        renames = [(text_bytes(name), text_bytes(new)) for name, new in rename.items()]
+        return _core.Change(self.udid, add=songs, remove=names, rename=renames, folder=folder,
                             whole=sync_to is not None, recursive=recursive, yes=yes, replace=replace, force=force,
                             rebuild=rebuild, backup=backup, prepare=prepare)
 
@@ -246,8 +250,7 @@ class Phone(PhoneFacts):
         :param names: of ringtones; None: all
         :param replace: files that hold something else are written over
         """
-        wanted = [names] if isinstance(names, str) else None if names is None else list(names)
-        job = self._phones._hub.fetch(self.udid, wanted, path_bytes(folder), replace)
+        job = self._phones._hub.fetch(self.udid, wanted_names(names), folder_bytes(folder), replace)
         return [fetched_of(one) for one in self._phones._run(job, progress, cancel)]
 
     def pair(self) -> bool:
@@ -282,6 +285,7 @@ class Phones:
 
     def __init__(self) -> None:
         self._hub: _core.Hub = value_of(_core.open())
+        self._lock = threading.Lock()  # of what follows
         self._events: deque[Event] = deque()
         self._attached: dict[str, Phone] = {}
 
@@ -308,9 +312,10 @@ class Phones:
 
     def dispatch(self) -> list[Event]:
         """The events since the last time. Never waits."""
-        self._take()
-        events = list(self._events)
-        self._events.clear()
+        with self._lock:
+            self._take()
+            events = list(self._events)
+            self._events.clear()
         return events
 
     def __iter__(self) -> Iterator[Event]:
@@ -332,21 +337,22 @@ class Phones:
         end = None if timeout is None else time.monotonic() + timeout
         while not self.closed:
             try:
-                self._take()
+                event = self._take_one()
             except ValueError:
                 break  # another thread has closed it meanwhile
-            if self._events:
-                return self._events.popleft()
             left = None if end is None else max(0.0, end - time.monotonic())
-            if not self._wait(left) and left is not None:
-                return None
+            if event is not None or left == 0:
+                return event
+            self._wait(left)
         return None
 
     @property
     def attached(self) -> list[Phone]:
         """The devices that are attached now, as far as is known: what has come a moment ago may be missing."""
-        self._take()
-        return list(self._attached.values())
+        with self._lock:
+            self._take()
+            self._leave()
+            return list(self._attached.values())
 
     def find(self, which: str = "", *, wait: float = 2.0) -> Phone:
         """The phone that is meant: reached, an iPhone, and paired.
@@ -355,7 +361,19 @@ class Phones:
         :param wait: seconds in which it may appear
         :raise WhichPhoneError: there is none, more than one, or it cannot be used
         """
-        return Phone(self, self._run(self._hub.find(which, wait)))
+        return Phone(self, self._run(self._hub.find(text_bytes(which), seconds_to_wait(wait))))
+
+    def _take_one(self) -> Event | None:
+        with self._lock:
+            self._take()
+            event = self._events.popleft() if self._events else None
+            self._leave()
+        return event
+
+    def _leave(self) -> None:
+        """Who waits for the descriptor hears of the events that are left."""
+        if self._events:
+            self._hub.ring()
 
     def _take(self) -> None:
         self._hub.take_bell()
@@ -367,13 +385,14 @@ class Phones:
                 self._attached.pop(phone.udid, None)
             self._events.append(Event(arrived, phone))
 
-    def _wait(self, timeout: float | None) -> bool:
+    def _wait(self, timeout: float | None) -> None:
+        """For an hour at most: a descriptor is not waited for as long as anyone may say."""
         try:
             poll = select.poll()
             poll.register(self.fileno(), select.POLLIN)
         except ValueError:
-            return False
-        return bool(poll.poll(None if timeout is None else timeout * 1000))
+            return
+        poll.poll(None if timeout is None else min(timeout, 3600.0) * 1000)
 
     def _run(self, job: _core.Job, progress: ProgressCallback | None = None,
              cancel: CancelFlag | None = None) -> Any:

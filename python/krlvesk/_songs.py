@@ -1,12 +1,12 @@
 """Songs of this computer: whether they play as ringtones, and ringtones that are made of them."""
 from __future__ import annotations
 
-import os
+import math
 from pathlib import Path
 
 from . import _core
 from ._errors import value_of
-from ._values import Inspection, PreparedRingtone, StrPath, path_bytes
+from ._values import Inspection, PreparedRingtone, StrPath, path_bytes, text_bytes
 
 
 def inspect(path: StrPath) -> Inspection:
@@ -14,7 +14,7 @@ def inspect(path: StrPath) -> Inspection:
 
     :raise RequestError: there is no such file, or nothing can be said of it
     """
-    value = value_of(_core.inspect(os.fsencode(path)))
+    value = value_of(_core.inspect(path_bytes(path)))
     value["reasons"] = tuple(value["reasons"])
     return Inspection(path=Path(path), **value)
 
@@ -35,9 +35,9 @@ def prepare(song: StrPath, out: StrPath | None = None, *, start: float | str = 0
     place = Path("." if out is None else out)
     if place.is_dir() or (isinstance(out, str) and out.endswith("/")):
         place = place / (Path(song).stem + ".m4r")
-    outcome = _core.prepare(os.fsencode(song), os.fsencode(place), start=None if start == "auto" else _seconds(start),
-                            length=_seconds(length), fade_in=fade_in, fade_out=fade_out, level=level, title=title,
-                            artist=artist, replace=replace)
+    outcome = _core.prepare(path_bytes(song), path_bytes(place), start=None if start == "auto" else _seconds(start),
+                            length=_seconds(length), fade_in=_seconds(fade_in), fade_out=_seconds(fade_out),
+                            level=level, title=text_bytes(title), artist=text_bytes(artist), replace=replace)
     value = value_of(outcome)
     return PreparedRingtone(song=Path(song), path=place, **value)
 
@@ -45,6 +45,6 @@ def prepare(song: StrPath, out: StrPath | None = None, *, start: float | str = 0
 def _seconds(time: float | str) -> float:
     """A time as a number or as a person writes it."""
     seconds = _core.seconds(time) if isinstance(time, str) else float(time)
-    if seconds is None:
+    if seconds is None or not math.isfinite(seconds):
         raise ValueError(f"{time!r} is no time; write seconds, or minutes and seconds as in 1:02.5")
     return seconds

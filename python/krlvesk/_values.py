@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import datetime
+import math
 import os
 from dataclasses import dataclass
 from pathlib import Path
@@ -297,20 +298,57 @@ def song_of(value: Mapping[str, Any]) -> PlannedSong:
     return PlannedSong(Path(value["path"]), value["ringtone"], value["already_there"], value["prepared"])
 
 
+def text_bytes(text: str) -> bytes:
+    """A name as the extension takes it: bytes that came from there as surrogates go back as they were."""
+    return text.encode(errors="surrogateescape")
+
+
 def path_bytes(path: StrPath) -> bytes:
-    """As the extension takes paths."""
-    return os.fsencode(os.path.abspath(path))
+    """A path as the extension takes it, for what is done at once."""
+    encoded = os.fsencode(path)
+    if b"\0" in encoded:
+        raise ValueError("embedded null byte")
+    return encoded
 
 
-def given_song(song: SongLike) -> tuple[bytes, str | None]:
+def lasting_path_bytes(path: StrPath) -> bytes:
+    """The same for what is done later. An empty one stays empty, which no file is called: it is not the folder that the
+    program happens to be in."""
+    encoded = path_bytes(path)
+    return os.path.abspath(encoded) if encoded else b""
+
+
+def folder_bytes(folder: StrPath) -> bytes:
+    """The same of a folder that may be made."""
+    encoded = lasting_path_bytes(folder)
+    if not encoded:
+        raise ValueError('an empty path is no folder; the current one is "."')
+    return encoded
+
+
+def wanted_names(names: str | Sequence[str] | None) -> list[bytes] | None:
+    """One name, several, or None for all."""
+    if names is None:
+        return None
+    return [text_bytes(name) for name in ([names] if isinstance(names, str) else names)]
+
+
+def seconds_to_wait(wait: float) -> float:
+    """What can be waited for, which is a month at most."""
+    if math.isnan(wait):
+        raise ValueError("nan is no time to wait")
+    return min(max(wait, 0.0), 30 * 24 * 3600.0)
+
+
+def given_song(song: SongLike) -> tuple[bytes, bytes | None]:
     """A song as the extension takes it."""
     if isinstance(song, tuple):
         path, name = song
-        return path_bytes(path), name
-    return path_bytes(song), None
+        return lasting_path_bytes(path), text_bytes(name)
+    return lasting_path_bytes(song), None
 
 
-def given_songs(songs: StrPath | Sequence[SongLike]) -> list[tuple[bytes, str | None]]:
+def given_songs(songs: StrPath | Sequence[SongLike]) -> list[tuple[bytes, bytes | None]]:
     """One song, or several."""
     if isinstance(songs, (str, os.PathLike)):
         return [given_song(songs)]

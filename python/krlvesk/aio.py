@@ -16,7 +16,8 @@ from ._errors import error_of, value_of
 from ._jobs import hear, note_outcome
 from ._phones import PhoneFacts, PlanFacts
 from ._values import (Changes, FetchedRingtone, PastJob, PhoneInfo, ProgressCallback, Ringtone, SongLike, StrPath,
-                      SyncResult, changes_of, fetched_of, past_job_of, path_bytes)
+                      SyncResult, changes_of, fetched_of, folder_bytes, past_job_of, seconds_to_wait, text_bytes,
+                      wanted_names)
 
 __all__ = ["Event", "Phone", "Phones", "Plan"]
 
@@ -84,8 +85,7 @@ class Phone(PhoneFacts):
     async def fetch(self, names: str | Sequence[str] | None = None, folder: StrPath = ".", *, replace: bool = False,
                     progress: ProgressCallback | None = None) -> list[FetchedRingtone]:
         """Like :meth:`krlvesk.Phone.fetch`."""
-        wanted = [names] if isinstance(names, str) else None if names is None else list(names)
-        job = self._phones._hub.fetch(self.udid, wanted, path_bytes(folder), replace)
+        job = self._phones._hub.fetch(self.udid, wanted_names(names), folder_bytes(folder), replace)
         return [fetched_of(one) for one in await self._phones._run(job, progress)]
 
     async def pair(self) -> bool:
@@ -201,7 +201,7 @@ class Phones:
 
     async def find(self, which: str = "", *, wait: float = 2.0) -> Phone:
         """Like :meth:`krlvesk.Phones.find`."""
-        return Phone(self, await self._run(self._hub.find(which, wait)))
+        return Phone(self, await self._run(self._hub.find(text_bytes(which), seconds_to_wait(wait))))
 
     def _dispatch(self) -> None:
         self._hub.take_bell()

@@ -104,6 +104,7 @@ class Errors(unittest.TestCase):
     def test_an_error_is_safe_to_be_shown(self):
         error = krlvesk.BadNameError("a \x1b[2Jname \udcff", "Choose another.", ["one"])
         self.assertEqual(str(error), "a \\x1b[2Jname \ufffd")
+        self.assertEqual(krlvesk.printable("\ud800\udcc3\udca9\udfff"), "\ufffdé\ufffd")
         self.assertEqual((error.code, error.name, error.advice, error.details),
                          (24, "bad-name", "Choose another.", ("one",)))
 

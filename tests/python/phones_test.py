@@ -3,6 +3,7 @@
 
     phones_test.py BUILD SOURCE [unittest's arguments]
 """
+import collections
 import gc
 import os
 import select
@@ -48,6 +49,40 @@ class Arrival(PhoneTest):
         self.assertEqual([event.arrived for event in phones.dispatch()], [True])
         self.assertEqual(select.select([phones], [], [], 0)[0], [])
         self.assertEqual(phones.dispatch(), [])
+
+    def test_who_looks_at_what_is_attached_takes_no_events_away(self):
+        phones = self.open()
+        select.select([phones], [], [], LONGEST)
+        self.assertEqual(len(phones.attached), 1)
+        self.assertEqual(select.select([phones], [], [], 0)[0], [phones])
+        self.assertEqual([event.arrived for event in phones.dispatch()], [True])
+        self.assertEqual(select.select([phones], [], [], 0)[0], [])
+
+    def test_the_descriptor_is_readable_while_events_are_left(self):
+        phones = self.open()
+        next(phones)
+        self.phone.tell("unplug")
+        while phones.attached:
+            pass
+        self.phone.tell("plug")
+        while not phones.attached:
+            pass
+        self.assertFalse(next(phones).arrived)
+        self.assertEqual(select.select([phones], [], [], 0)[0], [phones])
+        self.assertTrue(next(phones).arrived)
+        self.assertEqual(select.select([phones], [], [], 0)[0], [])
+
+    def test_who_waits_hears_of_what_another_thread_has_seen(self):
+        phones = self.open()
+        next(phones)
+        events = []
+        thread = threading.Thread(target=lambda: events.append(next(phones)))
+        thread.start()
+        self.phone.tell("unplug")
+        while phones.attached:
+            pass
+        thread.join(LONGEST)
+        self.assertEqual([event.arrived for event in events], [False])
 
     def test_who_waits_for_no_event_for_long_gets_none(self):
         phones = self.open()
@@ -124,6 +159,56 @@ class Asked(PhoneTest):
         with self.assertRaises(krlvesk.NoPhoneError) as caught:
             self.open().find("Nobody's")
         self.assert_refused_as_by_vesk(caught.exception, "list", "--udid", "Nobody's")
+
+    def test_what_is_asked_for_may_be_waited_for_without_end(self):
+        phones = self.open()
+        self.assertEqual(phones.find(wait=float("inf")).name, "My Phone")
+        self.assertTrue(phones.next_event(timeout=float("inf")).arrived)
+        self.phone.tell("unplug")
+        self.assertFalse(phones.next_event(timeout=1e300).arrived)
+        with self.assertRaises(krlvesk.NoPhoneError):
+            phones.find(wait=-1)
+        with self.assertRaises(ValueError):
+            phones.find(wait=float("nan"))
+
+    def test_text_that_is_no_text_is_refused_as_by_vesk(self):
+        """Names of files may hold what is no UTF-8; Python has it as surrogates."""
+        self.put("harp.m4a")
+        phones = self.open()
+        for call in (lambda: phones.find("\udcff"), lambda: phones.find().plan(remove="\udcff"),
+                     lambda: phones.find().plan(rename={"Harp": "\udcff"}),
+                     lambda: phones.find().plan(add=[(SAMPLES / "sunrise.m4r", "\udcff")]),
+                     lambda: phones.find().fetch("\udcff", self.folder)):
+            with self.subTest(call=call), self.assertRaisesRegex(krlvesk.Error, "\ufffd"):
+                call()
+        with self.assertRaises(UnicodeEncodeError):
+            phones.find().plan(remove="\ud800")
+
+    def test_an_empty_path_is_not_the_current_folder(self):
+        self.put("harp.m4a")
+        phone = self.open().find()
+        with self.assertRaises(krlvesk.UnreadableFileError) as caught:
+            phone.plan(sync_to="")
+        self.assert_refused_as_by_vesk(caught.exception, "sync", "")
+        with self.assertRaises(krlvesk.UnreadableFileError) as caught:
+            phone.plan(add="")
+        self.assert_refused_as_by_vesk(caught.exception, "add", "")
+        with self.assertRaisesRegex(ValueError, "empty path"):
+            phone.fetch(folder="")
+
+    def test_a_path_ends_at_no_null_byte(self):
+        phone = self.open().find()
+        song = str(SAMPLES / "sunrise.m4r") + "\0.txt"
+        for call in (lambda: phone.plan(add=song), lambda: phone.plan(sync_to=song), lambda: phone.fetch(folder=song),
+                     lambda: krlvesk.inspect(song), lambda: krlvesk.prepare(song, self.folder / "out.m4r")):
+            with self.subTest(call=call), self.assertRaisesRegex(ValueError, "null byte"):
+                call()
+
+    def test_songs_come_in_any_sequence(self):
+        phone = self.open().find()
+        songs = [SAMPLES / "harp.m4a", str(SAMPLES / "sunrise.m4r")]
+        for given in (songs, tuple(songs), collections.deque(songs), iter(songs)):
+            self.assertEqual(phone.plan(sync_to=given).added, ("Harp", "Sunrise 🌅"))
 
     def test_one_that_was_pulled_out_is_not_asked(self):
         phones = self.open()

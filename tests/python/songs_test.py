@@ -69,6 +69,10 @@ class Songs(PhoneTest):
     def test_what_is_no_time_is_a_value_error(self):
         with self.assertRaisesRegex(ValueError, "'soon' is no time"):
             krlvesk.prepare(SAMPLES / "harp.m4a", self.folder, start="soon")
+        for argument in ("start", "length", "fade_in", "fade_out"):
+            for time in (float("nan"), float("inf")):
+                with self.subTest(argument=argument), self.assertRaisesRegex(ValueError, "is no time"):
+                    krlvesk.prepare(SAMPLES / "harp.m4a", self.folder, **{argument: time})
 
     def test_songs_become_ringtones_on_their_way_to_a_phone(self):
         song = make_song(self.folder / "tone.flac")
