@@ -30,7 +30,7 @@ tests=(
 bench=(libbenchmark-dev libimobiledevice-dev)
 checks=(clang-14 clang-format-14 clang-tidy-14 python3 git doxygen)
 # Beside what debian/control asks for, which is in the lists above.
-package=(debhelper dh-python dpkg-dev git help2man lintian mmdebstrap)
+package=(debhelper dh-python doxygen dpkg-dev git help2man lintian mmdebstrap)
 fuzz=(clang-14 libclang-rt-14-dev)
 
 [ $# -gt 0 ] || set -- build package tests bench checks fuzz valgrind
