@@ -152,19 +152,22 @@ class Phones:
     :raise NoDeviceLayerError: phones cannot be reached on this computer
     """
 
-    _hub: _core.Hub
-
     def __init__(self) -> None:
+        self._opened: _core.Hub | None = None
+        self._loop: asyncio.AbstractEventLoop | None = None
+        self._closing: asyncio.Future[None] | None = None
         self._events: deque[Event] = deque()
         self._attached: dict[str, Phone] = {}
         self._calls: list[_Call] = []
         self._news = asyncio.Event()
-        self._is_closed = False
 
     async def __aenter__(self) -> Phones:
-        self._hub = value_of(_core.open())
+        if self._loop is not None:
+            raise RuntimeError("phones are entered once: make others")
+        self._loop = asyncio.get_running_loop()
+        self._opened = value_of(_core.open())
         self._descriptor = self._hub.descriptor()
-        asyncio.get_running_loop().add_reader(self._descriptor, self._dispatch)
+        self._loop.add_reader(self._descriptor, self._dispatch)
         return self
 
     async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None,
@@ -172,13 +175,28 @@ class Phones:
         await self.close()
 
     async def close(self) -> None:
-        """Cancels what is under way, waits until it has ended cleanly, and lets the phones go."""
-        if self._is_closed:
+        """Cancels what is under way, waits until it has ended cleanly, and lets the phones go. Any number of times; who
+        is cancelled meanwhile waits all the same."""
+        if self._opened is None:
             return
-        self._is_closed = True
-        loop = asyncio.get_running_loop()
-        loop.remove_reader(self._descriptor)
-        await loop.run_in_executor(None, self._hub.close)
+        self._require_own_loop()
+        if self._closing is None:
+            loop = asyncio.get_running_loop()
+            loop.remove_reader(self._descriptor)
+            # No task: those are cancelled when the loop is to end.
+            self._closing = loop.run_in_executor(None, self._hub.close)
+            self._closing.add_done_callback(self._has_closed)
+        cancelled: asyncio.CancelledError | None = None
+        while not self._closing.done():
+            try:
+                await asyncio.wait([self._closing])
+            except asyncio.CancelledError as error:
+                cancelled = error
+        if cancelled is not None:
+            raise cancelled
+        self._closing.result()
+
+    def _has_closed(self, _: asyncio.Future[None]) -> None:
         self._look_at_calls()
         self._news.set()
 
@@ -188,8 +206,9 @@ class Phones:
     async def __anext__(self) -> Event:
         """Waits for the next event; ends when it is closed."""
         while not self._events:
-            if self._is_closed:
+            if self._closing is not None:
                 raise StopAsyncIteration
+            self._require_own_loop()
             self._news.clear()
             await self._news.wait()
         return self._events.popleft()
@@ -202,6 +221,16 @@ class Phones:
     async def find(self, which: str = "", *, wait: float = 2.0) -> Phone:
         """Like :meth:`krlvesk.Phones.find`."""
         return Phone(self, await self._run(self._hub.find(text_bytes(which), seconds_to_wait(wait))))
+
+    @property
+    def _hub(self) -> _core.Hub:
+        if self._opened is None:
+            raise ValueError("the phones are not open: async with Phones() as phones")
+        return self._opened
+
+    def _require_own_loop(self) -> None:
+        if asyncio.get_running_loop() is not self._loop:
+            raise RuntimeError("phones belong to the event loop in which they were entered")
 
     def _dispatch(self) -> None:
         self._hub.take_bell()
@@ -220,6 +249,7 @@ class Phones:
         self._calls = [call for call in self._calls if not call.look()]
 
     async def _run(self, job: _core.Job, progress: ProgressCallback | None = None) -> Any:
+        self._require_own_loop()
         call = _Call(job, progress, asyncio.get_running_loop().create_future())
         self._calls.append(call)
         job.listen()

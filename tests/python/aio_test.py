@@ -141,6 +141,68 @@ class Loop(PhoneTest):
             await waited
 
     @on_loop
+    async def test_who_is_cancelled_while_closing_closes_all_the_same(self):
+        phones = await aio.Phones().__aenter__()
+        await phones.find()
+        self.phone.tell("silence")
+        asked = asyncio.ensure_future(phones.find())
+        closing = asyncio.ensure_future(phones.close())
+        await asyncio.sleep(0)
+        await asyncio.sleep(0)
+        closing.cancel()
+        await phones.close()  # waits for the other one
+        with self.assertRaises(asyncio.CancelledError):
+            await closing
+        with self.assertRaises(krlvesk.Error):
+            await asked
+        self.phone.tell("talk")
+        async with aio.Phones() as others:
+            self.assertEqual((await others.find()).name, "My Phone")
+
+    def test_a_loop_ends_while_phones_are_closed(self):
+        """It cancels all of its tasks."""
+        async def whole():
+            phones = await aio.Phones().__aenter__()
+            await phones.find()
+            self.phone.tell("silence")
+            tasks = [asyncio.ensure_future(one) for one in (phones.find(), phones.close())]
+            await asyncio.sleep(0)
+            await asyncio.sleep(0)
+            return tasks
+
+        asked, closing = asyncio.run(whole())
+        self.assertTrue(asked.cancelled() or isinstance(asked.exception(), krlvesk.Error))
+        self.assertTrue(closing.cancelled() or closing.exception() is None)
+
+    @on_loop
+    async def test_phones_that_are_not_open_say_so(self):
+        phones = aio.Phones()
+        await phones.close()
+        with self.assertRaisesRegex(ValueError, "async with"):
+            await phones.find()
+        async with phones:
+            with self.assertRaisesRegex(RuntimeError, "entered once"):
+                await phones.__aenter__()
+            device = await phones.find()
+        with self.assertRaisesRegex(ValueError, "closed"):
+            await device.info()
+        with self.assertRaisesRegex(RuntimeError, "entered once"):
+            await phones.__aenter__()
+
+    @on_loop
+    async def test_phones_belong_to_one_loop(self):
+        async with aio.Phones() as phones:
+            device = (await anext(phones)).phone
+
+            def ask_elsewhere(make):
+                with self.assertRaisesRegex(RuntimeError, "belong to the event loop"):
+                    asyncio.run(make())
+
+            for make in (device.info, phones.find, phones.close, phones.__anext__):
+                await asyncio.to_thread(ask_elsewhere, make)
+            self.assertEqual((await device.info()).name, "My Phone")
+
+    @on_loop
     async def test_a_cancelled_task_leaves_the_phone_as_it_was(self):
         """The phone is silent from the first file on until the task was cancelled."""
         self.put("harp.m4a")
