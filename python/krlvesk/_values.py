@@ -32,7 +32,8 @@ def printable(text: str) -> str:
 
 @dataclass(frozen=True)
 class Ringtone:
-    """A ringtone that is on a phone."""
+    """A ringtone that is on a phone. How long it is the phone does not say: :func:`inspect` says it of a file that was
+    fetched."""
 
     name: str
     """What the phone shows."""

@@ -262,6 +262,25 @@ class Silent(PhoneTest):
                 await first
 
     @on_loop
+    async def test_what_is_cancelled_before_it_begins_is_not_done(self):
+        async with aio.Phones() as phones:
+            device = (await anext(phones)).phone
+            self.silence_for_ever()
+            before = self.phone.silenced()
+            first = asyncio.ensure_future(device.info())
+            await asyncio.to_thread(self.phone.wait_for_silence, before)
+            second = asyncio.ensure_future(device.unpair())
+            await asyncio.sleep(0)
+            second.cancel()
+            with self.assertRaises(asyncio.CancelledError):
+                await second
+            self.phone.tell("clear-faults")
+            first.cancel()
+            with self.assertRaises(asyncio.CancelledError):
+                await first
+            self.assertTrue((await phones.find()).paired)
+
+    @on_loop
     async def test_a_cancelled_task_waits_for_no_phone_to_come(self):
         async with aio.Phones() as phones:
             self.phone.tell("unplug")

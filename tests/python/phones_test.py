@@ -8,7 +8,6 @@ import gc
 import os
 import select
 import shutil
-import signal
 import subprocess
 import sys
 import tempfile
@@ -17,6 +16,8 @@ import unittest
 from unittest import mock
 
 from support import LONGEST, SAMPLES, PhoneTest, krlvesk, main
+
+from krlvesk._values import seconds_to_wait
 
 
 class Arrival(PhoneTest):
@@ -170,6 +171,7 @@ class Asked(PhoneTest):
             phones.find(wait=-1)
         with self.assertRaises(ValueError):
             phones.find(wait=float("nan"))
+        self.assertEqual(seconds_to_wait(1e300), 30 * 24 * 60 * 60)
 
     def test_text_that_is_no_text_is_refused_as_by_vesk(self):
         """Names of files may hold what is no UTF-8; Python has it as surrogates."""
@@ -266,6 +268,13 @@ class Several(PhoneTest):
         self.assertEqual(phones.find("Other Phone").name, "Other Phone")
 
 
+    def test_ctrl_c_waits_for_none_of_them(self):
+        phones = self.open()
+        next(phones), next(phones)
+        self.silence_for_ever()
+        self.interrupt(phones.find)
+
+
 class Closed(PhoneTest):
     def test_what_is_closed_says_so(self):
         with krlvesk.Phones() as phones:
@@ -353,20 +362,6 @@ class Closed(PhoneTest):
 
 
 class Silent(PhoneTest):
-    def interrupt(self, call):
-        """Ctrl-C while the phone is asked."""
-        before = self.phone.silenced()
-
-        def interrupt():
-            self.phone.wait_for_silence(before)
-            os.kill(os.getpid(), signal.SIGINT)
-
-        thread = threading.Thread(target=interrupt)
-        thread.start()
-        with self.assertRaises(KeyboardInterrupt):
-            call()
-        thread.join(LONGEST)
-
     def test_ctrl_c_waits_for_no_answer_and_leaves_the_phones_free(self):
         phone = next(self.open()).phone
         self.silence_for_ever()

@@ -3,9 +3,11 @@ import ctypes
 import json
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 from pathlib import Path
@@ -105,6 +107,20 @@ class PhoneTest(unittest.TestCase):
         set_call_timeout(3_600_000)
         self.addCleanup(set_call_timeout, 10_000)
         self.phone.tell("fault lockdown#1+=silent")
+
+    def interrupt(self, call):
+        """Ctrl-C while the phone is asked."""
+        before = self.phone.silenced()
+
+        def interrupt():
+            self.phone.wait_for_silence(before)
+            os.kill(os.getpid(), signal.SIGINT)
+
+        thread = threading.Thread(target=interrupt)
+        thread.start()
+        with self.assertRaises(KeyboardInterrupt):
+            call()
+        thread.join(LONGEST)
 
     def vesk(self, *arguments):
         """What vesk answers in JSON, and what it ends with."""
