@@ -369,6 +369,12 @@ class Silent(PhoneTest):
         self.phone.tell("clear-faults")
         self.assertEqual(phone.info().name, "My Phone")
 
+    def test_ctrl_c_waits_for_no_answer_to_what_is_asked_afterwards(self):
+        """After a session that could not be had the phone is asked again."""
+        phone = next(self.open()).phone
+        self.silence_for_ever("lockdown/StartSession")
+        self.interrupt(phone.info)
+
     def test_work_that_nobody_waits_for_any_more_is_cancelled(self):
         """Ctrl-C just when it has begun: nobody would hear of its progress, which it waits for."""
         phone = self.open().find()

@@ -102,11 +102,11 @@ class PhoneTest(unittest.TestCase):
         self.addCleanup(phones.close)
         return phones
 
-    def silence_for_ever(self):
+    def silence_for_ever(self, requests="lockdown"):
         """Whoever waits for an answer now waits for an hour, which is longer than any test takes."""
         set_call_timeout(3_600_000)
         self.addCleanup(set_call_timeout, 10_000)
-        self.phone.tell("fault lockdown#1+=silent")
+        self.phone.tell(f"fault {requests}#1+=silent")
 
     def interrupt(self, call):
         """Ctrl-C while the phone is asked."""
