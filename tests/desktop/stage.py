@@ -354,7 +354,8 @@ class Stage:
 
     def beyond(self, width):
         """What reaches out of a window that is so wide."""
-        seen = [node for node in self.nodes() if node.get_component_iface() is not None]
+        seen = [node for node in self.nodes()
+                if node.get_component_iface() is not None and not self.is_of_scroll_bar(node)]
         assert seen, "there is nothing to be seen"
         reaches = []
         for node in seen:
@@ -363,6 +364,11 @@ class Stage:
             if extents.x < -1 or extents.x + extents.width > width + 1:
                 reaches.append(f"{node.get_role_name()} “{self.text_of(node)}”: {extents.x} to {extents.x + extents.width}")
         return reaches
+
+    @staticmethod
+    def is_of_scroll_bar(node):
+        """One that is not needed any more stays where it was, out of sight."""
+        return any(one is not None and one.get_role_name() == "scroll bar" for one in (node, node.get_parent()))
 
     def pointer(self, *steps):
         """In xdotool's words."""
