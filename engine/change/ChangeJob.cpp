@@ -68,6 +68,9 @@ void ChangeJob::endBrokenJob() {
 SafeKeeping& ChangeJob::safeKeeping() {
     if (!keeping_) {
         keeping_.emplace(phone_.phone()._rawDevice(), phone_.facts().udid, what_, watch());
+        if (rules_.keptJobs) {
+            keeping_->safe().keepAtMost(*rules_.keptJobs);
+        }
     }
     return *keeping_;
 }

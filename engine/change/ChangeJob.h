@@ -2,6 +2,7 @@
 
 #include "engine/change/ChangeWatcher.h"
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -13,7 +14,8 @@ struct ChangeRules {
     bool isForced = false; ///< it is made although ringtones are lost, or the firmware is unknown
     bool rebuilds = false; ///< files that the catalogue does not list are listed again with it
     bool keeps = true;     ///< what could be lost is kept on this computer
-    bool isDryRun = false; ///< it is planned and not made
+    std::optional<size_t> keptJobs = {}; ///< so many in the history; none: as before
+    bool isDryRun = false;               ///< it is planned and not made
 };
 
 /// A change of a phone's ringtones, from the first look to the last: a job that was broken off is

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstddef>
 #include <set>
 #include <thread>
 
@@ -78,9 +79,20 @@ std::optional<Journal> readJournal(const fs::path& folder) {
     return journal;
 }
 
+/// Before it was to be chosen, nothing was written of it.
+size_t mostAt(const Json& document) {
+    const uint64_t most =
+        document.contains("most") ? numberAt(document, "most") : uint64_t{History::kUsual};
+    if (most < 1 || most > History::kLargest) {
+        throw BadDocument("\"most\" is no number of jobs that can be");
+    }
+    return most;
+}
+
 History readHistory(const fs::path& folder) {
     History history;
     readDocument(folder / kHistory, [&](const Json& document) {
+        history.most = mostAt(document);
         history.count = numberAt(document, "count");
         history.left = optionalDigestAt(document, "left");
         for (const Json& job : valueAt(document, "jobs")) {
@@ -96,6 +108,7 @@ Json historyJson(const History& history) {
         jobs.push_back(jobJson(job));
     }
     Json document = newDocument();
+    document["most"] = history.most;
     document["count"] = history.count;
     document["left"] = optionalJson(history.left);
     document["jobs"] = std::move(jobs);
@@ -221,8 +234,8 @@ void History::add(const Journal& journal) {
         }
     }
     jobs.push_back(journal.job);
-    if (jobs.size() > kMost) {
-        jobs.erase(jobs.begin());
+    if (jobs.size() > most) {
+        jobs.erase(jobs.begin(), jobs.end() - static_cast<std::ptrdiff_t>(most));
     }
 }
 
@@ -259,6 +272,15 @@ std::optional<Journal> PhoneSafe::journal() const {
 
 History PhoneSafe::history() const {
     return readHistory(folder_);
+}
+
+void PhoneSafe::keepAtMost(size_t jobs) {
+    History history = this->history();
+    if (history.most != jobs) {
+        history.most = jobs;
+        writeDocument(disk_, folder_ / kHistory, historyJson(history));
+        syncFolder(disk_, folder_);
+    }
 }
 
 Index PhoneSafe::index() {

@@ -39,8 +39,10 @@ struct Journal {
 
 /// The last jobs on a phone, the oldest first.
 struct History {
-    static constexpr size_t kMost = 5;
+    static constexpr size_t kUsual = 5;
+    static constexpr size_t kLargest = 100;
 
+    size_t most = kUsual; ///< jobs that are kept, from 1 to kLargest
     std::vector<Job> jobs;
     std::optional<Digest> left; ///< the snapshot that the last of us left behind
     uint64_t count = 0;         ///< journals that were taken in, ever
@@ -48,7 +50,8 @@ struct History {
     /// The last job that is not undone; null when there is none.
     Job* last();
 
-    /// Takes a job in that has been carried out; one that it has already, not again.
+    /// Takes a job in that has been carried out; one that it has already, not again. Older ones than
+    /// are kept are forgotten.
     void add(const Journal& journal);
 };
 
@@ -72,6 +75,10 @@ public:
 
     std::optional<Journal> journal() const;
     History history() const;
+
+    /// From the next job on so many are kept, also by programs that say no number.
+    /// @param jobs  from 1 to History::kLargest
+    void keepAtMost(size_t jobs);
 
     /// What is known of the phone; nothing when it was never seen, or the document is of no use: it
     /// only saves reading. Of what the job of a journal may have written to nothing is known.

@@ -204,6 +204,44 @@ TEST_F(Safe, KeepsFiveJobsAndWhatTheyNeedAndNoMore) {
     }
 }
 
+TEST_F(Safe, KeepsAsManyJobsAsItWasToldLast) {
+    {
+        PhoneSafe safe(kUdid, folder(), disk_);
+        safe.keepAtMost(7);
+        doJob(safe, 1);
+        doJob(safe, 2);
+    }
+    PhoneSafe safe(kUdid, folder(), disk_); // which nobody tells
+    const size_t ofTwo = contentCount();
+    for (uint64_t number = 3; number <= 9; ++number) {
+        doJob(safe, number);
+    }
+    ASSERT_THAT(safe.history().jobs, SizeIs(7));
+    EXPECT_EQ(safe.history().jobs.front().time, 3U);
+
+    safe.keepAtMost(2);
+    EXPECT_THAT(safe.history().jobs, SizeIs(7)) << "before the next job";
+    doJob(safe, 10);
+    ASSERT_THAT(safe.history().jobs, SizeIs(2));
+    EXPECT_EQ(safe.history().jobs.front().time, 9U);
+    EXPECT_EQ(contentCount(), ofTwo);
+}
+
+TEST_F(Safe, KeepsNoNumberOfJobsThatCannotBe) {
+    const PhoneSafe safe(kUdid, folder(), disk_);
+    const auto withMost = [](const std::string& number) {
+        return R"({"version": 1, "most": )" + number + R"(, "count": 0, "left": null, "jobs": []})";
+    };
+    damage("history.json", withMost("100"));
+    EXPECT_EQ(safe.history().most, 100U);
+    damage("history.json", R"({"version": 1, "count": 0, "left": null, "jobs": []})");
+    EXPECT_EQ(safe.history().most, 5U) << "as it was written before there was a choice";
+    for (const char* number : {"0", "101", "-1", "1e9", "null", "\"5\"", "4294967301"}) {
+        damage("history.json", withMost(number));
+        EXPECT_THROW(safe.history(), Failure) << number;
+    }
+}
+
 TEST_F(Safe, TakesAJobIntoItsHistoryOnce) {
     PhoneSafe safe(kUdid, folder(), disk_);
     const Journal journal = journalOf(safe, 1);
