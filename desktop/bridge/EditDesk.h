@@ -2,14 +2,12 @@
 
 #include "desktop/bridge/EditFile.h"
 #include "desktop/bridge/Mailbox.h"
+#include "desktop/bridge/WorkThread.h"
 
-#include <condition_variable>
-#include <deque>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace krl::desktop {
@@ -21,17 +19,13 @@ struct KeptEdits {
     bool isDamaged = false;                     ///< there is something that cannot be read
 };
 
-/// Keeps what a person wants changed while the window is closed, on a thread of its own.
+/// Keeps what a person wants changed while the window is closed, on a thread of its own. Its end waits
+/// until all is kept.
 class EditDesk {
 public:
     /// @param folder  of the state of all programs; none: nothing is kept
-    EditDesk(Mailbox& mailbox, std::optional<std::filesystem::path> folder);
-
-    /// Waits until all is kept.
-    ~EditDesk();
-
-    EditDesk(const EditDesk&) = delete;
-    EditDesk& operator=(const EditDesk&) = delete;
+    EditDesk(Mailbox& mailbox, std::optional<std::filesystem::path> folder)
+        : mailbox_(mailbox), folder_(std::move(folder)) {}
 
     /// @param tell  called by the mailbox with what was kept
     void load(const std::string& udid, std::function<void(KeptEdits)> tell);
@@ -41,18 +35,9 @@ public:
     void save(const std::string& udid, Edits edits, std::function<void(bool)> tell);
 
 private:
-    using Work = std::function<void()>;
-
-    void post(Work work);
-    void run();
-
     Mailbox& mailbox_;
     const std::optional<std::filesystem::path> folder_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Work> work_; ///< under the lock
-    bool isEnding_ = false; ///< under the lock
-    std::thread thread_;
+    WorkThread thread_;
 };
 
 } // namespace krl::desktop
