@@ -30,6 +30,10 @@ std::optional<std::filesystem::path> placeOfState() {
     return placeIn("XDG_STATE_HOME", ".local/state");
 }
 
+std::optional<std::filesystem::path> placeOfPreferences() {
+    return placeIn("XDG_CONFIG_HOME", ".config");
+}
+
 std::optional<std::filesystem::path> placeOfCache() {
     return placeIn("XDG_CACHE_HOME", ".cache");
 }

@@ -10,6 +10,9 @@ namespace krl::engine {
 /// neither.
 std::optional<std::filesystem::path> placeOfState();
 
+/// The same for what a person has chosen: "krlvesk" in $XDG_CONFIG_HOME, or else in ~/.config.
+std::optional<std::filesystem::path> placeOfPreferences();
+
 /// The same for what can be worked out again: "krlvesk" in $XDG_CACHE_HOME, or else in ~/.cache.
 std::optional<std::filesystem::path> placeOfCache();
 

@@ -1,0 +1,164 @@
+#include "desktop/bridge/PreferenceDesk.h"
+#include "desktop/bridge/PreferenceFile.h"
+#include "engine/errors/Failure.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <poll.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+namespace krl::desktop {
+namespace {
+
+namespace fs = std::filesystem;
+
+const Preferences kChosen{.levels = false, .seconds = 12, .keptSyncs = 9};
+
+class PreferenceFiles : public ::testing::Test {
+protected:
+    const virtualphone::testing::TemporaryFolder folder;
+    const fs::path file = preferenceFile(folder.path());
+
+    void put(const std::string& text) const { std::ofstream(file, std::ios::binary) << text; }
+
+    std::string text() const {
+        std::ifstream stream(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+};
+
+class PreferenceDesks : public PreferenceFiles {
+protected:
+    Mailbox mailbox;
+    std::vector<PreferenceDesk::Problem> problems;
+    std::unique_ptr<PreferenceDesk> desk;
+
+    void open(const std::optional<fs::path>& place) {
+        desk.reset();
+        desk = std::make_unique<PreferenceDesk>(mailbox, place);
+        desk->onProblem = [this](PreferenceDesk::Problem problem) { problems.push_back(problem); };
+    }
+
+    void open() { open(folder.path()); }
+
+    void read() {
+        bool isRead = false;
+        desk->whenRead([&] { isRead = true; });
+        deliverUntil([&] { return isRead; });
+    }
+
+    void deliverUntil(const std::function<bool()>& condition) {
+        while (!condition()) {
+            pollfd letters{.fd = mailbox.descriptor(), .events = POLLIN, .revents = 0};
+            poll(&letters, 1, -1);
+            mailbox.deliver();
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(PreferenceFiles, BringBackWhatWasKept) {
+    EXPECT_EQ(readPreferences(file), Preferences{});
+    writePreferences(file, kChosen);
+    EXPECT_EQ(readPreferences(file), kChosen);
+    writePreferences(file, {});
+    EXPECT_EQ(readPreferences(file), Preferences{});
+}
+
+TEST_F(PreferenceFiles, OfWhichSomethingWasLeftOutAreAsUsualInThat) {
+    put(R"({"version":1,"seconds":40})");
+    EXPECT_EQ(readPreferences(file), (Preferences{.seconds = 40}));
+}
+
+TEST_F(PreferenceFiles, OfWhichAPartIsMissingAreNotBelieved) {
+    writePreferences(file, kChosen);
+    const std::string whole = text();
+    for (size_t length = 0; length + 2 < whole.size(); ++length) {
+        put(whole.substr(0, length));
+        EXPECT_THROW(readPreferences(file), engine::Failure) << length;
+    }
+}
+
+TEST_F(PreferenceFiles, ThatAreMadeToHarmAreNotBelieved) {
+    for (const std::string& text :
+         {std::string(1000000, '['), std::string("{}"), std::string("null"), std::string("[1]"),
+          std::string(R"({"version":2})"), std::string(R"({"version":1,"level":1})"),
+          std::string(R"({"version":1,"level":"no"})"), std::string(R"({"version":1,"seconds":4})"),
+          std::string(R"({"version":1,"seconds":41})"),
+          std::string(R"({"version":1,"seconds":-5})"),
+          std::string(R"({"version":1,"seconds":4294967316})"),
+          std::string(R"({"version":1,"seconds":30.5})"),
+          std::string(R"({"version":1,"seconds":"30"})"),
+          std::string(R"({"version":1,"keptSyncs":0})"),
+          std::string(R"({"version":1,"keptSyncs":101})"),
+          std::string(R"({"version":1,"keptSyncs":null})")}) {
+        put(text);
+        EXPECT_THROW(readPreferences(file), engine::Failure) << text.substr(0, 100);
+    }
+}
+
+TEST_F(PreferenceFiles, ThatAreNoFilesAreNotWaitedFor) {
+    fs::create_directories(file);
+    EXPECT_THROW(readPreferences(file), engine::Failure);
+}
+
+TEST_F(PreferenceDesks, HoldFromOneToTheNext) {
+    open();
+    read();
+    EXPECT_EQ(desk->now(), Preferences{});
+    // Faster than a disk: the last counts.
+    for (int seconds = 5; seconds <= 40; ++seconds) {
+        desk->change({.seconds = seconds});
+    }
+    desk->change(kChosen);
+    EXPECT_EQ(desk->now(), kChosen);
+    open();
+    read();
+    EXPECT_EQ(desk->now(), kChosen);
+    EXPECT_THAT(problems, testing::IsEmpty());
+}
+
+TEST_F(PreferenceDesks, ThatAreDamagedAreSaidAndUsualUntilTheNextChange) {
+    put("{");
+    open();
+    read();
+    EXPECT_EQ(desk->now(), Preferences{});
+    EXPECT_THAT(problems, testing::ElementsAre(PreferenceDesk::Problem::NotRead));
+    EXPECT_EQ(text(), "{");
+    desk->change(kChosen);
+    desk.reset();
+    EXPECT_EQ(readPreferences(file), kChosen);
+}
+
+TEST_F(PreferenceDesks, ThatCannotBeKeptAreSaidAndHold) {
+    open(file / "below a file");
+    put("no folder");
+    read();
+    desk->change(kChosen);
+    deliverUntil([this] { return !problems.empty(); });
+    EXPECT_THAT(problems, testing::ElementsAre(PreferenceDesk::Problem::NotKept));
+    EXPECT_EQ(desk->now(), kChosen);
+}
+
+TEST_F(PreferenceDesks, WithoutAPlaceHoldAsLongAsTheWindow) {
+    open(std::nullopt);
+    read();
+    desk->change(kChosen);
+    EXPECT_EQ(desk->now(), kChosen);
+    EXPECT_THAT(problems, testing::IsEmpty());
+}
+
+TEST_F(PreferenceDesks, AreNotChangedBeforeTheyWereRead) {
+    writePreferences(file, kChosen);
+    open();
+    desk->change({.seconds = 5});
+    read();
+    EXPECT_EQ(desk->now(), kChosen);
+}
+
+} // namespace krl::desktop
