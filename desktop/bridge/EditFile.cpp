@@ -62,7 +62,8 @@ Json cutJson(const audio::Wish& cut) {
             {"level", cut.level}};
 }
 
-/// Before cuts, and what was sent, were kept there was nothing of them.
+/// Before cuts, and what was sent, were kept there was nothing of them; nor is there of what is as
+/// songs are at first.
 Edits::Song songOf(const Json& entry) {
     Edits::Song song{bytesAt(entry, "path"), bytesAt(entry, "name")};
     if (!song.path.is_absolute() || song.path.string().find('\0') != std::string::npos) {
@@ -74,6 +75,9 @@ Edits::Song songOf(const Json& entry) {
     if (entry.contains("sent")) {
         const Json& sent = valueAt(entry, "sent");
         song.sent = {bytesAt(sent, "name"), numberAt(sent, "size")};
+    }
+    if (entry.contains("usual")) {
+        song.usual = cutOf(valueAt(entry, "usual"));
     }
     return song;
 }
@@ -107,6 +111,9 @@ Json documentOf(const Edits& edits) {
         }
         if (song.sent) {
             entry["sent"] = {{"name", bytesJson(song.sent->name)}, {"size", song.sent->size}};
+        }
+        if (song.usual != audio::Wish{}) {
+            entry["usual"] = cutJson(song.usual);
         }
         songs.push_back(std::move(entry));
     }

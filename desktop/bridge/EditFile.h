@@ -26,6 +26,7 @@ struct Edits {
         std::string name = {};               ///< given by the person; empty: its own
         std::optional<audio::Wish> cut = {}; ///< by the person; none: as songs are at first
         std::optional<Sent> sent = {};       ///< by a sync that did not end
+        audio::Wish usual = {};              ///< how they are, as it was when this one was added
 
         friend bool operator==(const Song&, const Song&) = default;
     };

@@ -99,7 +99,8 @@ ChangeDone changePhone(const std::string& udid, const WantedChange& wanted,
                        const WorkWatch& watch) {
     OpenPhone phone({.udid = udid});
     ChangeNotes watcher(watch);
-    ChangeJob job(phone, {.rebuilds = wanted.rebuilds}, "sync", watcher);
+    ChangeJob job(phone, {.rebuilds = wanted.rebuilds, .keptJobs = wanted.keptJobs}, "sync",
+                  watcher);
     job.run([&](const PhoneState& state) {
         requireFree(state, wanted);
         rename(phone.tones(), state, wanted.renamed);

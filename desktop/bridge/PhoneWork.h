@@ -45,7 +45,8 @@ struct WantedChange {
 
     /// Names and those that they are to have, which no ringtone has; nor is one that is gone a failure.
     std::vector<std::pair<std::string, std::string>> renamed;
-    bool rebuilds = false; ///< what the catalogue does not list is listed again
+    bool rebuilds = false;               ///< what the catalogue does not list is listed again
+    std::optional<size_t> keptJobs = {}; ///< so many of the phone's last; none: as before
 };
 
 ChangeDone changePhone(const std::string& udid, const WantedChange& wanted, const WorkWatch& watch);

@@ -74,11 +74,11 @@ SongDesk::~SongDesk() {
     }
 }
 
-void SongDesk::take(const fs::path& song, const std::optional<audio::Wish>& cut, int firmwareNumber,
+void SongDesk::take(const Edits::Song& song, int firmwareNumber,
                     std::function<void(SongNews)> tell) {
-    post(making({.song = song,
+    post(making({.song = song.path,
                  .firmwareNumber = firmwareNumber,
-                 .recipe = cut ? recipeOf(*cut) : audio::Recipe{}},
+                 .recipe = song.cut ? recipeOf(*song.cut) : audio::Recipe{.wish = song.usual}},
                 std::move(tell)));
 }
 

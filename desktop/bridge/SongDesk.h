@@ -3,6 +3,7 @@
 #include "audio/preparing/PeaksReader.h"
 #include "audio/songs/RingtoneMaker.h"
 #include "audio/songs/SongReader.h"
+#include "desktop/bridge/EditFile.h"
 #include "desktop/bridge/Mailbox.h"
 #include "desktop/bridge/Outcome.h"
 #include "engine/files/LocalFile.h"
@@ -55,12 +56,11 @@ public:
     SongDesk(const SongDesk&) = delete;
     SongDesk& operator=(const SongDesk&) = delete;
 
-    /// @param cut             which part becomes a ringtone; none: what is usual, or all of a song that
-    ///                        the phone plays as it is
+    /// @param song            without a cut, what is usual becomes a ringtone, or all of a song that the
+    ///                        phone plays as it is
     /// @param firmwareNumber  of the phone that it is for
     /// @param tell            called by the mailbox, until the song is ready or cannot be used
-    void take(const std::filesystem::path& song, const std::optional<audio::Wish>& cut,
-              int firmwareNumber, std::function<void(SongNews)> tell);
+    void take(const Edits::Song& song, int firmwareNumber, std::function<void(SongNews)> tell);
 
     /// Makes a ringtone of a part of a song, also of one that would go as it is. Like what else is
     /// asked of a song that a person is busy with, it comes before songs that wait.

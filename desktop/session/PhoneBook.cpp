@@ -382,6 +382,7 @@ uint64_t PhoneBook::add(const Edits::Song& song) {
         added = {.path = song.path,
                  .name = wasSent ? song.sent->name : shownText(song.path.stem().string()),
                  .givenName = isUsableName(name) ? name : std::string(),
+                 .usual = song.usual,
                  .cut = song.cut,
                  .sent = wasSent ? song.sent : std::nullopt};
     });
@@ -401,7 +402,7 @@ void PhoneBook::hear(uint64_t number, const SongNews& news) {
                              song.size = ready.ringtone.size;
                              song.seconds = ready.seconds;
                              song.ringtone = ready.ringtone;
-                             song.wish = song.cut.value_or(audio::Wish{});
+                             song.wish = song.cut.value_or(song.usual);
                              if (!ready.wasPrepared) {
                                  song.wish.lengthSeconds = audio::kLongestRingtoneSeconds;
                              }
@@ -651,7 +652,7 @@ Edits PhoneBook::edits() const {
             // Its own name is not known before it is ready again.
             const bool isRenamed = song.sent && song.sent->name != song.nameNow();
             const std::string& name = isRenamed ? song.nameNow() : song.givenName;
-            result.songs.push_back({song.path, name, song.cut, song.sent});
+            result.songs.push_back({song.path, name, song.cut, song.sent, song.usual});
         } else if (song.isForgotten && song.sent &&
                    ringtoneOf(phoneKey(song.sent->name)) == nullptr) {
             result.removed.push_back(song.sent->name);

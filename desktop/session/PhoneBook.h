@@ -200,6 +200,7 @@ private:
         Mark mark = Mark::Checking; ///< never NameTaken: that depends on the others
         std::string reason = {};
         std::optional<engine::LocalRingtone> ringtone = {};
+        audio::Wish usual = {};                    ///< that songs were made by when it was added
         audio::Wish wish = {};                     ///< that it was made by
         std::optional<audio::Wish> cut = {};       ///< by the person, done or under way
         std::optional<audio::Wish> cutBefore = {}; ///< the same, before it was cut anew

@@ -60,7 +60,11 @@ Message unknownFirmwareMessage() {
 Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noPhones,
                  std::string sink)
     : mailbox_(mailbox), phones_(phones), noPhones_(std::move(noPhones)), songs_(mailbox),
-      playing_(mailbox, phones, std::move(sink)), keeper_(mailbox, placeOfState()) {
+      playing_(mailbox, phones, std::move(sink)), keeper_(mailbox, placeOfState()),
+      preferences_(mailbox, placeOfPreferences()) {
+    preferences_.onProblem = [this](PreferenceDesk::Problem problem) {
+        toast(preferenceProblemText(problem));
+    };
     playing_.onChanged = [this] { hearingChanged(); };
     playing_.onProblem = [this](const Playing::Problem& problem) { tell(problem); };
     examineComputer();
@@ -444,15 +448,19 @@ void Session::add(const std::vector<std::filesystem::path>& places) {
     }
     songs_.listFiles(places,
                      [this, key = current_](const std::vector<std::filesystem::path>& files) {
-                         if (files.empty()) {
-                             toast(_("There are no files in there"));
-                         }
-                         std::vector<Edits::Song> songs;
-                         for (const std::filesystem::path& file : files) {
-                             songs.push_back({file});
-                         }
-                         takeSongs(key, std::move(songs), [] {});
+                         preferences_.whenRead([this, key, files] { addFiles(key, files); });
                      });
+}
+
+void Session::addFiles(const std::string& key, const std::vector<std::filesystem::path>& files) {
+    if (files.empty()) {
+        toast(_("There are no files in there"));
+    }
+    std::vector<Edits::Song> songs;
+    for (const std::filesystem::path& file : files) {
+        songs.push_back({.path = file, .usual = preferences_.now().wish()});
+    }
+    takeSongs(key, std::move(songs), [] {});
 }
 
 /// Some at a time, for there may be thousands.
@@ -482,7 +490,7 @@ void Session::takeNext(const std::shared_ptr<Arrival>& arrival) {
 void Session::takeSong(const std::string& key, const Edits::Song& song) {
     Phone& target = *phone(key);
     const uint64_t number = target.book.add(song);
-    songs_.take(song.path, song.cut, firmwareNumberOf(target.about.firmware),
+    songs_.take(song, firmwareNumberOf(target.about.firmware),
                 [this, key, number](const SongNews& news) {
                     phone(key)->book.hear(number, news);
                     changed();
@@ -738,6 +746,7 @@ void Session::change(bool rebuilds) {
     }
     WantedChange wanted = rebuilds ? WantedChange{} : target->book.wanted();
     wanted.rebuilds = rebuilds;
+    wanted.keptJobs = preferences_.now().keptSyncs;
     target->book.begin(wanted);
     work<ChangeDone>([wanted](const std::string& udid,
                               const WorkWatch& watch) { return changePhone(udid, wanted, watch); },

@@ -2,6 +2,7 @@
 
 #include "desktop/bridge/EditDesk.h"
 #include "desktop/bridge/PhoneDesk.h"
+#include "desktop/bridge/PreferenceDesk.h"
 #include "desktop/session/EditHistory.h"
 #include "desktop/session/PhoneBook.h"
 #include "desktop/session/Playing.h"
@@ -145,6 +146,9 @@ public:
     /// What is known of songs.
     SongDesk& songs() { return songs_; }
 
+    /// What the person has chosen once for all.
+    PreferenceDesk& preferences() { return preferences_; }
+
     /// What is heard.
     Playing& playing() { return playing_; }
 
@@ -200,6 +204,7 @@ private:
     void read(const std::string& key, bool afterWork);
     static void dropFulfilled(Phone& target);
     void examine(const std::string& key);
+    void addFiles(const std::string& key, const std::vector<std::filesystem::path>& files);
     void takeSongs(const std::string& key, std::vector<Edits::Song> songs,
                    std::function<void()> done);
     void takeNext(const std::shared_ptr<Arrival>& arrival);
@@ -244,6 +249,7 @@ private:
     SongDesk songs_;
     Playing playing_;
     EditDesk keeper_;
+    PreferenceDesk preferences_;
     bool willKeep_ = false;
     bool saidThatNothingIsKept_ = false;
     engine::Findings computer_;

@@ -119,7 +119,7 @@ Explanation explained(const Failure& failure, const std::string& phone) {
         return {_("There is no room on this computer for copies of the ringtones"),
                 _("Nothing is changed without a copy. Make some room and try again."), details};
     case FailureKind::NothingKept:
-        return {_("There is nothing to undo"), _("The last five syncs of a phone are kept."),
+        return {_("There is nothing to undo"), _("Only the last syncs of a phone are kept."),
                 details};
     case FailureKind::ChangedByOthers:
         return {filled(_("Another program has changed the ringtones of “{}” since"), phone),
@@ -236,6 +236,16 @@ std::string playProblemText(const Playing::Problem& problem, const std::string& 
                       explained(*problem.failure, phone).title);
     case Playing::Problem::Kind::NotPlayed:
         return filled(_("“{}” cannot be played"), problem.name);
+    }
+    return {};
+}
+
+std::string preferenceProblemText(PreferenceDesk::Problem problem) {
+    switch (problem) {
+    case PreferenceDesk::Problem::NotRead:
+        return _("Your preferences cannot be read; the usual ones are used");
+    case PreferenceDesk::Problem::NotKept:
+        return _("Your preferences cannot be kept");
     }
     return {};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "desktop/bridge/EditDesk.h"
+#include "desktop/bridge/PreferenceDesk.h"
 #include "desktop/session/PhoneBook.h"
 #include "desktop/session/Playing.h"
 #include "engine/diagnosis/Diagnosis.h"
@@ -39,6 +40,8 @@ std::string nameProblemText(NameProblem problem);
 /// Why there is nothing to be heard.
 /// @param phone  the phone's name
 std::string playProblemText(const Playing::Problem& problem, const std::string& phone);
+
+std::string preferenceProblemText(PreferenceDesk::Problem problem);
 
 /// What of the edits that were kept is not there any more; empty when all is.
 /// @param phone  the phone's name

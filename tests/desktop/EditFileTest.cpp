@@ -45,7 +45,12 @@ Edits::Song sentSong() {
 Edits someEdits() {
     return {.removed = {"Harp", "no \xff text"},
             .renamed = {{"Horn", "Hupe"}},
-            .songs = {{"/songs/a\xff.mp3", "Given"}, {"/songs/b.mp3", ""}, cutSong(), sentSong()}};
+            .songs = {{"/songs/a\xff.mp3", "Given"},
+                      {"/songs/b.mp3", ""},
+                      {.path = "/songs/d.flac",
+                       .usual = audio::Wish{.lengthSeconds = 12, .level = false}},
+                      cutSong(),
+                      sentSong()}};
 }
 
 } // namespace
@@ -140,6 +145,12 @@ TEST_F(EditFiles, LargerThanAnyThatAPersonMakesAreNotRead) {
     put(edits + std::string(1000, ' '));
     EXPECT_NO_THROW(readEdits(file));
     put(edits + std::string(size_t{16} * 1024 * 1024, ' '));
+    EXPECT_THROW(readEdits(file), engine::Failure);
+}
+
+TEST_F(EditFiles, WithAUsualCutThatCannotBeAreNotBelieved) {
+    put(R"({"version":1,"removed":[],"renamed":[],"songs":[{"path":"/a","name":"","usual":)"
+        R"({"start":0,"length":42,"fadeIn":0,"fadeOut":1,"level":true}}]})");
     EXPECT_THROW(readEdits(file), engine::Failure);
 }
 
