@@ -66,7 +66,7 @@ MainWindow::MainWindow(AdwApplication* application, Session& session)
       window_(keep(widget<AdwApplicationWindow>("window"))),
       list_(session, widget<GtkListView>("list"), widget<GtkSearchEntry>("search")),
       history_(GTK_WINDOW(window_.get()), session), editor_(GTK_WINDOW(window_.get()), session),
-      phoneMenu_(adopt(g_menu_new())) {
+      preferences_(GTK_WINDOW(window_.get()), session), phoneMenu_(adopt(g_menu_new())) {
     gtk_window_set_application(GTK_WINDOW(window_.get()), GTK_APPLICATION(application));
     gtk_widget_add_css_class(GTK_WIDGET(window_.get()), "vesk");
     gtk_menu_button_set_menu_model(widget<GtkMenuButton>("phone-switch"),
@@ -125,6 +125,7 @@ void MainWindow::addActions() {
     addAction("look-again", [this] { session_.lookAgain(); });
     addAction("undo-sync", [this] { session_.undo(); });
     addAction("history", [this] { history_.open(); });
+    addAction("preferences", [this] { preferences_.open(); });
     addPhoneAction();
     addEditAction();
 }

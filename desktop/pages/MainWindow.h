@@ -2,6 +2,7 @@
 
 #include "desktop/editor/EditorWindow.h"
 #include "desktop/pages/HistoryWindow.h"
+#include "desktop/pages/PreferencesWindow.h"
 #include "desktop/pages/RingtoneList.h"
 #include "desktop/session/Session.h"
 #include "desktop/toolkit/Owned.h"
@@ -70,6 +71,7 @@ private:
     RingtoneList list_;
     HistoryWindow history_;
     EditorWindow editor_;
+    PreferencesWindow preferences_;
     Owned<GtkFileChooserNative> chooser_;
     Owned<GMenu> phoneMenu_;
     Owned<AdwToast> offer_; ///< to take back what was done last

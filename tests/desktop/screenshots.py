@@ -104,6 +104,13 @@ def paused(stage):
     stage.see("Paused")
 
 
+def preferences(stage):
+    with_ringtones(stage)
+    stage.key("ctrl+comma")
+    stage.watched_window = 1
+    stage.see_part("Syncs That Can Be Undone")
+
+
 def done(stage):
     with_ringtones(stage)
     stage.open_in_window(SAMPLES / "sunrise.m4r")
@@ -188,7 +195,7 @@ def about(stage):
     stage.see("The KRLVesk authors")
 
 
-PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, editor, syncing, paused, done, history,
+PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, editor, syncing, paused, preferences, done, history,
          interrupted, gone, failed, taken_up, searched, several, shortcuts, about]
 
 if __name__ == "__main__":

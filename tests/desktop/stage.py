@@ -313,6 +313,15 @@ class Stage:
         field = self.until(lambda: self.find(name, "entry") or self.find(name, "text"), f"a field “{name}”")
         assert self._atspi.EditableText.set_text_contents(field, text)
 
+    def set_number(self, name, number):
+        """Of a spin button."""
+        field = self.see(name, "spin button")
+        assert self._atspi.Value.set_current_value(field, number)
+
+    def is_on(self, node):
+        states = node.get_state_set()
+        return any(states.contains(state) for state in (self._atspi.StateType.CHECKED, self._atspi.StateType.PRESSED))
+
     def copy(self, *uris):
         """As a file manager copies files."""
         text = "".join(uri + "\r\n" for uri in uris)
