@@ -1,5 +1,6 @@
 #include "python/core/Changes.h"
 
+#include "audio/songs/FolderSync.h"
 #include "engine/change/NameRefusals.h"
 #include "engine/values/Text.h"
 
@@ -203,13 +204,13 @@ void ChangeOfPhone::edit(OpenPhone& phone, const PhoneState& state) {
     songs_->begin();
     audio::SongIntake& intake = songs_->intake();
     if (wanted_.isWhole) {
-        if (!hasSongs_ && !wanted_.isConsented) {
-            requireYes(state, wanted_.folder ? fmt::format("\"{}\" has no songs: a sync",
-                                                           wanted_.folder->string())
-                                             : "a sync with no songs");
-        }
-        const auto [ringtones, others] = intake.all(phone, state);
-        engine::makeHold(phone, state, ringtones, others);
+        audio::makeHoldFolder(phone, state,
+                              {.songs = intake,
+                               .isEmpty = !hasSongs_,
+                               .isConsented = wanted_.isConsented,
+                               .name = wanted_.folder ? fmt::format("\"{}\" has no songs: a sync",
+                                                                    wanted_.folder->string())
+                                                      : "a sync with no songs"});
         return;
     }
     const PhoneState rest = rename(phone, state);

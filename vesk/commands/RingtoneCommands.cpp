@@ -1,5 +1,6 @@
 #include "vesk/commands/Commands.h"
 
+#include "audio/songs/FolderSync.h"
 #include "audio/songs/SongFolder.h"
 #include "engine/change/NameRefusals.h"
 #include "engine/plan/Change.h"
@@ -123,12 +124,12 @@ ExitCode runSync(const Options& options, Output& output) {
     return withSongs(options, output, intake, "sync", [&](ChangeCommand& command) {
         size_t kept = 0;
         command.run([&](const PhoneState& state) {
-            if (folder.songs.empty() && !isConsented(options)) {
-                requireYes(state,
-                           fmt::format("\"{}\" has no songs: a sync", options.arguments.front()));
-            }
-            const auto [wanted, others] = intake.songs().all(command.phone(), state);
-            makeHold(command.phone(), state, wanted, others);
+            const auto [wanted, others] = krl::audio::makeHoldFolder(
+                command.phone(), state,
+                {.songs = intake.songs(),
+                 .isEmpty = folder.songs.empty(),
+                 .isConsented = isConsented(options),
+                 .name = fmt::format("\"{}\" has no songs: a sync", options.arguments.front())});
             kept = others == Others::Stay ? countBesides(state, intake.songs().names()) : 0;
         });
         if (kept > 0) {
