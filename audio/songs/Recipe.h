@@ -2,6 +2,8 @@
 
 #include "audio/preparing/Wish.h"
 
+#include <vector>
+
 namespace krl::audio {
 
 /// What is done with songs on their way to a phone.
@@ -19,6 +21,9 @@ struct Recipe {
     Treatment treatment = Treatment::Prepare;
     Wish wish = {};
     bool preparesAll = false; ///< also what plays as it is
+
+    /// A song of which the phone holds a ringtone by one of these keeps it.
+    std::vector<Wish> earlier = {};
 };
 
 } // namespace krl::audio

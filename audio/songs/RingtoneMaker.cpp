@@ -46,7 +46,7 @@ WantedRingtone RingtoneMaker::wanted(const Song& song, int firmwareNumber) const
     result.ringtone.path.clear();
     result.ringtone.size = 0;
     result.ringtone.type = "m4r";
-    result.ringtone.source = sourceOf(song, completed(song));
+    result.ringtone.source = sourceOf(song, completed(recipe_.wish, song));
     return result;
 }
 
@@ -63,8 +63,15 @@ bool RingtoneMaker::prepares(const Song& song, int firmwareNumber) const {
     return true;
 }
 
-Wish RingtoneMaker::completed(const Song& song) const {
-    Wish wish = recipe_.wish;
+std::vector<engine::Digest> RingtoneMaker::earlierSources(const Song& song) const {
+    std::vector<engine::Digest> sources;
+    for (const Wish& wish : recipe_.earlier) {
+        sources.push_back(sourceOf(song, completed(wish, song)));
+    }
+    return sources;
+}
+
+Wish RingtoneMaker::completed(Wish wish, const Song& song) {
     wish.title = wish.title.empty() ? song.facts.title : wish.title;
     wish.artist = wish.artist.empty() ? song.facts.artist : wish.artist;
     return wish;

@@ -37,6 +37,9 @@ public:
     /// @throw Failure when the song does not play there and is to go as it is
     WantedRingtone wanted(const Song& song, int firmwareNumber) const;
 
+    /// What else a ringtone that this one would be is known by: of the same song by earlier wishes.
+    std::vector<engine::Digest> earlierSources(const Song& song) const;
+
     /// Makes those that are to be made, several at a time. What this maker has made before is there at
     /// once.
     /// @param done  is told of each that was made or could not be, in order, from this thread
@@ -50,7 +53,7 @@ private:
     };
 
     bool prepares(const Song& song, int firmwareNumber) const;
-    Wish completed(const Song& song) const;
+    static Wish completed(Wish wish, const Song& song);
     bool takeMade(WantedRingtone& wanted) const;
     void keep(WantedRingtone& wanted, const std::string& bytes);
 

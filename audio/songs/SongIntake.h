@@ -51,6 +51,13 @@ public:
     /// Reads songs.
     void read(const std::vector<Given>& songs);
 
+    /// A song that is not to be read at this time counts as one that cannot be used.
+    void refuse(const std::filesystem::path& song, const engine::Failure& why);
+
+    /// Makes what a phone lacks as it was read, so that nothing is left to be made when it is changed:
+    /// that may take minutes, and needs no phone.
+    void makeBeforehand(const engine::PhoneState& state);
+
     /// Whether there are none that can be used.
     bool isEmpty() const;
 
@@ -90,6 +97,15 @@ private:
         bool isNamed = false; ///< by who gave it
     };
 
+    /// Of the chosen ones.
+    struct Compared {
+        std::set<std::string> held;           ///< names of those that the phone has
+        std::vector<WantedRingtone*> missing; ///< to be made
+    };
+
+    void keepEarlier(const engine::PhoneState& state, engine::Others others);
+    void name(const engine::PhoneState& state, engine::Others others);
+    Compared compare(const engine::PhoneState& state, Same same);
     void fail(const std::filesystem::path& song, const engine::Failure& failure);
     void make(const std::vector<WantedRingtone*>& missing);
 
@@ -101,6 +117,7 @@ private:
     std::vector<Read> songs_; ///< that could be read
     std::set<std::filesystem::path> failed_;
     std::vector<WantedRingtone> wanted_;
+    std::vector<bool> isNamed_; ///< by who gave it, of the same
 };
 
 } // namespace krl::audio
