@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace krl::desktop {
@@ -294,6 +295,9 @@ std::string phoneText(const PhoneFacts& facts) {
 
 std::string progressText(const WorkProgress& progress) {
     switch (progress.stage) {
+    case WorkProgress::Stage::Making:
+        return filled(_("Making ringtone {} of {}…"),
+                      std::min(progress.filesDone + 1, progress.filesTotal), progress.filesTotal);
     case WorkProgress::Stage::Starting:
         return _("Getting ready…");
     case WorkProgress::Stage::WaitingForLock:

@@ -15,7 +15,17 @@ namespace krl::engine {
 
 /// How far work on a phone is.
 struct WorkProgress {
-    enum class Stage { Starting, WaitingForLock, Reading, Sending, Paused, Finishing, PuttingBack };
+    /// Making: ringtones out of songs, before the phone is asked.
+    enum class Stage {
+        Making,
+        Starting,
+        WaitingForLock,
+        Reading,
+        Sending,
+        Paused,
+        Finishing,
+        PuttingBack
+    };
     Stage stage = Stage::Starting;
     size_t filesDone = 0;
     size_t filesTotal = 0;

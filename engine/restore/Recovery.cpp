@@ -192,7 +192,8 @@ Ending endJob(PhoneSafe& safe, Restorer& restorer, const Journal& journal, Wish 
 
 std::string endingText(Ending ending, const Job& job) {
     const std::string what =
-        fmt::format("the last job on this phone (vesk {}) was broken off", job.what);
+        fmt::format("the last job on this phone ({}) was broken off",
+                    job.what == "mirror" ? "a folder that the window mirrors" : "vesk " + job.what);
     switch (ending) {
     case Ending::NothingHappened:
         return what + " before it had changed anything";

@@ -17,6 +17,8 @@ thread_local int callbacks = 0;
 const char* stageName(engine::WorkProgress::Stage stage) {
     using Stage = engine::WorkProgress::Stage;
     switch (stage) {
+    case Stage::Making:
+        return "making";
     case Stage::Starting:
         return "starting";
     case Stage::WaitingForLock:
