@@ -2,8 +2,11 @@
 
 #include "audio/judging/PlayedFormats.h"
 #include "audio/preparing/Wish.h"
+#include "desktop/bridge/Mirror.h"
 
 #include <cstddef>
+#include <map>
+#include <string>
 
 namespace krl::desktop {
 
@@ -16,6 +19,8 @@ struct Preferences {
     bool levels = true;   ///< new ringtones are made as loud as the others
     int seconds = 30;     ///< that they are long
     size_t keptSyncs = 5; ///< of each phone, that can be undone; at least one
+
+    std::map<std::string, Mirror> mirrors; ///< by the phones' UDIDs
 
     /// How a song becomes a ringtone unless the person says otherwise.
     audio::Wish wish() const {
