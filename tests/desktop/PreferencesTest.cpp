@@ -16,7 +16,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const Preferences kChosen{.levels = false, .seconds = 12, .keptSyncs = 9};
+const Preferences kChosen{
+    .levels = false,
+    .seconds = 12,
+    .keptSyncs = 9,
+    .mirrors = {{"0123", {.folder = "/a\xff", .phone = "My Phone"}},
+                {"4567",
+                 {.folder = "/b",
+                  .phone = "b",
+                  .isAgreed = true,
+                  .isPaused = true,
+                  .passedOver = "7 ab",
+                  .held = {{"Harp \xff", "h"}},
+                  .wishes = {audio::Wish{}, audio::Wish{.lengthSeconds = 7, .level = false}}}}}};
+
+Preferences withSeconds(int seconds) {
+    Preferences preferences;
+    preferences.seconds = seconds;
+    return preferences;
+}
 
 class PreferenceFiles : public ::testing::Test {
 protected:
@@ -72,7 +90,7 @@ TEST_F(PreferenceFiles, BringBackWhatWasKept) {
 
 TEST_F(PreferenceFiles, OfWhichSomethingWasLeftOutAreAsUsualInThat) {
     put(R"({"version":1,"seconds":40})");
-    EXPECT_EQ(readPreferences(file), (Preferences{.seconds = 40}));
+    EXPECT_EQ(readPreferences(file), withSeconds(40));
 }
 
 TEST_F(PreferenceFiles, OfWhichAPartIsMissingAreNotBelieved) {
@@ -102,6 +120,24 @@ TEST_F(PreferenceFiles, ThatAreMadeToHarmAreNotBelieved) {
     }
 }
 
+TEST_F(PreferenceFiles, WithFoldersThatCannotBeAreNotBelieved) {
+    const auto withMirror = [this](const std::string& path, const std::string& rest) {
+        put(R"({"version":1,"mirrors":[{"udid":"1","phone":"","folder":")" + path +
+            R"(","agreed":true,"paused":false,"passedOver":"",)" + rest + "}]}");
+        return readPreferences(file).mirrors.at("1").folder;
+    };
+    const std::string rest = R"("held":[],"wishes":[])";
+    EXPECT_EQ(withMirror("/a", rest), "/a");
+    EXPECT_THROW(withMirror("a", rest), engine::Failure);
+    EXPECT_THROW(withMirror("/a\\u0000b", rest), engine::Failure);
+    for (const char* wrong :
+         {R"("held":[])", R"("held":{},"wishes":[])", R"("held":[7],"wishes":[])",
+          R"("held":[{"name":"a"}],"wishes":[])", R"("held":[],"wishes":[{}])",
+          R"("held":[],"wishes":[{"start":0,"length":99,"fadeIn":0,"fadeOut":1,"level":true}])"}) {
+        EXPECT_THROW(withMirror("/a", wrong), engine::Failure) << wrong;
+    }
+}
+
 TEST_F(PreferenceFiles, ThatAreNoFilesAreNotWaitedFor) {
     fs::create_directories(file);
     EXPECT_THROW(readPreferences(file), engine::Failure);
@@ -113,7 +149,7 @@ TEST_F(PreferenceDesks, HoldFromOneToTheNext) {
     EXPECT_EQ(desk->now(), Preferences{});
     // Faster than a disk: the last counts.
     for (int seconds = 5; seconds <= 40; ++seconds) {
-        desk->change({.seconds = seconds});
+        desk->change(withSeconds(seconds));
     }
     desk->change(kChosen);
     EXPECT_EQ(desk->now(), kChosen);
@@ -156,7 +192,7 @@ TEST_F(PreferenceDesks, WithoutAPlaceHoldAsLongAsTheWindow) {
 TEST_F(PreferenceDesks, AreNotChangedBeforeTheyWereRead) {
     writePreferences(file, kChosen);
     open();
-    desk->change({.seconds = 5});
+    desk->change(withSeconds(5));
     read();
     EXPECT_EQ(desk->now(), kChosen);
 }
