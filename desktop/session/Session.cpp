@@ -1,5 +1,6 @@
 #include "desktop/session/Session.h"
 
+#include "desktop/session/MirrorWords.h"
 #include "desktop/session/Translation.h"
 #include "engine/files/PlaceOfState.h"
 #include "engine/phones/Pairing.h"
@@ -61,7 +62,16 @@ Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noP
                  std::string sink)
     : mailbox_(mailbox), phones_(phones), noPhones_(std::move(noPhones)), songs_(mailbox),
       playing_(mailbox, phones, std::move(sink)), keeper_(mailbox, placeOfState()),
-      preferences_(mailbox, placeOfPreferences()) {
+      preferences_(mailbox, placeOfPreferences()), mirrors_(mailbox, preferences_) {
+    mirrors_.onChanged = [this] { changed(); };
+    mirrors_.onNotWatched = [this](const std::string& name) {
+        toast(fmt::format(
+            fmt::runtime(_("Changes of the folder that “{}” mirrors are not noticed")), name));
+    };
+    preferences_.whenRead([this] {
+        mirrors_.begin();
+        readMirroring();
+    });
     preferences_.onProblem = [this](PreferenceDesk::Problem problem) {
         toast(preferenceProblemText(problem));
     };
@@ -73,13 +83,19 @@ Session::Session(Mailbox& mailbox, PhoneDesk* phones, std::optional<Failure> noP
 Session::~Session() {
     for (auto& [key, phone] : known_) {
         keep(key, phone);
+        if (phone.work) {
+            *phone.work->isCancelled = true; // nobody waits for what is being prepared
+        }
     }
 }
 
 void Session::changed() {
     onChanged();
     if (!std::exchange(willKeep_, true)) {
-        mailbox_.put([this] { keepEdits(); });
+        mailbox_.put([this] {
+            keepEdits();
+            runMirrors();
+        });
     }
 }
 
@@ -114,9 +130,12 @@ void Session::arrived(const AttachedDevice& device) {
     if (isNew) {
         takeUp(key);
     }
+    mirrors_.makeDue(key);
     const Phone* current = currentPhone();
     if (key == current_ || current == nullptr || (!current->device && !current->book.hasEdits())) {
         current_ = key;
+        read(key, /*afterWork=*/true);
+    } else if (mirrors_.find(key) != nullptr) {
         read(key, /*afterWork=*/true);
     }
 }
@@ -203,6 +222,7 @@ void Session::read(const std::string& key, bool afterWork) {
                     playing_.forget(key);
                 }
                 stopWhatIsGone(key);
+                mirrors_.heed(key, readOne.book.reading()->history);
             } else if (readOne.device) {
                 readOne.failure = std::get<Failure>(outcome);
                 examine(key);
@@ -278,9 +298,13 @@ Session::Phone* Session::phone(const std::string& key) {
     return found == known_.end() ? nullptr : &found->second;
 }
 
-const Session::Phone* Session::currentPhone() const {
-    const auto found = known_.find(current_);
+const Session::Phone* Session::phone(const std::string& key) const {
+    const auto found = known_.find(key);
     return found == known_.end() ? nullptr : &found->second;
+}
+
+const Session::Phone* Session::currentPhone() const {
+    return phone(current_);
 }
 
 Session::Phone* Session::currentPhone() {
@@ -380,7 +404,7 @@ std::optional<Message> Session::message() const {
     }
     const PhoneReading& reading = *current->book.reading();
     const std::string name = nameOf(current->about);
-    if (reading.brokenJob) {
+    if (reading.brokenJob && !goesOnByItself(current_)) {
         return brokenJobMessage(name);
     }
     if (!isKnownFirmware(reading.facts.firmware)) {
@@ -757,10 +781,14 @@ void Session::change(bool rebuilds) {
 }
 
 void Session::tell(const std::string& key, const ChangeDone& done) {
+    const std::string text =
+        key == current_
+            ? doneText(done)
+            : fmt::format(fmt::runtime(_("“{}”: {}")), nameOf(phone(key)->about), doneText(done));
     if (done.changedAnything) {
-        toastWithUndo(key, doneText(done));
+        toastWithUndo(key, text);
     } else {
-        toast(doneText(done));
+        toast(text);
     }
     if (const std::string note = noteText(done); !note.empty()) {
         phone(key)->message = Message{.title = _("The sync is complete"),
@@ -799,10 +827,10 @@ void Session::undo() {
 
 /// Also of a phone whose history is still being read.
 void Session::undoLastSync() {
-    work<RingtoneChanges>(
-        undoLast, [this](const std::string& /*key*/, const RingtoneChanges& changes) {
-            toast(fmt::format(fmt::runtime(_("Undone: {}")), changesText(changes)));
-        });
+    work<RingtoneChanges>(undoLast, [this](const std::string& key, const RingtoneChanges& changes) {
+        mirrors_.pause(key);
+        toast(fmt::format(fmt::runtime(_("Undone: {}")), changesText(changes)));
+    });
 }
 
 void Session::goBackTo(const Digest& before) {
@@ -811,6 +839,7 @@ void Session::goBackTo(const Digest& before) {
             return desktop::goBackTo(udid, before, watch);
         },
         [this](const std::string& key, const RingtoneChanges& changes) {
+            mirrors_.pause(key);
             toastWithUndo(key, changesText(changes));
         });
 }
@@ -820,11 +849,167 @@ void Session::endBrokenJob(Wish wish) {
         [wish](const std::string& udid, const WorkWatch& watch) {
             return desktop::endBrokenJob(udid, wish, watch);
         },
-        [this](const std::string& /*key*/, const std::optional<Ending>& ending) {
+        [this](const std::string& key, const std::optional<Ending>& ending) {
+            if (ending == Ending::TakenBack) {
+                mirrors_.pause(key);
+            }
             if (ending) {
                 toast(endingText(*ending));
             }
         });
+}
+
+// ---------------------------------------------------------------- folders that phones mirror
+
+/// Those that nobody looks at are read too.
+void Session::readMirroring() {
+    for (const auto& [key, phone] : known_) {
+        if (phone.device && !phone.isRead && mirrors_.find(key) != nullptr) {
+            read(key, /*afterWork=*/false);
+        }
+    }
+}
+
+MirrorState Session::mirrorStateOf(const std::string& key) const {
+    const Phone& target = *phone(key);
+    const PhoneReading* const reading = target.book.reading();
+    const Mirroring::Run& run = mirrors_.run(key);
+    return mirrorState({.isAtWork = run.isAtWork,
+                        .isPaused = mirrors_.find(key)->isPaused,
+                        .isKnownFirmware = isKnownFirmware(target.about.firmware),
+                        .isListReadable = reading == nullptr || !reading->catalogueIsUnreadable,
+                        .hasBrokenJob = reading != nullptr && reading->brokenJob &&
+                                        reading->brokenJob->what != kMirrorJob,
+                        .hasEdits = target.book.hasEdits(),
+                        .hasQuestion = run.question.has_value(),
+                        .isDue = run.isDue,
+                        .hasFailed = run.failure.has_value()});
+}
+
+std::optional<MirrorView> Session::mirror() const {
+    const Mirror* const found = mirrors_.find(current_);
+    if (found == nullptr || currentPhone() == nullptr) {
+        return std::nullopt;
+    }
+    const Mirroring::Run& run = mirrors_.run(current_);
+    MirrorView view{.folder = found->folder,
+                    .state = mirrorStateOf(current_),
+                    .isAgreed = found->isAgreed,
+                    .plan = run.question,
+                    .unusable = run.unusable};
+    if (run.failure) {
+        view.problem = mirrorProblem(*run.failure, phoneName());
+    }
+    return view;
+}
+
+bool Session::canMirror() const {
+    const Phone* current = currentPhone();
+    return current != nullptr && current->device && current->isRead && !current->work &&
+           !current->about.udid.empty() && isKnownFirmware(current->about.firmware);
+}
+
+/// Whether a job that was broken off is the mirror's, which is about to go on with it.
+bool Session::goesOnByItself(const std::string& key) const {
+    return phone(key)->book.reading()->brokenJob->what == kMirrorJob &&
+           mirrors_.find(key) != nullptr && mirrorStateOf(key) == MirrorState::Due;
+}
+
+/// Begins those that are due. Before it is known what was edited of a phone, nothing is.
+void Session::runMirrors() {
+    for (const auto& [key, phone] : known_) {
+        if (phone.device && phone.isRead && !phone.isBeingRead && !phone.work && phone.kept &&
+            mirrors_.find(key) != nullptr && mirrorStateOf(key) == MirrorState::Due) {
+            runMirror(key);
+        }
+    }
+}
+
+void Session::runMirror(const std::string& key) {
+    Phone& target = *phone(key);
+    target.work = newWatch(key);
+    target.isSync = true;
+    target.message.reset();
+    mirrors_.prepare(
+        key, *target.book.reading(), *target.work,
+        [this, key](const MirrorDesk::Prepared& prepared) { sendMirror(key, prepared); });
+    changed();
+}
+
+void Session::sendMirror(const std::string& key, const MirrorDesk::Prepared& prepared) {
+    const MirrorTerms terms = mirrors_.terms(key);
+    if (const auto* failure = std::get_if<Failure>(&prepared)) {
+        mirrorEnded(key, *failure);
+        return;
+    }
+    const auto& songs = std::get<std::shared_ptr<MirrorSongs>>(prepared);
+    const bool isOff = mirrors_.find(key) == nullptr; // since it was begun
+    if (isOff || songs->isInVain()) {
+        mirrorEnded(key, MirrorOutcome(MirrorDone{{}, terms.held}));
+        return;
+    }
+    phones_->ask<MirrorOutcome>(
+        [songs, terms, udid = phone(key)->about.udid, kept = preferences_.now().keptSyncs,
+         watch = *phone(key)->work] { return mirrorPhone(udid, *songs, terms, kept, watch); },
+        [this, key](const Outcome<MirrorOutcome>& outcome) { mirrorEnded(key, outcome); });
+}
+
+void Session::mirrorEnded(const std::string& key, const Outcome<MirrorOutcome>& outcome) {
+    phone(key)->work.reset();
+    if (const auto* failure = std::get_if<Failure>(&outcome)) {
+        mirrors_.ended(key, *failure);
+    } else {
+        const auto& came = std::get<MirrorOutcome>(outcome);
+        std::visit([&](const auto& one) { mirrors_.ended(key, one); }, came);
+        const auto* const done = std::get_if<MirrorDone>(&came);
+        if (done != nullptr && done->change.changedAnything) {
+            tell(key, done->change);
+        }
+        if (done == nullptr && key != current_) {
+            onToast(
+                {.text = fmt::format(fmt::runtime(_("“{}” waits for an answer about its folder")),
+                                     nameOf(phone(key)->about)),
+                 .undo = _("Show"),
+                 .onUndo = [this, key] { choose(key); }});
+        }
+    }
+    const Phone& target = *phone(key);
+    if (key == current_ && !target.device && !target.book.hasEdits()) {
+        chooseAnother();
+    }
+    read(key, /*afterWork=*/true);
+    changed();
+}
+
+void Session::mirror(const std::filesystem::path& folder) {
+    if (canMirror()) {
+        mirrors_.choose(current_, phoneName(), folder, book()->reading()->history);
+    }
+}
+
+void Session::endMirror(const std::string& udid) {
+    const Mirror* const found = mirrors_.find(udid);
+    if (found == nullptr) {
+        return;
+    }
+    const std::string name = found->phone;
+    onToast({.text = fmt::format(fmt::runtime(_("“{}” mirrors no folder any more")), name),
+             .undo = _("Undo"),
+             .onUndo = mirrors_.stop(udid)});
+}
+
+void Session::resumeMirror() {
+    if (const PhoneBook* const shown = book(); shown != nullptr && shown->reading()) {
+        mirrors_.resume(current_, shown->reading()->history);
+    }
+}
+
+void Session::agreeToMirror() {
+    mirrors_.agree(current_);
+}
+
+void Session::tryMirrorAgain() {
+    mirrors_.makeDue(current_);
 }
 
 void Session::apply(Remedy remedy) {

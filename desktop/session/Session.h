@@ -4,6 +4,7 @@
 #include "desktop/bridge/PhoneDesk.h"
 #include "desktop/bridge/PreferenceDesk.h"
 #include "desktop/session/EditHistory.h"
+#include "desktop/session/Mirroring.h"
 #include "desktop/session/PhoneBook.h"
 #include "desktop/session/Playing.h"
 #include "desktop/session/Words.h"
@@ -54,6 +55,16 @@ struct PhoneChoice {
     std::string name;
 
     friend bool operator==(const PhoneChoice&, const PhoneChoice&) = default;
+};
+
+/// The folder that a phone mirrors, as the window shows it.
+struct MirrorView {
+    std::filesystem::path folder;
+    MirrorState state = MirrorState::UpToDate;
+    bool isAgreed = false;
+    std::optional<Explanation> problem = {}; ///< of one that has failed
+    std::optional<MirrorPlan> plan = {};     ///< of one that asks
+    std::vector<UnusableSong> unusable = {};
 };
 
 /// All that the window knows and does, without the window. On the main loop's thread; never waits.
@@ -110,6 +121,12 @@ public:
     /// Whether there is work under way on the current phone.
     bool isBusy() const;
 
+    /// What the current phone mirrors; none when it mirrors nothing.
+    std::optional<MirrorView> mirror() const;
+
+    /// Whether the current phone could mirror a folder.
+    bool canMirror() const;
+
     bool canSync() const;
     bool canUndo() const;
     bool isBeingCancelled() const;
@@ -160,6 +177,18 @@ public:
 
     /// Lets a sync stand still, or go on.
     void pause();
+
+    /// Lets the current phone mirror a folder, once the person has seen what that does.
+    void mirror(const std::filesystem::path& folder);
+
+    /// Ends that of a phone; what is on it stays.
+    void endMirror(const std::string& udid);
+
+    // Of the current phone's mirror.
+    void resumeMirror();
+    void agreeToMirror();
+    void tryMirrorAgain();
+
     void pair();
     void lookAgain();
     void undo();
@@ -194,6 +223,7 @@ private:
     };
 
     Phone* phone(const std::string& key);
+    const Phone* phone(const std::string& key) const;
     const Phone* currentPhone() const;
     Phone* currentPhone();
     std::string keyOf(const engine::AttachedDevice& device);
@@ -215,6 +245,13 @@ private:
     void keepEdits();
     void keep(const std::string& key, Phone& target);
     void hearingChanged();
+    MirrorState mirrorStateOf(const std::string& key) const;
+    void readMirroring();
+    void runMirrors();
+    void runMirror(const std::string& key);
+    void sendMirror(const std::string& key, const MirrorDesk::Prepared& prepared);
+    void mirrorEnded(const std::string& key, const Outcome<MirrorOutcome>& outcome);
+    bool goesOnByItself(const std::string& key) const;
     WorkWatch newWatch(const std::string& key);
 
     /// Has work done on the current phone, unless there is some under way.
@@ -250,6 +287,7 @@ private:
     Playing playing_;
     EditDesk keeper_;
     PreferenceDesk preferences_;
+    Mirroring mirrors_;
     bool willKeep_ = false;
     bool saidThatNothingIsKept_ = false;
     engine::Findings computer_;

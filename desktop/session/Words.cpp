@@ -1,5 +1,6 @@
 #include "desktop/session/Words.h"
 
+#include "desktop/bridge/MirrorWork.h"
 #include "desktop/session/Translation.h"
 #include "engine/values/Text.h"
 
@@ -381,6 +382,9 @@ std::string jobText(const PastJob& job) {
     }
     if (job.what == "restore") {
         return _("Restored");
+    }
+    if (job.what == kMirrorJob) {
+        return _("Folder mirrored");
     }
     return job.what == "rebuild" ? _("Put right") : _("Sync");
 }
