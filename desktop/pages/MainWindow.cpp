@@ -66,7 +66,8 @@ MainWindow::MainWindow(AdwApplication* application, Session& session)
       window_(keep(widget<AdwApplicationWindow>("window"))),
       list_(session, widget<GtkListView>("list"), widget<GtkSearchEntry>("search")),
       history_(GTK_WINDOW(window_.get()), session), editor_(GTK_WINDOW(window_.get()), session),
-      preferences_(GTK_WINDOW(window_.get()), session), phoneMenu_(adopt(g_menu_new())) {
+      preferences_(GTK_WINDOW(window_.get()), session), mirror_(GTK_WINDOW(window_.get()), session),
+      phoneMenu_(adopt(g_menu_new())) {
     gtk_window_set_application(GTK_WINDOW(window_.get()), GTK_APPLICATION(application));
     gtk_widget_add_css_class(GTK_WIDGET(window_.get()), "vesk");
     gtk_menu_button_set_menu_model(widget<GtkMenuButton>("phone-switch"),
@@ -78,6 +79,7 @@ MainWindow::MainWindow(AdwApplication* application, Session& session)
             gtk_builder_get_object(shortcuts.get(), "help_overlay")));
     gtk_search_bar_connect_entry(widget<GtkSearchBar>("search-bar"),
                                  GTK_EDITABLE(widget<GtkSearchEntry>("search")));
+    gtk_box_append(widget<GtkBox>("mirror-place"), mirror_.widget());
     addActions();
     addKeys();
     acceptDrops();
@@ -125,6 +127,7 @@ void MainWindow::addActions() {
     addAction("look-again", [this] { session_.lookAgain(); });
     addAction("undo-sync", [this] { session_.undo(); });
     addAction("history", [this] { history_.open(); });
+    addAction("mirror", [this] { chooseFolder(); });
     addAction("preferences", [this] { preferences_.open(); });
     addPhoneAction();
     addEditAction();
@@ -249,6 +252,29 @@ void MainWindow::chooseFiles() {
     gtk_native_dialog_show(GTK_NATIVE_DIALOG(chooser_.get()));
 }
 
+void MainWindow::chooseFolder() {
+    chooser_ = adopt(gtk_file_chooser_native_new(
+        _("Choose the Folder That the Phone Mirrors"), GTK_WINDOW(window_.get()),
+        GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER, _("_Choose"), nullptr));
+    onEmission(
+        chooser_.get(), "response",
+        [this, phone = session_.currentKey()](const Emission& emission) {
+            if (g_value_get_int(emission.parameters + 1) != GTK_RESPONSE_ACCEPT) {
+                return;
+            }
+            const auto file = adopt(gtk_file_chooser_get_file(GTK_FILE_CHOOSER(chooser_.get())));
+            const std::string path = file ? taken(g_file_get_path(file.get())) : std::string();
+            if (path.empty()) {
+                showToast(
+                    {.text = _("A folder of another computer cannot be mirrored"), .undo = {}});
+            } else if (phone == session_.currentKey()) { // and not another one by now
+                mirror_.awaitPlan();
+                session_.mirror(path);
+            }
+        });
+    gtk_native_dialog_show(GTK_NATIVE_DIALOG(chooser_.get()));
+}
+
 void MainWindow::paste() {
     struct Waiting {
         MainWindow* window;
@@ -288,6 +314,7 @@ void MainWindow::show() {
     showTitle();
     showPhones();
     showMessage();
+    mirror_.show();
     showPage();
     showBottom();
     showActions();
@@ -514,6 +541,7 @@ void MainWindow::showActions() {
     enable("search", page == Page::List);
     enable("pair", session_.canPair());
     enable("undo-sync", session_.canUndo());
+    enable("mirror", session_.canMirror());
     enable("history", book != nullptr && book->reading() && !book->reading()->history.empty());
     enable("pause", session_.canPause());
     enable("cancel", session_.isBusy() && !session_.isBeingCancelled());

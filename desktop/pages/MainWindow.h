@@ -2,6 +2,7 @@
 
 #include "desktop/editor/EditorWindow.h"
 #include "desktop/pages/HistoryWindow.h"
+#include "desktop/pages/MirrorBar.h"
 #include "desktop/pages/PreferencesWindow.h"
 #include "desktop/pages/RingtoneList.h"
 #include "desktop/session/Session.h"
@@ -39,6 +40,7 @@ private:
     void acceptDrops();
 
     void chooseFiles();
+    void chooseFolder();
     void paste();
     void add(GdkFileList* files);
 
@@ -72,6 +74,7 @@ private:
     HistoryWindow history_;
     EditorWindow editor_;
     PreferencesWindow preferences_;
+    MirrorBar mirror_;
     Owned<GtkFileChooserNative> chooser_;
     Owned<GMenu> phoneMenu_;
     Owned<AdwToast> offer_; ///< to take back what was done last

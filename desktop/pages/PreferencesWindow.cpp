@@ -1,5 +1,6 @@
 #include "desktop/pages/PreferencesWindow.h"
 
+#include "desktop/pages/Rows.h"
 #include "desktop/toolkit/Resources.h"
 #include "desktop/toolkit/Signals.h"
 
@@ -36,6 +37,22 @@ void PreferencesWindow::show() {
                               static_cast<double>(preferences.keptSyncs));
     gtk_switch_set_active(widget<GtkSwitch>("level"), preferences.levels);
     isShowing_ = false;
+    showMirrors();
+}
+
+void PreferencesWindow::showMirrors() {
+    auto* const group = widget<AdwPreferencesGroup>("mirrors");
+    for (GtkWidget* const row : mirrors_) {
+        adw_preferences_group_remove(group, row);
+    }
+    mirrors_.clear();
+    for (const auto& [udid, mirror] : session_.preferences().now().mirrors) {
+        mirrors_.push_back(newMirrorRow(mirror, [this, key = udid] {
+            session_.endMirror(key);
+            onceIdle([this] { showMirrors(); }); // the row is not to go in the middle of its press
+        }));
+        adw_preferences_group_add(group, mirrors_.back());
+    }
 }
 
 void PreferencesWindow::take() {

@@ -5,6 +5,8 @@
 
 #include <adwaita.h>
 
+#include <vector>
+
 namespace krl::desktop {
 
 /// A window over another one with the person's preferences, each of which holds as soon as it is
@@ -18,6 +20,7 @@ public:
 
 private:
     void show();
+    void showMirrors();
     void take();
 
     template <typename T>
@@ -27,7 +30,8 @@ private:
 
     Session& session_;
     Owned<GtkBuilder> builder_;
-    bool isShowing_ = false; ///< what changes is not by the person
+    std::vector<GtkWidget*> mirrors_; ///< rows, which the list owns
+    bool isShowing_ = false;          ///< what changes is not by the person
 };
 
 } // namespace krl::desktop

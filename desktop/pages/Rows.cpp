@@ -31,6 +31,10 @@ AdwActionRow* newRow(const std::string& title, const std::string& subtitle) {
 
 } // namespace
 
+GtkWidget* newTextRow(const std::string& title, const std::string& subtitle) {
+    return GTK_WIDGET(newRow(title, subtitle));
+}
+
 GtkWidget* newFindingRow(const engine::Finding& finding) {
     AdwActionRow* const row =
         newRow(capitalised(finding.text), finding.good ? std::string() : adviceFor(finding));
@@ -42,6 +46,17 @@ GtkWidget* newFindingRow(const engine::Finding& finding) {
     gtk_accessible_update_property(GTK_ACCESSIBLE(icon), GTK_ACCESSIBLE_PROPERTY_LABEL, meaning,
                                    -1);
     adw_action_row_add_prefix(row, icon);
+    return GTK_WIDGET(row);
+}
+
+GtkWidget* newMirrorRow(const Mirror& mirror, std::function<void()> stop) {
+    AdwActionRow* const row = newRow(mirror.phone, shownText(mirror.folder.string()));
+    GtkWidget* const button = gtk_button_new_with_label(_("Stop"));
+    gtk_widget_set_valign(button, GTK_ALIGN_CENTER);
+    gtk_widget_set_tooltip_text(button,
+                                _("Mirror this folder no more; what is on the phone stays"));
+    on(button, "clicked", std::move(stop));
+    adw_action_row_add_suffix(row, button);
     return GTK_WIDGET(row);
 }
 

@@ -24,6 +24,7 @@ constexpr Accelerator kAccelerators[] = {
     {"win.look-again", "F5"},
     {"win.history", "<Control>h"},
     {"win.undo-sync", "<Control><Shift>z"},
+    {"win.mirror", "<Control>m"},
     {"win.preferences", "<Control>comma"},
     {"win.show-help-overlay", "<Control>question"},
     {"app.quit", "<Control>q"},
