@@ -5,6 +5,7 @@ Without a page it makes all of them, each in a process of its own. Needs x11-app
 xdotool; fonts-noto-color-emoji for the sun in a name.
 """
 import os
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -111,6 +112,30 @@ def preferences(stage):
     stage.see_part("Syncs That Can Be Undone")
 
 
+def choose_mirror(stage, folder):
+    folder.mkdir()
+    for song in ("harp.m4a", "sunrise.m4r", "tick.wav"):
+        shutil.copy(SAMPLES / song, folder)
+    with_ringtones(stage)
+    stage.key("ctrl+m")
+    stage.watched_window = 1
+    stage.see("Choose the Folder That the Phone Mirrors")
+    stage.copy_text(str(folder))
+    stage.key("ctrl+l", "ctrl+v", "Return")
+    stage.see("Goes From the Phone")
+
+
+def mirror_plan(stage):
+    choose_mirror(stage, stage.folder / "Ringtones")
+
+
+def mirror(stage):
+    choose_mirror(stage, stage.folder / "Ringtones")
+    stage.press("Mirror")
+    stage.watched_window = 0
+    stage.see("The phone holds what is in this folder")
+
+
 def done(stage):
     with_ringtones(stage)
     stage.open_in_window(SAMPLES / "sunrise.m4r")
@@ -195,7 +220,7 @@ def about(stage):
     stage.see("The KRLVesk authors")
 
 
-PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, editor, syncing, paused, preferences, done, history,
+PAGES = [no_phone, help_without_phone, not_paired, empty, ringtones, edits, renaming, editor, syncing, paused, preferences, mirror_plan, mirror, done, history,
          interrupted, gone, failed, taken_up, searched, several, shortcuts, about]
 
 if __name__ == "__main__":

@@ -328,6 +328,10 @@ class Stage:
         subprocess.run(["xclip", "-selection", "clipboard", "-t", "text/uri-list"], input=text, text=True, check=True,
                        timeout=LONGEST, stdout=subprocess.DEVNULL)
 
+    def copy_text(self, text):
+        subprocess.run(["xclip", "-selection", "clipboard"], input=text, text=True, check=True, timeout=LONGEST,
+                       stdout=subprocess.DEVNULL)
+
     def drag_onto_window(self, uri):
         """Another window beside ours, and a function that drags the file from it. It may have to be called again: who
         lets go before the window has said that it takes the file, has not dropped it."""
