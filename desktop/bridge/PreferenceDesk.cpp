@@ -37,6 +37,7 @@ void PreferenceDesk::whenRead(std::function<void()> function) {
 
 void PreferenceDesk::take(const std::optional<Preferences>& read) {
     isRead_ = true;
+    isKnown_ = read.has_value();
     now_ = kept_ = read.value_or(Preferences{});
     if (!read) {
         onProblem(Problem::NotRead);
@@ -49,6 +50,7 @@ void PreferenceDesk::take(const std::optional<Preferences>& read) {
 void PreferenceDesk::change(const Preferences& preferences) {
     if (isRead_) {
         now_ = preferences;
+        isKnown_ = true;
         keep();
     }
 }

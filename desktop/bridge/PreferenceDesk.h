@@ -4,6 +4,7 @@
 #include "desktop/bridge/Preferences.h"
 #include "desktop/bridge/WorkThread.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -35,6 +36,12 @@ public:
     /// The usual ones before they were read.
     const Preferences& now() const { return now_; }
 
+    /// How many syncs of each phone are kept; none before they were read, and where they could not be:
+    /// what somebody wanted to keep is not given up for what is usual.
+    std::optional<size_t> keptSyncs() const {
+        return isKnown_ ? std::optional(now_.keptSyncs) : std::nullopt;
+    }
+
     /// Calls it when they were read, at once if that was before.
     void whenRead(std::function<void()> function);
 
@@ -50,6 +57,7 @@ private:
     Preferences now_;
     Preferences kept_;
     bool isRead_ = false;
+    bool isKnown_ = false; ///< and not damaged
     bool isBeingKept_ = false;
     std::vector<std::function<void()>> waiting_; ///< until they are read
     WorkThread thread_;

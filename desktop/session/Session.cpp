@@ -770,7 +770,7 @@ void Session::change(bool rebuilds) {
     }
     WantedChange wanted = rebuilds ? WantedChange{} : target->book.wanted();
     wanted.rebuilds = rebuilds;
-    wanted.keptJobs = preferences_.now().keptSyncs;
+    wanted.keptJobs = preferences_.keptSyncs();
     target->book.begin(wanted);
     work<ChangeDone>([wanted](const std::string& udid,
                               const WorkWatch& watch) { return changePhone(udid, wanted, watch); },
@@ -949,7 +949,7 @@ void Session::sendMirror(const std::string& key, const MirrorDesk::Prepared& pre
         return;
     }
     phones_->ask<MirrorOutcome>(
-        [songs, terms, udid = phone(key)->about.udid, kept = preferences_.now().keptSyncs,
+        [songs, terms, udid = phone(key)->about.udid, kept = preferences_.keptSyncs(),
          watch = *phone(key)->work] { return mirrorPhone(udid, *songs, terms, kept, watch); },
         [this, key](const Outcome<MirrorOutcome>& outcome) { mirrorEnded(key, outcome); });
 }

@@ -145,7 +145,9 @@ TEST_F(PreferenceFiles, ThatAreNoFilesAreNotWaitedFor) {
 
 TEST_F(PreferenceDesks, HoldFromOneToTheNext) {
     open();
+    EXPECT_EQ(desk->keptSyncs(), std::nullopt);
     read();
+    EXPECT_EQ(desk->keptSyncs(), Preferences{}.keptSyncs);
     EXPECT_EQ(desk->now(), Preferences{});
     // Faster than a disk: the last counts.
     for (int seconds = 5; seconds <= 40; ++seconds) {
@@ -166,7 +168,9 @@ TEST_F(PreferenceDesks, ThatAreDamagedAreSaidAndUsualUntilTheNextChange) {
     EXPECT_EQ(desk->now(), Preferences{});
     EXPECT_THAT(problems, testing::ElementsAre(PreferenceDesk::Problem::NotRead));
     EXPECT_EQ(text(), "{");
+    EXPECT_EQ(desk->keptSyncs(), std::nullopt);
     desk->change(kChosen);
+    EXPECT_EQ(desk->keptSyncs(), kChosen.keptSyncs);
     desk.reset();
     EXPECT_EQ(readPreferences(file), kChosen);
 }
