@@ -165,10 +165,7 @@ void Mirroring::ended(const std::string& udid, const MirrorDone& done) {
     Run& run = runs_[udid];
     run.isAtWork = false;
     run.agreed.clear();
-    change(udid, [&](Mirror& mirror) {
-        mirror.isAgreed = true;
-        mirror.held = done.held;
-    });
+    change(udid, [&](Mirror& mirror) { mirror.held = done.held; });
 }
 
 void Mirroring::ended(const std::string& udid, const MirrorPlan& question) {

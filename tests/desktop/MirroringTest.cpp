@@ -100,11 +100,17 @@ TEST_F(Mirrorings, ForgetAQuestionWhenTheFolderIsAnotherMeanwhile) {
     EXPECT_FALSE(mirrors.find(kUdid)->isAgreed) << "nothing was asked";
 }
 
+TEST_F(Mirrorings, AreAgreedToByThePersonAndNotByARunThatHadNothingToDo) {
+    choose();
+    mirrors.ended(kUdid, MirrorDone{.change = {}, .held = {{"Harp", "h"}}});
+    EXPECT_FALSE(mirrors.find(kUdid)->isAgreed);
+    EXPECT_EQ(mirrors.find(kUdid)->held, (HeldRingtones{{"Harp", "h"}}));
+}
+
 TEST_F(Mirrorings, ThatWereEndedComeBackAsTheyWere) {
     choose();
     mirrors.ended(kUdid, MirrorDone{.change = {}, .held = {{"Harp", "h"}}});
     const Mirror before = *mirrors.find(kUdid);
-    EXPECT_TRUE(before.isAgreed);
     const auto takeBack = mirrors.stop(kUdid);
     EXPECT_EQ(mirrors.find(kUdid), nullptr);
     takeBack();
