@@ -18,7 +18,7 @@ PreferenceDesk::PreferenceDesk(Mailbox& mailbox, std::optional<fs::path> folder)
         } catch (const std::exception&) {
             // Said where it is taken.
         }
-        mailbox_.put([this, read] { take(read); });
+        put([this, read] { take(read); });
     });
 }
 
@@ -33,6 +33,14 @@ void PreferenceDesk::whenRead(std::function<void()> function) {
     } else {
         waiting_.push_back(std::move(function));
     }
+}
+
+void PreferenceDesk::put(std::function<void()> letter) {
+    mailbox_.put([isThere = std::weak_ptr(isThere_), letter = std::move(letter)] {
+        if (!isThere.expired()) {
+            letter();
+        }
+    });
 }
 
 void PreferenceDesk::take(const std::optional<Preferences>& read) {
@@ -69,7 +77,7 @@ void PreferenceDesk::keep() {
         } catch (const std::exception&) {
             isKept = false;
         }
-        mailbox_.put([this, isKept] {
+        put([this, isKept] {
             isBeingKept_ = false;
             if (!isKept) {
                 onProblem(Problem::NotKept);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -49,6 +50,7 @@ public:
     void change(const Preferences& preferences);
 
 private:
+    void put(std::function<void()> letter);
     void take(const std::optional<Preferences>& read);
     void keep();
 
@@ -60,6 +62,9 @@ private:
     bool isKnown_ = false; ///< and not damaged
     bool isBeingKept_ = false;
     std::vector<std::function<void()>> waiting_; ///< until they are read
+
+    /// Letters that are taken out of the mailbox after our end find it gone.
+    const std::shared_ptr<const bool> isThere_ = std::make_shared<const bool>(true);
     WorkThread thread_;
 };
 
